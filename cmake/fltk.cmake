@@ -1,0 +1,15 @@
+# FLTK 1.4: an installed one, else the one that scripts/fltk has built.
+find_package(FLTK 1.4 CONFIG QUIET)
+if(NOT FLTK_FOUND)
+  if(DEFINED ENV{XDG_CACHE_HOME})
+    set(vrm_cache $ENV{XDG_CACHE_HOME}/vrm)
+  else()
+    set(vrm_cache $ENV{HOME}/.cache/vrm)
+  endif()
+  file(GLOB vrm_fltk_built ${vrm_cache}/fltk-1.4*)
+  find_package(FLTK 1.4 CONFIG QUIET PATHS ${vrm_fltk_built} NO_DEFAULT_PATH)
+endif()
+if(NOT FLTK_FOUND)
+  message(FATAL_ERROR "FLTK 1.4 is missing: install its development files, or let scripts/fltk "
+    "build it from its source, which scripts/setup does")
+endif()

@@ -1,0 +1,233 @@
+// A refresh: what the directories hold, what of it is known, and the reading of the rest.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <deque>
+#include <unordered_map>
+#include <utility>
+
+#include "backends/vrc-dirs/catalogue.h"
+#include "backends/vrc-dirs/index_file.h"
+#include "backends/vrc-dirs/scan.h"
+#include "package/vrf.h"
+#include "support/log.h"
+#include "support/own.h"
+
+namespace vrc_dirs {
+
+namespace {
+
+constexpr uint32_t no_record = UINT32_MAX;
+
+// Whether the bytes of a file of that size can be had. What is no package as long as a disk or a
+// server fails may be one afterwards, and neither its size nor its time will tell. The reason of a
+// failure is in errno.
+bool is_readable(int file, uint64_t size) {
+    std::array<char, 65536> block;
+    uint64_t done = 0;
+    for (;;) {
+        const ssize_t got = read(file, block.data(), block.size());
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        done += got > 0 ? static_cast<uint64_t>(got) : 0;
+        if (got <= 0 || done >= size) {
+            return got >= 0;
+        }
+    }
+}
+
+// The files that an index knows, by path. An index that is damaged anywhere knows none: what goes
+// on into the next index would not be mended before the file changes.
+class KnownFiles {
+ public:
+    explicit KnownFiles(const Index &index) : index_(&index) {
+        files_.reserve(size_t{index.records()} + index.skipped());
+        for (uint32_t number = 0; number < index.records(); number++) {
+            if (!index.is_sound(number)) {
+                files_.clear();
+                return;
+            }
+            const Details details = index.details(number);
+            files_[details.path] = {details.stamp, number};
+        }
+        for (const Index::SkippedFile &file : index.skipped_files()) {
+            files_[file.path] = {file.stamp, no_record};
+        }
+        is_sound_ = !index.is_damaged();
+    }
+    bool is_sound() const {
+        return is_sound_;
+    }
+    struct File {
+        Stamp stamp;
+        uint32_t number;  // of the record; no_record when the file is no package
+    };
+    // The file if it is still the one that was read, else null.
+    const File *find(const FoundFile &file) const {
+        const auto found = files_.find(file.path);
+        return found != files_.end() && found->second.stamp == file.stamp ? &found->second
+                                                                          : nullptr;
+    }
+    size_t count() const {
+        return files_.size();
+    }
+    const Index &index() const {
+        return *index_;
+    }
+
+ private:
+    const Index *index_;
+    bool is_sound_ = false;
+    std::unordered_map<std::string_view, File> files_;
+};
+
+// Puts the next index together.
+class Collector {
+ public:
+    // True when the file was known to the source.
+    bool take_known(const KnownFiles &source, const FoundFile &file) {
+        const KnownFiles::File *known = source.find(file);
+        if (!known) {
+            return false;
+        }
+        if (known->number == no_record) {
+            skip(file);
+        } else {
+            const Index &index = source.index();
+            records_.push_back({index.text(Column::name, known->number),
+                                index.text(Column::description, known->number), file.path,
+                                index.rest(known->number), file.relative_at});
+        }
+        return true;
+    }
+
+    // Reads a file. False when it can't be told now what it is; that is nothing to remember.
+    bool read(const FoundFile &file) {
+        const char *path = file.path.c_str();
+        const own_fd opened(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+        own_vri info(opened.valid() ? vrm_vrf_info(nullptr, path, 0) : nullptr);
+        const bool whole = info && info->filehash;
+        if (!opened.valid() || (!whole && !is_readable(opened.get(), file.stamp.size))) {
+            log_say(LEVEL_WARNING, "vrc-dirs: skipping %s: %s", path, strerror(errno));
+            return false;
+        }
+        struct stat status = {};
+        if (stat(path, &status) != 0 || stamp_of(status) != file.stamp) {
+            log_say(LEVEL_WARNING, "vrc-dirs: skipping %s: it changed while it was read", path);
+            return false;
+        }
+        if (!info) {
+            skip(file);
+            return true;
+        }
+        const own_vri &kept = infos_.emplace_back(std::move(info));
+        const std::string &rest = rests_.emplace_back(rest_of(*kept, file.path, file.stamp));
+        records_.push_back({kept->name, kept->description, file.path, rest, file.relative_at});
+        return true;
+    }
+
+    std::string index_bytes(const std::vector<std::string> &dirs) && {
+        return make_index(dirs, std::move(records_), skipped_);
+    }
+
+ private:
+    void skip(const FoundFile &file) {
+        log_say(LEVEL_WARNING, "vrc-dirs: skipping %s: not a package file, or a damaged one",
+                file.path.c_str());
+        skipped_.push_back({file.path, file.stamp});
+    }
+
+    std::vector<NewRecord> records_;
+    std::vector<NewSkip> skipped_;
+    // What the views of records that were read are views of.
+    std::deque<own_vri> infos_;
+    std::deque<std::string> rests_;
+};
+
+}  // namespace
+
+void Catalogue::store() {
+    if (!store_index(settings_.cache, index_->bytes())) {
+        return;
+    }
+    // From here on it needs no memory of ours, unless someone else has just put another there.
+    auto stored = open_index(settings_.cache);
+    if (stored && stored->is_of(settings_.dirs)) {
+        index_ = std::move(stored);
+    }
+}
+
+bool Catalogue::refresh() {
+    if (settings_.dirs.empty()) {
+        log_say(LEVEL_ERROR, "vrc-dirs: vrc_dirs names no directory");
+        return false;
+    }
+    const Scan found = scan(settings_.dirs);
+    if (found.directories_read == 0) {
+        log_say(LEVEL_ERROR, "vrc-dirs: none of the configured directories can be read");
+        return false;
+    }
+
+    // Another process may have left a newer index since. A mapped one of ours is its predecessor
+    // and has nothing to add; one in memory has. What was read of a file holds for any list of
+    // directories.
+    std::unique_ptr<Index> on_disk = open_index(settings_.cache);
+    const bool ours_adds = index_ && !(on_disk && index_->is_mapped());
+    std::vector<KnownFiles> sources;
+    for (const Index *index : {on_disk.get(), ours_adds ? index_.get() : nullptr}) {
+        if (!index) {
+            continue;
+        }
+        KnownFiles files(*index);
+        if (files.is_sound()) {
+            sources.push_back(std::move(files));
+        }
+    }
+
+    Collector collector;
+    std::vector<size_t> taken(sources.size());
+    size_t fresh = 0;
+    for (const FoundFile &file : found.files) {
+        bool known = false;
+        for (size_t i = 0; i < sources.size() && !known; i++) {
+            known = collector.take_known(sources[i], file);
+            taken[i] += known ? 1 : 0;
+        }
+        if (!known && collector.read(file)) {
+            fresh++;
+        }
+    }
+    log_say(LEVEL_DEBUG, "vrc-dirs: %zu package files, %zu of them read", found.files.size(),
+            fresh);
+
+    for (size_t i = 0; i < sources.size(); i++) {
+        const Index &index = sources[i].index();
+        const bool is_current =
+            fresh == 0 && taken[i] == sources[i].count() && index.is_of(settings_.dirs);
+        if (!is_current) {
+            continue;
+        }
+        if (&index == on_disk.get()) {
+            index_ = std::move(on_disk);
+            return true;
+        }
+        // A mapped one whose file is gone is put together anew, so that it can be stored.
+        if (!index.is_mapped()) {
+            store();
+            return true;
+        }
+    }
+    auto next = Index::in_memory(std::move(collector).index_bytes(settings_.dirs));
+    if (!next) {
+        return false;
+    }
+    index_ = std::move(next);
+    store();
+    return true;
+}
+
+}  // namespace vrc_dirs

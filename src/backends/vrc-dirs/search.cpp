@@ -1,0 +1,183 @@
+#include "backends/vrc-dirs/search.h"
+
+#include <fnmatch.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <cstring>
+#include <numeric>
+
+#include "package/variant.h"
+
+namespace vrc_dirs {
+
+namespace {
+
+using Marks = std::vector<bool>;
+
+bool is_pattern(const char *text) {
+    return strpbrk(text, "*?[\\") != nullptr;
+}
+
+// As vrm_vri_match compares: the text itself, or as a pattern.
+bool fits(const char *wanted, const char *text) {
+    return strcmp(wanted, text) == 0 || fnmatch(wanted, text, 0) == 0;
+}
+
+// Marks the records of a name, which stand side by side.
+void mark_name(const Index &index, std::string_view name, Marks *marks) {
+    uint32_t low = 0;
+    uint32_t high = index.records();
+    while (low < high) {
+        const uint32_t middle = low + (high - low) / 2;
+        if (index.text(Column::name, middle) < name) {
+            low = middle + 1;
+        } else {
+            high = middle;
+        }
+    }
+    for (; low < index.records() && index.text(Column::name, low) == name; low++) {
+        (*marks)[low] = true;
+    }
+}
+
+// Marks the records whose text in a column fits. One pass over the whole column finds the few
+// places that can fit at all; what decides is fnmatch, so the result is its own in every locale.
+void mark_fitting(const Index &index, Column column, const char *wanted, Marks *marks) {
+    const auto mark_if_fitting = [&](uint32_t number) {
+        if (!(*marks)[number] && fits(wanted, index.text(column, number).data())) {
+            (*marks)[number] = true;
+        }
+    };
+    const std::string_view literal = required_literal(wanted);
+    if (literal.empty()) {
+        for (uint32_t number = 0; number < index.records(); number++) {
+            mark_if_fitting(number);
+        }
+        return;
+    }
+    std::string_view left = index.texts(column);
+    const char *const start = left.data();
+    while (index.records() > 0) {
+        const auto *found = static_cast<const char *>(
+            memmem(left.data(), left.size(), literal.data(), literal.size()));
+        if (!found) {
+            return;
+        }
+        const auto offset = static_cast<size_t>(found - start);
+        mark_if_fitting(index.owner(column, offset));
+        // On behind the text's end, which is the next NUL.
+        left.remove_prefix(offset - static_cast<size_t>(left.data() - start));
+        const size_t end = left.find('\0');
+        left.remove_prefix(end == std::string_view::npos ? left.size() : end + 1);
+    }
+}
+
+void mark_by_name(const Index &index, const char *name, Marks *marks) {
+    if (is_pattern(name)) {
+        mark_fitting(index, Column::name, name, marks);
+    } else {
+        mark_name(index, name, marks);
+    }
+}
+
+// The slots of a filter behind its header.
+s_ekva *const *first_pair(s_ekva *const *filter) {
+    int capacity = 0;
+    int mode = 0;
+    return filter + _ekva_parse_header(filter, &capacity, &mode);
+}
+
+// The pairs on the two columns. False when there are other pairs too, which need the records.
+bool mark_by_columns(const Index &index, s_ekva *const *filter, Marks *marks) {
+    bool all = true;
+    for (s_ekva *const *slot = first_pair(filter); *slot; slot++) {
+        const s_ekva &pair = **slot;
+        if (!pair.val) {
+            continue;
+        }
+        if (strcasecmp(pair.key, "evrkDescription") == 0) {
+            mark_fitting(index, Column::description, pair.val, marks);
+        } else if (strcasecmp(pair.key, "evrkName") == 0) {
+            mark_by_name(index, pair.val, marks);
+        } else {
+            all = false;
+        }
+    }
+    return all;
+}
+
+void mark_by_records(const Index &index, const Request &request, Marks *marks) {
+    for (uint32_t number = 0; number < index.records() && !index.is_damaged(); number++) {
+        if ((*marks)[number]) {
+            continue;
+        }
+        index.walked_to(number);
+        const own_vri info = index.record(number);
+        if (info &&
+            vrm_vri_match(info.get(), 1, request.name, nullptr, nullptr, 5, request.filter)) {
+            (*marks)[number] = true;
+        }
+    }
+}
+
+bool rest_fits(const Index &index, uint32_t number, const Request &request) {
+    if (!request.version && !request.variant) {
+        return true;
+    }
+    index.walked_to(number);
+    const Details details = index.details(number);
+    return (!request.version || details.version == request.version) &&
+           variant_fits(request.variant, details.variant);
+}
+
+// Keeps the longest run of ordinary bytes. A byte behind a backslash stands for itself in a
+// pattern, but not in a text that equals the pattern, so it ends a run.
+void longest_run(std::string_view part, std::string_view *longest) {
+    size_t start = 0;
+    for (size_t at = 0; at <= part.size(); at++) {
+        if (at < part.size() && !strchr("*?[]\\", part[at])) {
+            continue;
+        }
+        if (at - start > longest->size()) {
+            *longest = part.substr(start, at - start);
+        }
+        if (at < part.size() && part[at] == '\\') {
+            at++;
+        }
+        start = at + 1;
+    }
+}
+
+}  // namespace
+
+std::string_view required_literal(std::string_view pattern) {
+    // Where a bracket expression ends takes fnmatch to say, but none reaches beyond the last "]".
+    const size_t open = pattern.find('[');
+    const size_t close = pattern.rfind(']');
+    std::string_view longest;
+    longest_run(pattern.substr(0, open), &longest);
+    if (open != std::string_view::npos && close != std::string_view::npos && close > open) {
+        longest_run(pattern.substr(close + 1), &longest);
+    }
+    return longest;
+}
+
+std::vector<uint32_t> search(const Index &index, const Request &request) {
+    std::vector<uint32_t> hits;
+    Marks marks(index.records(), !request.name);
+    if (request.name) {
+        mark_by_name(index, request.name, &marks);
+        if (request.filter && !mark_by_columns(index, request.filter, &marks)) {
+            mark_by_records(index, request, &marks);
+        }
+    }
+    for (uint32_t number = 0; number < index.records(); number++) {
+        if (marks[number] && rest_fits(index, number, request)) {
+            hits.push_back(number);
+        }
+    }
+    return hits;
+}
+
+}  // namespace vrc_dirs

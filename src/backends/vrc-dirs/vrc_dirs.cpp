@@ -1,0 +1,116 @@
+// vrc-dirs.so, the default catalogue backend: the catalogue is what lies in directories of this
+// machine.
+//
+// Configuration (a record of the system configuration, see the connect function):
+//
+//   vrc_dirs        the directories, separated by commas, blanks around each ignored. Each is an
+//                   absolute path; it may be a link itself.
+//   vrc_dirs_cache  the directory of the index file, an absolute path; /var/cache/vrm by default.
+//                   It is made if it isn't there.
+//
+// What is in the catalogue. Every regular file (or link to one) named *.vrk in these directories
+// and below whose head can be read. Links to directories are not followed, and names that begin
+// with a dot are work files and are left out. What a package says of itself stands in the record as
+// the head of the file says it, for every architecture; size, SHA-1 and the URIs are those of the
+// file found: `absolute_uri` is its path, `relative_uri` the part of it below the configured
+// directory. Signatures are not checked here, the engine does so when it unpacks. Two files of one
+// name and version are two records. Records are ordered by name, then by path.
+//
+// What a refresh does. It lists the directories and asks for each file's size and time of
+// modification; only a file that is new or differs in one of them is read. What can't be read as a
+// package is skipped with a WARNING, a damaged file as well as one of another kind, and is not read
+// again before it changes; only a file whose bytes can't be had is tried at each refresh. A
+// directory that is missing or can't be read is told by a WARNING and holds nothing. A refresh
+// fails only when `vrc_dirs` names no directory or none of them could be read; the view then stays
+// what it was.
+//
+// What is known without a refresh. The last refresh leaves its view in the index file,
+// "vrc-dirs.index". A connection starts with it, without a look at the directories, if it is of the
+// same list of directories; else it knows nothing until its first refresh. An index is believed
+// only if it belongs to root or to the caller and nobody else may write to it. Whoever may not
+// write to the index's directory, such as a user whose window is opened, works from memory.
+//
+// Searches run on the index as it lies in the file, mapped into memory: nothing of it is read in
+// advance, an exact name is a binary search, a pattern runs over the names or descriptions, which
+// lie side by side, and only records that match are made. A filter on other attributes than the
+// name and the description makes and tests every record.
+//
+// A backend owns nothing in the program but its connection: it is linked with a copy of the engine
+// of its own, exports the five functions alone, and shares only the log object that it is given.
+#include "repository/vrc.h"
+
+#include <exception>
+#include <memory>
+#include <type_traits>
+
+#include "backends/vrc-dirs/catalogue.h"
+#include "backends/vrc-dirs/fetch.h"
+#include "support/log.h"
+
+using vrc_dirs::Catalogue;
+
+extern "C" {
+
+void *vrc_connect(s_ekva **sys_conf, void *log) {
+    // This copy of the engine logs to the program's log, whichever connection came last.
+    llog = static_cast<log_object *>(log);
+    try {
+        auto catalogue = std::make_unique<Catalogue>(vrc_dirs::read_settings(sys_conf));
+        catalogue->load();
+        return catalogue.release();
+    } catch (const std::exception &problem) {
+        log_say(LEVEL_ERROR, "vrc-dirs: failed to connect: %s", problem.what());
+        return nullptr;
+    }
+}
+
+int vrc_refresh(void *connection) {
+    if (!connection) {
+        return 1;
+    }
+    try {
+        return static_cast<Catalogue *>(connection)->refresh() ? 0 : 1;
+    } catch (const std::exception &problem) {
+        log_say(LEVEL_ERROR, "vrc-dirs: failed to refresh: %s", problem.what());
+        return 1;
+    }
+}
+
+int vrc_findpkg(void *connection, const char *name, const char *variant, const char *version, int,
+                s_ekva **filter, vri ***out) {
+    if (!connection || !out) {
+        return 0;
+    }
+    try {
+        return static_cast<Catalogue *>(connection)->find({name, variant, version, filter}, out);
+    } catch (const std::exception &problem) {
+        log_say(LEVEL_ERROR, "vrc-dirs: failed to search: %s", problem.what());
+        return 0;
+    }
+}
+
+int vrc_readpkg(void *connection, vri *package, FILE *out) {
+    if (!connection || !package || !out) {
+        return -1;
+    }
+    try {
+        const Catalogue &catalogue = *static_cast<Catalogue *>(connection);
+        return vrc_dirs::fetch(catalogue.settings().dirs, *package, out);
+    } catch (const std::exception &problem) {
+        log_say(LEVEL_ERROR, "vrc-dirs: failed to read a package: %s", problem.what());
+        return -1;
+    }
+}
+
+void vrc_release(void *connection) {
+    delete static_cast<Catalogue *>(connection);
+}
+
+}  // extern "C"
+
+// The functions are those that the loader calls.
+static_assert(std::is_same_v<decltype(&vrc_connect), vrc_connect_function>);
+static_assert(std::is_same_v<decltype(&vrc_refresh), vrc_refresh_function>);
+static_assert(std::is_same_v<decltype(&vrc_findpkg), vrc_findpkg_function>);
+static_assert(std::is_same_v<decltype(&vrc_readpkg), vrc_readpkg_function>);
+static_assert(std::is_same_v<decltype(&vrc_release), vrc_release_function>);

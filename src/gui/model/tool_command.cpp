@@ -1,0 +1,67 @@
+#include "gui/model/tool_command.h"
+
+#include <string_view>
+
+#include "package/safe_name.h"
+#include "support/log.h"
+#include "support/own.h"
+#include "support/terminal_text.h"
+
+static std::string tool() {
+    return std::string(std::string_view(pvrm_path).substr(0, 254));
+}
+
+// A safe name may begin with a tilde, but in front of a word the shell puts a home directory in its
+// place.
+static bool is_safe_word(const char *name) {
+    return vrk_name_is_safe(name) && name[0] != '~';
+}
+
+static bool all_are_safe(const tool_action &action, char *const *names) {
+    for (char *const *name = names; *name; name++) {
+        if (!is_safe_word(*name)) {
+            log_say(LEVEL_ERROR, "cannot %s: <%.254s> is not a safe package name", action.name,
+                    terminal_safe_cell(*name).c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
+std::optional<std::string> tool_word_command(int mode) {
+    switch (mode) {
+        case 0:
+            return tool() + " allowed";
+        case 3:
+            return tool() + " refresh";
+        default:
+            return std::nullopt;
+    }
+}
+
+std::optional<std::string> tool_command(const tool_action &action, char *const *names) {
+    std::string command = tool() + " " + action.word;
+    if (action.takes_names) {
+        if (!names || !names[0]) {
+            log_say(LEVEL_ERROR, "cannot %s: there are none", action.name);
+            return std::nullopt;
+        }
+        if (!all_are_safe(action, names)) {
+            return std::nullopt;
+        }
+        const own_string joined(arr2str(names, ' '));
+        if (!joined) {
+            log_say(LEVEL_ERROR, "cannot %s: out of memory", action.name);
+            return std::nullopt;
+        }
+        command.append(" ").append(joined.get());
+    }
+    command += " 2>&1";
+    if (command.size() >= tool_command_room) {
+        log_say(LEVEL_ERROR,
+                "cannot %s: the command line has %zu characters, which is more than %zu",
+                action.name, command.size(), tool_command_room - 1);
+        return std::nullopt;
+    }
+    return command;
+}

@@ -1,0 +1,70 @@
+#include "gui/model/update_rows.h"
+
+#include <utility>
+
+#include "repository/inventory.h"
+#include "support/log.h"
+#include "support/own.h"
+#include "transaction/plan_update.h"
+
+vra **vra_list;
+int num_vras;
+
+// The transaction under construction. Declared in no header, as the name hides the type's.
+extern struct vrt *vrt;
+struct vrt *vrt;
+
+static const char *action_name(char letter) {
+    switch (letter) {
+        case 'U':
+            return "update";
+        case 'I':
+            return "install";
+        case 'D':
+            return "delete";
+        default:
+            return nullptr;
+    }
+}
+
+void update_cell(int row, int column, cell_text &text) {
+    if (!vra_list || row < 0 || row >= num_vras) {
+        write_cell(nullptr, text);
+    } else if (column == 0) {
+        write_cell(action_name(vra_list[0]->action), text);
+    } else {
+        write_package_cell(*vra_list[row]->info, update_columns, column, text);
+    }
+}
+
+void update_rows_free() {
+    num_vras = 0;
+    vrm_vra_list_free(std::exchange(vra_list, nullptr));
+}
+
+void update_rows_plan(vrm_handle *handle, void *connection) {
+    const own_array names(vrm_list_arr(handle, 1));
+    for (char **name = names.get(); name && *name; name++) {
+        vrt = nullptr;
+        vrt = vrm_pre_update(handle, connection, *name, nullptr, nullptr, nullptr, &vrt);
+        if (!vrt) {
+            if (log_wants(LEVEL_DEBUG)) {
+                log_say(LEVEL_DEBUG, "no update for %s", *name);
+            }
+            continue;
+        }
+        num_vras = vrm_vra_list_add_vrt(vrt, &vra_list);
+        if (log_wants(LEVEL_DEBUG)) {
+            log_say(LEVEL_DEBUG,
+                    "Transaction for %s added to vra_list, which now contains %d entries", *name,
+                    num_vras);
+        }
+        vrt_free(std::exchange(vrt, nullptr));
+    }
+}
+
+int update_rows_choose(const std::function<bool(int row)> &selected, char ***names) {
+    return choose_names(
+        "Somebody presssed the update_sel button", num_vras, selected,
+        [](int row) { return vra_list[row]->info->name; }, names);
+}

@@ -1,0 +1,106 @@
+#include "gui/start_up.h"
+
+#include <FL/Fl_Shared_Image.H>
+
+#include <cstdio>
+
+#include "gui/actions.h"
+#include "gui/model/program_name.h"
+#include "gui/state.h"
+#include "gui/theme.h"
+#include "gui/tool.h"
+#include "repository/repository.h"
+#include "repository/vrc.h"
+#include "support/log.h"
+#include "support/vconf.h"
+#include "ui/vrmui.h"
+
+static int read_configuration() {
+    vrm_sys_conf = vconf_read(vrm_sys_conf, vrm_default_conf);
+    if (!vrm_sys_conf) {
+        fprintf(stderr, "Failed to read vrm config %s\n", vrm_default_conf);
+        return START_UP_FAILED;
+    }
+    return 0;
+}
+
+static int make_user_interface() {
+    vrmui = vrmui_init("vrm: Vorathan Package Manager", 7);
+    if (!vrmui) {
+        fprintf(stderr, "Failed to initualize user interface\n");
+        return START_UP_FAILED;
+    }
+    return 0;
+}
+
+// Who may change the system is the tool's to say, and nobody else's.
+static int ask_for_permission() {
+    if (pvrm_exec(0, nullptr, nullptr) != 0) {
+        vrmui_write_info(vrmui, "You are not authorized to install, update or remove software", 0);
+        return START_UP_FAILED;
+    }
+    return 0;
+}
+
+static int load_backend() {
+    if (!vrm_vrc_load_configured(vrm_sys_conf)) {
+        log_say(LEVEL_ERROR, "Failed to load catalogue backend %s!",
+                vrc_filename ? vrc_filename : "");
+        return BACKEND_FAILED;
+    }
+    return 0;
+}
+
+static int open_repository() {
+    vrm = vrm_open(nullptr, nullptr);
+    if (!vrm) {
+        log_say(LEVEL_ERROR, "Failed to open local package inventory");
+        return START_UP_FAILED;
+    }
+    return 0;
+}
+
+static int connect_to_catalogue() {
+    vrc = pvrm_vrc_connect(vrm_sys_conf, llog);
+    if (!vrc) {
+        log_say(LEVEL_ERROR, "Failed to connect to catalogue");
+        vrm_vrc_close(vrc_backend_handle);
+        vrm_close(vrm);
+        vrm = nullptr;
+        return START_UP_FAILED;
+    }
+    // What the backend knew before is better than nothing.
+    if (pvrm_vrc_refresh(vrc) != 0) {
+        const auto limit = static_cast<size_t>(vrmui->text_limit);
+        snprintf(vrmui->text, limit, "failed to refresh the catalogue\n");
+        vrmui->text[limit] = '\0';
+        vrmui_write_info(vrmui, vrmui->text, 0);
+    }
+    return 0;
+}
+
+int start_up(int argc, char **argv) {
+    gui_argc = argc;
+    gui_argv = argv;
+    init_theme();
+    fl_register_images();
+    if (asks_for_updates_only(argc > 0 ? argv[0] : nullptr)) {
+        fprintf(stderr, "in update_only mode\n");
+        update_only = 1;
+    }
+    if (const int failure = read_configuration()) {
+        return failure;
+    }
+    llog = log_init("fltk-vrm.log", LEVEL_ERROR | LEVEL_WARNING | LEVEL_INFO,
+                    LEVEL_ERROR | LEVEL_WARNING, LEVEL_ERROR, "fltk-vrm");
+    for (const auto stage : {make_user_interface, ask_for_permission, load_backend, open_repository,
+                             connect_to_catalogue}) {
+        if (const int failure = stage()) {
+            return failure;
+        }
+    }
+    if (update_only) {
+        vrm_gui_action = ACTION_UPDATES;
+    }
+    return 0;
+}

@@ -1,0 +1,3 @@
+#include "maintenance/dry_run.h"
+
+bool dry_run = false;

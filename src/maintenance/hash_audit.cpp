@@ -1,0 +1,161 @@
+#include "maintenance/hash_audit.h"
+
+#include <cstring>
+#include <new>
+#include <optional>
+#include <string>
+
+#include "package/hashlist.h"
+#include "package/vrs.h"
+#include "repository/inventory.h"
+#include "support/ekva.h"
+#include "support/file.h"
+#include "support/log.h"
+#include "support/own.h"
+#include "ui/vrmui.h"
+
+namespace {
+
+// In the order of the audit.
+enum fork_place { dump_fork, init_fork, data_fork, conf_fork, number_of_forks };
+
+struct fork_kind {
+    const char *name;
+    bool kept_in_entry;  // the file lies in the inventory's entry, not in the system
+    bool edited;         // the one in the system is looked at as well, and may differ
+    const char *unreadable;
+};
+
+constexpr fork_kind forks[number_of_forks] = {
+    // The spelling of the first message is not that of the others.
+    {"dump", true, false, "vrm_chkhash: insternal error reading hases on fork: dump"},
+    {"init", true, false, "vrm_chkhash: internal error reading hases on fork: init"},
+    {"data", false, false, "vrm_chkhash: internal error reading hases on fork: data"},
+    {"conf", true, true, "vrm_chkhash: internal error reading hases on fork: conf"},
+};
+
+struct fork_count {
+    int hashes = 0;
+    int errors = 0;
+};
+
+struct digest {
+    char text[41];
+};
+
+}  // namespace
+
+static std::optional<digest> digest_of(const std::string &path) {
+    digest found;
+    if (!vrs_sha1_file(path.c_str(), 'x', found.text)) {
+        return std::nullopt;
+    }
+    return found;
+}
+
+static void say_ok(const std::string &path, bool verbose) {
+    if (verbose) {
+        vrmui_say("%s verfied ok.\n", path.c_str());
+    }
+}
+
+// Each gives the number of errors: 0 or 1.
+static int check_delivered(const std::string &path, const char *expected, bool verbose) {
+    const std::optional<digest> found = digest_of(path);
+    if (!found) {
+        log_say(LEVEL_ERROR, "vrm_chkhash: %s not found", path.c_str());
+        return 1;
+    }
+    if (strcmp(found->text, expected) != 0) {
+        log_say(LEVEL_ERROR, "vrm_chkhash: mismatch on %s: expected: %s, found: %s", path.c_str(),
+                expected, found->text);
+        return 1;
+    }
+    say_ok(path, verbose);
+    return 0;
+}
+
+static int check_edited(const char *path, const char *delivered, bool verbose) {
+    const std::optional<digest> found = digest_of(path);
+    if (!found) {
+        log_say(LEVEL_ERROR, "%s was not found on fs, this can happen.\n", path);
+        return 1;
+    }
+    if (strcmp(found->text, delivered) != 0) {
+        vrmui_say("%s is not the same on fs, this is normal.\n", path);
+    } else {
+        say_ok(path, verbose);
+    }
+    return 0;
+}
+
+// The reader of lists takes one that it can't open for none, and then every file would pass.
+static bool is_there_unreadable(const std::string &list) {
+    const char *why = nullptr;
+    if (is_missing(list.c_str()) || open_regular(list.c_str(), nullptr, &why).valid()) {
+        return false;
+    }
+    log_say(LEVEL_ERROR, "Failed to open %s for reading: %s", list.c_str(), why);
+    return true;
+}
+
+// Nothing when the list can't be read or is malformed.
+static std::optional<fork_count> check_fork(const std::string &entry, const fork_kind &fork,
+                                            bool verbose) {
+    s_ekva **list = nullptr;
+    const int rc = vrm_vrf_vrk_hashes(entry.c_str(), fork.name, &list);
+    const own_ekva hashes(list);
+    if (rc != 0 || (!hashes && is_there_unreadable(entry + "/hash/" + fork.name + ".txt"))) {
+        log_say(LEVEL_ERROR, "%s", fork.unreadable);
+        return std::nullopt;
+    }
+    fork_count count;
+    if (!hashes) {
+        if (verbose) {
+            vrmui_say("No hashes stored for fork: %s\n", fork.name);
+        }
+        return count;
+    }
+    count.hashes = ekva_nument(list);
+    if (verbose) {
+        vrmui_say("Found %d hashes stored for fork: %s\n", count.hashes, fork.name);
+    }
+    const std::string root = fork.kept_in_entry ? entry + "/" + fork.name : "";
+    for (s_ekva *const *pair = list + 1; *pair; pair++) {
+        const char *const hash = (*pair)->key, *const path = (*pair)->val;
+        if (log_wants(LEVEL_DEBUG)) {
+            log_say(LEVEL_DEBUG, "vrm_chkhash: found %s: %s\n", hash, path);
+        }
+        count.errors += check_delivered(root + path, hash, verbose);
+        if (fork.edited) {
+            count.errors += check_edited(path, hash, verbose);
+        }
+    }
+    return count;
+}
+
+int vrm_chkhash(vrm_handle *handle, const char *name, unsigned verbose) try {
+    if (!own_vri(vrm_vrl_info(handle, name))) {
+        log_say(LEVEL_ERROR, "vrm_chkhash: %s is not installed", name);
+        return -1;
+    }
+    const std::string entry = std::string(ekva_getval(handle->dirs, "installed")) + "/" + name;
+    fork_count counts[number_of_forks];
+    int errors = 0;
+    for (int place = 0; place < number_of_forks; place++) {
+        const std::optional<fork_count> count = check_fork(entry, forks[place], verbose != 0);
+        if (!count) {
+            return -1;
+        }
+        counts[place] = *count;
+        errors += count->errors;
+    }
+    vrmui_say("%s summary: dump: (%d/%d) conf: (%d/%d) data: (%d/%d) init: (%d/%d)\n", name,
+              counts[dump_fork].hashes, counts[dump_fork].errors, counts[conf_fork].hashes,
+              counts[conf_fork].errors, counts[data_fork].hashes, counts[data_fork].errors,
+              counts[init_fork].hashes, counts[init_fork].errors);
+    return errors;
+} catch (const std::bad_alloc &) {
+    log_say(LEVEL_ERROR, "vrm_chkhash: there is not enough memory");
+    return -1;
+}

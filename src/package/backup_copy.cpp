@@ -1,0 +1,247 @@
+// Copying a file over another one, which is saved to a backup tree first.
+#include <fcntl.h>
+#include <libgen.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "package/backup_journal.h"
+#include "package/fileops.h"
+#include "support/file.h"
+#include "support/log.h"
+
+namespace {
+
+std::string directory_of(const char *path) {
+    std::string copy(path);
+    return dirname(copy.data());
+}
+
+std::string name_of(const char *path) {
+    std::string copy(path);
+    return basename(copy.data());
+}
+
+void make_directory(std::string path) {
+    vrm_vrf_mkdir(path.data(), 0755);
+}
+
+int fail_read_open(const char *path, const char *why) {
+    log_say(LEVEL_ERROR, "Failed to open %s for reading: %s\n", path, why);
+    return -1;
+}
+
+int fail_write(const char *path) {
+    log_say(LEVEL_ERROR, "Failed to write %s: %s\n", path, strerror(errno));
+    return -1;
+}
+
+// Opens for writing, created with the permissions given.
+own_fd open_output(const char *path, int flags, mode_t permissions) {
+    own_fd file(open(path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | flags, permissions));
+    if (!file.valid()) {
+        log_say(LEVEL_ERROR, "Failed to open %s for writing: %s\n", path, strerror(errno));
+    }
+    return file;
+}
+
+bool write_all(int fd, const char *bytes, size_t length) {
+    while (length > 0) {
+        const ssize_t written = write(fd, bytes, length);
+        if (written < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return false;
+        }
+        bytes += written;
+        length -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+// The kernel copies by itself where it can: no bytes pass through here, and some file systems share
+// the blocks. It stops at the first refusal; whatever is left is for the caller to copy.
+uint64_t copy_in_kernel(int from, int to) {
+    constexpr size_t at_once = size_t{1} << 30;
+    uint64_t total = 0;
+    ssize_t done;
+    while ((done = copy_file_range(from, nullptr, to, nullptr, at_once, 0)) > 0) {
+        total += static_cast<uint64_t>(done);
+    }
+    return total;
+}
+
+// Copies to the end of the source and tells the number of bytes. -1 on a failure, which is logged.
+int copy_content(int from, const char *source, int to, const char *target, int32_t *bytes) {
+    uint64_t total = copy_in_kernel(from, to);
+    // Only a read tells the end: files of /proc and the like look empty to the kernel's copy.
+    std::vector<char> block(size_t{128} * 1024);
+    for (;;) {
+        const ssize_t got = read(from, block.data(), block.size());
+        if (got == 0) {
+            break;
+        }
+        if (got < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            log_say(LEVEL_ERROR, "Failed to read %s: %s\n", source, strerror(errno));
+            return -1;
+        }
+        if (!write_all(to, block.data(), static_cast<size_t>(got))) {
+            return fail_write(target);
+        }
+        total += static_cast<uint64_t>(got);
+    }
+    *bytes = told_bytes(total);
+    log_say(LEVEL_DEBUG, "Wrote %d bytes to %s\n", *bytes, target);
+    return 0;
+}
+
+void tell_mode_failure(const char *path) {
+    log_say(LEVEL_WARNING, "Failed to set permission on %s: %s\n", path, strerror(errno));
+}
+
+// By the open file, so that a name that was exchanged meanwhile isn't hit.
+void set_mode(const own_fd &file, const char *path, mode_t mode) {
+    if (fchmod(file.get(), mode & 07777) != 0) {
+        tell_mode_failure(path);
+    }
+}
+
+int back_up(const char *target, mode_t target_mode, const char *backup_base) {
+    const std::string directory = backup_base + directory_of(target);
+    make_directory(directory);
+    const std::string backup = directory + '/' + name_of(target);
+    log_say(LEVEL_DEBUG, "Backing up %s to %s\n", target, backup.c_str());
+
+    const char *why;
+    const own_fd from = open_regular(target, nullptr, &why);
+    if (!from.valid()) {
+        return fail_read_open(target, why);
+    }
+    // Nobody else's to read until it has the mode of the original, which can be a secret.
+    own_fd to = open_output(backup.c_str(), O_TRUNC, 0600);
+    if (!to.valid()) {
+        return -1;
+    }
+    int32_t bytes;
+    if (copy_content(from.get(), target, to.get(), backup.c_str(), &bytes) != 0) {
+        return -1;
+    }
+    // Listed only when it is whole: a rollback trusts the list.
+    if (to.close() != 0) {
+        return fail_write(backup.c_str());
+    }
+    const int noted = note_backup(backup_base, target);
+    // Also when that failed: the line may stand in the list all the same, and then the rollback
+    // gives the file back with this mode.
+    if (chmod(backup.c_str(), target_mode & 07777) != 0) {
+        tell_mode_failure(backup.c_str());
+    }
+    return noted;
+}
+
+// Takes an old target away, after it was saved if there is a backup base.
+int clear_target(const char *target, const char *backup_base) {
+    log_say(LEVEL_DEBUG, "vrm_vrf_copy: checking existence of %s", target);
+    struct stat info;
+    // Links are followed on purpose: a link to a regular file is treated as a regular file, its
+    // content saved and the link removed, and a dangling one counts as missing, so that the copy
+    // writes through it.
+    if (stat(target, &info) != 0) {
+        // Something that only can't be looked at would be overwritten without a backup.
+        if (errno != ENOENT && errno != ENOTDIR) {
+            log_say(LEVEL_ERROR, "Failed to stat %s: %s\n", target, strerror(errno));
+            return -1;
+        }
+        log_say(LEVEL_DEBUG, "vrm_vrf_copy: %s does not exist, no backup necessary", target);
+        return 0;
+    }
+    log_say(LEVEL_DEBUG, "vrm_vrf_copy: %s exists", target);
+    if (!S_ISREG(info.st_mode)) {
+        log_say(LEVEL_ERROR, "%s is not a regular file, refusing to remove it", target);
+        return -1;
+    }
+    if (backup_base && back_up(target, info.st_mode, backup_base) != 0) {
+        return -1;
+    }
+    // The outcome doesn't matter: a file that can't go, such as a mount point, is written over.
+    unlink(target);
+    return 0;
+}
+
+}  // namespace
+
+int note_backup(const char *backup_base, const char *path) try {
+    const std::string index = std::string(backup_base) + "/index.txt";
+    own_fd file = open_output(index.c_str(), O_APPEND, 0666);
+    if (!file.valid()) {
+        return -1;
+    }
+    const std::string line = std::string(path) + '\n';
+    if (!write_all(file.get(), line.data(), line.size()) || file.close() != 0) {
+        return fail_write(index.c_str());
+    }
+    return 0;
+} catch (const std::bad_alloc &) {
+    return -1;
+}
+
+int save_backup(const char *backup_base, const char *path) try {
+    const std::string backup = std::string(backup_base) + path;
+    return vrm_vrf_copy(backup.c_str(), path, nullptr, 1) < 0 ? -1 : note_backup(backup_base, path);
+} catch (const std::bad_alloc &) {
+    return -1;
+}
+
+int32_t vrm_vrf_copy(const char *target, const char *source, const char *backup_base,
+                     int mode) try {
+    if (backup_base) {
+        log_say(LEVEL_DEBUG, "vrm_vrf_copy: backup base is %s, will backup target", backup_base);
+    } else {
+        log_say(LEVEL_DEBUG, "vrm_vrf_copy: backup base is NULL, will not backup target");
+    }
+
+    struct stat info;
+    if (stat(source, &info) != 0) {
+        log_say(LEVEL_ERROR, "Failed to stat %s: %s\n", source, strerror(errno));
+        return -1;
+    }
+    // Opened before the old target goes: a file copied onto itself keeps its content. Something
+    // that never could be copied is refused while the target is still there.
+    const char *why = nullptr;
+    const own_fd from = open_regular(source, nullptr, &why);
+    if (!S_ISREG(info.st_mode)) {
+        return fail_read_open(source, why);
+    }
+    if (clear_target(target, backup_base) != 0) {
+        return -1;
+    }
+
+    log_say(LEVEL_DEBUG, "Copying %s to %s\n", source, target);
+    if (!from.valid()) {
+        return fail_read_open(source, why);
+    }
+    make_directory(directory_of(target));
+    own_fd to = open_output(target, O_TRUNC, mode > 0 ? 0600 : 0666);
+    if (!to.valid()) {
+        return -1;
+    }
+    int32_t bytes;
+    if (copy_content(from.get(), source, to.get(), target, &bytes) != 0) {
+        return -1;
+    }
+    if (mode > 0) {
+        set_mode(to, target, mode == 1 ? info.st_mode : static_cast<mode_t>(mode));
+    }
+    return to.close() == 0 ? bytes : fail_write(target);
+} catch (const std::bad_alloc &) {
+    return -1;
+}

@@ -1,0 +1,183 @@
+#include <archive_entry.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "package/head.h"
+#include "package/payload.h"
+#include "package/vrf.h"
+#include "support/file.h"
+#include "support/log.h"
+
+// A file of which the end can't be reached is no file to unpack from.
+static bool go_to_end_and_back(FILE *stream, const char *path) {
+    if (fseeko(stream, 0, SEEK_END) != 0) {
+        log_say(LEVEL_ERROR, "Failure going to end of %s: %s", path, strerror(errno));
+        return false;
+    }
+    const off_t size = ftello(stream);
+    if (fseeko(stream, 0, SEEK_SET) != 0) {
+        log_say(LEVEL_ERROR, "Failure going to start of %s of size %" PRId64 ": %s", path,
+                static_cast<int64_t>(size), strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+static bool signature_holds(vrm_handle *handle, FILE *stream, vri *info, const char *path) {
+    log_say(LEVEL_DEBUG, "Will verify the package signature");
+    if (!info->rsa_sig_subj) {
+        log_say(LEVEL_ERROR, "No signature subject found");
+        return false;
+    }
+    if (info->rsa_sig_len < 1) {
+        log_say(LEVEL_ERROR, "No signature data found");
+        return false;
+    }
+    // Without a handle there is no certificate store, so nobody is trusted.
+    const bool back = handle && check_signature(handle, stream, info);
+    if (info->sig_status != 1 || !back) {
+        log_say(LEVEL_ERROR, "Failure verifying signature of %s", path);
+        return false;
+    }
+    return true;
+}
+
+// Reads the head and, if asked to, proves the signature. The stream then stands on the payload.
+static bool pass_head(vrm_handle *handle, FILE *stream, const char *path, int verify) try {
+    if (!go_to_end_and_back(stream, path)) {
+        return false;
+    }
+    // Here the message of a short file goes on with the path and the text of error 0: a file that
+    // ends early is no error of the system.
+    std::string description;
+    if (!read_head(stream, std::string(" in ") + path + ": " + strerror(0), &description)) {
+        return false;
+    }
+    const own_vri info(vrk_info_parse(path, 3, description.c_str(), nullptr));
+    if (!info) {
+        log_say(LEVEL_ERROR, "Failed to parse package header");
+        return false;
+    }
+    if (!verify) {
+        log_say(LEVEL_DEBUG, "Not verifying the package signature");
+        return true;
+    }
+    return signature_holds(handle, stream, info.get(), path);
+} catch (const std::bad_alloc &) {
+    return false;
+}
+
+static bool copy_data(archive *reader, archive *writer) {
+    for (;;) {
+        const void *block = nullptr;
+        size_t size = 0;
+        la_int64_t offset = 0;
+        const int got = archive_read_data_block(reader, &block, &size, &offset);
+        if (got == ARCHIVE_EOF) {
+            return true;
+        }
+        if (got != ARCHIVE_OK || archive_write_data_block(writer, block, size, offset) != 0) {
+            const char *reason = archive_error_string(writer);
+            if (!reason) {
+                reason = archive_error_string(reader);
+            }
+            // The library says that a write failed, and keeps to itself that the disk is full.
+            if (archive_errno(writer) > 0) {
+                log_say(LEVEL_INFO, "archive_write_data_block: %s",
+                        strerror(archive_errno(writer)));
+            }
+            log_say(LEVEL_ERROR, "Failed to copy data: %s", reason ? reason : "");
+            return false;
+        }
+    }
+}
+
+static const char *error_of(archive *object) {
+    const char *text = archive_error_string(object);
+    return text ? text : "";
+}
+
+// A member that fails does not stop those behind it. An archive that breaks off between two members
+// is not noticed: the hash lists of the package tell what is missing.
+static bool unpack_members(archive *reader, archive *writer) {
+    bool good = true;
+    archive_entry *entry = nullptr;
+    while (archive_read_next_header(reader, &entry) == ARCHIVE_OK) {
+        if (archive_write_header(writer, entry) != ARCHIVE_OK) {
+            log_say(LEVEL_ERROR, "Failed to write header by archive_write_header: %s",
+                    error_of(writer));
+            good = false;
+        }
+        if (!copy_data(reader, writer)) {
+            good = false;
+        }
+        if (archive_write_finish_entry(writer) != ARCHIVE_OK) {
+            log_say(LEVEL_ERROR, "Failed to write archive by archive_write_finish_entry: %s",
+                    error_of(writer));
+            good = false;
+        }
+    }
+    return good;
+}
+
+// Unpacks the rest of the stream, which is the package file `path`, into the working directory.
+static bool unpack(FILE *stream, const char *path) {
+    own_reader reader(archive_read_new());
+    archive *writer = archive_write_disk_new();
+    if (!reader || !writer) {
+        archive_write_free(writer);
+        return false;
+    }
+    archive_write_disk_set_options(writer, ARCHIVE_EXTRACT_PERM | ARCHIVE_EXTRACT_TIME);
+    if (!open_payload(reader.get(), stream)) {
+        log_say(LEVEL_ERROR, "Failed to read archive by archive_read_open_FILE: %s",
+                error_of(reader.get()));
+        archive_write_free(writer);
+        return false;
+    }
+    bool good = unpack_members(reader.get(), writer);
+    // Breaking off where the payload ends is one thing, a disk that gives no more of it another:
+    // the members that are missing would be missed by nobody.
+    if (ferror(stream)) {
+        log_say(LEVEL_ERROR, "Failed to read %s: %s", path, error_of(reader.get()));
+        good = false;
+    }
+    // Modes and times of directories are set only here, in the working directory.
+    good = archive_write_free(writer) == ARCHIVE_OK && good;
+    if (!good) {
+        fprintf(stderr, "Failed to extract archive\n");
+    }
+    return good;
+}
+
+int vrm_vrf_extract(vrm_handle *handle, const char *path, const char *target, int verify) {
+    own_file stream(fopen_regular(path));
+    if (!stream) {
+        log_say(LEVEL_ERROR, "Failed to open %s for reading", path);
+        return -1;
+    }
+    if (!pass_head(handle, stream.get(), path, verify)) {
+        return -1;
+    }
+    char before[4096];
+    if (!getcwd(before, sizeof before)) {
+        log_say(LEVEL_ERROR, "Failed to read pwd");
+        return -1;
+    }
+    if (chdir(target) != 0) {
+        log_say(LEVEL_ERROR, "Failed to change to installation dir %s", target);
+        return -1;
+    }
+    const bool good = unpack(stream.get(), path);
+    stream.reset();
+    if (chdir(before) != 0) {
+        log_say(LEVEL_ERROR, "Failed to return to previous dir %s", before);
+        return -1;
+    }
+    return good ? 0 : -1;
+}

@@ -1,0 +1,127 @@
+#include "package/fileops.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "package/tree_walk.h"
+#include "support/log.h"
+
+const char *last_char_is(const char *text, int c) {
+    if (!text || !*text) {
+        return nullptr;
+    }
+    const char *last = text + strlen(text) - 1;
+    return *last == static_cast<char>(c) ? last : nullptr;
+}
+
+namespace {
+
+class Remover : public TreeVisitor {
+ public:
+    int leaf(int parent, const char *name, const struct stat &, const std::string &path) override {
+        return remove(parent, name, 0, path);
+    }
+    int leave(int parent, const char *name, const std::string &path) override {
+        return remove(parent, name, AT_REMOVEDIR, path);
+    }
+
+ private:
+    static int remove(int parent, const char *name, int flags, const std::string &path) {
+        if (unlinkat(parent, name, flags) == 0) {
+            return 0;
+        }
+        log_say(LEVEL_ERROR, "can't remove '%s'", path.c_str());
+        return -1;
+    }
+};
+
+class Measurer : public TreeVisitor {
+ public:
+    explicit Measurer(uint64_t *total) : total_(total) {}
+    int leaf(int, const char *, const struct stat &info, const std::string &) override {
+        *total_ += static_cast<uint64_t>(info.st_size);
+        return 0;
+    }
+    int leave(int, const char *, const std::string &) override {
+        return 0;
+    }
+
+ private:
+    uint64_t *total_;
+};
+
+// With a trailing slash even lstat looks behind a symbolic link.
+bool is_link_with_slash(const char *path) {
+    if (!last_char_is(path, '/')) {
+        return false;
+    }
+    std::string bare(path);
+    bare.erase(bare.find_last_not_of('/') + 1);
+    struct stat info;
+    return !bare.empty() && lstat(bare.c_str(), &info) == 0 && S_ISLNK(info.st_mode);
+}
+
+}  // namespace
+
+int vrm_vrf_rmdir(const char *path) try {
+    if (is_link_with_slash(path)) {
+        log_say(LEVEL_ERROR, "can't remove '%s'", path);
+        return -1;
+    }
+    Remover remover;
+    return walk_tree(path, remover);
+} catch (const std::bad_alloc &) {
+    return -1;
+}
+
+int vrm_vrf_dudir(const char *path, uint64_t *total) try {
+    Measurer measurer(total);
+    return walk_tree(path, measurer);
+} catch (const std::bad_alloc &) {
+    return -1;
+}
+
+void vrm_vrf_mkdir(char *path, mode_t mode) try {
+    const size_t given = strlen(path);
+    if (given > 0 && path[given - 1] == '/') {
+        path[given - 1] = '\0';
+    }
+    if (mkdir(path, mode) == 0 || errno == EEXIST) {
+        return;
+    }
+
+    // Up to the first parent that is there or can be made, and down again. A loop and not a
+    // recursion: a hostile path has thousands of components.
+    std::string parent(path);
+    std::vector<size_t> missing{parent.size()};
+    for (;;) {
+        const size_t slash = parent.rfind('/');
+        if (slash == std::string::npos || slash == 0) {
+            break;
+        }
+        parent.resize(slash);
+        if (parent.back() == '/' || slash >= PATH_MAX) {
+            continue;
+        }
+        if (mkdir(parent.c_str(), 0755) == 0 || errno == EEXIST) {
+            break;
+        }
+        missing.push_back(slash);
+    }
+    std::string whole(path);
+    for (; !missing.empty(); missing.pop_back()) {
+        const size_t end = missing.back();
+        const bool last = missing.size() == 1;
+        mkdir(whole.substr(0, end).c_str(), last ? mode : 0755);
+    }
+} catch (const std::bad_alloc &) {
+    return;  // like any other failure, for whoever opens a file in the directory to find out
+}

@@ -1,0 +1,164 @@
+#include "package/hashlist.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "package/vrs.h"
+#include "support/file.h"
+#include "support/log.h"
+#include "support/own.h"
+
+namespace {
+
+constexpr int first_capacity = 100;
+constexpr int record_mode = 3;
+constexpr size_t relative_size = 4097;
+constexpr size_t hash_length = 40;
+// A line of a list: hash, colon, a path, and room for the line end.
+constexpr size_t line_limit = 4193;
+
+struct Entry {
+    std::string name;
+    bool is_directory;
+};
+
+}  // namespace
+
+static bool add_hash(s_ekva ***hashes, const char *hash, const char *path) {
+    if (log_wants(LEVEL_DEBUG)) {
+        log_say(LEVEL_DEBUG, "Adding hash %s for file %s", hash, path);
+    }
+    return ekva_addval(hashes, hash, path, 0) > 0;
+}
+
+int vrm_vrf_vrk_hashes(const char *dir, const char *fork, s_ekva ***hashes) try {
+    const std::string path = std::string(dir) + "/hash/" + fork + ".txt";
+    const own_file stream(fopen_regular(path.c_str()));
+    if (!stream) {
+        log_say(LEVEL_DEBUG, "vrm_vrf_vrk_hashes: no file: %s, exiting", path.c_str());
+        return 0;
+    }
+    *hashes = ekva_new(first_capacity, record_mode);
+    char line[line_limit + 1];
+    while (fgets(line, sizeof line, stream.get())) {
+        line[strcspn(line, "\n")] = '\0';
+        const size_t length = strlen(line);
+        if (length == 0) {
+            continue;
+        }
+        if (length < hash_length + 2 || line[hash_length] != ':') {
+            log_say(LEVEL_ERROR, "Line is smaller than 42 bytes, bye");
+            return -1;
+        }
+        const std::string hash(line, hash_length);
+        // The colon's place is the slash's in memory.
+        line[hash_length] = '/';
+        if (!add_hash(hashes, hash.c_str(), line + hash_length)) {
+            return -1;
+        }
+    }
+    if (ferror(stream.get())) {
+        log_say(LEVEL_ERROR, "Failed to read %s", path.c_str());
+        return -1;
+    }
+    return 0;
+} catch (const std::bad_alloc &) {
+    return -1;
+}
+
+// The entry's own type, links not followed. Not every file system gives it along with the name.
+static bool is_directory(const dirent *entry, const std::string &dir) {
+    if (entry->d_type != DT_UNKNOWN) {
+        return entry->d_type == DT_DIR;
+    }
+    struct stat st = {};
+    return lstat((dir + "/" + entry->d_name).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// All entries but "." and "..", in the order of readdir. The directory is closed again before any
+// entry is looked at: a deep tree must not use up the process's descriptors.
+static bool list_directory(const std::string &path, std::vector<Entry> *entries) {
+    own_dir dir(opendir(path.c_str()));
+    if (!dir) {
+        return false;
+    }
+    errno = 0;
+    while (const dirent *entry = readdir(dir.get())) {
+        if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) {
+            entries->push_back({entry->d_name, is_directory(entry, path)});
+        }
+        errno = 0;
+    }
+    // A listing that broke off would let files pass that nobody hashed.
+    const bool whole = errno == 0;
+    if (closedir(dir.release()) != 0) {
+        log_say(LEVEL_ERROR, "can't close '%s'", path.c_str());
+        return false;
+    }
+    return whole;
+}
+
+static bool hash_file(const std::string &root, const std::string &relative, s_ekva ***hashes) {
+    const std::string path = root + "/" + relative;
+    char hash[hash_length + 1];
+    if (!vrs_sha1_file(path.c_str(), 'x', hash)) {
+        log_say(LEVEL_ERROR, "failed to generate sha1 of %s", path.c_str());
+        return false;
+    }
+    return add_hash(hashes, hash, relative.c_str());
+}
+
+static int hash_tree(const std::string &root, const std::string &relative, s_ekva ***hashes) {
+    const std::string path = root + relative;
+    struct stat st = {};
+    if (lstat(path.c_str(), &st) != 0) {
+        if (errno == ENOENT) {
+            log_say(LEVEL_DEBUG, "no directory %s under %s", relative.c_str(), root.c_str());
+            return 0;
+        }
+        log_say(LEVEL_ERROR, "can't stat '%s'", path.c_str());
+        return -1;
+    }
+    std::vector<Entry> entries;
+    if (!S_ISDIR(st.st_mode) || !list_directory(path, &entries)) {
+        return -1;
+    }
+    if (!*hashes) {
+        *hashes = ekva_new(first_capacity, record_mode);
+    }
+    for (const Entry &entry : entries) {
+        const std::string below = relative + "/" + entry.name;
+        if (!entry.is_directory) {
+            if (!hash_file(root, below, hashes)) {
+                return -1;
+            }
+            continue;
+        }
+        const int result = hash_tree(root, below, hashes);
+        if (result != 0) {
+            log_say(LEVEL_DEBUG, "vrm_vrf_hash_files on %s got rc=%d\n", below.c_str(), result);
+            return result;
+        }
+    }
+    return 0;
+}
+
+int vrm_vrf_hash_files(const char *root, char **relative, s_ekva ***hashes) try {
+    if (!*relative) {
+        *relative = static_cast<char *>(calloc(relative_size, 1));
+        if (!*relative) {
+            return -1;
+        }
+    }
+    return hash_tree(root, *relative, hashes);
+} catch (const std::bad_alloc &) {
+    return -1;
+}

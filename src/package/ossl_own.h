@@ -1,0 +1,31 @@
+// Owners for objects of OpenSSL. Private to the signature code.
+#pragma once
+
+#include <openssl/bio.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+#include <memory>
+
+#include "support/own.h"
+
+using own_bio = std::unique_ptr<BIO, release_with<BIO_free_all>>;
+using own_x509 = std::unique_ptr<X509, release_with<X509_free>>;
+using own_x509_name = std::unique_ptr<X509_NAME, release_with<X509_NAME_free>>;
+using own_pkey = std::unique_ptr<EVP_PKEY, release_with<EVP_PKEY_free>>;
+using own_md_ctx = std::unique_ptr<EVP_MD_CTX, release_with<EVP_MD_CTX_free>>;
+
+// Takes what OpenSSL queues during its life off the error queue again: our failures are told by
+// results and log lines, and a rest in the queue would be found by whoever looks there next.
+class OsslErrorsDropped {
+ public:
+    OsslErrorsDropped() {
+        ERR_set_mark();
+    }
+    ~OsslErrorsDropped() {
+        ERR_pop_to_mark();
+    }
+    OsslErrorsDropped(const OsslErrorsDropped &) = delete;
+    OsslErrorsDropped &operator=(const OsslErrorsDropped &) = delete;
+};

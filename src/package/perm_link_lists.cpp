@@ -1,0 +1,316 @@
+// The lists of permissions and of symbolic links that a package carries.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "package/fileops.h"
+#include "support/file.h"
+#include "support/log.h"
+#include "support/own.h"
+
+namespace {
+
+constexpr size_t line_limit = 4095;
+constexpr size_t field_limit = 2063;
+
+// Reads a list of lines with a fixed number of fields each, separated by `|`.
+template <size_t field_count>
+class FieldList {
+ public:
+    // `function` stands in front of the messages.
+    FieldList(const char *path, const char *function) : path_(path), function_(function) {
+        file_.reset(fopen_regular(path));
+    }
+
+    bool opened() const {
+        return file_ != nullptr;
+    }
+
+    enum class Read { entry, refused, end };
+
+    // Goes to the next line that isn't empty. For a refused line, which is logged, only the first
+    // field is of use, and only to tell whether it was empty.
+    Read next() {
+        for (;;) {
+            const char *refusal = nullptr;
+            if (!read_line(&refusal)) {
+                if (broke_off()) {
+                    log_say(LEVEL_ERROR, "%s: Failed to read %s: %s", function_, path_,
+                            strerror(errno));
+                }
+                return Read::end;
+            }
+            ++number_;
+            const bool fits = split();
+            if (!refusal && !fits) {
+                refusal = "a field is longer than 2063 bytes";
+            }
+            if (refusal) {
+                log_say(LEVEL_ERROR, "%s: Refusing line no %d in %s: %s", function_, number_, path_,
+                        refusal);
+                return Read::refused;
+            }
+            if (!line_.empty()) {
+                return Read::entry;
+            }
+            if (log_wants(LEVEL_DEBUG)) {
+                log_say(LEVEL_DEBUG, "%s: Skipping empty line no %d in %s", function_, number_,
+                        path_);
+            }
+        }
+    }
+
+    const std::string &field(size_t index) const {
+        return fields_[index];
+    }
+
+    // Whether the list ended with a failure to read it, which is logged.
+    bool broke_off() const {
+        return ferror(file_.get()) != 0;
+    }
+
+ private:
+    // Of an overlong line, the limit's worth is kept and the rest is passed over.
+    bool read_line(const char **refusal) {
+        line_.clear();
+        size_t length = 0;
+        int c;
+        while ((c = getc_unlocked(file_.get())) != EOF && c != '\n') {
+            if (c == '\0') {
+                *refusal = "it holds a zero byte";
+            }
+            if (++length <= line_limit) {
+                line_.push_back(static_cast<char>(c));
+            } else {
+                *refusal = "it is longer than 4095 bytes";
+            }
+        }
+        // Of a line that could not be read to its end nothing is applied.
+        return c != EOF || (length > 0 && !broke_off());
+    }
+
+    // A separator behind the last field goes back to that field's first byte, and what follows is
+    // written over what stands there.
+    bool split() {
+        for (std::string &field : fields_) {
+            field.clear();
+        }
+        size_t index = 0, at = 0;
+        for (const char c : line_) {
+            if (c == '|') {
+                at = 0;
+                if (index + 1 < field_count) {
+                    ++index;
+                }
+                continue;
+            }
+            if (at == field_limit) {
+                return false;
+            }
+            std::string &field = fields_[index];
+            if (at < field.size()) {
+                field[at] = c;
+            } else {
+                field.push_back(c);
+            }
+            ++at;
+        }
+        return true;
+    }
+
+    const char *path_;
+    const char *function_;
+    own_file file_;
+    std::string line_;
+    std::array<std::string, field_count> fields_;
+    int number_ = 0;
+};
+
+// The mode of octal digits, file type bits allowed as stat gives them. False with errno set if
+// the text is no such number.
+bool parse_mode(const std::string &text, mode_t *mode) {
+    char *end;
+    errno = 0;
+    const unsigned long value = strtoul(text.c_str(), &end, 8);
+    if (*end != '\0') {
+        if (errno == 0) {
+            errno = EINVAL;
+        }
+        return false;
+    }
+    if (value > (S_IFMT | 07777UL)) {
+        errno = ERANGE;
+        return false;
+    }
+    *mode = static_cast<mode_t>(value);
+    return true;
+}
+
+}  // namespace
+
+int vrm_vrf_perms(const char *path) try {
+    FieldList<2> list(path, "vrm_vrf_perms");
+    using Read = decltype(list)::Read;
+    if (!list.opened()) {
+        log_say(LEVEL_ERROR, "vrm_vrf_perms: Failed to open perm file %s", path);
+        return -1;
+    }
+    int outcome = 0;
+    for (Read read; (read = list.next()) != Read::end;) {
+        if (read == Read::refused) {
+            continue;
+        }
+        const std::string &file = list.field(0);
+        const std::string &text = list.field(1);
+        if (file.empty() || text.empty()) {
+            if (log_wants(LEVEL_DEBUG)) {
+                log_say(LEVEL_DEBUG,
+                        "vrm_vrf_perms: Skipping entry, file or mode not properly specified");
+            }
+            continue;
+        }
+        mode_t mode;
+        if (!parse_mode(text, &mode)) {
+            log_say(LEVEL_ERROR,
+                    "vrm_vrf_perms: Failed to convert mode %s for %s to something meaningful: %s",
+                    text.c_str(), file.c_str(), strerror(errno));
+            continue;
+        }
+        outcome = chmod(file.c_str(), mode);
+        if (outcome != 0) {
+            log_say(LEVEL_ERROR, "vrm_vrf_perms: Failed to set mode of %s to %s: %s", file.c_str(),
+                    text.c_str(), strerror(errno));
+        }
+    }
+    return list.broke_off() ? -1 : outcome;
+} catch (const std::bad_alloc &) {
+    return -1;
+}
+
+namespace {
+
+// Changes to the directory of a line, and makes it first if it isn't there. False if that fails.
+bool enter_directory(const std::string &directory, int *outcome) {
+    struct stat info;
+    *outcome = stat(directory.c_str(), &info);
+    if (*outcome != 0) {
+        std::string writable(directory);
+        vrm_vrf_mkdir(writable.data(), 0755);
+    }
+    if (chdir(directory.c_str()) != 0) {
+        log_say(LEVEL_ERROR,
+                "vrm_vrf_links: Failed to change to directory %s, skipping everything until the "
+                "next directory entry",
+                directory.c_str());
+        return false;
+    }
+    if (log_wants(LEVEL_DEBUG)) {
+        log_say(LEVEL_DEBUG, "vrm_vrf_links: Changed to directory %s.", directory.c_str());
+    }
+    return true;
+}
+
+// A link that isn't there is the usual case of a first installation, so nothing of this is more
+// than a DEBUG line.
+void remove_link(const char *name, int *outcome) {
+    log_say(LEVEL_DEBUG, "vrm_vrf_links: Will remove symbolic link named %s", name);
+    struct stat info;
+    *outcome = lstat(name, &info);
+    if (*outcome != 0) {
+        log_say(LEVEL_DEBUG, "vrm_vrf_links: %s does not exist, or is not accessible: %s", name,
+                strerror(errno));
+        return;
+    }
+    if (!S_ISLNK(info.st_mode)) {
+        log_say(LEVEL_DEBUG,
+                "vrm_vrf_links: %s exists, but is not a symbolic link, refusing to delete", name);
+        return;
+    }
+    *outcome = unlink(name);
+    if (*outcome != 0) {
+        log_say(LEVEL_DEBUG, "vrm_vrf_links: Failed to remove symbolic link named %s: %s", name,
+                strerror(errno));
+    }
+}
+
+void create_link(const char *target, const char *name, int *outcome) {
+    if (log_wants(LEVEL_DEBUG)) {
+        log_say(LEVEL_DEBUG, "vrm_vrf_links: Will create symbolic link named %s pointing to %s",
+                name, target);
+    }
+    *outcome = symlink(target, name);
+    if (*outcome != 0) {
+        log_say(LEVEL_ERROR,
+                "vrm_vrf_links: Failed to create symbolic link named %s pointing to %s: %s", name,
+                target, strerror(errno));
+    }
+}
+
+// Goes through the list; the working directory is then the last one that could be reached.
+int apply_links(FieldList<3> &list, bool remove, bool create) try {
+    using Read = FieldList<3>::Read;
+    int outcome = 0;
+    bool unreachable = false;
+    for (Read read; (read = list.next()) != Read::end;) {
+        const std::string &directory = list.field(0);
+        if (read == Read::refused) {
+            // The lines behind a directory that was refused must not land in the one before it.
+            if (!directory.empty()) {
+                unreachable = true;
+            }
+            continue;
+        }
+        if (!directory.empty()) {
+            unreachable = !enter_directory(directory, &outcome);
+        }
+        const std::string &target = list.field(1);
+        const std::string &name = list.field(2);
+        if (target.empty() || name.empty()) {
+            continue;
+        }
+        if (unreachable) {
+            if (log_wants(LEVEL_DEBUG)) {
+                log_say(LEVEL_DEBUG,
+                        "vrm_vrf_links: Skipping entry, as directory could not be reached");
+            }
+            continue;
+        }
+        if (remove) {
+            remove_link(name.c_str(), &outcome);
+        }
+        if (create) {
+            create_link(target.c_str(), name.c_str(), &outcome);
+        }
+    }
+    return list.broke_off() ? -1 : outcome;
+} catch (const std::bad_alloc &) {
+    return -1;
+}
+
+}  // namespace
+
+int vrm_vrf_links(const char *path, int remove, int create) {
+    const own_string start(getcwd(nullptr, 0));
+    if (!start) {
+        log_say(LEVEL_ERROR, "vrm_vrf_links: Failed to read pwd");
+        return -1;
+    }
+    FieldList<3> list(path, "vrm_vrf_links");
+    if (!list.opened()) {
+        log_say(LEVEL_ERROR, "vrm_vrf_links: Failed to open link file %s", path);
+        return -1;
+    }
+    const int outcome = apply_links(list, remove != 0, create != 0);
+    if (chdir(start.get()) != 0) {
+        log_say(LEVEL_ERROR, "Failed to change to initial directory %s", start.get());
+        return -1;
+    }
+    return outcome;
+}

@@ -1,0 +1,26 @@
+// A walk through a directory tree, children before their directory. Private to the file operations.
+//
+// The walk goes by descriptors and names relative to them: a directory that someone replaces by a
+// symbolic link meanwhile doesn't lead it elsewhere, and no depth is beyond the longest path. Of a
+// deep tree only the innermost directories are held open; an outer one is opened again through
+// ".." and must then be the one that it was.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+
+class TreeVisitor {
+ public:
+    virtual ~TreeVisitor() = default;
+    // Meets something that is no directory: `name` in the open directory `parent`. `path` is its
+    // full path, for messages. Returns 0 or -1.
+    virtual int leaf(int parent, const char *name, const struct stat &info,
+                     const std::string &path) = 0;
+    // Leaves a directory, after all of its entries. Returns 0 or -1.
+    virtual int leave(int parent, const char *name, const std::string &path) = 0;
+};
+
+// Walks a path and all below it. A failure is remembered and the walk goes on. Returns 0, also for
+// a path that doesn't exist, or -1 when anything failed.
+int walk_tree(const char *path, TreeVisitor &visitor);

@@ -1,0 +1,286 @@
+#include <strings.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "package/vri.h"
+#include "support/arch.h"
+#include "support/ldif_reader.h"
+#include "support/log.h"
+
+namespace {
+
+// The attributes of a text up to its first empty line. A text is parsed once for all lookups: a
+// catalogue holds tens of thousands of descriptions, and one of them may name hundreds of
+// dependencies.
+class Attributes {
+ public:
+    explicit Attributes(const char *text);
+
+    // The value of the first line of this name, names compared without regard to case; null when
+    // there is none. Values may hold NUL bytes.
+    const std::string *find(const char *name) const;
+    // The values of all lines of this name, in order.
+    std::vector<const std::string *> all(const char *name) const;
+
+ private:
+    struct Line {
+        std::string name;
+        std::string value;
+    };
+    std::vector<Line> lines_;
+};
+
+Attributes::Attributes(const char *text) {
+    ldif_reader reader(text);
+    if (!reader.next()) {
+        fprintf(stderr, "ldif_entry_get_attr: failed to parse ldif buffer\n");
+        return;
+    }
+    do {
+        if (reader.line_kind() == ldif_reader::kind::empty) {
+            return;
+        }
+        lines_.push_back({reader.name(), reader.value()});
+    } while (reader.next());
+}
+
+const std::string *Attributes::find(const char *name) const {
+    for (const Line &line : lines_) {
+        if (strcasecmp(line.name.c_str(), name) == 0) {
+            return &line.value;
+        }
+    }
+    return nullptr;
+}
+
+std::vector<const std::string *> Attributes::all(const char *name) const {
+    std::vector<const std::string *> values;
+    for (const Line &line : lines_) {
+        if (strcasecmp(line.name.c_str(), name) == 0) {
+            values.push_back(&line.value);
+        }
+    }
+    return values;
+}
+
+}  // namespace
+
+// Copies a value to a field of the record, which stays null for an attribute that isn't there.
+// False when memory fails: a record that lost its variant that way would be another package's.
+static bool take(const std::string *value, char **field) {
+    *field = value ? strdup(value->c_str()) : nullptr;
+    return *field || !value;
+}
+
+// Scans a number as "%ld" does on a machine whose long has 64 bits.
+static bool scan_number(const std::string &text, int64_t *number) {
+    char *behind = nullptr;
+    const long long scanned = strtoll(text.c_str(), &behind, 10);
+    if (behind == text.c_str()) {
+        return false;
+    }
+    *number = scanned;
+    return true;
+}
+
+static uint64_t size_of(const std::string *value) {
+    int64_t number = 0;
+    if (value) {
+        scan_number(*value, &number);
+    }
+    return static_cast<uint64_t>(number);
+}
+
+static bool known_format(const Attributes &text, const char *label) {
+    const std::string *version = text.find("evrmVersion");
+    if (!version || version->empty()) {
+        log_say(LEVEL_INFO, "vrk_info_parse: Unspecified package format");
+        return false;
+    }
+    int format = 0;
+    if (strcmp(version->c_str(), "1.0") == 0) {
+        format = 1;
+    } else if (strcmp(version->c_str(), "2.0") == 0) {
+        format = 2;
+    } else {
+        log_say(LEVEL_INFO, "vrk_info_parse: Unknown package format %s", version->c_str());
+        return false;
+    }
+    if (log_wants(LEVEL_DEBUG)) {
+        log_say(LEVEL_DEBUG, "%s: Package format: %d", label ? label : "", format);
+    }
+    return true;
+}
+
+static bool parse_names(const Attributes &text, vri *info) {
+    return take(text.find("evrkName"), &info->name) &&
+           take(text.find("evrkVariant"), &info->variant) &&
+           take(text.find("evrkVersion"), &info->version) && info->name && info->version;
+}
+
+static bool parse_architecture(const Attributes &text, vri *info) {
+    const std::string *name = text.find("evrkArchitecture");
+    if (!name) {
+        log_say(LEVEL_INFO, "vrk_info_parse: Unspecified architecture\n");
+        return false;
+    }
+    info->arch = vrm_arch_getid(name->c_str());
+    if (info->arch == arch_unknown) {
+        log_say(LEVEL_INFO, "vrk_info_parse: Unsupported architecture: %s\n", name->c_str());
+        return false;
+    }
+    return true;
+}
+
+static bool parse_dependencies(const Attributes &text, vri *info) {
+    const auto values = text.all("evrkDependency");
+    if (values.empty()) {
+        return true;
+    }
+    info->deps = static_cast<char **>(calloc(values.size() + 1, sizeof(char *)));
+    if (!info->deps) {
+        return false;
+    }
+    for (size_t i = 0; i < values.size(); i++) {
+        if (!take(values[i], &info->deps[i])) {
+            return false;
+        }
+    }
+    return true;
+}
+
+static bool parse_signature_data(const Attributes &text, vri *info) {
+    const std::string *data = text.find("evrkRsaSigData");
+    if (!data) {
+        return true;
+    }
+    info->rsa_sig_data = static_cast<unsigned char *>(calloc(data->size() + 1, 1));
+    if (!info->rsa_sig_data) {
+        return false;
+    }
+    memcpy(info->rsa_sig_data, data->data(), data->size());
+    info->rsa_sig_len = static_cast<int32_t>(data->size());
+    return true;
+}
+
+static bool parse_file_attributes(const Attributes &text, vri *info) {
+    info->datasize = size_of(text.find("evrkDataSize"));
+    return take(text.find("evrkFileHash"), &info->filehash) &&
+           take(text.find("evrkRsaSigSubj"), &info->rsa_sig_subj) &&
+           parse_signature_data(text, info);
+}
+
+static bool parse_location(const Attributes &text, vri *info) {
+    info->filesize = size_of(text.find("evrkFileSize"));
+    return take(text.find("evrkAbsoluteURI"), &info->absolute_uri) &&
+           take(text.find("evrkRelativeURI"), &info->relative_uri);
+}
+
+static bool parse_install_time(const Attributes &inst, vri *info) {
+    const std::string *time = inst.find("evrkInstallTime");
+    if (!time || time->empty()) {
+        log_say(LEVEL_ERROR, "vrk_info_parse: No install time found, package is corrupt");
+        return false;
+    }
+    if (!scan_number(*time, &info->install_time)) {
+        log_say(LEVEL_ERROR, "vrk_info_parse: Failed to parse install time");
+        return false;
+    }
+    return true;
+}
+
+static bool parse_update_times(const Attributes &inst, vri *info) {
+    const auto values = inst.all("evrkUpdateTime");
+    if (values.empty()) {
+        return true;
+    }
+    info->update_times = static_cast<int64_t *>(calloc(values.size() + 1, sizeof(int64_t)));
+    if (!info->update_times) {
+        return false;
+    }
+    for (size_t i = 0; i < values.size(); i++) {
+        if (values[i]->empty()) {
+            log_say(LEVEL_ERROR, "vrk_info_parse: Failure reading update time, package is corrupt");
+            return false;
+        }
+        if (!scan_number(*values[i], &info->update_times[i])) {
+            log_say(LEVEL_ERROR, "vrk_info_parse: Failed to parse update time");
+            return false;
+        }
+    }
+    return true;
+}
+
+static bool parse_install_type(const Attributes &inst, vri *info) {
+    const std::string *type = inst.find("evrkInstallType");
+    if (!type || type->empty()) {
+        log_say(LEVEL_ERROR, "vrk_info_parse: No install type found, package is corrupt");
+        return false;
+    }
+    info->install_type = type->front();
+    if (info->install_type == '\0') {
+        log_say(LEVEL_ERROR, "vrk_info_parse: Failed to parse install type");
+        return false;
+    }
+    if (info->install_type == 'X') {
+        return true;
+    }
+    if (info->install_type != 'D') {
+        log_say(LEVEL_ERROR, "vrk_info_parse: Invalid install type: %c", info->install_type);
+        return false;
+    }
+    const std::string *head = inst.find("evrkInstallHead");
+    if (!head || head->empty()) {
+        log_say(LEVEL_ERROR, "vrk_info_parse: No install head found, package is corrupt");
+        return false;
+    }
+    return take(head, &info->install_head);
+}
+
+static bool parse_install_info(const char *text, vri *info) {
+    if (!text) {
+        log_say(LEVEL_ERROR, "vrk_info_parse: No install info found, package is corrupt");
+        return false;
+    }
+    const Attributes inst(text);
+    return parse_install_time(inst, info) && parse_update_times(inst, info) &&
+           parse_install_type(inst, info);
+}
+
+vri *vrk_info_parse(const char *label, int32_t mode, const char *description,
+                    const char *inst) try {
+    own_vri info(static_cast<vri *>(calloc(1, sizeof(vri))));
+    if (!info) {
+        return nullptr;
+    }
+    info->flag = 1;
+
+    const Attributes text(description);
+    if (mode != 1 && !known_format(text, label)) {
+        return nullptr;
+    }
+    if (!parse_names(text, info.get()) || !parse_architecture(text, info.get())) {
+        return nullptr;
+    }
+    if (!take(text.find("evrkCreator"), &info->creator) ||
+        !take(text.find("evrkDescription"), &info->description) || !info->description) {
+        return nullptr;
+    }
+    if (!parse_dependencies(text, info.get()) || !parse_file_attributes(text, info.get())) {
+        return nullptr;
+    }
+    if (mode == 1 && !parse_location(text, info.get())) {
+        return nullptr;
+    }
+    if (mode == 2 && !parse_install_info(inst, info.get())) {
+        return nullptr;
+    }
+    return info.release();
+} catch (const std::bad_alloc &) {
+    return nullptr;
+}

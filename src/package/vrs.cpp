@@ -1,0 +1,212 @@
+#include "package/vrs.h"
+
+#include <fcntl.h>
+#include <openssl/pem.h>
+#include <openssl/sha.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "package/ossl_own.h"
+#include "package/osslutil.h"
+#include "support/digest.h"
+#include "support/file.h"
+#include "support/log.h"
+
+namespace {
+
+enum Outcome {
+    VERIFIED = 1,
+    STEP_FAILED = 0,
+    UNTRUSTED = -2,
+    INVALID = -3,
+    EXPIRED = -4,
+    NOT_YET_VALID = -5,
+};
+
+// Where the store keeps the certificate of a subject; empty if the subject doesn't parse.
+std::string store_path(const vrm_handle *handle, const char *subject) {
+    own_x509_name name(subject ? x509_str2subj(subject, MBSTRING_ASC, 0) : nullptr);
+    if (!name) {
+        log_say(LEVEL_INFO, "Failure parsing signer %s", subject ? subject : "");
+        return "";
+    }
+    const unsigned long hash = X509_NAME_hash_ex(name.get(), nullptr, nullptr, nullptr);
+    const char *store = ekva_getval(handle->dirs, "certstore");
+    char file[32];
+    snprintf(file, sizeof file, "%08lx.crt", hash);
+    return std::string(store ? store : "") + '/' + file;
+}
+
+// Without this a file that holds something encrypted would ask for a password on the terminal.
+int no_password(char *, int, int, void *) {
+    return -1;
+}
+
+own_x509 read_certificate(const std::string &path) {
+    own_x509 certificate;
+    const own_bio file(BIO_new(BIO_s_file()));
+    if (file && BIO_read_filename(file.get(), path.c_str()) > 0) {
+        certificate.reset(PEM_read_bio_X509_AUX(file.get(), nullptr, no_password, nullptr));
+    }
+    if (!certificate) {
+        log_say(LEVEL_INFO, "Failure reading %s\n", path.c_str());
+    }
+    return certificate;
+}
+
+bool subject_is(X509 *certificate, const char *subject) {
+    const std::unique_ptr<char, decltype([](char *text) { OPENSSL_free(text); })> line(
+        X509_NAME_oneline(X509_get_subject_name(certificate), nullptr, 0));
+    if (line && strcmp(line.get(), subject) == 0) {
+        return true;
+    }
+    log_say(LEVEL_INFO, "Subjects do not match");
+    return false;
+}
+
+void say_date(const char *label, time_t date) {
+    struct tm parts = {};
+    localtime_r(&date, &parts);
+    log_say(LEVEL_DEBUG, "vrs_vferify_rsa: %s: %4d-%02d-%02d %02d:%02d:%02d", label,
+            parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min,
+            parts.tm_sec);
+}
+
+// VERIFIED if the certificate is within its dates.
+Outcome check_dates(X509 *certificate, time_t now) {
+    const time_t from = asn1_utc_time(X509_getm_notBefore(certificate));
+    const time_t until = asn1_utc_time(X509_getm_notAfter(certificate));
+    say_date("Valid from", from);
+    say_date("Valid until", until);
+    // The start first: a certificate that is wrong at both ends is not yet valid.
+    if (from > now) {
+        log_say(LEVEL_INFO, "Certificate is not yet valid");
+        return NOT_YET_VALID;
+    }
+    if (until < now) {
+        log_say(LEVEL_INFO, "Certificate has expired");
+        return EXPIRED;
+    }
+    log_say(LEVEL_DEBUG, "vrs_vferify_rsa: Certificate is valid");
+    return VERIFIED;
+}
+
+// Feeds the rest of the stream to the digest, never holding more than a block of it.
+bool digest_stream(EVP_MD_CTX *context, FILE *stream) {
+    const own_bio data(BIO_new_fp(stream, BIO_NOCLOSE));
+    if (!data) {
+        return false;
+    }
+    std::array<unsigned char, 8192> block;
+    uint64_t total = 0;
+    for (;;) {
+        const int got = BIO_read(data.get(), block.data(), static_cast<int>(block.size() - 1));
+        if (got < 0) {
+            log_say(LEVEL_INFO, "read erro in BIO_read");
+            return false;
+        }
+        if (got == 0) {
+            break;
+        }
+        if (EVP_DigestVerifyUpdate(context, block.data(), static_cast<size_t>(got)) != 1) {
+            return false;
+        }
+        total += static_cast<uint64_t>(got);
+    }
+    log_say(LEVEL_DEBUG, "vrs_vferify_rsa: Got %d bytes of package data", told_bytes(total));
+    return true;
+}
+
+Outcome verify_payload(EVP_PKEY *key, const unsigned char *signature, int32_t length,
+                       FILE *stream) {
+    const own_bio filter(BIO_new(BIO_f_md()));
+    EVP_MD_CTX *context = nullptr;
+    if (!filter || BIO_get_md_ctx(filter.get(), &context) <= 0 || !context) {
+        log_say(LEVEL_INFO, "failure loading signature");
+        return STEP_FAILED;
+    }
+    if (EVP_DigestVerifyInit(context, nullptr, EVP_sha1(), nullptr, key) != 1) {
+        log_say(LEVEL_INFO, "EVP_DigestVerifyInit: failure initializing signature");
+        return STEP_FAILED;
+    }
+    if (!digest_stream(context, stream)) {
+        return STEP_FAILED;
+    }
+    const bool fits = signature && length > 0 &&
+                      EVP_DigestVerifyFinal(context, signature, static_cast<size_t>(length)) >= 1;
+    if (!fits) {
+        log_say(LEVEL_ERROR, "Failure verifiying package signature");
+        return INVALID;
+    }
+    log_say(LEVEL_DEBUG, "Package signature succesfuly verified");
+    return VERIFIED;
+}
+
+}  // namespace
+
+int vrs_fverify_rsa(vrm_handle *handle, const char *subject, const unsigned char *signature,
+                    int32_t length, FILE *stream) try {
+    const time_t now = time(nullptr);
+    const OsslErrorsDropped errors;
+    const std::string path = store_path(handle, subject);
+    if (path.empty()) {
+        return UNTRUSTED;
+    }
+    const own_x509 certificate = read_certificate(path);
+    if (!certificate || !subject_is(certificate.get(), subject)) {
+        return UNTRUSTED;
+    }
+    const Outcome dates = check_dates(certificate.get(), now);
+    if (dates != VERIFIED) {
+        return dates;
+    }
+    const own_pkey key(X509_get_pubkey(certificate.get()));
+    if (!key) {
+        log_say(LEVEL_INFO, "failure loading public key");
+        return STEP_FAILED;
+    }
+    return verify_payload(key.get(), signature, length, stream);
+} catch (const std::bad_alloc &) {
+    return STEP_FAILED;
+}
+
+char *vrs_sha1_file(const char *path, char format, char *out) try {
+    const own_fd file = open_regular(path);
+    const OsslErrorsDropped errors;
+    const own_md_ctx context(EVP_MD_CTX_new());
+    if (!file.valid() || !context || EVP_DigestInit_ex(context.get(), EVP_sha1(), nullptr) != 1) {
+        return nullptr;
+    }
+
+    // In blocks: what is hashed can be larger than the memory of the machine.
+    posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+    std::vector<unsigned char> block(size_t{64} * 1024);
+    for (;;) {
+        const ssize_t got = read(file.get(), block.data(), block.size());
+        if (got == 0) {
+            break;
+        }
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < 0 ||
+            EVP_DigestUpdate(context.get(), block.data(), static_cast<size_t>(got)) != 1) {
+            return nullptr;
+        }
+    }
+    std::array<unsigned char, SHA_DIGEST_LENGTH> digest;
+    if (EVP_DigestFinal_ex(context.get(), digest.data(), nullptr) != 1) {
+        return nullptr;
+    }
+    return sha1_format(digest.data(), format, out);
+} catch (const std::bad_alloc &) {
+    return nullptr;
+}

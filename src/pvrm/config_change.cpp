@@ -1,0 +1,117 @@
+#include "pvrm/config_change.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "pvrm/tell.h"
+#include "support/file.h"
+#include "support/own.h"
+#include "support/text.h"
+#include "support/vconf.h"
+
+static std::string as_read(std::string text) {
+    _clean_val(text.data());
+    return text.c_str();
+}
+
+std::optional<std::string> config_text(const std::string &value) {
+    const auto is_control = [](char c) {
+        return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7F;
+    };
+    if (std::any_of(value.begin(), value.end(), is_control)) {
+        return std::nullopt;
+    }
+    std::string quoted = "\"";
+    for (const char c : value) {
+        quoted += c == '"' || c == '\'' ? std::string("\\") + c : std::string(1, c);
+    }
+    // Behind a backslash a closing quote would be none. A line may end without it.
+    for (const std::string &text : {value, quoted + '"', quoted}) {
+        if (as_read(text) == value) {
+            return text;
+        }
+    }
+    return std::nullopt;
+}
+
+// The directory, as the file itself is another one after each change.
+config_lock::config_lock(const std::string &path)
+    : dir_(open(std::filesystem::path(path).parent_path().c_str(),
+                O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    if (dir_ >= 0 && flock(dir_, LOCK_EX | LOCK_NB) != 0) {
+        close(dir_);
+        dir_ = -1;
+    }
+}
+
+config_lock::~config_lock() {
+    if (dir_ >= 0) {
+        close(dir_);
+    }
+}
+
+bool config_lock::held() const {
+    return dir_ >= 0;
+}
+
+bool replace_in_config(const std::string &path, const std::string &key, const std::string &text) {
+    own_ekva change(ekva_new(1, 2));
+    add_pair(&change, key.c_str(), text.c_str());
+    return vconf_replace(path.c_str(), change.get(), 1) == 0;
+}
+
+static bool failed(const std::string &path) {
+    tell_problem("%s can't be written: %s", path.c_str(), strerror(errno));
+    return false;
+}
+
+// The old text with one line more, as a file with the owner and the permissions of the old one.
+static bool write_longer(const std::string &next, const std::string &path,
+                         const std::string &line) {
+    struct stat status;
+    size_t size = 0;
+    const own_string content(_read_file(path.c_str(), &size));
+    if (!content || stat(path.c_str(), &status) != 0) {
+        tell_problem("%s can't be read: %s", path.c_str(), strerror(errno));
+        return false;
+    }
+    own_fd fd(open(next.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!fd.valid()) {
+        return failed(next);
+    }
+    (void)!fchown(fd.get(), status.st_uid, status.st_gid);
+    own_file out = fd.stream("w");
+    const bool ends_in_newline = size == 0 || content.get()[size - 1] == '\n';
+    const bool written =
+        out && fwrite(content.get(), 1, size, out.get()) == size &&
+        fprintf(out.get(), "%s%s\n", ends_in_newline ? "" : "\n", line.c_str()) >= 0 &&
+        fflush(out.get()) == 0 && fsync(fileno(out.get())) == 0 &&
+        fchmod(fileno(out.get()), status.st_mode & 07777) == 0;
+    const bool closed = out && fclose(out.release()) == 0;
+    return (written && closed) || failed(next);
+}
+
+bool add_to_config(const std::string &path, const std::string &key, const std::string &text) {
+    const std::string next = path + ".next", prev = path + ".prev";
+    unlink(next.c_str());  // what a process left that was killed
+    if (!write_longer(next, path, key + "=" + text)) {
+        unlink(next.c_str());
+        return false;
+    }
+    // A second name for the old file, so that there is a configuration at each moment.
+    unlink(prev.c_str());
+    if ((link(path.c_str(), prev.c_str()) != 0 && file_copy(prev.c_str(), path.c_str(), 1) < 0) ||
+        rename(next.c_str(), path.c_str()) != 0) {
+        failed(path);
+        unlink(next.c_str());
+        return false;
+    }
+    return true;
+}

@@ -1,0 +1,43 @@
+#include "pvrm/interruption.h"
+
+#include <sys/wait.h>
+
+#include <csignal>
+
+#include "transaction/interrupt.h"
+
+static void ask_for_an_end(int) {
+    vrm_stop_requested = 1;
+}
+
+static void set_handler(int signal, void (*handler)(int)) {
+    struct sigaction action = {};
+    sigemptyset(&action.sa_mask);
+    // Without SA_RESTART: the read that waits for an answer must come back.
+    action.sa_handler = handler;
+    sigaction(signal, &action, nullptr);
+}
+
+void outlive_watchers() {
+    // Ignored, not handled: the commands of packages inherit that.
+    set_handler(SIGHUP, SIG_IGN);
+    set_handler(SIGPIPE, SIG_IGN);
+}
+
+void hold_signals() {
+    outlive_watchers();
+    set_handler(SIGINT, ask_for_an_end);
+    set_handler(SIGTERM, ask_for_an_end);
+}
+
+bool was_interrupted(int status) {
+    // While a script runs, an interruption from the keyboard reaches the script and not us.
+    const bool killed = status > 0 && WIFSIGNALED(status) &&
+                        (WTERMSIG(status) == SIGINT || WTERMSIG(status) == SIGTERM);
+    const bool told_by_shell =
+        status > 0 && WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGINT;
+    if (killed || told_by_shell) {
+        vrm_stop_requested = 1;
+    }
+    return vrm_stop_requested;
+}

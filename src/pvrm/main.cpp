@@ -1,0 +1,266 @@
+// pvrm, the privileged command line tool: everything that changes the system goes through it.
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <new>
+
+#include "pvrm/exit_status.h"
+#include "pvrm/options.h"
+#include "pvrm/privilege.h"
+#include "pvrm/report_format.h"
+#include "pvrm/tell.h"
+#include "pvrm/words.h"
+
+namespace {
+
+constexpr char footer[] =
+    "For all words: -y --yes takes the default answers, -n --dry-run only shows what would be "
+    "done,\n"
+    "-q --quiet tells no steps, -v --verbose logs every detail.\n"
+    "Exit status: 0 done, 1 something failed, 2 wrong usage, 3 not permitted,\n"
+    "4 the repository is locked. The manual page pvrm(8) tells more.";
+
+// A word with what it needs to run.
+struct word {
+    CLI::App *command;
+    bool changes_system;  // needs root, unless nothing is really done
+    std::function<int()> run;
+};
+
+struct command_line {
+    common_options common;
+    config_options config;
+    install_options install;
+    remove_options remove;
+    std::string pattern, package, path, certificate, format;
+    bool oldest_first = false;
+    std::vector<std::string> dirs, upgrades, audited;
+    std::vector<word> words;
+
+    CLI::App *add(CLI::App &app, const char *name, const char *help, bool changes_system,
+                  std::function<int()> run) {
+        CLI::App *command = app.add_subcommand(name, help);
+        words.push_back({command, changes_system, std::move(run)});
+        return command;
+    }
+};
+
+void add_common_options(CLI::App &app, common_options &options) {
+    app.add_flag("-y,--yes", options.yes, "Take the default answer to every question");
+    app.add_flag("-n,--dry-run", options.dry_run, "Show what would be done, and do nothing");
+    app.add_flag("-q,--quiet", options.quiet, "Tell no steps, only results and problems");
+    app.add_flag("-v,--verbose", options.verbose, "Let the log take every detail");
+}
+
+void add_format_option(CLI::App *word, command_line &line, const std::vector<std::string> &names) {
+    word->add_option("--format", line.format, "Show it in this form")
+        ->check(CLI::IsMember(names))
+        ->type_name("FORMAT");
+}
+
+void add_reading_words(CLI::App &app, command_line &line) {
+    CLI::App *list = line.add(app, "list", "List what is installed", false, [&line] {
+        return word_list(line.common, line.pattern, line.format);
+    });
+    list->add_option("PATTERN", line.pattern, "Only packages whose name or description matches");
+    add_format_option(list, line, list_format_names);
+
+    CLI::App *search =
+        line.add(app, "search", "Search the catalogue by name or description", false,
+                 [&line] { return word_search(line.common, line.pattern, line.format); });
+    search->add_option("PATTERN", line.pattern, "A name, or a pattern with * and ?")->required();
+    add_format_option(search, line, list_format_names);
+
+    CLI::App *info = line.add(app, "info", "Show one package in full", false, [&line] {
+        return word_info(line.common, line.package, line.format);
+    });
+    info->add_option("NAME|FILE", line.package, "A package or a package file")->required();
+    add_format_option(info, line, info_format_names);
+
+    CLI::App *files = line.add(app, "files", "List the paths of a package, one a line", false,
+                               [&line] { return word_files(line.common, line.package); });
+    files->add_option("NAME|FILE", line.package, "An installed package or a package file")
+        ->required();
+
+    CLI::App *owner = line.add(app, "owner", "Print the name of the package that owns a file",
+                               false, [&line] { return word_owner(line.common, line.path); });
+    owner->add_option("PATH", line.path, "A file of the system")->required();
+
+    CLI::App *depends =
+        line.add(app, "depends", "Show what a package needs, as a tree", false,
+                 [&line] { return word_depends(line.common, line.package, line.dirs); });
+    depends->add_option("NAME|FILE", line.package, "A package or a package file")->required();
+    depends->add_option("--dir", line.dirs, "Look for dependencies here too; may be repeated")
+        ->allow_extra_args(false);
+
+    CLI::App *verify =
+        line.add(app, "verify", "Compare the files of packages with what was delivered", false,
+                 [&line] { return word_verify(line.common, line.audited); });
+    verify->add_option("NAME", line.audited, "Installed packages; without names all of them");
+
+    line.add(app, "orphans", "List dependencies that no installed package needs any more", false,
+             [&line] { return word_orphans(line.common); });
+
+    CLI::App *why = line.add(app, "why", "Show what an installed package is needed for", false,
+                             [&line] { return word_why(line.common, line.package); });
+    why->add_option("NAME", line.package, "An installed package")->required();
+
+    CLI::App *log =
+        line.add(app, "log", "Show what was installed, upgraded and removed", false,
+                 [&line] { return word_log(line.common, line.format, line.oldest_first); });
+    add_format_option(log, line, log_format_names);
+    log->add_flag("--oldest-first", line.oldest_first, "Begin with the oldest entry");
+}
+
+// It changes the system only when it is given a value.
+void add_config(CLI::App &app, command_line &line) {
+    CLI::App *config =
+        line.add(app, "config", "Show the configuration, or one key of it, or change one", false,
+                 [&line] { return word_config(line.common, line.config); });
+    config->add_option("KEY", line.config.key, "Show the value of this key");
+    config->add_option("VALUE", line.config.value, "Give it this value");
+    const size_t entry = line.words.size() - 1;
+    config->parse_complete_callback([config, &line, entry] {
+        line.config.has_key = config->get_option("KEY")->count() > 0;
+        line.config.has_value = config->get_option("VALUE")->count() > 0;
+        line.words[entry].changes_system = line.config.has_value;
+    });
+}
+
+void add_changing_words(CLI::App &app, command_line &line) {
+    line.add(app, "allowed", "Tell by the exit status whether the caller may change the system",
+             false, word_allowed);
+
+    line.add(app, "refresh", "Bring the package catalogue up to date", true,
+             [&line] { return word_refresh(line.common); });
+
+    install_options &what = line.install;
+    CLI::App *install = line.add(app, "install", "Install packages and what they need", true,
+                                 [&line] { return word_install(line.common, line.install); });
+    install->add_option("NAME|FILE", what.requests, "Packages or package files")->required();
+    install->add_option("--variant", what.variant, "Install this variant");
+    install->add_option("--version", what.version, "Install this version");
+    install->add_option("--dir", what.dirs, "Look for dependencies here too; may be repeated")
+        ->allow_extra_args(false);
+    install->parse_complete_callback(
+        [install, &what] { what.has_variant = install->get_option("--variant")->count() > 0; });
+
+    remove_options &gone = line.remove;
+    CLI::App *remove = line.add(app, "remove", "Remove packages and what only they needed", true,
+                                [&line] { return word_remove(line.common, line.remove); });
+    remove->add_option("NAME", gone.requests, "Installed packages")->required();
+    remove->add_flag("--keep-deps", gone.keep_deps, "Leave what only they needed installed");
+
+    CLI::App *upgrade =
+        line.add(app, "upgrade", "Upgrade packages to newer versions, without names all of them",
+                 true, [&line] { return word_upgrade(line.common, line.upgrades); });
+    upgrade->add_option("NAME|FILE", line.upgrades, "Installed packages or package files");
+
+    line.add(app, "cleanup", "Remove staged package files and what a crash left behind", true,
+             [&line] { return word_cleanup(line.common); });
+
+    line.add(app, "check", "Look for damaged entries of the inventory, and dependencies left over",
+             true, [&line] { return word_check(line.common); });
+
+    line.add(app, "init", "Make a fresh repository where it is missing", true,
+             [&line] { return word_init(line.common); });
+
+    CLI::App *trust = line.add(app, "trust", "Trust the signer whose certificate this is", true,
+                               [&line] { return word_trust(line.common, line.certificate); });
+    trust->add_option("CERT.pem", line.certificate, "A certificate")->required();
+}
+
+// A standard stream that the caller closed would else be the first file that is opened, such as the
+// lock, and messages would go there.
+void open_standard_streams() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++) {
+        if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) {
+            _exit(EXIT_FAILED);
+        }
+    }
+}
+
+// Whether stdout is a pipe whose reader is gone.
+bool nobody_reads() {
+    pollfd out = {STDOUT_FILENO, POLLOUT, 0};
+    return poll(&out, 1, 0) == 1 && (out.revents & (POLLERR | POLLHUP));
+}
+
+// A listing that can't be written is no answer. But who read as much as he wanted, as head does,
+// has his answer. Of a change it is the doing that counts.
+int check_output(int status) {
+    if ((fflush(stdout) == 0 && !ferror(stdout)) || nobody_reads()) {
+        return status;
+    }
+    tell_problem("the output can't be written: %s", strerror(errno ? errno : EIO));
+    return EXIT_FAILED;
+}
+
+int run(const word &chosen, const common_options &options, int argc, char **argv) {
+    if (!chosen.changes_system) {
+        signal(SIGPIPE, SIG_IGN);
+        return check_output(chosen.run());
+    }
+    if (!options.dry_run && geteuid() != 0) {
+        return run_as_root({argv + 1, argv + argc});
+    }
+    return chosen.run();
+}
+
+int run_command_line(int argc, char **argv) {
+    command_line line;
+    CLI::App app("The package manager's tool for changing the system, and for asking about it.",
+                 "pvrm");
+    app.require_subcommand(0, 1);  // none is told apart from an unknown one below
+    app.failure_message([](const CLI::App *, const CLI::Error &error) {
+        return std::string("pvrm: ") + error.what() + "\nTry: pvrm --help\n";
+    });
+    app.fallthrough();  // the common options may stand behind the word as well
+    app.footer(footer);
+    add_common_options(app, line.common);
+    add_changing_words(app, line);
+    add_reading_words(app, line);
+    add_config(app, line);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &outcome) {
+        return app.exit(outcome) == 0 ? EXIT_DONE : EXIT_WRONG_USAGE;
+    }
+    for (const word &candidate : line.words) {
+        if (candidate.command->parsed()) {
+            return run(candidate, line.common, argc, argv);
+        }
+    }
+    fprintf(stderr, "%s", app.help().c_str());
+    return EXIT_WRONG_USAGE;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    umask(022);  // what is installed must not depend on who called
+    open_standard_streams();
+    // By lines also into a pipe: the window shows them as they come, and they keep their order with
+    // those of stderr.
+    setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    try {
+        return run_command_line(argc, argv);
+    } catch (const std::bad_alloc &) {
+        fputs("pvrm: there is not enough memory\n", stderr);
+    } catch (const std::exception &failure) {
+        fprintf(stderr, "pvrm: %s\n", failure.what());
+    }
+    return EXIT_FAILED;
+}

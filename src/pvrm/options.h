@@ -1,0 +1,31 @@
+// What the command line asked for.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// For all words.
+struct common_options {
+    bool yes = false;      // take the default answer to every question
+    bool dry_run = false;  // say what would be done, and do nothing
+    bool quiet = false;    // no steps and no plans, only results and errors
+    bool verbose = false;  // the log takes DEBUG too
+};
+
+struct install_options {
+    std::vector<std::string> requests;  // names of packages or paths of package files
+    std::string variant;                // empty: whichever the engine prefers
+    std::string version;                // empty: the highest
+    std::vector<std::string> dirs;      // where package files of dependencies are looked for
+    bool has_variant = false;           // an empty --variant asks for the default variant
+};
+
+struct config_options {
+    std::string key, value;
+    bool has_key = false, has_value = false;  // an empty value is a value
+};
+
+struct remove_options {
+    std::vector<std::string> requests;  // names of installed packages
+    bool keep_deps = false;             // what only they needed stays
+};

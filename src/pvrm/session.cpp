@@ -1,0 +1,196 @@
+#include "pvrm/session.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+#include "package/vri.h"
+#include "pvrm/engine_report.h"
+#include "pvrm/exit_status.h"
+#include "pvrm/interruption.h"
+#include "pvrm/tell.h"
+#include "repository/vrc.h"
+#include "support/log.h"
+#include "support/vconf.h"
+#include "transaction/update.h"
+#include "ui/vrmui.h"
+
+static constexpr char log_path[] = "/var/log/pvrm.log";
+
+// The log file's path, or null when there is none. Only root keeps a file: another user's runs only
+// read, and the directory is not theirs.
+static const char *usable_log() {
+    if (geteuid() != 0) {
+        return nullptr;
+    }
+    if (!own_file(fopen(log_path, "ae"))) {
+        tell_problem("warning: there is no log of this, as %s can't be written: %s", log_path,
+                     strerror(errno));
+        return nullptr;
+    }
+    return log_path;
+}
+
+session::session(const common_options &given) : options(given) {
+    const bool root = geteuid() == 0;
+    const uint32_t usual = LEVEL_ERROR | LEVEL_WARNING | LEVEL_INFO;
+    llog = log_init(usable_log(), options.verbose ? usual | LEVEL_DEBUG : usual,
+                    LEVEL_ERROR | LEVEL_WARNING, LEVEL_ERROR, root ? "pvrm" : nullptr);
+    // A mask of 0 can't be given at the start, where it means the default. What the user should
+    // know of the log is told in sentences, not line by line.
+    llog->stderr_levels = 0;
+    if (!root) {
+        llog->syslog_levels = 0;
+    }
+    if (options.quiet) {
+        tell_no_steps();
+    }
+    report_engine();
+
+    vrmui = vrmui_init("pvrm", 7);
+    if (!vrmui) {
+        throw std::bad_alloc();
+    }
+    const bool on_terminal = isatty(STDIN_FILENO) && isatty(STDOUT_FILENO);
+    vote_mode = on_terminal && !options.yes ? 1 : 3;
+}
+
+session::~session() {
+    log_observe(nullptr, 0, nullptr);
+    // The connection stays in `vrc`: the backend has no word for its end, and the process ends.
+    vrm_cache_free(vrc_cache);
+    vrc_cache = nullptr;
+    vrmui_free(vrmui);
+    vrmui = nullptr;
+    free(llog);
+    llog = nullptr;
+}
+
+bool session::open_repository() {
+    handle_.reset(vrm_open(nullptr, nullptr));
+    if (!handle_) {
+        tell_problem(
+            "the configuration %s can't be used; /usr/share/vrm/vrm.conf.sample shows a "
+            "good one",
+            vrm_default_conf);
+    }
+    return handle_ != nullptr;
+}
+
+bool session::has_directories(std::initializer_list<const char *> roles) {
+    for (const char *role : roles) {
+        const char *dir = ekva_getval(handle_->dirs, role);
+        if (access(dir, R_OK | X_OK) == 0) {
+            continue;
+        }
+        // Without this, all that is in there would pass for not installed.
+        if (access(dir, F_OK) == 0) {
+            tell_problem("the directory %s can't be read: %s", dir, strerror(EACCES));
+        } else {
+            tell_problem(
+                "there is no directory %s, or it can't be reached; make what is missing with: pvrm "
+                "init",
+                dir);
+        }
+        return false;
+    }
+    return true;
+}
+
+int session::lock() {
+    if (!has_directories({"installed", "stagearea", "fileindex"})) {
+        return EXIT_FAILED;
+    }
+    // Twice, as the other process may end between the attempt and the question who it is.
+    for (int attempt = 0; attempt < 2; attempt++) {
+        if (vrm_lock(handle_.get()) == 0) {
+            return EXIT_DONE;
+        }
+        const pid_t holder = vrm_lock_holder(handle_.get());
+        if (holder > 0) {
+            tell_problem("process %d is changing the repository; try again when it has ended",
+                         static_cast<int>(holder));
+            return EXIT_LOCKED;
+        }
+    }
+    tell_problem("the repository %s can't be locked", handle_->dir);
+    return EXIT_FAILED;
+}
+
+int session::begin_change() {
+    if (!options.dry_run) {
+        hold_signals();
+    }
+    if (!open_repository()) {
+        return EXIT_FAILED;
+    }
+    if (options.dry_run) {
+        return EXIT_DONE;
+    }
+    const int refused = lock();
+    if (refused == EXIT_DONE) {
+        // Each is told by its warning.
+        vrm_undo_broken_swaps(handle_.get());
+    }
+    return refused;
+}
+
+bool session::connect() {
+    if (vrc) {
+        return true;
+    }
+    config_.reset(vconf_read(nullptr, vrm_default_conf));
+    if (!vrm_vrc_load_configured(config_.get())) {
+        tell_problem(
+            "the catalogue backend %s can't be loaded: correct vrc_backend in %s, or install the "
+            "backend in %s",
+            vrc_filename ? vrc_filename : "of the configuration", vrm_default_conf,
+            vrm_backend_dir);
+        return false;
+    }
+    vrc = pvrm_vrc_connect(config_.get(), llog);
+    if (!vrc) {
+        tell_failure("the catalogue backend %s gives no connection; its settings are in %s",
+                     vrc_filename, vrm_default_conf);
+    }
+    return vrc != nullptr;
+}
+
+bool session::refresh() {
+    return vrc && pvrm_vrc_refresh(vrc) == 0;
+}
+
+bool session::learned_catalogue() {
+    if (!vrc || tried_to_learn_) {
+        return false;
+    }
+    tried_to_learn_ = true;
+    vri **all = nullptr;
+    if (vrm_findpkg(vrc, nullptr, nullptr, nullptr, 5, nullptr, &all) > 0) {
+        vrm_vri_list_free(all);
+        return false;
+    }
+    if (!refresh()) {
+        tell_problem("warning: the package catalogue can't be refreshed");
+        return false;
+    }
+    return true;
+}
+
+void session::keep_catalogue_in_memory() {
+    if (!vrc || vrc_cache) {
+        return;
+    }
+    vrc_cache = vrm_vrc_cache_fill(vrc);
+    if ((!vrc_cache || !*vrc_cache) && learned_catalogue()) {
+        vrm_cache_free(vrc_cache);
+        vrc_cache = vrm_vrc_cache_fill(vrc);
+    }
+}
+
+void *session::catalogue() const {
+    return vrc;
+}

@@ -1,0 +1,58 @@
+// What a word works with: the log, the configuration, the repository, and the catalogue.
+#pragma once
+
+#include <initializer_list>
+
+#include "pvrm/options.h"
+#include "repository/repository.h"
+#include "support/own.h"
+
+class session {
+ public:
+    // Starts the log, the user interface and the watch over what the engine reports.
+    explicit session(const common_options &options);
+    ~session();
+    session(const session &) = delete;
+    session &operator=(const session &) = delete;
+
+    // Opens the repository. False, with the reason told, when that doesn't work.
+    bool open_repository();
+
+    // Whether these directories of the repository are there and can be read; tells when one is not.
+    bool has_directories(std::initializer_list<const char *> roles);
+
+    // Takes the lock. Result: EXIT_DONE, or EXIT_LOCKED or EXIT_FAILED with the reason told.
+    int lock();
+
+    // Begins a change of the system: opens the repository, and unless nothing is really to be done
+    // holds the signals (interruption.h), takes the lock, and takes back what an update that
+    // died left half entered. Result as of lock().
+    int begin_change();
+
+    // Loads and connects the catalogue's backend. False, with the reason told, when that doesn't
+    // work; searches then find nothing.
+    bool connect();
+
+    // Brings the catalogue up to date. False when the backend could not.
+    bool refresh();
+
+    // For a lookup that found nothing: whether the backend knew nothing at all so far and now does,
+    // after a refresh, so that looking again is worth it. A refresh that fails is a warning.
+    bool learned_catalogue();
+
+    // Reads the whole catalogue once, so that each of many lookups is answered from memory. One of
+    // which the backend knew nothing is refreshed, as by learned_catalogue().
+    void keep_catalogue_in_memory();
+
+    vrm_handle *repository() const {
+        return handle_.get();
+    }
+    void *catalogue() const;
+
+    const common_options options;
+
+ private:
+    own_ekva config_;
+    own_handle handle_;
+    bool tried_to_learn_ = false;
+};

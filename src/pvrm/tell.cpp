@@ -1,0 +1,58 @@
+#include "pvrm/tell.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
+#include "support/terminal_text.h"
+
+static bool steps_are_told = true;
+
+void tell_no_steps() {
+    steps_are_told = false;
+}
+
+// When nobody reads any more, what comes goes nowhere: the commands of packages, which write to the
+// same place, would else fail.
+static void stop_writing_to(FILE *stream) {
+    if (errno != EPIPE) {
+        return;
+    }
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (nowhere >= 0) {
+        dup2(nowhere, fileno(stream));
+        close(nowhere);
+    }
+    clearerr(stream);
+}
+
+static void write_line(FILE *stream, const char *format, va_list arguments) {
+    char text[4000];
+    vsnprintf(text, sizeof text, format, arguments);
+    // One call a line, so that lines of stdout and stderr don't mix when both go to one pipe.
+    const std::string line = "pvrm: " + terminal_safe_cell(text) + "\n";
+    if (fputs(line.c_str(), stream) < 0 || fflush(stream) != 0) {
+        stop_writing_to(stream);
+    }
+}
+
+void tell_step(const char *format, ...) {
+    if (steps_are_told) {
+        va_list arguments;
+        va_start(arguments, format);
+        write_line(stdout, format, arguments);
+        va_end(arguments);
+    }
+}
+
+void tell_problem(const char *format, ...) {
+    fflush(stdout);
+    va_list arguments;
+    va_start(arguments, format);
+    write_line(stderr, format, arguments);
+    va_end(arguments);
+}

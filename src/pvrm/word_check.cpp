@@ -1,0 +1,38 @@
+#include <string>
+
+#include "maintenance/dry_run.h"
+#include "maintenance/inventory_audit.h"
+#include "pvrm/engine_report.h"
+#include "pvrm/exit_status.h"
+#include "pvrm/interruption.h"
+#include "pvrm/session.h"
+#include "pvrm/tell.h"
+#include "pvrm/words.h"
+
+static std::string counted(int count, const char *one, const char *many) {
+    return (count == 0 ? "no" : std::to_string(count)) + " " + (count == 1 ? one : many);
+}
+
+int word_check(const common_options &options) {
+    session work(options);
+    if (const int refused = work.begin_change()) {
+        return refused;
+    }
+    if (!work.has_directories({"installed"})) {
+        return EXIT_FAILED;
+    }
+    dry_run = options.dry_run;
+    const size_t problems_before = reasons_told();
+    // Entries first: what is removed of them needs nothing any more.
+    const int invalid = vrm_chkinst(work.repository(), !options.quiet);
+    const int orphans = invalid < 0 ? -1 : vrm_chkhead(work.repository());
+    if (orphans < 0) {
+        tell_problem(was_interrupted() ? "interrupted: the check was not finished"
+                                       : "the check was not finished");
+        return EXIT_FAILED;
+    }
+    tell_step("found %s and %s", counted(invalid, "damaged entry", "damaged entries").c_str(),
+              counted(orphans, "dependency left over", "dependencies left over").c_str());
+    const bool clean = invalid == 0 && orphans == 0 && reasons_told() == problems_before;
+    return clean ? EXIT_DONE : EXIT_FAILED;
+}

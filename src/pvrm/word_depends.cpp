@@ -1,0 +1,66 @@
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "package/vrf.h"
+#include "pvrm/dependency_tree.h"
+#include "pvrm/engine_report.h"
+#include "pvrm/exit_status.h"
+#include "pvrm/request.h"
+#include "pvrm/session.h"
+#include "pvrm/tell.h"
+#include "pvrm/words.h"
+#include "transaction/plan_install.h"
+#include "ui/vrmui.h"
+
+// The array of null-terminated strings that the engine takes, over strings that live elsewhere.
+static std::vector<char *> as_array(const std::vector<std::string> &texts) {
+    std::vector<char *> array;
+    array.reserve(texts.size() + 1);
+    for (const std::string &text : texts) {
+        array.push_back(const_cast<char *>(text.c_str()));
+    }
+    array.push_back(nullptr);
+    return array;
+}
+
+int word_depends(const common_options &options, const std::string &what,
+                 const std::vector<std::string> &dirs) {
+    session work(options);
+    if (names_nothing(what) || !work.open_repository()) {
+        return EXIT_FAILED;
+    }
+    if (looks_like_file(what) && !vrk_file_is_vrk(what.c_str())) {
+        tell_no_package_file(what);
+        return EXIT_FAILED;
+    }
+    work.connect();  // without a catalogue the walk ends at what can't be found, and says so
+    std::vector<char *> dir_array = as_array(dirs);
+    const auto walk = [&] {
+        vrt *tree = nullptr;
+        vrmui_line_new(vrmui, "");
+        vrm_walk(work.repository(), work.catalogue(), what.c_str(), nullptr,
+                 dirs.empty() ? nullptr : dir_array.data(), &tree);
+        return own_vrt(tree);
+    };
+    own_vrt tree = walk();
+    if (!tree && work.learned_catalogue()) {
+        tree = walk();
+    }
+    if (!tree) {
+        const std::string said = vrmui->text;
+        const std::string reason = said.substr(0, said.find('\n'));
+        tell_failure("%s", reason.empty() ? ("what " + what + " needs can't be told").c_str()
+                                          : reason.c_str());
+        return EXIT_FAILED;
+    }
+    if (was_explained()) {
+        // A foreign architecture ends the walk at the top, and is no failure of it.
+        tell_failure("what %s needs can't be told", what.c_str());
+        return EXIT_FAILED;
+    }
+    for (const std::string &line : dependency_tree(*tree)) {
+        puts(line.c_str());
+    }
+    return EXIT_DONE;
+}

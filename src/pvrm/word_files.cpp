@@ -1,0 +1,47 @@
+#include <cstdio>
+
+#include "package/vrf.h"
+#include "pvrm/engine_report.h"
+#include "pvrm/exit_status.h"
+#include "pvrm/request.h"
+#include "pvrm/session.h"
+#include "pvrm/tell.h"
+#include "pvrm/words.h"
+#include "repository/inventory.h"
+#include "support/terminal_text.h"
+
+int word_files(const common_options &options, const std::string &what) {
+    session work(options);
+    if (names_nothing(what) || !work.open_repository()) {
+        return EXIT_FAILED;
+    }
+    own_array paths;
+    if (vrk_file_is_vrk(what.c_str())) {
+        own_vri info(vrm_vrf_info(work.repository(), what.c_str(), 0));
+        if (!info) {
+            tell_failure("%s is not a valid package file", what.c_str());
+            return EXIT_FAILED;
+        }
+        take_cause();
+        paths.reset(vrm_vrf_index(work.repository(), what.c_str()));
+        // No paths, and nothing that explains it, is a package without data.
+        if (!paths && was_explained()) {
+            tell_failure("the files of %s can't be listed", what.c_str());
+            return EXIT_FAILED;
+        }
+    } else if (looks_like_file(what)) {
+        tell_no_package_file(what);
+        return EXIT_FAILED;
+    } else {
+        own_vri info(vrm_vrl_info(work.repository(), what.c_str()));
+        if (!info) {
+            tell_problem("%s is not installed", what.c_str());
+            return EXIT_FAILED;
+        }
+        paths.reset(vrm_vrl_index(work.repository(), what.c_str()));
+    }
+    for (char **path = paths.get(); path && *path; path++) {
+        puts(terminal_safe_cell(*path).c_str());
+    }
+    return EXIT_DONE;
+}

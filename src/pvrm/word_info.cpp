@@ -1,0 +1,43 @@
+#include "package/vrf.h"
+#include "pvrm/engine_report.h"
+#include "pvrm/exit_status.h"
+#include "pvrm/report_format.h"
+#include "pvrm/request.h"
+#include "pvrm/tell.h"
+#include "pvrm/words.h"
+#include "repository/inventory.h"
+
+// What the form of a package that isn't the installed one leaves open.
+static void tell_state(session &work, const vri *package) {
+    const own_vri installed(vrm_vrl_info(work.repository(), package->name));
+    if (installed) {
+        tell_problem("%s is installed in version %s", package->name, installed->version);
+    } else {
+        tell_problem("%s is not installed", package->name);
+    }
+}
+
+int word_info(const common_options &options, const std::string &what,
+              const std::string &format_name) {
+    const list_format format = format_named(format_name, FORMAT_FORM);
+    session work(options);
+    if (!work.open_repository()) {
+        return EXIT_FAILED;
+    }
+    const own_vri package = find_package(work, what);
+    if (!package) {
+        return EXIT_FAILED;
+    }
+    const bool is_file = vrk_file_is_vrk(what.c_str()) != 0;
+    const unsigned mode = is_file ? 3 : package->install_type ? 2 : 1;
+    if (is_file && package->sig_status != 1) {
+        tell_failure("warning: %s can't be trusted", what.c_str());
+    }
+    if (vrm_vrk_info_write(package.get(), stream_for(format), mode, format, 0) != 0) {
+        return EXIT_FAILED;
+    }
+    if (format == FORMAT_FORM && mode != 2 && !options.quiet) {
+        tell_state(work, package.get());
+    }
+    return EXIT_DONE;
+}

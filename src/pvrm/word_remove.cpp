@@ -1,0 +1,336 @@
+
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "package/safe_name.h"
+#include "pvrm/agreement.h"
+#include "pvrm/config_files.h"
+#include "pvrm/engine_report.h"
+#include "pvrm/exit_status.h"
+#include "pvrm/interruption.h"
+#include "pvrm/plan_view.h"
+#include "pvrm/request.h"
+#include "pvrm/request_order.h"
+#include "pvrm/session.h"
+#include "pvrm/tell.h"
+#include "pvrm/words.h"
+#include "repository/inventory.h"
+#include "transaction/removal.h"
+#include "ui/vrmui.h"
+
+namespace {
+
+// What the planner is asked for: the package alone, or with what only it needs.
+enum removal_mode { with_orphans = 1, alone = 2 };
+
+class removal {
+ public:
+    removal(session &work, const remove_options &what)
+        : work_(work), mode_(what.keep_deps ? alone : with_orphans), requests_(what.requests) {}
+
+    // Plans all requests, each behind those that need it, and gathers what they would do; tells of
+    // those that can't be planned.
+    void plan_all(plan_view *view);
+    // Whether a request failed so far.
+    bool failed() const {
+        return failed_;
+    }
+    bool has_work() const {
+        return !planned_.empty();
+    }
+    // Carries the planned requests out, each planned anew. One that fails does not stop the rest,
+    // an interruption does.
+    void carry_out(const plan_view &shown);
+
+ private:
+    bool is_removable(const std::string &name);
+    void find_those_that_can_go_together(const std::vector<planned_request> &wanted);
+    std::vector<std::string> needed_by(const std::string &name) const;
+    own_vrt plan(const std::string &name, int mode);
+    own_vrt plan_behind_others(const std::string &name);
+    own_vrt plan_for_showing(const std::string &name);
+    own_vrt plan_as_shown(const std::string &name, const plan_view &shown);
+    bool run(own_vrt transaction);
+
+    session &work_;
+    const int mode_;
+    const std::vector<std::string> &requests_;
+    std::vector<planned_request> planned_;
+    std::set<std::string> together_;  // requests that nobody but other requests needs
+    std::set<std::string> going_;     // all that the plans so far would remove
+    std::set<std::string> deferred_;  // requests that have to wait for others to go
+    bool failed_ = false;
+};
+
+}  // namespace
+
+static std::string joined(const std::vector<std::string> &names) {
+    std::string text;
+    for (const std::string &name : names) {
+        text += (text.empty() ? "" : ", ") + name;
+    }
+    return text;
+}
+
+// What the planner tells, it tells in the text of the user interface object.
+static std::string take_planner_text() {
+    std::string text = vrmui->text;
+    vrmui_line_new(vrmui, "");
+    return text;
+}
+
+bool removal::is_removable(const std::string &name) {
+    if (names_nothing(name)) {
+        return false;
+    }
+    if (looks_like_file(name)) {
+        tell_problem("%s is no name of a package", name.c_str());
+        return false;
+    }
+    const own_vri package(vrm_vrl_info(work_.repository(), name.c_str()));
+    if (!package) {
+        return true;  // the planner has a sentence for it
+    }
+    if (package->name != name) {
+        tell_problem("%s can't be removed: its entry in the inventory is that of another package",
+                     name.c_str());
+        return false;
+    }
+    if (const char *part = vrk_info_unsafe_part(package.get())) {
+        tell_problem("%s can't be removed: its %s holds characters that are not allowed",
+                     name.c_str(), part);
+        return false;
+    }
+    return true;
+}
+
+// The installed packages that need one, without those that are going too.
+std::vector<std::string> removal::needed_by(const std::string &name) const {
+    const own_array all(vrm_dependson(work_.repository(), name.c_str()));
+    std::vector<std::string> names;
+    for (char *const *dependent = all.get(); dependent && *dependent; dependent++) {
+        if (*dependent != name && !going_.contains(*dependent)) {
+            names.push_back(*dependent);
+        }
+    }
+    return names;
+}
+
+own_vrt removal::plan(const std::string &name, int mode) {
+    vrt *made = nullptr;
+    take_planner_text();
+    vrm_pre_delete(work_.repository(), name.c_str(), mode, &made);
+    return own_vrt(made);
+}
+
+// Of packages that need each other the planner refuses each, and of one that needs itself too.
+void removal::find_those_that_can_go_together(const std::vector<planned_request> &wanted) {
+    for (const planned_request &request : wanted) {
+        together_.insert(request.name);
+    }
+    const auto is_held = [this](const planned_request &request) {
+        return together_.contains(request.name) &&
+               !std::includes(together_.begin(), together_.end(), request.needs.begin(),
+                              request.needs.end());
+    };
+    // One that is held holds what it needs itself.
+    for (auto held = wanted.begin(); held != wanted.end();) {
+        held = std::find_if(wanted.begin(), wanted.end(), is_held);
+        if (held != wanted.end()) {
+            together_.erase(held->name);
+        }
+    }
+}
+
+// The plan of a package that only other requests need: the planner refuses it as long as they are
+// there.
+own_vrt removal::plan_behind_others(const std::string &name) {
+    own_vrt transaction(static_cast<vrt *>(calloc(1, sizeof(vrt))));
+    if (!transaction || !(transaction->info = vrm_vrl_info(work_.repository(), name.c_str()))) {
+        return nullptr;
+    }
+    transaction->source = 'L';
+    transaction->action = 'D';
+    transaction->mark = 'N';
+    if (mode_ != alone) {
+        int found = 0;
+        if (vrm_chk_delete_deps(work_.repository(), transaction->info, &found,
+                                &transaction->deps) != 0) {
+            found = 0;
+        }
+        transaction->num_deps = found;
+    }
+    deferred_.insert(name);
+    return transaction;
+}
+
+own_vrt removal::plan_for_showing(const std::string &name) {
+    own_vrt transaction = plan(name, mode_);
+    const std::string told = take_planner_text();
+    const std::vector<std::string> dependents = needed_by(name);
+    if (transaction) {
+        if (std::vector<std::string> left = dependents; !left.empty()) {
+            for (int32_t i = 0; i < transaction->num_deps; i++) {
+                std::erase(left, transaction->deps[i]->name);
+            }
+            if (!left.empty() && !together_.contains(name)) {
+                tell_problem("warning: %s goes although it is needed by %s", name.c_str(),
+                             joined(left).c_str());
+            }
+        }
+        return transaction;
+    }
+    if ((dependents.empty() || together_.contains(name)) &&
+        own_vri(vrm_vrl_info(work_.repository(), name.c_str()))) {
+        return plan_behind_others(name);
+    }
+    tell_engine_text(told);
+    // The planner looks at two.
+    if (dependents.size() > 2) {
+        tell_problem("%s is needed by %zu packages: %s", name.c_str(), dependents.size(),
+                     joined(dependents).c_str());
+    }
+    return nullptr;
+}
+
+void removal::plan_all(plan_view *view) {
+    std::vector<planned_request> wanted;
+    std::set<std::string> seen;
+    for (const std::string &name : requests_) {
+        if (!seen.insert(name).second) {
+            continue;  // to say the same thing twice is to say it once
+        }
+        if (!is_removable(name)) {
+            failed_ = true;
+            continue;
+        }
+        const std::vector<std::string> dependents = needed_by(name);
+        wanted.push_back({name, name, {dependents.begin(), dependents.end()}});
+    }
+    find_those_that_can_go_together(wanted);
+    for (planned_request &request : in_order(std::move(wanted))) {
+        if (going_.contains(request.name)) {
+            continue;  // it goes with one ahead of it
+        }
+        const own_vrt transaction = plan_for_showing(request.name);
+        if (!transaction) {
+            failed_ = true;
+            continue;
+        }
+        going_.insert(request.name);
+        for (int32_t i = 0; i < transaction->num_deps; i++) {
+            going_.insert(transaction->deps[i]->name);
+        }
+        view->add(*transaction);
+        planned_.push_back(std::move(request));
+    }
+}
+
+// The plan of the moment, if the user saw it all.
+own_vrt removal::plan_as_shown(const std::string &name, const plan_view &shown) {
+    own_vrt transaction = plan(name, mode_);
+    if (!transaction && together_.contains(name) && needed_by(name).empty()) {
+        transaction = plan_behind_others(name);
+    }
+    if (!transaction) {
+        tell_engine_text(take_planner_text());
+        return nullptr;
+    }
+    if (!shown.covers(*transaction) && deferred_.contains(name)) {
+        // With what went ahead of it gone, more could go than was shown.
+        transaction = plan(name, alone);
+        tell_problem("warning: some packages that only %s needed stay installed", name.c_str());
+    }
+    if (!transaction || !shown.covers(*transaction)) {
+        tell_problem(
+            "%s was not removed: what goes with it has changed since it was shown; try "
+            "again",
+            name.c_str());
+        return nullptr;
+    }
+    return transaction;
+}
+
+bool removal::run(own_vrt transaction) {
+    vrm_handle *repository = work_.repository();
+    const std::string top = transaction->info->name;
+    // Which files are configuration is told by the entries, which go.
+    std::vector<std::string> names = {top};
+    for (int32_t i = 0; i < transaction->num_deps; i++) {
+        names.push_back(transaction->deps[i]->name);
+    }
+    std::map<std::string, std::vector<std::string>> kept;
+    for (const std::string &name : names) {
+        kept[name] = config_files(repository, name.c_str());
+    }
+
+    vrt *raw = transaction.get();
+    const int rc = vrm_exe_delete(repository, &raw);
+    const auto is_there = [repository](const std::string &name) {
+        return own_vri(vrm_vrl_info(repository, name.c_str())) != nullptr;
+    };
+    for (const std::string &name : names) {
+        if (!is_there(name)) {
+            for (const std::string &path : kept[name]) {
+                tell_step("keeping config file %s", path.c_str());
+            }
+        }
+    }
+    if (rc != 0) {
+        was_interrupted(rc);
+        if (is_there(top)) {
+            tell_problem("%s was not removed", top.c_str());
+        } else {
+            tell_problem("%s was removed, but not all that goes with it", top.c_str());
+        }
+        return false;
+    }
+    if (is_there(top)) {
+        tell_problem("%s was removed, but its entry in the inventory is still there", top.c_str());
+        return false;
+    }
+    return true;
+}
+
+void removal::carry_out(const plan_view &shown) {
+    for (const planned_request &planned : planned_) {
+        if (was_interrupted()) {
+            tell_problem("interrupted: %s and what follows was not removed", planned.name.c_str());
+            failed_ = true;
+            return;
+        }
+        own_vrt transaction = plan_as_shown(planned.name, shown);
+        if (!transaction || !run(std::move(transaction))) {
+            failed_ = true;
+            going_.erase(planned.name);  // so it holds what it needs
+        }
+    }
+}
+
+int word_remove(const common_options &options, const remove_options &what) {
+    session work(options);
+    if (const int refused = work.begin_change()) {
+        return refused;
+    }
+    removal job(work, what);
+    plan_view shown;
+    job.plan_all(&shown);
+    if (job.has_work()) {
+        if (!options.quiet || options.dry_run || vote_mode == 1) {
+            shown.print_removal();
+        }
+        if (!options.dry_run) {
+            if (!user_agrees("Remove", shown.size())) {
+                tell_problem(was_interrupted() ? "interrupted: nothing was removed"
+                                               : "nothing was removed");
+                return EXIT_FAILED;
+            }
+            job.carry_out(shown);
+        }
+    }
+    return job.failed() ? EXIT_FAILED : EXIT_DONE;
+}

@@ -1,0 +1,179 @@
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+#include "package/vrs.h"
+#include "pvrm/change_job.h"
+#include "pvrm/config_files.h"
+#include "pvrm/engine_report.h"
+#include "pvrm/exit_status.h"
+#include "pvrm/tell.h"
+#include "pvrm/words.h"
+#include "repository/inventory.h"
+#include "transaction/plan_update.h"
+#include "transaction/update.h"
+
+namespace {
+
+class upgrade : public change_job {
+ public:
+    upgrade(session &work, std::vector<std::string> requests, bool all)
+        : change_job(work, std::move(requests), {}, "Upgrade", "upgraded"), all_(all) {}
+
+    int run_all(const common_options &options);
+
+ private:
+    own_vrt plan(const std::string &request) override;
+    int execute(vrt **transaction) override {
+        return vrm_exe_update(work_.repository(), transaction, work_.catalogue(), 1, 0);
+    }
+    std::string remark(const vri *package) override;
+    void tell_afterwards(const vri *package) override;
+    own_vrt make_plan(const std::string &request);
+    bool is_wanted(const std::string &request, const std::string &name);
+    void tell_up_to_date(const std::string &name);
+    void tell_not_offered(const std::string &name);
+
+    const bool all_;  // nobody named the packages: what needs nothing is not spoken of
+    bool found_work_ = false;
+};
+
+}  // namespace
+
+std::string upgrade::remark(const vri *package) {
+    const own_vri installed(vrm_vrl_info(work_.repository(), package->name));
+    return installed ? std::string("in place of ") + installed->version : "";
+}
+
+void upgrade::tell_up_to_date(const std::string &name) {
+    if (all_) {
+        return;
+    }
+    if (const own_vri installed{vrm_vrl_info(work_.repository(), name.c_str())}) {
+        tell_step("%s is up to date, version %s", name.c_str(), installed->version);
+    }
+}
+
+// What was installed from a file and is in no catalogue is no fault of a run over all packages.
+void upgrade::tell_not_offered(const std::string &name) {
+    if (all_) {
+        return;
+    }
+    const own_vri installed(vrm_vrl_info(work_.repository(), name.c_str()));
+    tell_problem("%s can't be upgraded: its variant %s is not in the package catalogue",
+                 name.c_str(), installed && installed->variant ? installed->variant : "default");
+    failed_ = true;
+}
+
+// Tells why there is no plan for a package, if there is none for the package's own sake. What is
+// left then are its dependencies.
+bool upgrade::is_wanted(const std::string &request, const std::string &name) {
+    switch (vrm_update_outlook(work_.repository(), work_.catalogue(), request.c_str(), nullptr,
+                               nullptr)) {
+        case UPDATE_WANTED:
+            return true;
+        case UPDATE_NOT_NEEDED:
+            tell_up_to_date(name);
+            return false;
+        case UPDATE_NOT_OFFERED:
+            tell_not_offered(name);
+            return false;
+        case UPDATE_NOT_INSTALLED:
+            tell_problem("%s is not installed", name.c_str());
+            break;
+        case UPDATE_NO_PACKAGE:
+            tell_failure("%s is not a valid package file", request.c_str());
+            break;
+    }
+    failed_ = true;
+    return false;
+}
+
+own_vrt upgrade::make_plan(const std::string &request) {
+    vrt *made = nullptr;
+    vrm_pre_update(work_.repository(), work_.catalogue(), request.c_str(), nullptr, nullptr, dirs(),
+                   &made);
+    return own_vrt(made);
+}
+
+own_vrt upgrade::plan(const std::string &request) {
+    const std::string name = package_name(request);
+    if (name.empty()) {
+        failed_ = true;
+        return nullptr;
+    }
+    take_cause();
+    // Of all that is installed little needs anything. Who names a package expects a plan, and to
+    // judge a package file is to verify it.
+    if (all_ && !is_wanted(request, name)) {
+        return nullptr;
+    }
+    own_vrt transaction = make_plan(request);
+    if (!transaction && !all_ && work_.learned_catalogue()) {
+        transaction = make_plan(request);
+    }
+    if (!transaction && !all_ && !is_wanted(request, name)) {
+        return nullptr;
+    }
+    if (!transaction) {
+        tell_failure("%s can't be upgraded", request.c_str());
+    } else if (!is_acceptable(request, transaction->info)) {
+        transaction.reset();
+    }
+    take_cause();
+    failed_ = failed_ || !transaction;
+    found_work_ = found_work_ || transaction;
+    return transaction;
+}
+
+static bool is_same_content(const std::string &a, const std::string &b) {
+    char first[41], second[41];
+    return vrs_sha1_file(a.c_str(), 'x', first) && vrs_sha1_file(b.c_str(), 'x', second) &&
+           std::string(first) == second;
+}
+
+// Edited configuration is kept, and who edited it wants to know what came with the new version.
+void upgrade::tell_afterwards(const vri *package) {
+    const std::string shipped = shipped_config_dir(work_.repository(), package->name);
+    for (const std::string &live : config_files(work_.repository(), package->name)) {
+        const std::string copy = shipped + live;
+        std::error_code none;
+        if (std::filesystem::is_regular_file(live, none) && !is_same_content(live, copy)) {
+            tell_problem("%s was edited and is kept; the one that came with version %s is %s",
+                         live.c_str(), package->version, copy.c_str());
+        }
+    }
+}
+
+int upgrade::run_all(const common_options &options) {
+    const int status = run(options);
+    if (all_ && !found_work_ && status == EXIT_DONE) {
+        tell_step("everything is up to date");
+    }
+    return status;
+}
+
+static std::vector<std::string> all_installed(session &work) {
+    const own_array names(vrm_list_arr(work.repository(), 1));
+    std::vector<std::string> all;
+    for (char **name = names.get(); name && *name; name++) {
+        all.emplace_back(*name);
+    }
+    return all;
+}
+
+int word_upgrade(const common_options &options, const std::vector<std::string> &requests) {
+    session work(options);
+    if (const int refused = work.begin_change()) {
+        return refused;
+    }
+    // Package files can do without a catalogue. All packages can't: they would seem up to date.
+    const bool all = requests.empty();
+    if (!work.connect() && all) {
+        return EXIT_FAILED;
+    }
+    if (all) {
+        work.keep_catalogue_in_memory();
+    }
+    return upgrade(work, all ? all_installed(work) : requests, all).run_all(options);
+}

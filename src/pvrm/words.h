@@ -1,0 +1,32 @@
+// The words of the tool, one function each. Each takes what the command line said and gives the
+// exit status of exit_status.h.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "pvrm/options.h"
+
+int word_allowed();
+int word_refresh(const common_options &options);
+int word_cleanup(const common_options &options);
+int word_install(const common_options &options, const install_options &what);
+int word_remove(const common_options &options, const remove_options &what);
+int word_upgrade(const common_options &options, const std::vector<std::string> &requests);
+// `format` is one of report_format.h, or empty.
+int word_list(const common_options &options, const std::string &pattern, const std::string &format);
+int word_search(const common_options &options, const std::string &pattern,
+                const std::string &format);
+int word_info(const common_options &options, const std::string &what, const std::string &format);
+int word_files(const common_options &options, const std::string &what);
+int word_owner(const common_options &options, const std::string &path);
+int word_depends(const common_options &options, const std::string &what,
+                 const std::vector<std::string> &dirs);
+int word_verify(const common_options &options, const std::vector<std::string> &names);
+int word_check(const common_options &options);
+int word_orphans(const common_options &options);
+int word_why(const common_options &options, const std::string &name);
+int word_log(const common_options &options, const std::string &format, bool oldest_first);
+int word_config(const common_options &options, const config_options &what);
+int word_init(const common_options &options);
+int word_trust(const common_options &options, const std::string &certificate);

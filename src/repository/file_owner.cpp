@@ -1,0 +1,192 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <optional>
+#include <string_view>
+
+#include "repository/inventory.h"
+#include "repository/owner_lookup.h"
+#include "support/log.h"
+
+static constexpr size_t longest_line = 4096;
+
+// The path as the indexes would spell it; null with the reason on the log.
+static own_string path_to_search(const char *path) {
+    struct stat status;
+    if (lstat(path, &status) != 0) {
+        log_say(LEVEL_ERROR, "Failure opening <%s>: %s", path, strerror(errno));
+        return nullptr;
+    }
+    if (!S_ISLNK(status.st_mode)) {
+        return own_string(strdup(path));
+    }
+    own_string target(realpath(path, nullptr));
+    if (!target) {
+        log_say(LEVEL_ERROR, "%s is a symbolic link, but cannot be resolved", path);
+        return nullptr;
+    }
+    log_say(LEVEL_INFO, "%s is a symbolic link to %s", path, target.get());
+    return target;
+}
+
+// Reads an open file to its end into the buffer, which keeps its size from one file to the next.
+// The result is what was read, or nothing when it can't be read to its end.
+static std::optional<std::string_view> read_whole(int fd, std::vector<char> &buffer) {
+    size_t length = 0;
+    for (;;) {
+        if (length == buffer.size()) {
+            buffer.resize(buffer.size() * 2);
+        }
+        const ssize_t got = read(fd, buffer.data() + length, buffer.size() - length);
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < 0) {
+            return std::nullopt;
+        }
+        if (got == 0) {
+            return std::string_view(buffer.data(), length);
+        }
+        length += static_cast<size_t>(got);
+    }
+}
+
+// Calls `visit` with each path of an index until it gives false; the result is false then. A line
+// counts in pieces of 4096 characters, each one a path of its own; as a path is shorter than that,
+// only the last piece of a line can be one.
+template <typename Visit>
+static bool each_path(std::string_view index, Visit visit) {
+    while (!index.empty()) {
+        const size_t length = std::min(index.find('\n'), index.size());
+        const size_t last_piece = length % longest_line;
+        if (!visit(index.substr(length - last_piece, last_piece))) {
+            return false;
+        }
+        index.remove_prefix(std::min(length + 1, index.size()));
+    }
+    return true;
+}
+
+// Calls `visit` with the name and the content of each file index, in the directory's order, until
+// it gives false, and `complain` with the message on what can't be opened or read.
+template <typename Visit, typename Complain>
+static void walk_indexes(const vrm_handle *handle, Visit visit, Complain complain) {
+    const char *role = ekva_getval(handle->dirs, "fileindex");
+    const std::string fileindex = role ? role : "";
+    const auto not_opened = [](const std::string &path) {
+        return "Failure opening <" + path + "> for reading: " + strerror(errno);
+    };
+    const auto not_read = [](const std::string &path) {
+        return "Failure reading <" + path + ">: " + strerror(errno);
+    };
+    const own_dir dir(opendir(fileindex.c_str()));
+    if (!dir) {
+        complain(not_opened(fileindex));
+        return;
+    }
+    const bool verbose = log_wants(LEVEL_DEBUG);
+    std::vector<char> buffer(size_t{1} << 16);
+    for (;;) {
+        errno = 0;
+        const dirent *entry = readdir(dir.get());
+        if (!entry) {
+            break;
+        }
+        const char *name = entry->d_name;
+        if (entry->d_type != DT_REG) {
+            if (verbose) {
+                log_say(LEVEL_DEBUG, "Omitting non-file %s", name);
+            }
+            continue;
+        }
+        if (name[0] == '.') {
+            if (verbose) {
+                log_say(LEVEL_DEBUG, "Omitting backup file %s", name);
+            }
+            continue;
+        }
+        const own_fd file(openat(dirfd(dir.get()), name, O_RDONLY | O_CLOEXEC));
+        if (!file.valid()) {
+            complain(not_opened(name));
+            continue;
+        }
+        if (verbose) {
+            log_say(LEVEL_DEBUG, "Checking in <%s>", name);
+        }
+        const std::optional<std::string_view> index = read_whole(file.get(), buffer);
+        if (!index) {
+            complain(not_read(name));
+        } else if (!visit(name, *index)) {
+            return;
+        }
+    }
+    if (errno != 0) {
+        complain(not_read(fileindex));
+    }
+}
+
+char *vrm_file_owner(vrm_handle *handle, const char *path) try {
+    const own_string wanted = path_to_search(path);
+    if (!wanted) {
+        return nullptr;
+    }
+    const std::string_view searched = wanted.get();
+    char *owner = nullptr;
+    walk_indexes(
+        handle,
+        [&](const char *name, std::string_view index) {
+            if (each_path(index, [&](std::string_view listed) { return listed != searched; })) {
+                return true;
+            }
+            log_say(LEVEL_DEBUG, "Found <%s> in <%s>", wanted.get(), name);
+            owner = strdup(name);
+            return false;
+        },
+        [](const std::string &message) { log_say(LEVEL_ERROR, "%s", message.c_str()); });
+    return owner;
+} catch (const std::bad_alloc &) {
+    return nullptr;
+}
+
+void owner_lookup::read_indexes() {
+    read_ = true;
+    walk_indexes(
+        handle_,
+        [this](const char *name, std::string_view index) {
+            each_path(index, [this](std::string_view path) {
+                place_of_path_.emplace(path, names_.size());  // unless an earlier index lists it
+                return true;
+            });
+            names_.emplace_back(name);
+            return true;
+        },
+        [this](const std::string &message) { complaints_.emplace_back(names_.size(), message); });
+}
+
+own_string owner_lookup::owner(const char *path) {
+    if (log_wants(LEVEL_DEBUG)) {
+        return own_string(vrm_file_owner(handle_, path));  // which tells each index it looks into
+    }
+    const own_string wanted = path_to_search(path);
+    if (!wanted) {
+        return nullptr;
+    }
+    if (!read_) {
+        read_indexes();
+    }
+    const auto found = place_of_path_.find(wanted.get());
+    const size_t place = found == place_of_path_.end() ? names_.size() : found->second;
+    for (const auto &[before, message] : complaints_) {
+        if (before <= place) {
+            log_say(LEVEL_ERROR, "%s", message.c_str());
+        }
+    }
+    return own_string(place < names_.size() ? strdup(names_[place].c_str()) : nullptr);
+}

@@ -1,0 +1,272 @@
+#include "repository/inventory.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "repository/installed_walk.h"
+#include "support/array.h"
+#include "support/file.h"
+#include "support/growing_list.h"
+#include "support/log.h"
+#include "support/own.h"
+
+static constexpr size_t longest_filename = 4096;
+static constexpr int room_for_packages = 300;
+static constexpr int room_for_files = 20;
+
+const char *vrk_stat_desc(int status) {
+    switch (static_cast<char>(status)) {
+        case 'I':
+            return "installed";
+        case 'R':
+            return "available remotely";
+        case 'L':
+            return "available locally";
+        default:
+            return "unavailable";
+    }
+}
+
+// Names come from package files and catalogues. None of them may lead out of the inventory, or to
+// the dotted entries of an update in progress.
+static bool is_entry_name(std::string_view name) {
+    return !name.empty() && name.front() != '.' && name.find('/') == std::string_view::npos;
+}
+
+static std::string directory_of(const vrm_handle *handle, const char *role) {
+    const char *dir = ekva_getval(handle->dirs, role);
+    return dir ? dir : "";
+}
+
+// A link to a directory is no entry, wherever it leads. What can't be looked at is no matter here:
+// the reading of its texts fails.
+static bool is_other_than_directory(const std::string &path) {
+    struct stat status;
+    return lstat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
+}
+
+static own_string read_text(const std::string &path) {
+    size_t length = 0;
+    own_string text(_read_file(path.c_str(), &length));
+    if (text) {
+        text.get()[length] = '\0';
+    }
+    return text;
+}
+
+static own_string read_entry_file(const std::string &entry_dir, const char *file,
+                                  const char *name) {
+    const std::string path = entry_dir + "/" + file;
+    if (path.size() > longest_filename) {
+        log_say(LEVEL_DEBUG, "Filename <%s> too long, skipping entry %s", path.c_str(), name);
+        return nullptr;
+    }
+    return read_text(path);
+}
+
+static vri *read_entry(const std::string &installed, const char *name) {
+    const std::string entry_dir = installed + "/" + name;
+    const own_string description = read_entry_file(entry_dir, "desc.txt", name);
+    if (!description) {
+        return nullptr;
+    }
+    const own_string inst = read_entry_file(entry_dir, "inst.txt", name);
+    if (!inst) {
+        return nullptr;
+    }
+    return vrk_info_parse(name, 2, description.get(), inst.get());
+}
+
+vri *vrm_vrl_info(vrm_handle *handle, const char *name) try {
+    if (!name || !is_entry_name(name)) {
+        return nullptr;
+    }
+    const std::string installed = directory_of(handle, "installed");
+    if (is_other_than_directory(installed + "/" + name)) {
+        return nullptr;
+    }
+    return read_entry(installed, name);
+} catch (const std::bad_alloc &) {
+    return nullptr;
+}
+
+installed_walk::installed_walk(vrm_handle *handle)
+    : installed_(directory_of(handle, "installed")), dir_(opendir(installed_.c_str())) {
+    if (!dir_) {
+        log_say(LEVEL_WARNING, "Failure opening <%s> for reading: %s", installed_.c_str(),
+                strerror(errno));
+    }
+}
+
+bool installed_walk::next() {
+    for (;;) {
+        errno = 0;  // the reading of an entry's texts sets it too
+        const dirent *entry = readdir(dir_.get());
+        if (!entry) {
+            break;
+        }
+        if (entry->d_type != DT_DIR) {
+            if (log_wants(LEVEL_DEBUG)) {
+                log_say(LEVEL_DEBUG, "Omitting non-directory %s", entry->d_name);
+            }
+        } else if (entry->d_name[0] != '.') {
+            name_ = entry->d_name;
+            info_.reset(read_entry(installed_, entry->d_name));
+            return true;
+        }
+    }
+    if (errno != 0) {
+        log_say(LEVEL_WARNING, "Failure reading <%s>: %s", installed_.c_str(), strerror(errno));
+        broke_off_ = true;
+    }
+    return false;
+}
+
+void installed_walk::close() {
+    if (closedir(dir_.release()) != 0) {
+        log_say(LEVEL_WARNING, "Failure closing <%s>: %s", installed_.c_str(), strerror(errno));
+    }
+}
+
+void log_passed_over(const char *name) {
+    log_say(LEVEL_WARNING, "Failure parsing info for <%s>, skipping entry", name);
+}
+
+// A pattern that misses the name is tried on the description.
+static own_ekva description_filter(const char *pattern) {
+    s_ekva **filter = ekva_new(1, 4);
+    ekva_addval(&filter, "evrkDescription", pattern, 4);
+    return own_ekva(filter);
+}
+
+int vrm_list_vri(vrm_handle *handle, const char *pattern, int sort, vri ***out) try {
+    growing_list<vri, vrm_vri_list_free> list(room_for_packages, log_list_room);
+    const own_ekva filter = description_filter(pattern);
+    installed_walk walk(handle);
+    if (!walk.is_open() || !filter) {
+        return 0;
+    }
+    while (walk.next()) {
+        own_vri info = walk.take_info();
+        if (!info) {
+            log_passed_over(walk.name());
+        } else if (!vrm_vri_match(info.get(), 2, pattern, nullptr, nullptr, 5, filter.get())) {
+            if (log_wants(LEVEL_DEBUG)) {
+                log_say(LEVEL_DEBUG, "Local package %s does not match wildcard %s", walk.name(),
+                        pattern ? pattern : "");
+            }
+        } else if (list.add(info.get())) {
+            info.release();
+        } else {
+            return 0;
+        }
+    }
+    if (walk.broke_off()) {
+        return 0;
+    }
+    const int count = list.count();
+    log_say(LEVEL_DEBUG, "Found %d packages", count);
+    if (sort && count > 1) {
+        log_say(LEVEL_DEBUG, "Sorting packages");
+        vrm_vri_list_sort(list.address());
+    }
+    walk.close();
+    if (count > 0) {
+        *out = list.release();
+    }
+    return count;
+} catch (const std::bad_alloc &) {
+    return 0;
+}
+
+char **vrm_list_arr(vrm_handle *handle, int sort) try {
+    growing_list<char, arr_free> names(room_for_packages, log_list_room);
+    installed_walk walk(handle);
+    if (!walk.is_open()) {
+        return nullptr;
+    }
+    while (walk.next()) {
+        const own_vri info = walk.take_info();
+        if (!info) {
+            if (log_wants(LEVEL_DEBUG)) {
+                log_say(LEVEL_DEBUG, "Failure parsing info for %s, skipping entry", walk.name());
+            }
+            continue;
+        }
+        own_string name(strdup(info->name));
+        if (!name || !names.add(name.get())) {
+            log_say(LEVEL_DEBUG, "Failed to allocate space for %d entries", names.capacity());
+            return nullptr;
+        }
+        name.release();
+    }
+    if (walk.broke_off()) {
+        return nullptr;
+    }
+    walk.close();
+    log_say(LEVEL_DEBUG, "Found %d packages", names.count());
+    const int count = names.count();
+    char **array = names.release();
+    if (sort && count > 1) {
+        std::stable_sort(array, array + count,
+                         [](const char *a, const char *b) { return strcmp(a, b) < 0; });
+    }
+    return array;
+} catch (const std::bad_alloc &) {
+    return nullptr;
+}
+
+char **vrm_vrl_file_list(vrm_handle *handle, const vri *info) try {
+    const std::string path = directory_of(handle, "fileindex") + "/" + info->name;
+    errno = ENOENT;
+    const own_file index(is_entry_name(info->name) ? fopen_regular(path.c_str()) : nullptr);
+    if (!index) {
+        const int reason = errno == ENOENT ? 0 : errno;
+        log_say(LEVEL_DEBUG, "vrm_vrl_file_list: %s contains no files", info->name);
+        errno = reason;
+        return nullptr;
+    }
+    growing_list<char, arr_free> files(room_for_files);
+    char line[4095];
+    while (fgets(line, sizeof line, index.get())) {
+        line[strcspn(line, "\n")] = '\0';
+        if (line[0] == '\0') {
+            continue;
+        }
+        if (log_wants(LEVEL_DEBUG)) {
+            log_say(LEVEL_DEBUG, "vrm_vrl_file_list: Found %s", line);
+        }
+        own_string file(strdup(line));
+        if (!file || !files.add(file.get())) {
+            errno = ENOMEM;
+            return nullptr;
+        }
+        file.release();
+    }
+    if (ferror(index.get())) {
+        // What came may end within a path, which then is another file's.
+        const int reason = errno;
+        log_say(LEVEL_ERROR, "vrm_vrl_file_list: Failed to read %s: %s", path.c_str(),
+                strerror(reason));
+        errno = reason;
+        return nullptr;
+    }
+    errno = 0;
+    return files.release();
+} catch (const std::bad_alloc &) {
+    errno = ENOMEM;
+    return nullptr;
+}
+
+char **vrm_vrl_index(vrm_handle *handle, const char *name) {
+    const own_vri info(vrm_vrl_info(handle, name));
+    return info ? vrm_vrl_file_list(handle, info.get()) : nullptr;
+}

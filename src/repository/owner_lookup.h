@@ -1,0 +1,32 @@
+// Owners of many files at once: asking vrm_file_owner for each reads all file indexes each time,
+// and this reads them once. Private to the library.
+#pragma once
+
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "support/handle.h"
+#include "support/own.h"
+
+class owner_lookup {
+ public:
+    // The handle must outlive the lookup. Nothing is read before the first question.
+    explicit owner_lookup(vrm_handle *handle) : handle_(handle) {}
+
+    // What vrm_file_owner gives for the path, with the same lines on the log, as long as the
+    // indexes stay as they were at the first question.
+    own_string owner(const char *path);
+
+ private:
+    void read_indexes();
+
+    vrm_handle *handle_;
+    bool read_ = false;
+    // Indexes are known by their place in the directory's order; the first that lists a path wins.
+    std::vector<std::string> names_;
+    std::unordered_map<std::string, size_t> place_of_path_;
+    // What could not be read is complained of in each search that comes to its place.
+    std::vector<std::pair<size_t, std::string>> complaints_;
+};

@@ -1,0 +1,455 @@
+#include "support/ekva.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "support/array.h"
+#include "support/own.h"
+#include "support/text.h"
+
+namespace {
+
+constexpr const char *header_prefix = "#EKVA_10:";
+
+// What stands in slot 0 of a record made here: the header pair, its text, and the count that spares
+// an addition the walk to the end. A header made by hand is a pair of two blocks of its own. The
+// two are told apart by the address of the text, which is one that malloc never gives: it is odd.
+struct own_header {
+    s_ekva pair;
+    s_ekva **array;  // the array that the numbers are about
+    size_t end;      // index of the terminating null
+    size_t slots;    // pointers that the array has room for, the null's included
+    char odd;
+    char text[48];
+};
+static_assert(offsetof(own_header, text) % 2 == 1);
+
+// The array gets two words a slot, so that there is room beyond the capacity.
+constexpr size_t words_a_slot = 2;
+
+}  // namespace
+
+// The header of a record that was made here, or null.
+static own_header *header_of(s_ekva *const *rec) {
+    if (!rec || !rec[0] || !rec[0]->key) {
+        return nullptr;
+    }
+    char *const start = reinterpret_cast<char *>(rec[0]);
+    if (rec[0]->key != start + offsetof(own_header, text)) {
+        return nullptr;
+    }
+    return reinterpret_cast<own_header *>(start);
+}
+
+// A header with this text, its numbers not set.
+static own_header *new_header(const char *text) {
+    const size_t length = strlen(text);
+    const size_t more = length < sizeof(own_header::text) ? 0 : length;
+    own_header *const header = static_cast<own_header *>(calloc(1, sizeof(own_header) + more));
+    if (header) {
+        header->pair.key = reinterpret_cast<char *>(header) + offsetof(own_header, text);
+        memcpy(header->pair.key, text, length + 1);
+    }
+    return header;
+}
+
+static void write_header(own_header *header, int capacity, int mode) {
+    snprintf(header->pair.key, sizeof header->text, "%s%d:%d", header_prefix, capacity, mode);
+}
+
+static void free_pair(s_ekva *pair) {
+    free(pair->key);
+    free(pair->val);
+    free(pair);
+}
+
+static s_ekva *new_pair(const char *key, const char *val) {
+    s_ekva *const pair = static_cast<s_ekva *>(calloc(1, sizeof(s_ekva)));
+    if (!pair) {
+        return nullptr;
+    }
+    pair->key = strdup(key);
+    pair->val = val ? strdup(val) : nullptr;
+    if (!pair->key || (val && !pair->val)) {
+        free_pair(pair);
+        return nullptr;
+    }
+    return pair;
+}
+
+int _ekva_parse_header(s_ekva *const *rec, int *capacity, int *mode) {
+    if (!rec || !rec[0] || !rec[0]->key) {
+        return 0;
+    }
+    int found_capacity = 0;
+    int found_mode = 0;
+    if (strncmp(rec[0]->key, header_prefix, strlen(header_prefix)) != 0 ||
+        sscanf(rec[0]->key, "#EKVA_10:%d:%d", &found_capacity, &found_mode) != 2) {
+        return 0;
+    }
+    *capacity = found_capacity;
+    *mode = found_mode;
+    return 1;
+}
+
+// The slot of the first entry.
+static size_t first_of(s_ekva *const *rec) {
+    int capacity = 0;
+    int mode = 0;
+    return _ekva_parse_header(rec, &capacity, &mode) ? 1 : 0;
+}
+
+// The index of the terminating null. The count is believed only when the slots around it agree, so
+// that a record whose last pairs were taken out by hand is walked like any other.
+static size_t end_of(s_ekva *const *rec) {
+    const own_header *const header = header_of(rec);
+    if (header && header->array == rec && !rec[header->end] && rec[header->end - 1]) {
+        return header->end;
+    }
+    size_t end = 0;
+    while (rec[end]) {
+        ++end;
+    }
+    return end;
+}
+
+static void note_end(s_ekva **rec, size_t end) {
+    own_header *const header = header_of(rec);
+    if (header && header->array == rec) {
+        header->end = end;
+    }
+}
+
+// An array of `slots` pointers with a header in slot 0.
+static s_ekva **new_array(size_t slots, const char *header_text) {
+    s_ekva **const rec = static_cast<s_ekva **>(calloc(slots, sizeof(s_ekva *)));
+    own_header *const header = new_header(header_text);
+    if (!rec || !header) {
+        free(rec);
+        free(header);
+        return nullptr;
+    }
+    header->array = rec;
+    header->end = 1;
+    header->slots = slots;
+    rec[0] = &header->pair;
+    return rec;
+}
+
+s_ekva **ekva_new(int capacity, int mode) {
+    if (capacity < 1 || mode < 1 || mode > 4) {
+        return nullptr;
+    }
+    const size_t slots = static_cast<size_t>(capacity) + 3;
+    if (slots > SIZE_MAX / words_a_slot) {
+        return nullptr;
+    }
+    s_ekva **const rec = new_array(slots * words_a_slot, "");
+    if (rec) {
+        write_header(header_of(rec), capacity, mode);
+    }
+    return rec;
+}
+
+s_ekva **ekva_init(int capacity) {
+    return ekva_new(capacity, 2);
+}
+
+void ekva_free(s_ekva **rec) {
+    if (!rec) {
+        return;
+    }
+    own_header *const header = header_of(rec);
+    if (header) {
+        free(header->pair.val);
+        free(header);
+    }
+    for (size_t i = header ? 1 : 0; rec[i]; ++i) {
+        free_pair(rec[i]);
+    }
+    free(rec);
+}
+
+int ekva_nument(s_ekva *const *rec) {
+    if (!rec) {
+        return 0;
+    }
+    int entries = 0;
+    for (size_t i = first_of(rec); rec[i]; ++i) {
+        ++entries;
+    }
+    return entries;
+}
+
+// Gives the array room for `slots` pointers. A record that was made by hand gets a header of its
+// own here, which knows about the room from now on.
+static bool resize(s_ekva ***rec, size_t slots) {
+    s_ekva **const array = static_cast<s_ekva **>(reallocarray(*rec, slots, sizeof(s_ekva *)));
+    if (!array) {
+        return false;
+    }
+    *rec = array;
+    own_header *header = header_of(array);
+    if (!header) {
+        header = new_header(array[0]->key);
+        if (!header) {
+            return false;
+        }
+        header->pair.val = array[0]->val;
+        free(array[0]->key);
+        free(array[0]);
+        array[0] = &header->pair;
+    }
+    header->array = array;
+    header->slots = slots;
+    return true;
+}
+
+// Makes room for one more pair in a record with a header, whose first `end` slots are in use. A
+// record that is full by its header doubles its capacity as often as it takes. False when memory
+// fails.
+static bool make_room(s_ekva ***rec, size_t end) {
+    int capacity = 0;
+    int mode = 0;
+    if (!_ekva_parse_header(*rec, &capacity, &mode)) {
+        return true;
+    }
+    size_t wanted = static_cast<size_t>(std::max(capacity, 1));
+    while (end > wanted) {
+        wanted *= 2;
+    }
+    if (end > 1 && wanted != static_cast<size_t>(capacity)) {
+        if (wanted > INT_MAX / 2 || !resize(rec, (wanted + 2) * words_a_slot)) {
+            return false;
+        }
+        note_end(*rec, end);
+        write_header(header_of(*rec), static_cast<int>(wanted), mode);
+        return true;
+    }
+    // A header that was copied can promise more room than its array has.
+    const own_header *const header = header_of(*rec);
+    const bool promised = header && header->array == *rec && header->slots < end + 2;
+    return !promised || resize(rec, (end + 2) * words_a_slot);
+}
+
+// Modes 1 and 2 on the pairs of this key. The result is the number of pairs, or -1 when memory
+// failed.
+static int treat_present(s_ekva **rec, const char *key, const char *val, int mode) {
+    int found = 0;
+    for (size_t i = first_of(rec); rec[i]; ++i) {
+        if (strcasecmp(rec[i]->key, key) != 0) {
+            continue;
+        }
+        ++found;
+        if (mode == 2 && rec[i]->val) {
+            char *const copy = val ? strdup(val) : nullptr;
+            if (val && !copy) {
+                return -1;
+            }
+            free(rec[i]->val);
+            rec[i]->val = copy;
+        }
+    }
+    return found;
+}
+
+int ekva_addval(s_ekva ***rec, const char *key, const char *val, int mode) {
+    if (!rec || !*rec || !key) {
+        return 0;
+    }
+    // The copies come first: key and value may be strings of this very record.
+    s_ekva *const pair = new_pair(key, val);
+    if (!pair) {
+        return 0;
+    }
+    const size_t end = end_of(*rec);
+    if (!make_room(rec, end)) {
+        free_pair(pair);
+        ekva_free(*rec);
+        *rec = nullptr;
+        return 0;
+    }
+    if (mode == 1 || mode == 2) {
+        const int found = treat_present(*rec, pair->key, pair->val, mode);
+        if (found != 0) {
+            free_pair(pair);
+            return found > 0 ? static_cast<int>(end) : 0;
+        }
+    }
+    (*rec)[end] = pair;
+    (*rec)[end + 1] = nullptr;
+    note_end(*rec, end + 1);
+    return static_cast<int>(end + 1);
+}
+
+char *ekva_getval(s_ekva *const *rec, const char *key) {
+    return ekva_getone(rec, key, 0);
+}
+
+char *ekva_getone(s_ekva *const *rec, const char *key, int n) {
+    for (size_t i = 0; rec && key && rec[i]; ++i) {
+        if (strcasecmp(rec[i]->key, key) == 0 && n-- == 0) {
+            return rec[i]->val;
+        }
+    }
+    return nullptr;
+}
+
+int ekva_cntval(s_ekva *const *rec, const char *key) {
+    int count = 0;
+    for (size_t i = 0; rec && key && rec[i]; ++i) {
+        count += strcasecmp(rec[i]->key, key) == 0;
+    }
+    return count;
+}
+
+char **ekva_getvals(s_ekva *const *rec, const char *key) {
+    char **values = nullptr;
+    int count = 0;
+    int capacity = 10;
+    for (size_t i = 0; rec && key && rec[i]; ++i) {
+        if (rec[i]->val && strcasecmp(rec[i]->key, key) == 0) {
+            const int now = arr_t21_add(&values, rec[i]->val, count, &capacity);
+            if (now == count) {
+                arr_free(values);
+                return nullptr;
+            }
+            count = now;
+        }
+    }
+    return values;
+}
+
+char *ekva_getkey(s_ekva *const *rec, const char *value) {
+    if (!rec || !rec[0] || !value) {
+        return nullptr;
+    }
+    for (size_t i = 1; rec[i]; ++i) {
+        if (rec[i]->val && strcasecmp(rec[i]->val, value) == 0) {
+            return rec[i]->key;
+        }
+    }
+    return nullptr;
+}
+
+char *ekva_getvals_str(s_ekva *const *rec, const char *key, char separator) {
+    const own_array values(ekva_getvals(rec, key));
+    return arr2str(values.get(), separator);
+}
+
+s_ekva **ekva_dup(s_ekva *const *rec) {
+    if (!rec) {
+        return nullptr;
+    }
+    const size_t end = end_of(rec);
+    const size_t slots = (end + 3) * words_a_slot;
+    const size_t first = first_of(rec);
+    own_ekva copy(first == 1 ? new_array(slots, rec[0]->key)
+                             : static_cast<s_ekva **>(calloc(slots, sizeof(s_ekva *))));
+    if (!copy) {
+        return nullptr;
+    }
+    if (first == 1 && rec[0]->val) {
+        copy.get()[0]->val = strdup(rec[0]->val);
+        if (!copy.get()[0]->val) {
+            return nullptr;
+        }
+    }
+    for (size_t i = first; i < end; ++i) {
+        copy.get()[i] = new_pair(rec[i]->key, rec[i]->val);
+        if (!copy.get()[i]) {
+            return nullptr;
+        }
+    }
+    note_end(copy.get(), end);
+    return copy.release();
+}
+
+s_ekva **ekva_copy(s_ekva *const *rec) {
+    int capacity = 0;
+    int mode = 2;
+    _ekva_parse_header(rec, &capacity, &mode);
+    s_ekva **copy = ekva_new(ekva_nument(rec), mode);
+    for (size_t i = first_of(rec); copy && rec[i]; ++i) {
+        if (ekva_addval(&copy, rec[i]->key, rec[i]->val, 0) < 1) {
+            ekva_free(copy);
+            return nullptr;
+        }
+    }
+    return copy;
+}
+
+int ekva_print(s_ekva *const *rec) {
+    int lines = 0;
+    for (size_t i = first_of(rec); rec && rec[i]; ++i, ++lines) {
+        if (rec[i]->val) {
+            printf("%s: <%s>\n", rec[i]->key, rec[i]->val);
+        } else {
+            printf("%s: NULL\n", rec[i]->key);
+        }
+    }
+    return lines;
+}
+
+int ekva_fprint(s_ekva *const *rec, FILE *stream, int width) {
+    int lines = 0;
+    for (size_t i = first_of(rec); rec && rec[i]; ++i, ++lines) {
+        fprintf(stream, "%-*s: <%s>\n", width, rec[i]->key, rec[i]->val ? rec[i]->val : "NULL");
+    }
+    return lines;
+}
+
+char *ekva2str(s_ekva *const *rec, char separator) {
+    if (!rec) {
+        return nullptr;
+    }
+    size_t size = 1;
+    for (size_t i = 1; rec[0] && rec[i]; ++i) {
+        size += strlen(rec[i]->key) + (rec[i]->val ? strlen(rec[i]->val) : 0) + 2;
+    }
+    char *const text = static_cast<char *>(malloc(size));
+    if (!text) {
+        return nullptr;
+    }
+    char *to = text;
+    for (size_t i = 1; rec[0] && rec[i]; ++i) {
+        if (i > 1) {
+            *to++ = separator;
+        }
+        to = stpcpy(to, rec[i]->key);
+        *to++ = '=';
+        to = stpcpy(to, rec[i]->val ? rec[i]->val : "");
+    }
+    *to = '\0';
+    return text;
+}
+
+s_ekva **str2ekva(const char *text, char separator) {
+    const size_t length = text ? strlen(text) : 0;
+    own_string field(static_cast<char *>(malloc(length + 1)));
+    own_string key(static_cast<char *>(malloc(length + 1)));
+    own_string val(static_cast<char *>(malloc(length + 1)));
+    if (length > INT_MAX || !field || !key || !val) {
+        return nullptr;
+    }
+    s_ekva **rec = ekva_new(static_cast<int>(length), 3);
+    for (const char *from = text; rec && from && *from;) {
+        const char *const to = strchrnul(from, separator);
+        const size_t size = static_cast<size_t>(to - from);
+        memcpy(field.get(), from, size);
+        field.get()[size] = '\0';
+        _split_line(field.get(), key.get(), val.get());
+        if (key.get()[0] && ekva_addval(&rec, key.get(), val.get(), 4) < 1) {
+            // Key first, against what the words say.
+            fprintf(stderr, "failed to add value <%s> for key <%s>", key.get(), val.get());
+        }
+        from = *to ? to + 1 : to;
+    }
+    return rec;
+}

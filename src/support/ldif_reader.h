@@ -1,0 +1,56 @@
+// Takes an LDIF text apart into its logical lines. Private to the library: what reads line by line
+// does so by this one reader, which goes through a text once and keeps its buffers from line to
+// line.
+#pragma once
+
+#include <string>
+
+// Puts the logical line at `text` into `line`: a line feed with one blank behind it vanishes,
+// carriage returns stay. Returns the position of the line feed or terminator that ends the line.
+const char *ldif_unfold(const char *text, std::string &line);
+
+class ldif_reader {
+ public:
+    // Null is an empty text.
+    explicit ldif_reader(const char *text) : at_(text ? text : "") {}
+
+    enum class kind { empty, comment, attribute };
+
+    // Takes the next line. False at the end of the text and at a line that ends the parse, which
+    // is one whose base64 value is malformed or empty.
+    bool next();
+
+    kind line_kind() const {
+        return kind_;
+    }
+    // The name with its options; "#" for a comment, "" for an empty line.
+    const std::string &name() const {
+        return name_;
+    }
+    // The decoded value; "#" for a comment.
+    const std::string &value() const {
+        return value_;
+    }
+    // Whether the value came by base64 or by reference.
+    bool binary() const {
+        return binary_;
+    }
+    // The position behind the byte that ended the line. Behind the last line of a text without a
+    // closing line feed this is one behind the terminator.
+    const char *behind() const {
+        return end_ + 1;
+    }
+
+ private:
+    bool take_apart();
+    bool decode(size_t from);
+    void read_reference(size_t from);
+    // The line's text from a position on, empty when the line ends before it.
+    const char *text_from(size_t from) const;
+
+    const char *at_;
+    const char *end_ = nullptr;
+    std::string line_, name_, value_;
+    kind kind_ = kind::empty;
+    bool binary_ = false;
+};

@@ -1,0 +1,9 @@
+// What the files of a source tree must be beside each other, and what its lists must say.
+#pragma once
+
+#include "tools/vrk-build/source_tree.h"
+
+// Throws a problem for files that would be in the way of others or of the package manager's own,
+// and for malformed lines in info/perm.txt and info/link.txt, which an installation would pass
+// over. What is merely unlikely to be meant becomes a remark of the tree.
+void check_forks(source_tree *tree);

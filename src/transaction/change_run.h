@@ -1,0 +1,44 @@
+// Private to the transactions: what the executors of an install and of an update share.
+#pragma once
+
+#include <string>
+
+#include "support/handle.h"
+#include "transaction/vrt.h"
+
+// One run of an executor.
+struct change_run {
+    const char *who;  // begins the messages: the executor
+    vrm_handle *handle;
+    vrt **transaction;
+    void *connection;
+    bool verbose;
+    bool rmpkg;
+    std::string last_staged;  // the file that was staged last: the one that rmpkg deletes
+};
+
+// What the two tell differently of staging.
+struct staging_words {
+    const char *announce_dep;  // the word of the line that announces a dependency's fetch
+    bool lists_deps;           // a DEBUG line for each dependency
+};
+
+// Whether the program asked to stop, told as the reason why the package isn't gone on with.
+bool must_stop(const vri *next);
+
+// Stages the top package and then the dependencies, in the order of the array, without what is
+// installed. Result: 0, or -1 with the reason on the log; what was staged by then stays.
+int stage_all(change_run *run, const staging_words &words);
+
+// Deletes the file that was staged last, whichever package it was for, if `rmpkg` asks for it.
+void drop_staged_file(const change_run &run, const vri *package);
+
+// Whether a package is installed by now, which is told as the reason to pass it over.
+bool is_installed_by_now(vrm_handle *handle, const vri *package);
+
+// A dependency of a transaction that is to be installed. `installation` begins the line that tells
+// of a failure, "Installation" or "installation".
+int install_dependency(const change_run &run, const vrd *dep, const char *installation);
+
+// The top package of a transaction that is to be installed.
+int install_top(const change_run &run);

@@ -1,0 +1,83 @@
+#include "transaction/depend.h"
+
+#include <cstring>
+
+#include "repository/choice.h"
+#include "repository/dirsearch.h"
+#include "repository/inventory.h"
+#include "support/log.h"
+
+namespace {
+
+// Before the order is known all dependencies weigh the same, more than any order gives a small
+// transaction.
+constexpr int32_t unsorted_weight = 99;
+
+void set_unresolved(vrd *record, const char *candidate, const char *dependency) {
+    *record = {};
+    record->status = 'U';
+    record->name = strdup(dependency);
+    record->cand = strdup(candidate);
+    record->weight = unsorted_weight;
+    log_say(LEVEL_DEBUG, "Setting status of dep %s for canditate %s to %c", dependency, candidate,
+            record->status);
+}
+
+// Status and action are only ever set as a pair, and with the package they are about.
+bool resolve(vrd *record, vri *info, char status, char action) {
+    if (!info) {
+        return false;
+    }
+    record->info = info;
+    record->status = status;
+    record->action = action;
+    return true;
+}
+
+bool find_installed(vrm_handle *handle, vrd *record) {
+    if (!resolve(record, vrm_vrl_info(handle, record->name), 'I', 'N')) {
+        log_say(LEVEL_DEBUG, "ok, dependency %s in not yet installed", record->name);
+        return false;
+    }
+    log_say(LEVEL_DEBUG, "ok, dependency %s was found already installed", record->name);
+    return true;
+}
+
+bool find_in_directories(vrm_handle *handle, char *const *dirs, vrd *record) {
+    if (!dirs) {
+        log_say(LEVEL_DEBUG, "ok, no directories to search in specified");
+        return false;
+    }
+    vri *info = vrm_findone_dirs(handle, record->name, nullptr, nullptr, dirs);
+    if (!resolve(record, info, 'L', 'I')) {
+        log_say(LEVEL_DEBUG, "No package for %s in directories found", record->name);
+        return false;
+    }
+    log_say(LEVEL_DEBUG, "ok, dependency %s was found locally", record->name);
+    return true;
+}
+
+bool find_in_catalogue(vrm_handle *handle, void *vrc, vrd *record) {
+    vri *info = vrm_findone_vrc(handle, record->name, nullptr, nullptr, vrc);
+    if (!resolve(record, info, 'R', 'I')) {
+        log_say(LEVEL_DEBUG, "No package for %s in catalogue found", record->name);
+        return false;
+    }
+    log_say(LEVEL_DEBUG, "ok, dependency %s was found in catalogue", record->name);
+    return true;
+}
+
+}  // namespace
+
+vrd *vrm_get_dependency(vrm_handle *handle, const char *candidate, const char *dependency,
+                        void *vrc, char *const *dirs, vrd **out) {
+    log_say(LEVEL_DEBUG, "Checking dep %s for canditate %s\n", dependency, candidate);
+    vrd *record = *out;
+    set_unresolved(record, candidate, dependency);
+    if (!record->name || !record->cand) {
+        return record;
+    }
+    (void)(find_installed(handle, record) || find_in_directories(handle, dirs, record) ||
+           find_in_catalogue(handle, vrc, record));
+    return record;
+}

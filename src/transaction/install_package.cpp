@@ -1,0 +1,200 @@
+// The install of one package file, step by step.
+#include <cstring>
+#include <ctime>
+#include <string>
+
+#include "package/fileops.h"
+#include "support/file.h"
+#include "support/log.h"
+#include "transaction/attempt.h"
+#include "transaction/install.h"
+#include "transaction/package_change.h"
+#include "transaction/stage.h"
+
+namespace {
+
+// The install of one package file: what its steps share.
+struct package_install : package_change {
+    const char *head;
+    std::string entry;  // the inventory directory
+    own_array files;    // the data files that are really written; null without data
+};
+
+}  // namespace
+
+static int verify(package_install *step) {
+    const int rc = verify_unpacked(step);
+    if (rc != 0) {
+        log_say(LEVEL_ERROR, "vrm_install_vrk: Failure checking info files for %s in %s",
+                step->package->name, step->stage.fresh.c_str());
+    }
+    return rc;
+}
+
+static int run_script(const package_install &step, const char *script, const char *moment) {
+    const int rc = run_add_script(step, nullptr, script, moment);
+    if (rc != 0) {
+        log_say(LEVEL_ERROR, "vrm_install_vrk: %s-install script got an error, aborting", moment);
+    }
+    return rc;
+}
+
+static int settle_conflicts(package_install *step) {
+    if (step->forks.data) {
+        char **files = nullptr;
+        if (vrm_chk_local_insert(step->handle, step->forks.data.get(), &files) != 0) {
+            log_say(LEVEL_ERROR, "vrm_install_vrk: Aborting");
+            return -1;
+        }
+        step->files.reset(files);
+    }
+    if (step->verbose) {
+        log_say(LEVEL_INFO, "installing %s", step->stage.puname.c_str());
+    }
+    return 0;
+}
+
+static int place(const package_install &step, const char *fork, const char *path) {
+    if (!place_file(step, fork, path)) {
+        log_say(LEVEL_ERROR, "vrm_install_vrk: Failed to install %s to %s",
+                unpacked_path(step, fork, path).c_str(), path);
+        return -1;
+    }
+    return 0;
+}
+
+static int place_data(const package_install &step) {
+    for (char **path = step.files.get(); path && *path; path++) {
+        if (place(step, "data", *path) != 0) {
+            return -1;
+        }
+    }
+    return 0;
+}
+
+// Configuration belongs to the administrator once it is on the disk, so a file that stands there is
+// never written, and none is ever listed in the file index.
+static int place_conf(const package_install &step) {
+    for (char **path = step.forks.conf.get(); path && *path; path++) {
+        const bool keep = !is_missing(*path);
+        if (step.verbose) {
+            log_say(LEVEL_INFO,
+                    keep ? "keeping existing config file %s" : "installing new config file %s",
+                    *path);
+        }
+        if (!keep && place(step, "conf", *path) != 0) {
+            remove_half_written(*path);
+            return -1;
+        }
+    }
+    return 0;
+}
+
+static bool write_record(const package_install &step) {
+    const bool as_dependency = strcmp(step.package->name, step.head) != 0;
+    return write_install_record(own_file(fopen((step.entry + "/inst.txt").c_str(), "we")),
+                                static_cast<int64_t>(time(nullptr)), as_dependency ? 'D' : 'X',
+                                as_dependency ? step.head : nullptr, {});
+}
+
+// Steps that enter the package into the inventory. The install record comes after everything else
+// of the entry: until it stands, the entry reads as absent. The file index is the last of all.
+static int enter_inventory(const package_install &step) {
+    const char *name = step.package->name;
+    log_say(LEVEL_DEBUG, "registering %s for candidate %s", name, step.head);
+    // An entry that a crash left unfinished would add its scripts and lists to this one.
+    vrm_vrf_rmdir(step.entry.c_str());
+    if (const char *failed = register_forks(step.stage.fresh, step.entry, step.forks)) {
+        log_say(LEVEL_ERROR, "vrm_install_vrk: Failed to copy %s for package %s", failed, name);
+        return -1;
+    }
+    if (!write_record(step)) {
+        log_say(LEVEL_ERROR, "vrm_install_vrk: Failed to write install info for package %s", name);
+        return -1;
+    }
+    if (step.files) {
+        const char *dir = ekva_getval(step.handle->dirs, "fileindex");
+        log_say(LEVEL_DEBUG, "vrm_install_vrk: Writing fileindex for <%s> to <%s/%s>", name, dir,
+                name);
+        if (write_fileindex(std::string(dir) + "/" + name, step.files.get()) != 0) {
+            log_say(LEVEL_ERROR, "vrm_install_vrk: Failed to write fileindex for package %s", name);
+            return -1;
+        }
+    }
+    return 0;
+}
+
+// Takes the package from its staged file into the inventory. What a failed step has done is taken
+// back here, so that a step need only say that it failed.
+static int install_package(package_install *step) {
+    // A package that can't be unpacked or verified leaves its stage directory for a look at it.
+    int rc = unpack_staged(*step);
+    if (rc == 0) {
+        rc = verify(step);
+    }
+    if (rc != 0) {
+        return rc;
+    }
+
+    const auto drop_stage = [step] { vrm_vrf_rmdir(step->stage.base.c_str()); };
+    const auto roll_back = [step] {
+        vrm_install_rollback(step->files.get(), step->stage.old.c_str());
+    };
+
+    rc = attempt([step] {
+        const int failed = run_script(*step, "00-add.sh", "pre");
+        return failed != 0 ? failed : settle_conflicts(step);
+    });
+    if (rc != 0) {
+        drop_stage();
+        return rc;
+    }
+
+    rc = attempt([step] {
+        if (place_data(*step) != 0 || place_conf(*step) != 0) {
+            return -1;
+        }
+        apply_links_and_perms("vrm_install_vrk", step->stage.fresh, step->forks.info);
+        return run_script(*step, "99-add.sh", "post");
+    });
+    if (rc != 0) {
+        roll_back();
+        drop_stage();
+        return rc;
+    }
+
+    rc = attempt([step] { return enter_inventory(*step); });
+    if (rc != 0) {
+        roll_back();
+        vrm_vrf_rmdir(step->entry.c_str());
+        drop_stage();
+        return rc;
+    }
+
+    // Registered: nothing can fail any more.
+    refresh_linker_cache("vrm_install_vrk");
+    note_configuration(*step, 1, step->files.get());
+    drop_stage();
+    return 0;
+}
+
+int vrm_install_vrk(vrm_handle *handle, vrt **transaction, const vri *package, const char *head,
+                    void * /*connection*/, int verbose) {
+    have_so = 0;
+    return attempt([=] {
+        package_install step = {};
+        step.who = "vrm_install_vrk";
+        step.handle = handle;
+        step.transaction = *transaction;
+        step.package = package;
+        step.head = head;
+        step.verbose = verbose != 0;
+        if (!stage_paths_of("vrm_install_vrk", handle, package, &step.stage)) {
+            return -1;
+        }
+        const char *installed = ekva_getval(handle->dirs, "installed");
+        step.entry = std::string(installed).substr(0, 1000) + "/" +
+                     std::string(package->name).substr(0, 1000);
+        return install_package(&step);
+    });
+}

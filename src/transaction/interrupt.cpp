@@ -1,0 +1,3 @@
+#include "transaction/interrupt.h"
+
+volatile sig_atomic_t vrm_stop_requested = 0;

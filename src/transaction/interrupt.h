@@ -1,0 +1,10 @@
+// How a program asks an executor to stop between two packages, and a cleanup between two entries.
+#pragma once
+
+#include <csignal>
+
+// A signal handler sets it to 1. The executors look at it before each package is staged or
+// installed, never within one: then they log "interrupted, not going on with %s" at ERROR and end
+// as after a failed package, with -1. vrm_cleanup looks at it before each entry and takes it for an
+// abort. Nobody in the engine clears it.
+extern volatile sig_atomic_t vrm_stop_requested;

@@ -1,0 +1,109 @@
+#include "transaction/package_change.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "package/fileops.h"
+#include "package/vrf.h"
+#include "repository/hooks.h"
+#include "support/log.h"
+#include "transaction/scripts.h"
+
+int unpack_staged(const package_change &change) {
+    const stage_paths &stage = change.stage;
+    for (std::string dir : {stage.fresh, stage.old}) {
+        vrm_vrf_mkdir(dir.data(), 0755);
+    }
+    log_say(LEVEL_DEBUG, "%s: Will unpack %s to %s", change.who, stage.file.c_str(),
+            stage.fresh.c_str());
+    if (change.verbose) {
+        log_say(LEVEL_INFO, "unpacking %s.vrk", stage.puname.c_str());
+    }
+    const int rc = vrm_vrf_extract(change.handle, stage.file.c_str(), stage.fresh.c_str(), 1);
+    if (rc != 0) {
+        log_say(LEVEL_ERROR, "%s: Failure unpacking %s to %s", change.who, stage.file.c_str(),
+                stage.fresh.c_str());
+    }
+    return rc;
+}
+
+int verify_unpacked(package_change *change) {
+    if (change->verbose) {
+        log_say(LEVEL_INFO, "verifying %s", change->stage.puname.c_str());
+    }
+    return verify_forks(change->stage.fresh, &change->forks);
+}
+
+int run_add_script(const package_change &change, const vri *old_package, const char *script,
+                   const char *moment) {
+    if (!fork_has(change.forks.init, (std::string("/") + script).c_str())) {
+        return 0;
+    }
+    log_say(LEVEL_DEBUG, "%s: Found %s-install script, will execute", change.who, moment);
+    const own_string command(vrm_add_script_command(
+        change.handle, script, old_package ? "UPDATE" : "INSTALL", change.stage.fresh.c_str()));
+    if (!command) {
+        return -1;
+    }
+    char **environment = vrm_scriptenv_add(old_package, change.package);
+    if (!environment) {
+        return -1;
+    }
+    if (change.verbose) {
+        log_say(LEVEL_INFO, "executing %s-install script for %s", moment,
+                change.stage.puname.c_str());
+    }
+    const int rc = vrm_system(script, command.get());
+    vrm_scriptenv_del(environment);
+    return rc;
+}
+
+std::string unpacked_path(const package_change &change, const char *fork, const char *path) {
+    return change.stage.fresh + "/" + fork + path;
+}
+
+bool place_file(const package_change &change, const char *fork, const char *path) {
+    static constexpr char live_root[] = "";  // stands ahead of every target
+    const std::string target = std::string(live_root) + path;
+    const std::string source = unpacked_path(change, fork, path);
+    const bool tell = log_wants(LEVEL_DEBUG);
+    if (tell) {
+        log_say(LEVEL_DEBUG, "%s: copying %s to %s with backup of %s", change.who, source.c_str(),
+                target.c_str(), target.c_str());
+    }
+    const int32_t bytes = vrm_vrf_copy(target.c_str(), source.c_str(), change.stage.old.c_str(), 1);
+    if (bytes >= 0 && tell) {
+        log_say(LEVEL_DEBUG, "%s: Copied %d bytes from %s to %s", change.who, bytes, source.c_str(),
+                target.c_str());
+    }
+    return bytes >= 0;
+}
+
+void remove_half_written(const char *path) {
+    const own_string written(realpath(path, nullptr));
+    if (written) {
+        unlink(written.get());
+    }
+}
+
+// Leaves a script or a command for the end of the transaction.
+static void leave_for_the_end(const package_change &change, const char *what) {
+    if (ekva_addval(&change.transaction->scripts, change.package->name, what, 0) < 1) {
+        log_say(LEVEL_ERROR, "%s: out of memory, %s will not run for %s", change.who, what,
+                change.package->name);
+    }
+}
+
+void note_configuration(const package_change &change, int context, char *const *files) {
+    if (fork_has(change.forks.init, "/99-cfg.sh")) {
+        leave_for_the_end(change, "99-cfg.sh");
+        log_say(LEVEL_DEBUG, "%s: Found 99-cfg, registered", change.who);
+    }
+    own_array commands(vrm_hooks_parse(change.handle, change.package, context, "99-cfg", files,
+                                       change.forks.conf.get(), change.forks.dump.get()));
+    for (char **command = commands.get(); command && *command; command++) {
+        log_say(LEVEL_DEBUG, "%s: Adding hook command: <%s>", change.who, *command);
+        leave_for_the_end(change, *command);
+    }
+}

@@ -1,0 +1,47 @@
+// Private to the transactions: the steps that the install and the update of one package share.
+#pragma once
+
+#include <string>
+
+#include "transaction/register.h"
+#include "transaction/staging.h"
+
+struct package_change {
+    const char *who;  // begins the messages: the public function that does the change
+    vrm_handle *handle;
+    vrt *transaction;
+    const vri *package;  // the new one
+    bool verbose;
+
+    stage_paths stage;
+    package_forks forks;  // what was unpacked
+};
+
+// Unpacks the staged file to a fresh stage directory. Result: 0, or the code of vrm_vrf_extract
+// with an ERROR line.
+int unpack_staged(const package_change &change);
+
+// Tells what is about to be verified, and verifies it (verify_forks).
+int verify_unpacked(package_change *change);
+
+// Runs 00-add.sh or 99-add.sh if the package has it. `old_package` is what is replaced, null in an
+// install; `moment` is "pre" or "post". Result: the script's raw wait status, 0 without a script.
+int run_add_script(const package_change &change, const vri *old_package, const char *script,
+                   const char *moment);
+
+// Where a file of the unpacked package lies.
+std::string unpacked_path(const package_change &change, const char *fork, const char *path);
+
+// Copies one file of the unpacked package to its place on the system, with a backup of what it
+// replaces. False when that fails; vrm_vrf_copy has told why.
+bool place_file(const package_change &change, const char *fork, const char *path);
+
+// Removes what a failed copy left of a file that was not there before. No rollback knows of it, and
+// the next attempt would keep it as the administrator's own. A dangling link was written through
+// and stays.
+void remove_half_written(const char *path);
+
+// Notes what is left for the end of the transaction: the package's own configuration script and
+// the commands of the hooks that it meets. `context` is that of vrm_hooks_parse, `files` are the
+// data files that were written, null for none.
+void note_configuration(const package_change &change, int context, char *const *files);

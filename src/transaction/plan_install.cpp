@@ -1,0 +1,194 @@
+#include "transaction/plan_install.h"
+
+#include <cctype>
+#include <cinttypes>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "package/vrf.h"
+#include "repository/choice.h"
+#include "repository/inventory.h"
+#include "support/log.h"
+#include "transaction/planning.h"
+#include "ui/vrmui.h"
+
+// Which candidate brought a name in. Names count as equal whatever their case, as they do in every
+// record of the engine.
+class first_candidates {
+ public:
+    // The candidate that brought the name in before, or null, and then it is this one.
+    const std::string *find_or_add(std::string name, const char *candidate) {
+        for (char &c : name) {
+            c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+        }
+        const auto [place, added] = by_name_.try_emplace(std::move(name), candidate);
+        return added ? nullptr : &place->second;
+    }
+
+ private:
+    std::unordered_map<std::string, std::string> by_name_;
+};
+
+own_vrt new_transaction(const char *name, char source, own_vri candidate) {
+    own_vrt plan(static_cast<vrt *>(calloc(1, sizeof(vrt))));
+    if (!plan || !(plan->name = strdup(name))) {
+        return nullptr;
+    }
+    plan->source = source;
+    plan->mark = 'N';
+    plan->tot_file_size = candidate->filesize;
+    plan->tot_data_size = candidate->datasize;
+    plan->info = candidate.release();
+    return plan;
+}
+
+void add_sizes(vrt *plan, const vrd *dep) {
+    log_say(LEVEL_DEBUG, "Adding %" PRIu64 " to tot_file_size", dep->info->filesize);
+    log_say(LEVEL_DEBUG, "Adding %" PRIu64 " to tot_data_size", dep->info->datasize);
+    plan->tot_file_size += dep->info->filesize;
+    plan->tot_data_size += dep->info->datasize;
+}
+
+// Whether a walked record is part of the plan: it has a package, and its name is a new one.
+static bool is_kept(const vrd *record, first_candidates *processed) {
+    if (!record->info) {
+        return false;
+    }
+    if (const std::string *first = processed->find_or_add(record->name, record->cand)) {
+        log_say(LEVEL_DEBUG, "Skipping %s for %s, already processed for %s", record->name,
+                record->cand, first->c_str());
+        return false;
+    }
+    return true;
+}
+
+static bool is_to_be_installed(const vrd *record, first_candidates *processed) {
+    if (record->status == 'I') {
+        log_say(LEVEL_DEBUG, "Skipping %s for %s, locally installed", record->name, record->cand);
+        return false;
+    }
+    log_say(LEVEL_DEBUG, "Found dep %s for cand %s, status: %c", record->name, record->cand,
+            record->status);
+    return is_kept(record, processed);
+}
+
+// Moves the records that are part of the plan from the walk into the transaction, in the order of
+// installation, and adds up their sizes. The request's own name counts as taken: a circle that
+// leads back to it ends here.
+static bool take_deps(vrt *plan, walked_deps *walked,
+                      bool (*is_wanted)(const vrd *, first_candidates *)) {
+    if (walked->num <= 0) {
+        return true;
+    }
+    vrds_sort(plan->info, &walked->records);
+    own_heap<vrd *> kept(
+        static_cast<vrd **>(calloc(static_cast<size_t>(walked->num) + 1, sizeof(vrd *))));
+    if (!kept) {
+        return false;
+    }
+    // All is decided before the first record changes its owner: nothing fails in between.
+    first_candidates processed;
+    processed.find_or_add(plan->name, "User");
+    std::vector<bool> wanted;
+    for (vrd *const *place = walked->records; *place; place++) {
+        const vrd *record = *place;
+        wanted.push_back(is_wanted(record, &processed));
+        if (wanted.back()) {
+            add_sizes(plan, record);
+        }
+    }
+    vrd **dropped = walked->records;
+    for (size_t i = 0; i < wanted.size(); i++) {
+        vrd *record = walked->records[i];
+        if (wanted[i]) {
+            kept.get()[plan->num_deps++] = record;
+        } else {
+            *dropped++ = record;
+        }
+    }
+    *dropped = nullptr;
+    if (plan->num_deps > 0) {
+        plan->deps = kept.release();
+    }
+    return true;
+}
+
+vrt *vrm_pre_install(vrm_handle *handle, void *vrc, const char *name, const char *variant,
+                     const char *version, char *const *dirs, vrt **out) try {
+    const bool is_file = vrk_file_is_vrk(name);
+    own_vri candidate(is_file ? vrm_vrf_info(handle, name, 1)
+                              : vrm_findone_vrc(handle, name, variant, version, vrc));
+    if (!candidate) {
+        if (is_file) {
+            log_say(LEVEL_INFO, "%s is not a valid package file, skipping", name);
+        } else {
+            log_say(LEVEL_INFO, "%s was not found in the package catalogue", name);
+        }
+        return nullptr;
+    }
+    if (own_vri(vrm_vrl_info(handle, candidate->name))) {
+        log_say(LEVEL_INFO, "%s is already installed", candidate->name);
+        return nullptr;
+    }
+
+    walked_deps walked;
+    if (vrm_chk_install(handle, candidate.get(), vrc, dirs, &walked.num, &walked.records) != 0) {
+        log_say(LEVEL_DEBUG, "%s cannot be installed", candidate->name);
+        if (walked.begun()) {
+            walked.log_found("Found", false);
+            return nullptr;
+        }
+    }
+
+    own_vrt plan = new_transaction(name, is_file ? 'L' : 'R', std::move(candidate));
+    if (!plan) {
+        return nullptr;
+    }
+    plan->action = 'I';
+    plan->scripts = ekva_new(walked.num + 1, 1);
+    plan->hookcmds = ekva_new(walked.num + 1, 1);
+    if (!plan->scripts || !plan->hookcmds || !take_deps(plan.get(), &walked, is_to_be_installed)) {
+        return nullptr;
+    }
+    return *out = plan.release();
+} catch (const std::bad_alloc &) {
+    return nullptr;
+}
+
+vrt *vrm_walk(vrm_handle *handle, void *vrc, const char *name, const char *variant,
+              char *const *dirs, vrt **out) try {
+    const bool is_file = vrk_file_is_vrk(name);
+    own_vri candidate(is_file ? vrm_vrf_info(handle, name, 1)
+                              : vrm_findone_vrc(handle, name, variant, nullptr, vrc));
+    if (!candidate) {
+        // The caller, who wants to show a tree, tells the user why there is none.
+        vrmui_say_new(
+            "%s %s\n", name,
+            is_file ? "is not a valid package file" : "was not found in the package catalogue");
+        return nullptr;
+    }
+
+    walked_deps walked;
+    if (vrm_chk_walk(handle, candidate.get(), vrc, dirs, &walked.num, &walked.records) != 0) {
+        log_say(LEVEL_DEBUG, "%s cannot be installed", candidate->name);
+        if (walked.begun()) {
+            walked.log_found("Found", false);
+            return nullptr;
+        }
+    } else {
+        walked.log_found("Found", true);
+    }
+
+    own_vrt plan = new_transaction(name, is_file ? 'L' : 'R', std::move(candidate));
+    if (!plan || !take_deps(plan.get(), &walked, is_kept)) {
+        return nullptr;
+    }
+    return *out = plan.release();
+} catch (const std::bad_alloc &) {
+    return nullptr;
+}

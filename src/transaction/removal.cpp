@@ -1,0 +1,212 @@
+// Carrying a removal out.
+#include "transaction/removal.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "package/backup_journal.h"
+#include "package/fileops.h"
+#include "repository/action_log.h"
+#include "support/file.h"
+#include "support/log.h"
+#include "transaction/attempt.h"
+#include "transaction/change_run.h"
+#include "transaction/scripts.h"
+#include "transaction/stage.h"
+#include "transaction/staging.h"
+#include "transaction/swap.h"
+
+namespace {
+
+// The removal of one package: what its steps share.
+struct package_removal {
+    vrm_handle *handle;
+    const vri *package;
+    stage_paths stage;
+    inventory_places places;
+};
+
+enum class outcome { done, failed };
+
+}  // namespace
+
+static constexpr char me[] = "vrm_one_delete";
+
+// Runs 00-del.sh or 99-del.sh, if the package has it. `moment` is "pre" or "post".
+static int run_del_script(const package_removal &step, const char *script, const char *moment) {
+    const std::string path = step.places.entry + "/init/" + script;
+    log_say(LEVEL_DEBUG, "%s: looking for %s-delete script %s\n", me, moment, path.c_str());
+    if (is_missing(path.c_str())) {
+        log_say(LEVEL_DEBUG, "%s: no %s-delete script found", me, moment);
+        return 0;
+    }
+    own_string command(
+        vrm_del_script_command(step.handle, script, step.package->name, step.stage.old.c_str()));
+    if (!command) {
+        return -1;
+    }
+    char **environment = vrm_scriptenv_add(step.package, nullptr);
+    if (!environment) {
+        return -1;
+    }
+    const int rc = vrm_system(script, command.get());
+    vrm_scriptenv_del(environment);
+    if (rc != 0) {
+        log_say(LEVEL_ERROR, "%s: %s-delete got an error, aborting", me, moment);
+    }
+    return rc;
+}
+
+static outcome take_file_away(const package_removal &step, const char *path) {
+    if (log_wants(LEVEL_DEBUG)) {
+        log_say(LEVEL_DEBUG, "%s: Found %s to delete", me, path);
+    }
+    struct stat status;
+    // A path that isn't absolute would mean another file from another working directory.
+    errno = EINVAL;
+    if (path[0] != '/' || stat(path, &status) != 0) {
+        log_say(LEVEL_WARNING, "%s: Failed to access registered file %s: %s, skipping", me, path,
+                strerror(errno));
+        return outcome::done;
+    }
+    if (save_backup(step.stage.old.c_str(), path) != 0) {
+        log_say(LEVEL_ERROR, "%s: Failed to backup %s, not good. We try a rollback and leave.", me,
+                path);
+        return outcome::failed;
+    }
+    if (unlink(path) != 0) {
+        log_say(LEVEL_WARNING, "%s: Failed to remove registered file %s: %s, but we go on", me,
+                path, strerror(errno));
+    }
+    return outcome::done;
+}
+
+static outcome take_files_away(const package_removal &step) {
+    const own_file index(fopen(step.places.index.c_str(), "re"));
+    if (!index && errno == ENOENT) {
+        log_say(LEVEL_DEBUG, "%s: no fileindex. This is ok", me);
+        return outcome::done;
+    }
+    if (index) {
+        char line[4096];
+        while (fgets(line, sizeof line, index.get())) {
+            line[strcspn(line, "\n")] = '\0';
+            if (line[0] != '\0' && take_file_away(step, line) != outcome::done) {
+                return outcome::failed;
+            }
+        }
+    }
+    // An index that is there and can't be read to its end would leave files without an owner.
+    if (!index || ferror(index.get())) {
+        log_say(LEVEL_ERROR, "Failed to read %s: %s", step.places.index.c_str(), strerror(errno));
+        return outcome::failed;
+    }
+    log_say(LEVEL_DEBUG, "%s: processed fileindex %s\n", me, step.places.index.c_str());
+    return outcome::done;
+}
+
+static void take_links_away(const package_removal &step) {
+    const std::string list = step.places.entry + "/link.txt";
+    log_say(LEVEL_DEBUG, "%s: looking for link script %s\n", me, list.c_str());
+    if (is_missing(list.c_str())) {
+        log_say(LEVEL_DEBUG, "%s: no link script found", me);
+        return;
+    }
+    const int rc = vrm_vrf_links(list.c_str(), 1, 0);
+    log_say(LEVEL_DEBUG, "%s: rc of vrm_vrf_links: %d", me, rc);
+}
+
+// Takes the entry out of the inventory at one stroke, under the name that retired entries have:
+// what is left when its files can't all be deleted, or when the machine dies meanwhile, is no
+// damaged entry but something that a cleanup clears away.
+static void drop_entry(const inventory_places &places) {
+    vrm_vrf_rmdir(places.old_entry.c_str());
+    const bool retired = rename(places.entry.c_str(), places.old_entry.c_str()) == 0;
+    vrm_vrf_rmdir((retired ? places.old_entry : places.entry).c_str());
+}
+
+static int remove_package(const package_removal &step) {
+    if (const int rc = run_del_script(step, "00-del.sh", "pre")) {
+        return rc;  // nothing was changed
+    }
+
+    // What a former run left there must not get into a rollback of this one.
+    vrm_vrf_rmdir(step.stage.base.c_str());
+    std::string old = step.stage.old;
+    vrm_vrf_mkdir(old.data(), 0755);
+
+    const int rc = attempt([&step] {
+        return take_files_away(step) == outcome::done ? run_del_script(step, "99-del.sh", "post")
+                                                      : -1;
+    });
+    if (rc != 0) {
+        // A removal wrote no files that would have to go.
+        vrm_install_rollback(nullptr, step.stage.old.c_str());
+        vrm_vrf_rmdir(step.stage.base.c_str());
+        return rc;
+    }
+    take_links_away(step);
+
+    // From here on it is not installed any more. What a dead update left of a new registration goes
+    // ahead of the entry: without that it would be taken for the rest of a swap.
+    vrm_vrf_rmdir(step.stage.base.c_str());
+    drop_new_registration(step.places);
+    unlink(step.places.index.c_str());
+    drop_entry(step.places);
+    return 0;
+}
+
+int vrm_one_delete(vrm_handle *handle, const vri *package) {
+    return attempt([=] {
+        package_removal step = {handle, package, {}, {}};
+        if (!identity_is_safe(me, package) || !stage_paths_of(me, handle, package, &step.stage)) {
+            return -1;
+        }
+        step.places = places_of(handle, package->name);
+        return remove_package(step);
+    });
+}
+
+// Removes one package of a plan. `candidate` is for whose sake it was there, null for the top one.
+static int remove_and_log(vrm_handle *handle, const vri *package, const char *candidate) {
+    const std::string puname = vrk_puname(package);
+    const int rc = must_stop(package) ? -1 : vrm_one_delete(handle, package);
+    if (rc != 0) {
+        log_say(LEVEL_ERROR, "vrm_exe_delete: Removal of %s failed with rc=%d\n", puname.c_str(),
+                rc);
+        return rc;
+    }
+    vrm_log_action(3, nullptr, puname.c_str(), candidate);
+    log_say(LEVEL_INFO, "removal of %s succeeded", puname.c_str());
+    return 0;
+}
+
+int vrm_exe_delete(vrm_handle *handle, vrt **transaction) {
+    const vrt *plan = *transaction;
+    if (!may_carry_out("vrm_exe_delete", handle, plan)) {
+        return -1;
+    }
+    return attempt([=] {
+        if (const int rc = remove_and_log(handle, plan->info, nullptr)) {
+            return rc;
+        }
+        if (plan->deps) {
+            log_say(LEVEL_DEBUG, "vrm_exe_delete: Number of deps: %d", plan->num_deps);
+        }
+        for (int32_t i = 0; plan->deps && i < plan->num_deps; i++) {
+            const vrd *dep = plan->deps[i];
+            if (!dep->info) {
+                continue;
+            }
+            if (const int rc = remove_and_log(handle, dep->info, dep->cand)) {
+                return rc;
+            }
+        }
+        return 0;
+    });
+}

@@ -1,0 +1,128 @@
+#include "transaction/staging.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstring>
+
+#include "package/fileops.h"
+#include "package/safe_name.h"
+#include "repository/dirsearch.h"
+#include "repository/vrc.h"
+#include "support/ekva.h"
+#include "support/log.h"
+
+static constexpr size_t stage_path_limit = 1024;
+
+bool stage_paths_of(const char *who, vrm_handle *handle, const vri *package, stage_paths *paths) {
+    const char *area = ekva_getval(handle->dirs, "stagearea");
+    paths->puname = vrk_puname(package);
+    paths->base = std::string(area ? area : "") + "/" + paths->puname;
+    paths->file = paths->base + ".vrk";
+    paths->fresh = paths->base + "/new";
+    paths->old = paths->base + "/old";
+    if (paths->file.size() >= stage_path_limit) {
+        log_say(LEVEL_ERROR, "%s: path in the stage area is too long: %.900s", who,
+                paths->file.c_str());
+        return false;
+    }
+    return true;
+}
+
+bool identity_is_safe(const char *who, const vri *package) {
+    const char *part = vrk_info_unsafe_part(package);
+    if (part) {
+        log_say(LEVEL_ERROR, "%s: refusing package <%.200s>: its %s is not allowed", who,
+                package->name ? package->name : "", part);
+    }
+    return !part;
+}
+
+// The identities of the top package and of every dependency with which something is done.
+static bool plan_is_safe(const char *who, const vrt *transaction) {
+    if (!identity_is_safe(who, transaction->info)) {
+        return false;
+    }
+    for (int32_t i = 0; transaction->deps && i < transaction->num_deps; i++) {
+        const vrd *dep = transaction->deps[i];
+        if (!dep->info || dep->action == 'N') {
+            continue;
+        }
+        if (!identity_is_safe(who, dep->info)) {
+            return false;
+        }
+        // It is written to the install record and the action log.
+        if (!vrk_name_is_safe(dep->cand)) {
+            log_say(LEVEL_ERROR, "%s: refusing dependency %s of <%.200s>: that name is not allowed",
+                    who, dep->info->name, dep->cand ? dep->cand : "");
+            return false;
+        }
+    }
+    return true;
+}
+
+bool may_carry_out(const char *who, const vrm_handle *handle, const vrt *transaction) {
+    if (!handle->locked) {
+        log_say(LEVEL_ERROR, "%s: no lock on local repository", who);
+        return false;
+    }
+    return plan_is_safe(who, transaction);
+}
+
+int stage_fetch(const char *who, const char *announce, void *connection, vri *package,
+                const std::string &path) {
+    if (vrm_stage_have_vrk(path.c_str(), package)) {
+        return 0;
+    }
+    FILE *file = fopen(path.c_str(), "we");
+    if (!file) {
+        log_say(LEVEL_ERROR, "%s: Failed to open %s for writing: %s", who, path.c_str(),
+                strerror(errno));
+        return -1;
+    }
+    if (announce) {
+        log_say(LEVEL_INFO, "%s %s.vrk", announce, vrk_puname(package));
+    }
+    // Without a backend there is nobody to ask.
+    const int rc =
+        pvrm_vrc_readpkg && connection ? pvrm_vrc_readpkg(connection, package, file) : -1;
+    const bool written = !ferror(file);
+    if (fclose(file) != 0 || !written) {
+        log_say(LEVEL_ERROR, "%s: Failed to write %s: %s", who, path.c_str(), strerror(errno));
+        return -1;
+    }
+    // The count is a signed 32-bit number by contract: a negative one never equals a size, nor does
+    // that of a package of 2 GiB or more.
+    if (static_cast<int64_t>(static_cast<int32_t>(rc)) < 0 ||
+        static_cast<uint64_t>(static_cast<int64_t>(rc)) != package->filesize) {
+        log_say(LEVEL_ERROR,
+                "%s: Failed to get %" PRIu64 " bytes from vrc_readpkg into %s. rc = %d", who,
+                package->filesize, path.c_str(), rc);
+        return -1;
+    }
+    return 0;
+}
+
+static bool is_same_file(const char *a, const char *b) {
+    struct stat first, second;
+    return stat(a, &first) == 0 && stat(b, &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
+}
+
+int stage_copy(const char *who, bool announce, const vri *package, const std::string &path) {
+    if (announce) {
+        log_say(LEVEL_INFO, "copying %s.vrk", vrk_puname(package));
+    }
+    const char *source = package->absolute_uri ? package->absolute_uri : "";
+    // A user may name the staged file itself. Copying it onto itself would delete it, as a copy
+    // takes its target away first.
+    if (is_same_file(source, path.c_str())) {
+        return 0;
+    }
+    if (vrm_vrf_copy(path.c_str(), source, nullptr, 0) < 0) {
+        log_say(LEVEL_ERROR, "%s: Failed to copy %s to %s", who, source, path.c_str());
+        return -1;
+    }
+    return 0;
+}

@@ -1,0 +1,58 @@
+// Carrying out an update transaction.
+#pragma once
+
+#include "support/handle.h"
+#include "transaction/vrt.h"
+
+// Updates what a transaction of vrm_pre_update holds: stages every package, then takes the
+// dependencies from the last of the array to the first, and the top package at the end; each that
+// got through is written to the action log. By its `action` a dependency is installed (`I`),
+// updated (`U`) or left alone, and so is the top package.
+//
+// `handle` must hold the repository lock. `connection` is the catalogue's, needed for packages
+// whose status or source is `R`. `verbose` asks for progress lines at INFO. `rmpkg` asks to delete,
+// after each change, the staged file that was staged last; with dependencies the others stay.
+// Result: 0; -1 without the lock, for a name that is not allowed, when staging failed or when the
+// program asked to stop (transaction/interrupt.h); 99 when the top package is not installed (`U`)
+// or is so by now (`I`); else the code of the package that failed. Packages changed before it stay
+// changed, and their configuration scripts run also then, by vrm_scripts_exe, which leaves hook
+// commands in `hookcmds` for vrm_exe_hooks; only a top package to be installed that is there by now
+// ends it without them. The reasons stand on the log. The transaction stays the caller's.
+int vrm_exe_update(vrm_handle *handle, vrt **transaction, void *connection, int verbose, int rmpkg);
+
+// Replaces one installed package by a staged new version. Configuration files that are as they were
+// shipped are replaced, changed ones kept. The new registration is built aside, under names with a
+// leading dot, and swapped in by renames at the end, so that until then a failure leaves the old
+// version registered. A rollback brings back what was written over or taken away, also replaced
+// configuration; links, permissions, configuration that was not there before, made directories and
+// the doings of the scripts stay, and a file of the new version that was to be written over and had
+// not been reached yet is lost.
+//
+// `old_package` is the inventory's record, `new_package` that of the staged file. `connection`
+// isn't used. Touches have_so, and through its steps the environment and, while unpacking and
+// linking, the working directory.
+// Result: 0, or the code of the step that failed: -1, that of the unpacking or verification, or the
+// raw wait status of 00-add.sh. That of 99-add.sh is told as -1.
+int vrm_update_vrk(vrm_handle *handle, vrt **transaction, const vri *old_package,
+                   const vri *new_package, void *connection, int verbose);
+
+// Splits the data files of two versions into what to write and what to take away. Both lists are
+// null-terminated or null. A new file may be written when it is not on the disk (links followed) or
+// belongs to the old version; one that another package owns ends the update; for one of nobody's
+// the user is asked through the global vrmui object, with "r", replace, as default. An old file is
+// taken away when it is on the disk and not among the new ones.
+// Result: 0, and `*del_files` and `*add_files` are new arrays for arr_free, possibly empty, each
+// null when its list was; -1, and both are null, when the update must not go on. Nothing is written
+// here.
+int vrm_chk_local_update(vrm_handle *handle, char *const *old_files, char *const *new_files,
+                         char ***del_files, char ***add_files);
+
+// Brings the inventory back to what it was before an update that died, by a kill or a crash, amidst
+// the renames that enter the new version: one package then has no entry under its name, or a file
+// index that isn't its entry's. The old version is registered again, over files that are the new
+// one's already, and the same update does all of its steps anew. An update that died before the
+// renames has its old registration in place, one that died after them the new one: those are left
+// alone, and so is the retired registration of the second, which a cleanup takes.
+// `handle` must hold the repository lock. Result: how many packages were brought back, each with a
+// WARNING; -1 without the lock and when memory fails.
+int vrm_undo_broken_swaps(vrm_handle *handle);

@@ -1,0 +1,69 @@
+// What may be left after a change that was disturbed.
+//
+// The rule: each package is, as a whole, what it was before or what the change makes of it, on the
+// disk and in the inventory, and nothing else is touched. What the engine's order of steps leaves
+// beyond that is told: a list of named losses and left-overs, each bound to the operation that was
+// disturbed, and written up in the administrator's guide. All else is a fault.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "faults/cases.h"
+#include "faults/operation.h"
+#include "faults/tree.h"
+
+enum class told {
+    not_reached,
+    not_restored,
+    not_deleted,
+    new_version_stays,
+    mode_not_set,
+    conf_stays,
+    conf_unread,
+    links_stay,
+    link_not_made,
+    perm_not_set,
+    removal_not_finished,
+    swap_not_finished,
+    entry_unread,
+    stage_kept,
+    not_cleared,
+    not_logged,
+    // After a kill and a repeated run:
+    killed_conf,
+    killed_unindexed,
+    killed_in_between,
+    killed_left_overs,
+    killed_record,
+};
+
+// The name and the sentence for a list.
+const char *name_of(told reason);
+const char *sentence_of(told reason);
+const std::vector<told> &all_told();
+
+struct finding {
+    std::optional<told> reason;  // none: a fault
+    std::string path;
+    std::string what;
+};
+
+struct failed_run {
+    operation disturbed;
+    size_t number;                 // of that operation
+    std::vector<operation> trace;  // of the whole run
+    bool success_told;             // exit status 0
+    std::string log;               // what the engine logged
+    tree now;
+};
+
+// After a run in which one operation failed.
+std::vector<finding> judge_failure(const scene &expected, const failed_run &run);
+
+// After a run that was killed, in the state `killed`, and a repetition of it that got through.
+std::vector<finding> judge_repetition(const scene &expected, const tree &killed, const tree &now);
+
+// Whether any of the findings is a fault.
+bool has_fault(const std::vector<finding> &findings);

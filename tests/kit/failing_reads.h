@@ -1,0 +1,69 @@
+// Directories and files that break off while they are read, as on a disk that fails. It defines
+// readdir and read for the program that includes it.
+#pragma once
+
+#include <dirent.h>
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+// Within its life a directory gives so many entries, and then an error.
+class FailingReaddir {
+ public:
+    explicit FailingReaddir(int entries) {
+        left_ = entries;
+    }
+    ~FailingReaddir() {
+        left_ = -1;
+    }
+    FailingReaddir(const FailingReaddir &) = delete;
+    FailingReaddir &operator=(const FailingReaddir &) = delete;
+
+    static bool fails_now() {
+        return left_ >= 0 && left_-- == 0;
+    }
+
+ private:
+    static inline int left_ = -1;  // -1: any number
+};
+
+// Within its life no byte comes from a descriptor. What reads through a stream doesn't notice.
+class FailingRead {
+ public:
+    FailingRead() {
+        active_ = true;
+    }
+    ~FailingRead() {
+        active_ = false;
+    }
+    FailingRead(const FailingRead &) = delete;
+    FailingRead &operator=(const FailingRead &) = delete;
+
+    static bool active() {
+        return active_;
+    }
+
+ private:
+    static inline bool active_ = false;
+};
+
+extern "C" dirent *readdir(DIR *dir) {
+    // The name that the one with large offsets has everywhere.
+    static const auto real = reinterpret_cast<dirent *(*)(DIR *)>(dlsym(RTLD_NEXT, "readdir64"));
+    if (FailingReaddir::fails_now()) {
+        errno = EIO;
+        return nullptr;
+    }
+    return real(dir);
+}
+
+extern "C" ssize_t read(int fd, void *buffer, size_t size) {
+    static const auto real =
+        reinterpret_cast<ssize_t (*)(int, void *, size_t)>(dlsym(RTLD_NEXT, "read"));
+    if (FailingRead::active()) {
+        errno = EIO;
+        return -1;
+    }
+    return real(fd, buffer, size);
+}

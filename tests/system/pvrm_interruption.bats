@@ -1,0 +1,257 @@
+#!/usr/bin/env bats
+# The command line tool at a terminal, under signals, and beside another one of its kind.
+
+load helpers
+
+setup_file() {
+    make_signer
+    trust_signer
+    use_text_backend
+}
+
+setup() {
+    clean_repository
+    rm -f /tmp/started /tmp/go /tmp/out /tmp/configured
+}
+
+has_started() {
+    [[ -e /tmp/started ]]
+}
+
+assert_no_lock() {
+    [[ ! -e $repository/lock ]]
+}
+
+# --- Questions ------------------------------------------------------------------------------------
+
+@test "on a terminal it asks once for all that is wanted" {
+    a=$(package a)
+    b=$(package b)
+    run on_terminal "pvrm install $a $b" <<<y
+    assert_status 0
+    assert_equal "$(grep -c '\[Y/n\]' <<<"$output")" 1
+    assert_output_has 'Install these 2 packages? [Y/n]'
+    is_installed a
+    is_installed b
+}
+
+@test "no is no" {
+    run on_terminal "pvrm install $(package foo)" <<<n
+    assert_status 1
+    assert_output_has 'Install this package? [Y/n] pvrm: nothing was installed'
+    refute_installed foo
+    assert_no_lock
+}
+
+@test "--yes asks nothing on a terminal" {
+    run on_terminal "pvrm install --yes $(package foo)" </dev/null
+    assert_status 0
+    refute_output_has '[Y/n]'
+    is_installed foo
+}
+
+@test "with stdin or stdout elsewhere it asks nothing" {
+    run on_terminal "pvrm install $(package foo) </dev/null"
+    assert_status 0
+    refute_output_has '[Y/n]'
+    run on_terminal "pvrm install $(package bar) | cat" </dev/null
+    assert_status 0
+    refute_output_has '[Y/n]'
+    is_installed foo
+    is_installed bar
+}
+
+# Answers for two files that are there already: y for the plan, then the given keys.
+install_over() { # KEYS
+    echo mine >/usr/share/one
+    echo mine >/usr/share/two
+    run on_terminal "pvrm install $(package foo data/usr/share/one=new data/usr/share/two=new)" \
+        < <(printf 'y\n'; sleep 0.5; printf '%s' "$1")
+}
+
+@test "a file in the way is asked about: leave and replace" {
+    install_over $'l\nr\n'
+    assert_status 0
+    assert_line '  l  leave existing file'
+    # Which is asked first is the directory's affair.
+    local asked
+    mapfile -t asked < <(sed -n 's/.*The file \(.*\) already exists on the filesystem. Choose .*/\1/p' \
+        <<<"$output")
+    assert_equal "${#asked[@]}" 2
+    assert_equal "$(cat "${asked[0]}" "${asked[1]}")" $'mine\nnew'
+    assert_equal "$(cat "$repository/fileindex/foo")" "${asked[1]}"
+    assert_output_has "pvrm: leaving ${asked[0]} as it is on the disk"
+    assert_output_has "pvrm: replacing ${asked[1]}, which was on the disk already"
+}
+
+@test "a capital letter answers for all: leave" {
+    install_over $'L\n'
+    assert_status 0
+    assert_equal "$(cat /usr/share/one /usr/share/two)" $'mine\nmine'
+}
+
+@test "a capital letter answers for all: replace" {
+    install_over $'R\n'
+    assert_status 0
+    assert_equal "$(cat /usr/share/one /usr/share/two)" $'new\nnew'
+}
+
+@test "abort at a file in the way takes the package back" {
+    install_over $'a\n'
+    assert_status 1
+    assert_line 'pvrm: the installation is aborted, as you asked for'
+    assert_equal "$(cat /usr/share/one /usr/share/two)" $'mine\nmine'
+    refute_installed foo
+    assert_no_lock
+}
+
+# --- Signals --------------------------------------------------------------------------------------
+
+@test "an interruption at the question ends with the lock released" {
+    run on_terminal "pvrm install $(package foo)" < <(sleep 1.5; printf '\003')
+    assert_status 1
+    assert_line 'pvrm: interrupted: nothing was installed'
+    refute_installed foo
+    assert_no_lock
+}
+
+@test "TERM at the question ends with the lock released" {
+    on_terminal "pvrm install $(package foo)" < <(sleep 5) >/tmp/out 3>&- &
+    local terminal=$!
+    wait_until test -s "$repository/lock"
+    sleep 1
+    kill -TERM "$(cat "$repository/lock")"
+    status=0
+    wait "$terminal" || status=$?
+    output=$(cat /tmp/out)
+    assert_status 1
+    assert_output_has 'pvrm: interrupted: nothing was installed'
+    refute_installed foo
+    assert_no_lock
+}
+
+@test "an interruption at a file in the way takes the package back" {
+    echo mine >/usr/share/one
+    run on_terminal "pvrm install $(package foo data/usr/share/one=new) $(package bar)" \
+        < <(printf 'y\n'; sleep 2; printf '\003')
+    assert_status 1
+    assert_output_has 'pvrm: interrupted: '
+    assert_equal "$(cat /usr/share/one)" mine
+    refute_installed foo
+    refute_installed bar
+    assert_no_lock
+}
+
+@test "an interruption from the keyboard during a script takes the package back" {
+    run on_terminal "pvrm install --yes $(package foo "init/99-add.sh=$waiting_script") $(package bar)" \
+        < <(wait_until has_started; printf '\003'; sleep 1)
+    assert_status 1
+    assert_output_has 'pvrm: interrupted: '
+    refute_installed foo
+    refute_installed bar
+    [[ ! -e /usr/share/foo/about ]]
+    assert_no_lock
+}
+
+@test "an interruption from the keyboard during a configuration command ends after it" {
+    run on_terminal "pvrm install --yes $(package foo "init/99-cfg.sh=$waiting_script") $(package bar)" \
+        < <(wait_until has_started; printf '\003'; sleep 1)
+    assert_status 1
+    assert_output_has 'pvrm: interrupted: '
+    is_installed foo
+    refute_installed bar
+    assert_no_lock
+}
+
+@test "TERM during a script finishes the package and ends before the next one" {
+    start_pvrm install "$(package foo "init/00-add.sh=$waiting_script")" "$(package bar)"
+    kill -TERM "$tool"
+    finish
+    assert_status 1
+    is_installed foo
+    refute_installed bar
+    assert_line "pvrm: interrupted: $BATS_TEST_TMPDIR/packages/bar_any_1.0.vrk and what follows was not installed"
+    assert_no_lock
+}
+
+@test "TERM ends before a package's next dependency, too" {
+    package needed "init/00-add.sh=$waiting_script" >/dev/null
+    start_pvrm install --dir "$BATS_TEST_TMPDIR/packages" "$(package foo needs=needed)"
+    kill -TERM "$tool"
+    finish
+    assert_status 1
+    is_installed needed
+    refute_installed foo
+    assert_line 'pvrm: interrupted before foo_any_1.0'
+    assert_no_lock
+}
+
+@test "a hang-up stops nothing" {
+    start_pvrm install "$(package foo "init/00-add.sh=$waiting_script")" "$(package bar)"
+    kill -HUP "$tool"
+    finish
+    assert_status 0
+    is_installed foo
+    is_installed bar
+}
+
+@test "an interruption from elsewhere during a question of a package takes it back" {
+    echo mine >/usr/share/one
+    on_terminal "pvrm install $(package foo data/usr/share/one=new)" \
+        < <(printf 'y\n'; sleep 5) >/tmp/out 3>&- &
+    local terminal=$!
+    wait_until test -e "$repository/stagearea/foo_any_1.0/new/data"
+    sleep 1
+    kill -INT "$(cat "$repository/lock")"
+    wait "$terminal" || true
+    assert_equal "$(cat /usr/share/one)" mine
+    refute_installed foo
+    assert_no_lock
+}
+
+@test "a terminal that goes away stops nothing" {
+    foo=$(package foo "init/00-add.sh=$waiting_script")
+    bar=$(package bar)
+    SHELL=/bin/bash script -qec "pvrm install --yes $foo $bar" /dev/null </dev/null >/dev/null 3>&- &
+    local terminal=$!
+    wait_until has_started
+    kill -KILL "$terminal"
+    touch /tmp/go
+    wait_until is_installed bar
+    is_installed foo
+    wait_until assert_no_lock
+}
+
+@test "a reader that goes away stops nothing, and no command of a package either" {
+    foo=$(package foo "init/00-add.sh=$waiting_script" \
+        'init/99-cfg.sh=set -e; echo to nobody; echo again; touch /tmp/configured')
+    bar=$(package bar)
+    { pvrm install "$foo" "$bar" 2>&1; echo $? >/tmp/out; } 3>&- | true &
+    wait_until has_started
+    touch /tmp/go
+    wait_until test -s /tmp/out
+    assert_equal "$(cat /tmp/out)" 0
+    is_installed foo
+    is_installed bar
+    [[ -e /tmp/configured ]]
+}
+
+# --- Two at once ----------------------------------------------------------------------------------
+
+@test "a second one is told which process holds the lock" {
+    start_pvrm install "$(package foo "init/00-add.sh=$waiting_script")"
+    bar=$(package bar)
+    run pvrm install "$bar"
+    local second_status=$status second_output=$output
+    run pvrm install --dry-run "$bar"
+    assert_status 0
+    run pvrm list
+    assert_status 0
+    finish
+    assert_status 0
+    is_installed foo
+    status=$second_status output=$second_output
+    assert_status 4
+    assert_output_has "pvrm: process $tool is changing the repository; try again when it has ended"
+    refute_installed bar
+}

@@ -1,0 +1,276 @@
+#!/usr/bin/env bats
+# Upgrades that fail, that are interrupted, and that are killed.
+
+load helpers
+
+setup_file() {
+    make_signer
+    trust_signer
+    use_text_backend
+    # Loaded into the tool, kills it at one of the renames of the inventory's swap.
+    g++ -std=c++20 -shared -fPIC -o /usr/lib/vrm/die_at_rename.so \
+        "$source_dir/tests/system/backends/die_at_rename.cpp" -ldl
+}
+
+setup() {
+    clean_repository
+    rm -f /tmp/started /tmp/go /tmp/out /tmp/ran /etc/foo.conf
+    pvrm --quiet install "$(package foo data/usr/share/foo/about=one data/usr/share/foo/gone=one)" \
+        "$(package bar)"
+    rm "$repository/install.log"
+}
+
+# Version 2.0 of foo, with other files than 1.0 and whatever is named, and 2.0 of bar.
+offer_both() { # [WHAT=VALUE]...
+    put_on_offer foo version=2.0 data/usr/share/foo/about=two data/usr/share/foo/new=two "$@"
+    put_on_offer bar version=2.0
+}
+
+# All of foo 1.0 is there, nothing of 2.0, and no stage directory.
+assert_foo_as_before() {
+    assert_equal "$(version_of foo)" 1.0
+    assert_equal "$(cat /usr/share/foo/about /usr/share/foo/gone)" 'one
+one'
+    [[ ! -e /usr/share/foo/new ]]
+    assert_equal "$(sort "$repository/fileindex/foo")" '/usr/share/foo/about
+/usr/share/foo/gone'
+    assert_equal "$(find "$repository/stagearea" -mindepth 1 -type d)" ''
+    assert_equal "$(find "$repository"/{installed,fileindex} -maxdepth 1 -name '.foo*')" ''
+}
+
+assert_foo_is_new() {
+    assert_equal "$(version_of foo)" 2.0
+    assert_equal "$(cat /usr/share/foo/about /usr/share/foo/new)" 'two
+two'
+    [[ ! -e /usr/share/foo/gone ]]
+    assert_equal "$(sort "$repository/fileindex/foo")" '/usr/share/foo/about
+/usr/share/foo/new'
+    assert_equal "$(find "$repository"/{installed,fileindex} -maxdepth 1 -name '.foo*')" ''
+}
+
+# --- Scripts --------------------------------------------------------------------------------------
+
+@test "the script before an upgrade fails: nothing was changed, and the others go on" {
+    offer_both 'init/00-add.sh=touch /tmp/ran; exit 3'
+    run pvrm upgrade foo bar
+    assert_status 1
+    assert_line 'pvrm: executing pre-install script for foo_any_2.0'
+    assert_line 'pvrm: the script that the package runs before its upgrade failed'
+    assert_line 'pvrm: foo was not upgraded'
+    assert_line 'pvrm: upgraded to bar_any_2.0'
+    refute_output_has 'pvrm: upgrading to foo_any_2.0'
+    assert_foo_as_before
+    assert_equal "$(version_of bar)" 2.0
+    assert_equal "$(history_lines)" \
+        'updated bar_any_1.0 to bar_any_2.0 as requested by user'
+}
+
+@test "the script after an upgrade fails: everything is put back, and the others go on" {
+    offer_both 'init/99-add.sh=cat /usr/share/foo/new; exit 3' 'init/99-cfg.sh=echo configuring'
+    run pvrm upgrade foo bar
+    assert_status 1
+    assert_line two
+    assert_line 'pvrm: the script that the package runs after its upgrade failed'
+    assert_line 'pvrm: foo was not upgraded'
+    assert_line 'pvrm: upgraded to bar_any_2.0'
+    refute_output_has configuring
+    assert_foo_as_before
+    assert_equal "$(version_of bar)" 2.0
+}
+
+@test "configuration that was replaced before the failure is put back" {
+    pvrm --quiet upgrade "$(package foo version=1.1 conf/etc/foo.conf=shipped-1)"
+    run pvrm upgrade "$(package foo version=2.0 conf/etc/foo.conf=shipped-2 'init/99-add.sh=exit 1')"
+    assert_status 1
+    assert_line 'pvrm: replacing unmodified config file /etc/foo.conf'
+    assert_equal "$(cat /etc/foo.conf)" shipped-1
+    assert_equal "$(version_of foo)" 1.1
+}
+
+@test "the scripts see the old version and the new one" {
+    # shellcheck disable=SC2016
+    offer_both 'init/00-add.sh=echo "before: $VRM_MODE $VRK_VERSION_OLD $VRK_VERSION_NEW $VRK_VERSION"' \
+        'init/99-add.sh=echo "after: $VRM_MODE $VRK_VERSION_OLD $VRK_VERSION_NEW $VRK_VERSION"'
+    run pvrm upgrade foo
+    assert_status 0
+    assert_line 'before: UPDATE 1.0 2.0 2.0'
+    assert_line 'after: UPDATE 1.0 2.0 2.0'
+}
+
+@test "a new dependency whose script fails keeps the old version" {
+    put_on_offer lib 'init/99-add.sh=exit 1'
+    offer_both needs=lib
+    run pvrm upgrade
+    assert_status 1
+    assert_line 'pvrm: the script that the package runs after its installation failed'
+    assert_line 'pvrm: the installation of lib_any_1.0 failed, and what it had changed was taken back'
+    assert_line 'pvrm: foo was not upgraded'
+    refute_installed lib
+    assert_foo_as_before
+    assert_equal "$(version_of bar)" 2.0
+}
+
+@test "a new dependency stays when the package that wanted it fails" {
+    put_on_offer lib
+    offer_both needs=lib 'init/99-add.sh=exit 1'
+    run pvrm upgrade foo
+    assert_status 1
+    is_installed lib
+    assert_foo_as_before
+    assert_equal "$(install_type lib)" D
+}
+
+# --- Interruption ---------------------------------------------------------------------------------
+
+@test "TERM during a script finishes the package and ends before the next one" {
+    # By name bar comes first.
+    put_on_offer bar version=2.0 "init/00-add.sh=$waiting_script"
+    put_on_offer foo version=2.0 data/usr/share/foo/about=two
+    start_pvrm upgrade
+    kill -TERM "$tool"
+    finish
+    assert_status 1
+    assert_line 'pvrm: upgraded to bar_any_2.0'
+    assert_line 'pvrm: interrupted: foo and what follows was not upgraded'
+    assert_equal "$(version_of bar)" 2.0
+    assert_foo_as_before
+    [[ ! -e $repository/lock ]]
+}
+
+@test "TERM ends between a new dependency and the package that wants it" {
+    put_on_offer lib "init/00-add.sh=$waiting_script"
+    put_on_offer foo version=2.0 needs=lib
+    start_pvrm upgrade
+    kill -TERM "$tool"
+    finish
+    assert_status 1
+    assert_line 'pvrm: interrupted before foo_any_2.0'
+    assert_line 'pvrm: foo was not upgraded'
+    is_installed lib
+    assert_foo_as_before
+}
+
+# Ctrl-C while a script of foo runs, which is followed by bar.
+interrupt_script() { # SCRIPT
+    put_on_offer foo version=2.0 data/usr/share/foo/about=two data/usr/share/foo/new=two \
+        "init/$1=$waiting_script"
+    put_on_offer bar version=2.0
+    run on_terminal 'pvrm upgrade --yes foo bar' \
+        < <(wait_until test -e /tmp/started; printf '\003'; sleep 1)
+    assert_status 1
+    assert_line 'pvrm: foo was not upgraded'
+    assert_line 'pvrm: interrupted: bar and what follows was not upgraded'
+    assert_foo_as_before
+    assert_equal "$(version_of bar)" 1.0
+    [[ ! -e $repository/lock ]]
+}
+
+@test "an interruption from the keyboard during the script before an upgrade ends all" {
+    interrupt_script 00-add.sh
+}
+
+@test "an interruption from the keyboard during the script after an upgrade takes it back and ends all" {
+    interrupt_script 99-add.sh
+}
+
+@test "it is refused while another process changes the repository" {
+    offer_both "init/00-add.sh=$waiting_script"
+    start_pvrm upgrade
+    run pvrm upgrade bar
+    local second_status=$status second_output=$output
+    run pvrm upgrade --dry-run bar
+    assert_status 0
+    finish
+    assert_status 0
+    status=$second_status output=$second_output
+    assert_status 4
+    assert_output_has "pvrm: process $tool is changing the repository; try again when it has ended"
+    assert_foo_is_new
+    assert_equal "$(version_of bar)" 2.0
+}
+
+# --- Killed ---------------------------------------------------------------------------------------
+
+@test "killed before it is entered: the old version is registered, and the next run does it all" {
+    # shellcheck disable=SC2016
+    offer_both 'init/99-add.sh=[ ! -e /tmp/started ] || exit 0; touch /tmp/started; kill -9 $(cat /var/lib/vrm/lock)'
+    run pvrm upgrade foo
+    assert_status 137
+    assert_equal "$(version_of foo)" 1.0
+    assert_equal "$(pvrm owner /usr/share/foo/about)" foo
+    run pvrm list foo
+    assert_status 0
+    # The new file of the first attempt is nobody's, and replaced.
+    run pvrm upgrade foo
+    assert_status 0
+    assert_line 'pvrm: upgraded to foo_any_2.0'
+    refute_output_has warning
+    assert_foo_is_new
+}
+
+# Kills an upgrade of foo at a rename of its swap: 1 and 2 are of the entry, 3 and 4 of the index.
+kill_at_rename() { # NUMBER
+    offer_both
+    DIE_AT_RENAME=$1 LD_PRELOAD=/usr/lib/vrm/die_at_rename.so ASAN_OPTIONS=verify_asan_link_order=0 \
+        run pvrm upgrade foo
+    assert_status 137
+    [[ -e $repository/lock ]]
+}
+
+# That what is left can be worked with, and that the same upgrade reaches its end.
+assert_next_run_mends() {
+    run pvrm list bar
+    assert_status 0
+    assert_equal "$(pvrm owner /usr/share/bar/about)" bar
+    run pvrm upgrade
+    assert_status 0
+    assert_line 'pvrm: warning: an upgrade of foo was cut off; it is registered in its old version again, upgrade it once more'
+    assert_line 'pvrm: upgraded to foo_any_2.0'
+    assert_foo_is_new
+    assert_equal "$(version_of bar)" 2.0
+    assert_equal "$(history_lines)" \
+        'updated bar_any_1.0 to bar_any_2.0 as requested by user
+updated foo_any_1.0 to foo_any_2.0 as requested by user'
+}
+
+@test "killed before the first rename of the swap" {
+    kill_at_rename 1
+    assert_equal "$(version_of foo)" 1.0
+    run pvrm upgrade
+    assert_status 0
+    refute_output_has warning
+    assert_foo_is_new
+}
+
+@test "killed between the renames of the entry" {
+    kill_at_rename 2
+    [[ ! -e $repository/installed/foo && -e $repository/installed/.foo.old && -e $repository/installed/.foo.new ]]
+    run pvrm list foo
+    assert_line 'pvrm: no installed package matches foo'
+    assert_next_run_mends
+}
+
+@test "killed between those of the entry and those of the index" {
+    kill_at_rename 3
+    assert_equal "$(version_of foo)" 2.0
+    assert_next_run_mends
+}
+
+@test "killed between the renames of the index" {
+    kill_at_rename 4
+    [[ ! -e $repository/fileindex/foo ]]
+    assert_next_run_mends
+}
+
+@test "any change mends what was killed, and a cleanup then finds no retired entry" {
+    kill_at_rename 2
+    run pvrm cleanup --yes
+    assert_status 0
+    assert_output_has 'pvrm: warning: an upgrade of foo was cut off'
+    refute_output_has '.foo.old'
+    assert_equal "$(version_of foo)" 1.0
+    run pvrm remove foo
+    assert_status 0
+    refute_installed foo
+    assert_equal "$(find "$repository"/{installed,fileindex} -maxdepth 1 -name '.foo*')" ''
+}

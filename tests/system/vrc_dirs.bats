@@ -1,0 +1,105 @@
+#!/usr/bin/env bats
+# The installed default backend, as the privileged tool uses it.
+
+load helpers
+
+packages=/var/lib/vrm/packages
+index=/var/cache/vrm/vrc-dirs.index
+backend=/usr/lib/vrm/vrc-dirs.so
+
+# make_package NAME VERSION DIRECTORY
+make_package() {
+    mkdir -p "$1/data/usr/share/$1" "$3"
+    echo "content of $1 $2" >"$1/data/usr/share/$1/text"
+    printf '%s\n' "evrkName: $1" "evrkVersion: $2" 'evrkArchitecture: any' \
+        "evrkDescription: The text of $1" >"$1/package.ldif"
+    vrk-build pack "$1" --key key --cert cert.pem -o "$3" >/dev/null
+}
+
+setup_file() {
+    cd "$BATS_FILE_TMPDIR" || return
+    vrk-build keygen "/O=Test/CN=Builder" --key key --cert cert.pem
+    pvrm -y trust cert.pem
+}
+
+setup() {
+    cd "$BATS_FILE_TMPDIR" || return
+    rm -rf "${packages:?}"/* /var/cache/vrm
+    sed -i 's,^vrc_dirs=.*,vrc_dirs=/var/lib/vrm/packages,' /etc/vrm.conf
+}
+
+@test "it exports the five functions and nothing else" {
+    run nm -D --defined-only "$backend"
+    assert_status 0
+    assert_equal "$(awk '{ print $3 }' <<<"$output" | LC_ALL=C sort | xargs)" \
+        "vrc_connect vrc_findpkg vrc_readpkg vrc_refresh vrc_release"
+}
+
+@test "every symbol that it needs is in a library that it names" {
+    run ldd -r "$backend"
+    assert_status 0
+    [[ $output != *"undefined symbol"* ]]
+    [[ $output != *"not found"* ]]
+}
+
+@test "a refresh keeps an index that later runs start with" {
+    make_package apple 1.0 "$packages"
+    pvrm refresh
+    assert_equal "$(stat -c '%a %U' "$index")" "644 root"
+    make_package pear 1.0 "$packages/below"
+    run pvrm search apple
+    assert_status 0
+    run pvrm search pear
+    assert_status 1
+    pvrm refresh
+    run pvrm search pear
+    assert_status 0
+    [[ ${lines[2]} == pear*1.0*"The text of pear"* ]]
+}
+
+@test "a search by pattern looks at names and descriptions" {
+    make_package apple 1.0 "$packages"
+    make_package pear 2.0 "$packages"
+    pvrm refresh
+    run pvrm search '*text of p*'
+    assert_status 0
+    [[ $output == *pear*2.0* && $output != *apple* ]]
+}
+
+@test "damaged files don't stop a refresh" {
+    make_package apple 1.0 "$packages"
+    : >"$packages/empty.vrk"
+    head -c 40 "$packages"/apple*.vrk >"$packages/cut.vrk"
+    head -c 5000 /dev/urandom >"$packages/noise.vrk"
+    mkfifo "$packages/fifo.vrk"
+    ln -s . "$packages/loop"
+    run timeout 60 pvrm refresh
+    assert_status 0
+    run pvrm search apple
+    assert_status 0
+}
+
+@test "without a directory that can be read a refresh fails" {
+    sed -i 's,^vrc_dirs=.*,vrc_dirs=/no/such/directory,' /etc/vrm.conf
+    run pvrm refresh
+    assert_status 1
+    sed -i 's,^vrc_dirs=.*,vrc_dirs=/no/such/directory\, /var/lib/vrm/packages,' /etc/vrm.conf
+    run pvrm refresh
+    assert_status 0
+}
+
+@test "an index that the machine can't keep is no failure" {
+    make_package apple 1.0 "$packages"
+    : >/var/cache/vrm
+    run pvrm refresh
+    assert_status 0
+    rm /var/cache/vrm
+}
+
+@test "a package is fetched from the directory and installed" {
+    make_package apple 1.0 "$packages/below"
+    pvrm refresh
+    run pvrm -y install apple
+    assert_status 0
+    assert_equal "$(cat /usr/share/apple/text)" "content of apple 1.0"
+}

@@ -1,0 +1,76 @@
+#include "transaction/package_change.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "kit/failing_memory.h"
+#include "kit/log_capture.h"
+#include "kit/package_maker.h"
+#include "kit/temp_dir.h"
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+
+namespace {
+
+// The package foo with both of its scripts, unpacked.
+class PackageChange : public testing::Test {
+ protected:
+    PackageChange() {
+        fs::create_directories(dir / "scriptdir");
+        fs::create_symlink("/bin/sh", dir / "scriptdir/ash");
+        handle.dirs = ekva_new(1, 2);
+        ekva_addval(&handle.dirs, "scriptdir", (dir / "scriptdir").c_str(), 2);
+        transaction.scripts = ekva_new(5, 1);
+        PackageSpec spec;
+        spec.name = "foo";
+        info.reset(vrk_info_parse("test", 3, description_of(spec).c_str(), nullptr));
+        dir.write("new/init/00-add.sh", "echo \"$VRK_NAME\" >" + (dir / "trace") + "\n");
+        change.who = "vrm_install_vrk";
+        change.handle = &handle;
+        change.transaction = &transaction;
+        change.package = info.get();
+        change.stage.puname = "foo_any_1.0";
+        change.stage.fresh = dir / "new";
+        change.forks.init.reset(str2arr("/00-add.sh /99-cfg.sh", ' '));
+    }
+    ~PackageChange() override {
+        ekva_free(handle.dirs);
+        ekva_free(transaction.scripts);
+    }
+
+    TempDir dir;
+    LogCapture log;
+    vrm_handle handle = {};
+    vrt transaction = {};
+    own_vri info;
+    package_change change = {};
+};
+
+}  // namespace
+
+// A script that finds no name in its environment might well clear a directory without one.
+TEST_F(PackageChange, ScriptDoesNotRunWithoutItsEnvironment) {
+    int copies = 0, rc = -1;
+    for (; rc != 0 && copies < 100; copies++) {
+        EXPECT_FALSE(exists(dir / "trace")) << copies;
+        strdups_left = copies;
+        rc = run_add_script(change, nullptr, "00-add.sh", "pre");
+        strdups_left = -1;
+    }
+    EXPECT_EQ(rc, 0);
+    EXPECT_GT(copies, 2);
+    EXPECT_EQ(read_all(dir / "trace"), "foo\n");
+}
+
+TEST_F(PackageChange, ScriptThatCannotBeRegisteredIsTold) {
+    strdups_left = 0;
+    note_configuration(change, 1, nullptr);
+    strdups_left = -1;
+    EXPECT_THAT(log.at(LEVEL_ERROR),
+                ElementsAre("vrm_install_vrk: out of memory, 99-cfg.sh will not run for foo"));
+    note_configuration(change, 1, nullptr);
+    EXPECT_STREQ(ekva_getval(transaction.scripts, "foo"), "99-cfg.sh");
+}
