@@ -26,6 +26,14 @@ setup() {
     [[ $(cat inner) != "$(cat outer)" ]]
 }
 
+# A server that started anew behind its last client would turn away whoever connects just then, which
+# happened to the window manager.
+@test "the display does not start anew when its last client goes" {
+    run "$with_display" sh -c 'xprop -root -f KEPT 8s -set KEPT yes && xprop -root KEPT'
+    [[ $status == 0 ]]
+    [[ $output == 'KEPT(STRING) = "yes"' ]]
+}
+
 @test "with a manager there is one" {
     run "$with_display" --manager xdotool get_num_desktops
     [[ $status == 0 ]]
