@@ -192,25 +192,12 @@ int write_list_to_stream(FILE *out, const std::string &title, vri *const *list, 
 
 // ---- A list of actions ----
 
-const char *action_text(char action) {
-    switch (action) {
-        case 'U':
-            return "update";
-        case 'I':
-            return "install";
-        case 'D':
-            return "delete";
-        default:
-            return nullptr;
-    }
-}
-
 // Always on stdout, so it serves where the user interface has no tables.
 void write_actions_as_ldif(vra *const *list) {
     for (vra *const *entry = list; entry && *entry; entry++) {
         const vri *package = (*entry)->info;
         const own_ekva record = record_of({{"dn", package_dn(package).c_str()},
-                                           {"changeType", action_text((*entry)->action)},
+                                           {"changeType", vra_action_word((*entry)->action)},
                                            {"evrkUid", vrk_puname(package)},
                                            {"evrkName", package->name},
                                            {"evrkVersion", package->version},
@@ -240,7 +227,7 @@ int write_actions_as_table(const char *title, vra *const *list, bool sizes) {
     for (int number = 1; list && list[number - 1]; number++) {
         const vra *entry = list[number - 1];
         say_adding(number);
-        own_ekva row = record_of({{"Action", action_text(entry->action)},
+        own_ekva row = record_of({{"Action", vra_action_word(entry->action)},
                                   {"Package", entry->name},
                                   {"Version", entry->info->version}});
         if (sizes) {

@@ -192,6 +192,19 @@ void vrm_vra_list_free(vra **list) {
     free(list);
 }
 
+const char *vra_action_word(char action) {
+    switch (action) {
+        case 'U':
+            return "update";
+        case 'I':
+            return "install";
+        case 'D':
+            return "delete";
+        default:
+            return nullptr;
+    }
+}
+
 void vrd_free(vrd *dependency) {
     if (!dependency) {
         return;

@@ -72,6 +72,10 @@ int vrm_vra_list_new_vri(vra *const *list, const vri *package);
 // Frees every entry and the list. Null is accepted.
 void vrm_vra_list_free(vra **list);
 
+// The word of an action, as screens and reports show it: "update", "install" or "delete" for 'U',
+// 'I' and 'D'; null for any other letter.
+const char *vra_action_word(char action);
+
 // Frees the transaction with all that it owns, the records of its dependencies among that. Null is
 // accepted, and so is any null field.
 void vrt_free(vrt *transaction);

@@ -50,12 +50,12 @@ class TerminalTable : public testing::Test {
         cfmakeraw(&raw);
         EXPECT_EQ(openpty(&keyboard, &screen, nullptr, &raw, &size), 0);
         const own_fd reader(keyboard);
-        const own_file out(fdopen(screen, "w"));
+        own_file out(fdopen(screen, "w"));
         terminal_out = out.get();
         write(rows, "Found");
-        char text[4096];
-        const ssize_t length = read(reader.get(), text, sizeof text);
-        return length > 0 ? std::string(text, static_cast<size_t>(length)) : "";
+        terminal_out = nullptr;
+        out.reset();
+        return everything_from(reader.get());
     }
 
  private:
@@ -67,6 +67,16 @@ class TerminalTable : public testing::Test {
             EXPECT_EQ(vrmui_write_table_add(nullptr, row.get(), ++number), 0);
         }
         EXPECT_EQ(vrmui_write_table_end(nullptr, title), 0);
+    }
+
+    // A terminal hands on what was written piece by piece, and behind its last writer an error.
+    static std::string everything_from(int terminal) {
+        std::string text;
+        char piece[4096];
+        for (ssize_t length; (length = read(terminal, piece, sizeof piece)) > 0;) {
+            text.append(piece, static_cast<size_t>(length));
+        }
+        return text;
     }
 
     TempDir dir_;

@@ -233,6 +233,15 @@ TEST_F(VraList, TakesThousandsOfTransactions) {
     EXPECT_STREQ(list[5000]->name, "package4999");
 }
 
+TEST(ActionWord, IsOneForEachLetter) {
+    EXPECT_STREQ(vra_action_word('U'), "update");
+    EXPECT_STREQ(vra_action_word('I'), "install");
+    EXPECT_STREQ(vra_action_word('D'), "delete");
+    for (const char other : {'N', 'u', '\0'}) {
+        EXPECT_EQ(vra_action_word(other), nullptr);
+    }
+}
+
 TEST_F(VraList, StaysApartFromAnother) {
     vra **other = nullptr;
     for (const std::string name : {"a", "b", "c"}) {

@@ -14,24 +14,11 @@ int num_vras;
 extern struct vrt *vrt;
 struct vrt *vrt;
 
-static const char *action_name(char letter) {
-    switch (letter) {
-        case 'U':
-            return "update";
-        case 'I':
-            return "install";
-        case 'D':
-            return "delete";
-        default:
-            return nullptr;
-    }
-}
-
 void update_cell(int row, int column, cell_text &text) {
     if (!vra_list || row < 0 || row >= num_vras) {
         write_cell(nullptr, text);
     } else if (column == 0) {
-        write_cell(action_name(vra_list[0]->action), text);
+        write_cell(vra_action_word(vra_list[0]->action), text);
     } else {
         write_package_cell(*vra_list[row]->info, update_columns, column, text);
     }
