@@ -52,8 +52,8 @@ int no_password(char *, int, int, void *) {
 
 own_x509 read_certificate(const std::string &path) {
     own_x509 certificate;
-    const own_bio file(BIO_new(BIO_s_file()));
-    if (file && BIO_read_filename(file.get(), path.c_str()) > 0) {
+    const own_bio file(BIO_new_file(path.c_str(), "r"));
+    if (file) {
         certificate.reset(PEM_read_bio_X509_AUX(file.get(), nullptr, no_password, nullptr));
     }
     if (!certificate) {

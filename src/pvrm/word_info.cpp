@@ -33,7 +33,8 @@ int word_info(const common_options &options, const std::string &what,
     if (is_file && package->sig_status != 1) {
         tell_failure("warning: %s can't be trusted", what.c_str());
     }
-    if (vrm_vrk_info_write(package.get(), stream_for(format), mode, format, 0) != 0) {
+    if (vrm_vrk_info_write(package.get(), stream_for(format), mode, static_cast<unsigned>(format),
+                           0) != 0) {
         return EXIT_FAILED;
     }
     if (format == FORMAT_FORM && mode != 2 && !options.quiet) {

@@ -82,7 +82,7 @@ int word_log(const common_options &options, const std::string &format_name, bool
     llog->syslog_levels = 0;
     damaged_lines damaged;
     log_observe(note_damage, LEVEL_ERROR, &damaged);
-    const int lines = vrm_showlog(nullptr, format, oldest_first);
+    const int lines = vrm_showlog(nullptr, static_cast<unsigned>(format), oldest_first);
     log_observe(nullptr, 0, nullptr);
     if (lines == 0) {
         return tell_why_nothing(vrm_showlog_path());

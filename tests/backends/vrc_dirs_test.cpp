@@ -84,7 +84,9 @@ TEST(VrcDirsLibrary, NeedsNothingOfTheProgram) {
     void *library = dlopen(VRC_DIRS_SO, RTLD_NOW | RTLD_LOCAL);
     ASSERT_TRUE(library) << dlerror();
     dlclose(library);
-    EXPECT_THAT(must_run("ldd -r " + shell_word(VRC_DIRS_SO) + " 2>&1"),
+    // What a sanitizer asks for is in the program that loads it.
+    EXPECT_THAT(must_run("ldd -r " + shell_word(VRC_DIRS_SO) +
+                         " 2>&1 | sed '/undefined symbol: __\\(asan\\|ubsan\\)_/d'"),
                 Not(HasSubstr("undefined symbol")));
 }
 

@@ -166,7 +166,7 @@ class watcher {
             // before the signal reaches it, and must not carry out the operation then.
             answer->flags = 0;
             answer->error = -EINTR;
-            if (what_->does == disturbance::kill) {
+            if (what_->does == disturbance::kills) {
                 ::kill(child_, SIGKILL);
             } else {
                 answer->error = -what_->error;

@@ -13,9 +13,9 @@
 
 struct disturbance {
     enum what {
-        fail,  // the operation isn't done and fails with `error`
-        kill,  // the process dies, with the operation not done
-    } does = fail;
+        fails,  // the operation isn't done and fails with `error`
+        kills,  // the process dies, with the operation not done
+    } does = fails;
     size_t at = 0;  // which operation, counted from 0; past the last one nothing is disturbed
     int error = 0;
     // For the check of the harness itself, what turns the program into a broken one: calls by their

@@ -49,7 +49,7 @@ class Tracer : public testing::Test {
 };
 
 TEST_F(Tracer, MakesTheOperationFailAndNoOther) {
-    const watched_run seen = run({disturbance::fail, number_of_unlink(a_), EIO});
+    const watched_run seen = run({disturbance::fails, number_of_unlink(a_), EIO});
     EXPECT_TRUE(seen.disturbed);
     EXPECT_EQ(exit_status(seen), 1);
     EXPECT_THAT(seen.output, HasSubstr("Input/output error"));
@@ -58,7 +58,7 @@ TEST_F(Tracer, MakesTheOperationFailAndNoOther) {
 }
 
 TEST_F(Tracer, KillsBeforeTheOperation) {
-    const watched_run seen = run({disturbance::kill, number_of_unlink(b_)});
+    const watched_run seen = run({disturbance::kills, number_of_unlink(b_)});
     EXPECT_TRUE(seen.disturbed);
     EXPECT_TRUE(WIFSIGNALED(seen.status) && WTERMSIG(seen.status) == SIGKILL);
     EXPECT_FALSE(exists(a_));
@@ -66,7 +66,7 @@ TEST_F(Tracer, KillsBeforeTheOperation) {
 }
 
 TEST_F(Tracer, SkipsWhatABrokenProgramWouldNotDo) {
-    const watched_run seen = run({disturbance::fail, number_of_unlink(a_), EACCES, {"unlink"}});
+    const watched_run seen = run({disturbance::fails, number_of_unlink(a_), EACCES, {"unlink"}});
     EXPECT_THAT(seen.output, HasSubstr("Permission denied"));
     EXPECT_THAT(seen.output, testing::Not(HasSubstr(b_)));
     EXPECT_TRUE(exists(a_) && exists(b_));
@@ -74,7 +74,7 @@ TEST_F(Tracer, SkipsWhatABrokenProgramWouldNotDo) {
 
 TEST_F(Tracer, SaysThatThereWasNoSuchOperation) {
     number_of_unlink(a_);
-    EXPECT_FALSE(run({disturbance::fail, 1000, EIO}).disturbed);
+    EXPECT_FALSE(run({disturbance::fails, 1000, EIO}).disturbed);
     EXPECT_FALSE(exists(a_) || exists(b_));
 }
 

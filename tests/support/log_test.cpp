@@ -31,7 +31,8 @@ static std::vector<int> syslog_priorities;
 static std::string syslog_ident;
 static int syslog_option, syslog_facility;
 
-static void keep_syslog_line(int priority, const char *format, va_list arguments) {
+[[gnu::format(printf, 2, 0)]] static void keep_syslog_line(int priority, const char *format,
+                                                           va_list arguments) {
     char line[4096];
     vsnprintf(line, sizeof(line), format, arguments);
     syslog_lines.push_back(line);
@@ -47,7 +48,7 @@ void syslog(int priority, const char *format, ...) {
 }
 
 // The name under which a hardened build calls it.
-void __syslog_chk(int priority, int, const char *format, ...) {
+[[gnu::format(printf, 3, 4)]] void __syslog_chk(int priority, int, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
     keep_syslog_line(priority, format, arguments);

@@ -82,17 +82,17 @@ read_once() {
 }
 
 @test "listings, owners and audits see whole packages while others come and go" {
-    local old new rounds=0 end
+    local old new rounds wanted=100
+    # Ten times as slow there, where they are to find other faults.
+    [[ $VRM_SANITIZED != 1 ]] || wanted=10
     pvrm install "$(package steady)"
     old=$(big 1.0) new=$(big 2.0)
     change_all_the_time "$old" "$new" 3>&- &
     writer=$!
-    end=$((SECONDS + 12))
-    while ((rounds < 100 && SECONDS < end)); do
+    for ((rounds = 0; rounds < wanted; rounds++)); do
         read_once
-        rounds=$((rounds + 1))
     done
-    # On a slow machine there may have been no whole change so far.
+    # On a busy machine there may have been no whole change so far.
     wait_until test -s "$work/changes" || true
     touch "$work/stop"
     wait "$writer" || {
@@ -101,7 +101,6 @@ read_once() {
     }
     writer=
     echo "# $rounds rounds of reading, $(wc -l <"$work/changes") of changes" >&3
-    ((rounds >= 3))
     [[ -s $work/changes ]]
     run pvrm check
     assert_status 0

@@ -38,7 +38,9 @@ setup() {
 @test "every symbol that it needs is in a library that it names" {
     run ldd -r "$backend"
     assert_status 0
-    [[ $output != *"undefined symbol"* ]]
+    # What a sanitizer asks for is in the program that loads it.
+    output=$(sed '/undefined symbol: __\(asan\|ubsan\)_/d' <<<"$output")
+    refute_output_has "undefined symbol"
     [[ $output != *"not found"* ]]
 }
 
