@@ -30,8 +30,8 @@ static void stop_writing_to(FILE *stream) {
     clearerr(stream);
 }
 
-[[gnu::format(printf, 2, 0)]]
-static void write_line(FILE *stream, const char *format, va_list arguments) {
+[[gnu::format(printf, 2, 0)]] static void write_line(FILE *stream, const char *format,
+                                                     va_list arguments) {
     char text[4000];
     vsnprintf(text, sizeof text, format, arguments);
     // One call a line, so that lines of stdout and stderr don't mix when both go to one pipe.

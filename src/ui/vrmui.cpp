@@ -79,8 +79,8 @@ char *put(vrmui_object *ui, size_t present, size_t keep, const char *piece) {
     return ui->text;
 }
 
-[[gnu::format(printf, 2, 0)]]
-void say(char *(*collect)(vrmui_object *, const char *), const char *format, va_list arguments) {
+[[gnu::format(printf, 2, 0)]] void say(char *(*collect)(vrmui_object *, const char *),
+                                       const char *format, va_list arguments) {
     char *line = nullptr;
     const int length = vasprintf(&line, format, arguments);
     if (length < 0) {

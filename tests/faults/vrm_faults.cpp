@@ -203,8 +203,8 @@ std::vector<finding> harness::run_one(const fault_case &which, const kind &how, 
     put_back(scene_.before, compared_places());
     std::error_code none;
     std::filesystem::remove(engine_log, none);
-    const disturbance what = {how.error ? disturbance::fails : disturbance::kills, number, how.error,
-                              then_skipped};
+    const disturbance what = {how.error ? disturbance::fails : disturbance::kills, number,
+                              how.error, then_skipped};
     const watched_run run = run_watched(which.command, watched_places(), &what);
     if (!run.disturbed) {
         return {fault_of("the operation was never reached: the run is not always the same")};
