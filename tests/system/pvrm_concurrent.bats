@@ -84,7 +84,7 @@ read_once() {
 @test "listings, owners and audits see whole packages while others come and go" {
     local old new rounds wanted=100
     # Ten times as slow there, where they are to find other faults.
-    [[ $VRM_SANITIZED != 1 ]] || wanted=10
+    [[ $TESTS_SANITIZED != 1 ]] || wanted=10
     pvrm install "$(package steady)"
     old=$(big 1.0) new=$(big 2.0)
     change_all_the_time "$old" "$new" 3>&- &
