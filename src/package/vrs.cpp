@@ -52,7 +52,8 @@ int no_password(char *, int, int, void *) {
 
 own_x509 read_certificate(const std::string &path) {
     own_x509 certificate;
-    const own_bio file(BIO_new_file(path.c_str(), "r"));
+    const own_file stream(fopen_regular(path.c_str()));
+    const own_bio file(stream ? BIO_new_fp(stream.get(), BIO_NOCLOSE) : nullptr);
     if (file) {
         certificate.reset(PEM_read_bio_X509_AUX(file.get(), nullptr, no_password, nullptr));
     }

@@ -12,9 +12,14 @@
 
 #include "pvrm/interruption.h"
 #include "pvrm/tell.h"
+#include "support/file.h"
 #include "support/log.h"
 
 namespace {
+
+bool is_there(std::string_view path) {
+    return !is_missing(std::string(path).c_str());
+}
 
 constexpr auto nothing = engine_report::nothing;
 constexpr auto step = engine_report::step;
@@ -33,6 +38,8 @@ struct row {
     engine_report::kind what;
     std::string_view pattern;
     std::string_view sentence;
+    // What must hold of $1, where the line alone does not tell.
+    bool (*condition)(std::string_view first) = nullptr;
 };
 
 constexpr row rows[] = {
@@ -84,6 +91,8 @@ constexpr row rows[] = {
 
     // What stands behind a signature that does not hold.
     {LEVEL_INFO, cause, "Failure parsing signer *", "its signer's name $1 makes no sense"},
+    {LEVEL_INFO, cause, "Failure reading *",
+     "its signer is not trusted here, as $1 holds no certificate that can be read", is_there},
     {LEVEL_INFO, cause, "Failure reading *",
      "its signer is not trusted here, as there is no certificate $1; pvrm trust puts one there"},
     {LEVEL_INFO, cause, "Subjects do not match",
@@ -384,7 +393,8 @@ engine_report understand(uint32_t level, std::string_view message) {
         if (candidate.level != level) {
             continue;
         }
-        if (const auto found = match(candidate.pattern, line)) {
+        const auto found = match(candidate.pattern, line);
+        if (found && (!candidate.condition || candidate.condition(found->texts[0]))) {
             return {candidate.what, fill_in(candidate.sentence, *found)};
         }
     }

@@ -1,5 +1,6 @@
 #include "transaction/staging.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -12,6 +13,7 @@
 #include "repository/vrc.h"
 #include "support/ekva.h"
 #include "support/log.h"
+#include "support/own.h"
 
 static constexpr size_t stage_path_limit = 1024;
 
@@ -70,15 +72,32 @@ bool may_carry_out(const char *who, const vrm_handle *handle, const vrt *transac
     return plan_is_safe(who, transaction);
 }
 
+// The place of a staged file, created or emptied. Nothing but a regular file is written to: a pipe
+// without a reader would hold the change up for ever, and behind a link lies anybody's file. The
+// look comes first, as a device must not even be opened. Null with the reason of a failure.
+static own_file open_for_fetch(const char *path, const char **why) {
+    struct stat found;
+    if (lstat(path, &found) == 0 && !S_ISREG(found.st_mode) && !S_ISDIR(found.st_mode)) {
+        *why = "Not a regular file";
+        return nullptr;
+    }
+    static constexpr int flags =
+        O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+    own_fd fd(open(path, flags, 0666));
+    own_file file = fd.stream("w");
+    *why = file ? nullptr : strerror(errno);
+    return file;
+}
+
 int stage_fetch(const char *who, const char *announce, void *connection, vri *package,
                 const std::string &path) {
     if (vrm_stage_have_vrk(path.c_str(), package)) {
         return 0;
     }
-    FILE *file = fopen(path.c_str(), "we");
+    const char *why;
+    own_file file = open_for_fetch(path.c_str(), &why);
     if (!file) {
-        log_say(LEVEL_ERROR, "%s: Failed to open %s for writing: %s", who, path.c_str(),
-                strerror(errno));
+        log_say(LEVEL_ERROR, "%s: Failed to open %s for writing: %s", who, path.c_str(), why);
         return -1;
     }
     if (announce) {
@@ -86,9 +105,9 @@ int stage_fetch(const char *who, const char *announce, void *connection, vri *pa
     }
     // Without a backend there is nobody to ask.
     const int rc =
-        pvrm_vrc_readpkg && connection ? pvrm_vrc_readpkg(connection, package, file) : -1;
-    const bool written = !ferror(file);
-    if (fclose(file) != 0 || !written) {
+        pvrm_vrc_readpkg && connection ? pvrm_vrc_readpkg(connection, package, file.get()) : -1;
+    const bool written = !ferror(file.get());
+    if (fclose(file.release()) != 0 || !written) {
         log_say(LEVEL_ERROR, "%s: Failed to write %s: %s", who, path.c_str(), strerror(errno));
         return -1;
     }

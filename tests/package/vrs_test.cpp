@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <ctime>
@@ -191,6 +192,17 @@ TEST_F(VrsFverifyRsa, DoesNotTrustAStoreFileWithoutCertificate) {
         EXPECT_EQ(verify(signer_), -2);
         EXPECT_THAT(log.lines(), ElementsAre(LogCapture::Line{"INFO", "Failure reading " + path}));
     }
+}
+
+TEST_F(VrsFverifyRsa, DoesNotWaitForAPipeInTheStore) {
+    const std::string path = trust(signer_);
+    fs::remove(path);
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const LogCapture log;
+    alarm(20);  // to wait would be to wait for ever
+    EXPECT_EQ(verify(signer_), -2);
+    alarm(0);
+    EXPECT_THAT(log.lines(), ElementsAre(LogCapture::Line{"INFO", "Failure reading " + path}));
 }
 
 TEST_F(VrsFverifyRsa, AcceptsACertificateWithTrustSettings) {

@@ -2,11 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "kit/capture.h"
 #include "kit/log_capture.h"
+#include "kit/temp_dir.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -82,6 +86,20 @@ TEST(EngineReport, WhatIsNoPackageFileIsACause) {
         {LEVEL_ERROR, "Failed to parse archive by archive_read_open_FILE", cause,
          "its content is damaged"},
     });
+}
+
+TEST(EngineReport, WhatLiesInTheStoreIsNotCalledMissing) {
+    const TempDir store;
+    const std::string path = store.write("12345678.crt", "garbage\n");
+    const std::string unusable = path + " holds no certificate that can be read";
+    const std::string line = "Failure reading " + path + "\n";
+    EXPECT_EQ(understand(LEVEL_INFO, line).text, "its signer is not trusted here, as " + unusable);
+    fs::remove(path);
+    EXPECT_EQ(understand(LEVEL_INFO, line).text,
+              "its signer is not trusted here, as there is no certificate " + path +
+                  "; pvrm trust puts one there");
+    fs::create_directory(path);
+    EXPECT_EQ(understand(LEVEL_INFO, line).text, "its signer is not trusted here, as " + unusable);
 }
 
 TEST(EngineReport, WhatIsWrongWithASignatureIsACause) {

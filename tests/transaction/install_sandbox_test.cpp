@@ -433,9 +433,35 @@ TEST_F(Install, StagedFileThatCannotBeOpenedIsTold) {
                                          ".vrk for writing: Is a directory"));
 }
 
+TEST_F(Install, WhatIsNoFileIsNotFetchedInto) {
+    const std::string path = staged("foo_any_1.0") + ".vrk";
+    const std::string other = files / "other";
+    std::ofstream(other) << "not to be touched\n";
+    for (const std::string kind : {"pipe", "link", "link to nothing"}) {
+        offer(simple("foo"));
+        if (kind == "pipe") {
+            ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+        } else {
+            fs::create_symlink(kind == "link" ? other : files / "nothing", path);
+        }
+        log.clear();
+        alarm(20);  // to wait for a reader of the pipe would be to wait for ever
+        EXPECT_EQ(install("foo"), -1) << kind;
+        alarm(0);
+        EXPECT_TRUE(log.has(LEVEL_ERROR, "vrm_exe_install: Failed to open " + path +
+                                             " for writing: Not a regular file"))
+            << kind;
+        EXPECT_EQ(read_all(other), "not to be touched\n") << kind;
+        EXPECT_FALSE(exists(files / "nothing")) << kind;
+        EXPECT_FALSE(is_installed("foo")) << kind;
+        fs::remove(path);
+    }
+}
+
 TEST_F(Install, FullDiskWhileFetchingFails) {
+    const SmallDisk disk(repo.in("stagearea"));
     offer(simple("foo"));
-    fs::create_symlink("/dev/full", staged("foo_any_1.0") + ".vrk");
+    std::ofstream(repo.in("stagearea/filling")) << std::string(200000, 'x');
     EXPECT_EQ(install("foo"), -1);
     EXPECT_TRUE(log.has(LEVEL_ERROR, "vrm_exe_install: Failed to write " + staged("foo_any_1.0") +
                                          ".vrk: No space left on device"));
