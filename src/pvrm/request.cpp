@@ -48,6 +48,9 @@ own_vri find_package(session &work, const std::string &request) {
     if (names_nothing(request)) {
         return nullptr;
     }
+    if (!work.has_directories({"installed"})) {
+        return nullptr;
+    }
     if (vri *installed = vrm_vrl_info(work.repository(), request.c_str())) {
         return own_vri(installed);
     }

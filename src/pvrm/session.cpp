@@ -80,22 +80,31 @@ bool session::open_repository() {
     return handle_ != nullptr;
 }
 
-bool session::has_directories(std::initializer_list<const char *> roles) {
+bool session::are_there(std::initializer_list<const char *> roles) {
     for (const char *role : roles) {
         const char *dir = ekva_getval(handle_->dirs, role);
-        if (access(dir, R_OK | X_OK) == 0) {
-            continue;
-        }
-        // Without this, all that is in there would pass for not installed.
-        if (access(dir, F_OK) == 0) {
-            tell_problem("the directory %s can't be read: %s", dir, strerror(EACCES));
-        } else {
+        if (access(dir, F_OK) != 0) {
             tell_problem(
                 "there is no directory %s, or it can't be reached; make what is missing with: pvrm "
                 "init",
                 dir);
+            return false;
         }
-        return false;
+    }
+    return true;
+}
+
+bool session::has_directories(std::initializer_list<const char *> roles) {
+    for (const char *role : roles) {
+        if (!are_there({role})) {
+            return false;
+        }
+        // Without this, all that is in there would pass for not installed.
+        const char *dir = ekva_getval(handle_->dirs, role);
+        if (access(dir, R_OK | X_OK) != 0) {
+            tell_problem("the directory %s can't be read: %s", dir, strerror(errno));
+            return false;
+        }
     }
     return true;
 }
@@ -128,7 +137,10 @@ int session::begin_change() {
         return EXIT_FAILED;
     }
     if (options.dry_run) {
-        return EXIT_DONE;
+        // What a real run would refuse is refused, but for the right to read what only that needs.
+        return has_directories({"installed"}) && are_there({"stagearea", "fileindex"})
+                   ? EXIT_DONE
+                   : EXIT_FAILED;
     }
     const int refused = lock();
     if (refused == EXIT_DONE) {

@@ -24,9 +24,9 @@ class session {
     // Takes the lock. Result: EXIT_DONE, or EXIT_LOCKED or EXIT_FAILED with the reason told.
     int lock();
 
-    // Begins a change of the system: opens the repository, and unless nothing is really to be done
-    // holds the signals (interruption.h), takes the lock, and takes back what an update that
-    // died left half entered. Result as of lock().
+    // Begins a change of the system: opens the repository, whose inventory must be readable, and
+    // unless nothing is really to be done holds the signals (interruption.h), takes the lock, and
+    // takes back what an update that died left half entered. Result as of lock().
     int begin_change();
 
     // Loads and connects the catalogue's backend. False, with the reason told, when that doesn't
@@ -52,6 +52,9 @@ class session {
     const common_options options;
 
  private:
+    // Whether these directories are there, whoever may read them; tells when one is not.
+    bool are_there(std::initializer_list<const char *> roles);
+
     own_ekva config_;
     own_handle handle_;
     bool tried_to_learn_ = false;

@@ -18,9 +18,6 @@ int word_check(const common_options &options) {
     if (const int refused = work.begin_change()) {
         return refused;
     }
-    if (!work.has_directories({"installed"})) {
-        return EXIT_FAILED;
-    }
     dry_run = options.dry_run;
     const size_t problems_before = reasons_told();
     // Entries first: what is removed of them needs nothing any more.

@@ -34,6 +34,9 @@ int word_depends(const common_options &options, const std::string &what,
         tell_no_package_file(what);
         return EXIT_FAILED;
     }
+    if (!work.has_directories({"installed"})) {
+        return EXIT_FAILED;
+    }
     work.connect();  // without a catalogue the walk ends at what can't be found, and says so
     std::vector<char *> dir_array = as_array(dirs);
     const auto walk = [&] {

@@ -1,4 +1,6 @@
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "package/vrf.h"
 #include "pvrm/engine_report.h"
@@ -32,13 +34,19 @@ int word_files(const common_options &options, const std::string &what) {
     } else if (looks_like_file(what)) {
         tell_no_package_file(what);
         return EXIT_FAILED;
+    } else if (!work.has_directories({"installed", "fileindex"})) {
+        return EXIT_FAILED;
     } else {
         own_vri info(vrm_vrl_info(work.repository(), what.c_str()));
         if (!info) {
             tell_problem("%s is not installed", what.c_str());
             return EXIT_FAILED;
         }
-        paths.reset(vrm_vrl_index(work.repository(), what.c_str()));
+        paths.reset(vrm_vrl_file_list(work.repository(), info.get()));
+        if (!paths && errno != 0) {
+            tell_problem("the files of %s can't be listed: %s", what.c_str(), strerror(errno));
+            return EXIT_FAILED;
+        }
     }
     for (char **path = paths.get(); path && *path; path++) {
         puts(terminal_safe_cell(*path).c_str());

@@ -9,6 +9,9 @@
 
 // What the form of a package that isn't the installed one leaves open.
 static void tell_state(session &work, const vri *package) {
+    if (!work.has_directories({"installed"})) {
+        return;  // of a package file all else is known, and that this is not has been told
+    }
     const own_vri installed(vrm_vrl_info(work.repository(), package->name));
     if (installed) {
         tell_problem("%s is installed in version %s", package->name, installed->version);

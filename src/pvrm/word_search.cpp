@@ -53,7 +53,11 @@ int word_search(const common_options &options, const std::string &text,
     const std::string pattern = as_pattern(text);
     const list_format format = format_named(format_name, FORMAT_TABLE);
     session work(options);
-    if (!work.open_repository() || !work.connect()) {
+    if (!work.open_repository()) {
+        return EXIT_FAILED;
+    }
+    // Only the forms for people tell what is installed.
+    if ((is_for_people(format) && !work.has_directories({"installed"})) || !work.connect()) {
         return EXIT_FAILED;
     }
     own_vri_list found;

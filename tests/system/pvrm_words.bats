@@ -273,13 +273,58 @@ $(report_row foo 1.0 'The package foo for tests')"
 @test "an inventory that may not be read is told, and is no empty one" {
     pvrm install "$(package foo)"
     chmod 700 "$repository/installed"
-    for word in list 'verify foo' 'why foo' orphans 'check --dry-run'; do
+    for word in list 'verify foo' 'why foo' orphans 'check --dry-run' 'install --dry-run foo' \
+        'upgrade --dry-run' 'remove --dry-run foo' 'info foo' 'files foo' 'depends foo' \
+        'search foo'; do
         # shellcheck disable=SC2086
         run as_nobody pvrm $word
         assert_status 1
         assert_equal "$output" "pvrm: the directory $repository/installed can't be read: Permission denied"
     done
     chmod 755 "$repository/installed"
+    for place in fileindex fileindex/foo; do
+        chmod 700 "$repository/$place"
+        run as_nobody pvrm files foo
+        chmod 755 "$repository/$place"
+        assert_status 1
+        assert_output_has "Permission denied"
+    done
+}
+
+@test "a package file is shown, and a catalogue searched for a program, without an inventory" {
+    file=$(package foo out=/tmp/for-all)
+    offer known foo '' 1.0 1 'The package foo' '' "$file"
+    chmod 700 "$repository/installed"
+    run --separate-stderr as_nobody pvrm info --format form "$file"
+    assert_status 0
+    assert_line '  Name:         foo'
+    assert_equal "$stderr" "pvrm: the directory $repository/installed can't be read: Permission denied"
+    for word in "files $file" "info --format ldif $file" 'search --format csv foo'; do
+        # shellcheck disable=SC2086
+        run --separate-stderr as_nobody pvrm $word
+        assert_status 0
+        [[ -n $output ]]
+        assert_equal "$stderr" ''
+    done
+    chmod 755 "$repository/installed"
+}
+
+@test "a dry run of a change refuses what the change would refuse" {
+    pvrm install "$(package foo)"
+    for place in installed stagearea fileindex; do
+        mv "$repository/$place" /tmp/missing
+        for word in 'install foo' upgrade 'remove foo' cleanup; do
+            # shellcheck disable=SC2086
+            run pvrm $word
+            assert_status 1
+            local refusal=$output
+            # shellcheck disable=SC2086
+            run pvrm --dry-run $word
+            assert_status 1
+            assert_equal "$output" "$refusal"
+        done
+        mv /tmp/missing "$repository/$place"
+    done
 }
 
 @test "an empty text is no name" {
