@@ -343,7 +343,7 @@ refreshed_times() { # COUNT
     local long marks text
     printf -v long '%05000d' 0
     marks=$'100% %s %n @b@C1red @home \ttab\t \xff\xfe\x80 \xe2\x82'
-    for text in "$marks" "$long" '; rm -rf /' '$(touch /tmp/ran)' '--all'; do
+    for text in "$marks" "$long" '; rm -rf /' '$(touch /tmp/ran)' '--all' evil.vrk; do
         offer "$text" "$text" "$text" 1 "$text" '' ''
     done
     offer zoo "$marks" "$marks" 1 "$marks$long" '' ''
@@ -353,14 +353,22 @@ refreshed_times() { # COUNT
     wait_for_window
     go_by press install
     search_for '*'
-    assert_rows wwwwww
+    assert_rows wwwwwww
     screenshot hostile-texts
     # One of them is enough for all to be refused.
-    select_rows 0 1 2 3 4 5
+    select_rows 0 1 2 3 4 5 6
     press_install_selected
     assert_log_has ERROR 'cannot install selected packages: <'
     grep -qF '> is not a safe package name' fltk-vrm.log
     screenshot hostile-texts-refused
+    # So is what the tool would take for a package file.
+    go_by press install
+    search_for 'evil*'
+    assert_rows w
+    select_rows 0
+    press_install_selected
+    assert_log_has ERROR \
+        'cannot install selected packages: <evil.vrk> would be taken for a package file'
     go_by press install
     words_are ''
     search_for 'zoo'

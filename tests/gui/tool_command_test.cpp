@@ -91,6 +91,20 @@ TEST(ToolCommand, ALeadingTildeIsRefused) {
     EXPECT_EQ(command_of(ACTION_INSTALL_SELECTED, {"a~1"}), "/usr/sbin/pvrm install a~1 2>&1");
 }
 
+// The tool would take a file of that name in the working directory for what is meant.
+TEST(ToolCommand, ANameOfAPackageFileIsRefused) {
+    for (const int action : {ACTION_INSTALL_SELECTED, ACTION_UPDATE_SELECTED}) {
+        LogCapture log;
+        EXPECT_EQ(command_of(action, {"good", "evil.vrk"}), "-");
+        EXPECT_EQ(
+            log.at(LEVEL_ERROR),
+            (std::vector<std::string>{std::string("cannot ") + find_tool_action(action)->name +
+                                      ": <evil.vrk> would be taken for a package file"}));
+    }
+    EXPECT_EQ(command_of(ACTION_INSTALL_SELECTED, {"a.vrk.b", "a.VRK", "vrk"}),
+              "/usr/sbin/pvrm install a.vrk.b a.VRK vrk 2>&1");
+}
+
 TEST(ToolCommand, TakesUpTo2047Characters) {
     LogCapture log;
     const std::string around = "/usr/sbin/pvrm install  2>&1";

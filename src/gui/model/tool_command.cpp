@@ -11,17 +11,24 @@ static std::string tool() {
     return std::string(std::string_view(pvrm_path).substr(0, 254));
 }
 
-// A safe name may begin with a tilde, but in front of a word the shell puts a home directory in its
-// place.
-static bool is_safe_word(const char *name) {
-    return vrk_name_is_safe(name) && name[0] != '~';
+// Why a name can't be a word of a command line, null when it can.
+static const char *fault_of_word(const char *name) {
+    // In front of a word the shell puts a home directory in place of a tilde.
+    if (!vrk_name_is_safe(name) || name[0] == '~') {
+        return "is not a safe package name";
+    }
+    // The tool would install such a file of the working directory in place of the chosen package.
+    if (std::string_view(name).ends_with(".vrk")) {
+        return "would be taken for a package file";
+    }
+    return nullptr;
 }
 
 static bool all_are_safe(const tool_action &action, char *const *names) {
     for (char *const *name = names; *name; name++) {
-        if (!is_safe_word(*name)) {
-            log_say(LEVEL_ERROR, "cannot %s: <%.254s> is not a safe package name", action.name,
-                    terminal_safe_cell(*name).c_str());
+        if (const char *fault = fault_of_word(*name)) {
+            log_say(LEVEL_ERROR, "cannot %s: <%.254s> %s", action.name,
+                    terminal_safe_cell(*name).c_str(), fault);
             return false;
         }
     }

@@ -21,7 +21,7 @@ std::optional<std::string> tool_word_command(int mode);
 
 // The command line of an action, with stderr merged into the output. `names` is null-terminated and
 // used only by the actions that take names, which need at least one: without names the tool would
-// update everything. Nothing when there is no name, when a name could mean something to the shell
-// or the tool, and when the line has no room: it is never cut, as half a name may be another
+// update everything. Nothing when there is no name, when a name could mean something else to the
+// shell or the tool, and when the line has no room: it is never cut, as half a name may be another
 // package's. The log says why.
 std::optional<std::string> tool_command(const tool_action &action, char *const *names);
