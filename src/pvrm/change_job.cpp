@@ -3,6 +3,7 @@
 #include <cstring>
 #include <map>
 #include <set>
+#include <string_view>
 #include <utility>
 
 #include "package/safe_name.h"
@@ -49,8 +50,27 @@ static const char *arch_name(int32_t arch) {
     return name ? name : "an unknown machine";
 }
 
+// The first package to come whose name is that of a package file, null when there is none. No word
+// could be said of it any more: the name would be taken for a file of the working directory.
+static const char *name_of_a_file(const vrt &transaction) {
+    const auto is_one = [](const vri *package) {
+        return package && package->name && std::string_view(package->name).ends_with(".vrk");
+    };
+    if (is_one(transaction.info)) {
+        return transaction.info->name;
+    }
+    for (int32_t i = 0; i < transaction.num_deps; i++) {
+        const vrd *dep = transaction.deps[i];
+        if (dep->action != 'N' && is_one(dep->info)) {
+            return dep->info->name;
+        }
+    }
+    return nullptr;
+}
+
 // What the planner lets through and the executor would not, or should not.
-bool change_job::is_acceptable(const std::string &request, const vri *package) {
+bool change_job::is_acceptable(const std::string &request, const vrt &transaction) {
+    const vri *const package = transaction.info;
     const int32_t own_arch = work_.repository()->arch;
     if (package->arch != arch_any && package->arch != own_arch) {
         take_cause();
@@ -61,6 +81,11 @@ bool change_job::is_acceptable(const std::string &request, const vri *package) {
     if (const char *part = vrk_info_unsafe_part(package)) {
         tell_problem("%s can't be %s: its %s holds characters that are not allowed",
                      request.c_str(), done_, part);
+        return false;
+    }
+    if (const char *name = name_of_a_file(transaction)) {
+        tell_problem("%s can't be %s: a package called %s would be taken for a package file",
+                     request.c_str(), done_, name);
         return false;
     }
     // That of a package file is known now, that of another one when it has been fetched.

@@ -38,7 +38,7 @@ class change_job {
     // none.
     std::string package_name(const std::string &request);
     // Whether the executor would take what the planner lets through; tells when not.
-    bool is_acceptable(const std::string &request, const vri *package);
+    bool is_acceptable(const std::string &request, const vrt &transaction);
     // The directories for dependencies, as the planners take them.
     char *const *dirs() const {
         return dirs_.size() > 1 ? dirs_.data() : nullptr;

@@ -53,7 +53,7 @@ own_vrt installation::plan(const std::string &request) {
     }
     if (!transaction) {
         tell_failure("%s can't be installed", request.c_str());
-    } else if (!is_acceptable(request, transaction->info)) {
+    } else if (!is_acceptable(request, *transaction)) {
         transaction.reset();
     }
     take_cause();

@@ -117,7 +117,7 @@ own_vrt upgrade::plan(const std::string &request) {
     }
     if (!transaction) {
         tell_failure("%s can't be upgraded", request.c_str());
-    } else if (!is_acceptable(request, transaction->info)) {
+    } else if (!is_acceptable(request, *transaction)) {
         transaction.reset();
     }
     take_cause();

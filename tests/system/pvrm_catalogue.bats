@@ -154,6 +154,15 @@ $(report_row foo 2.0 '[1.0 installed] A newer foo')"
     [[ ! -e /tmp/evil && ! -e /etc/evil ]]
 }
 
+@test "packages called like a package file are refused" {
+    offer known evil.vrk '' 1.0 1 'An evil package' '' /nowhere
+    offer_known foo needs=evil.vrk
+    run pvrm install foo
+    assert_status 1
+    assert_line "pvrm: foo can't be installed: a package called evil.vrk would be taken for a package file"
+    refute_installed foo
+}
+
 @test "a package of the catalogue that is not signed by a trusted one is refused" {
     offer_known foo
     mv "$(signer_in_store)" /tmp/aside
