@@ -261,12 +261,19 @@ pvrm: would remove 1 entry and free 1 bytes'
 
 @test "a missing directory is told" {
     rm -r "$repository/fileindex"
-    run pvrm cleanup
+    for word in cleanup 'cleanup --dry-run'; do
+        # shellcheck disable=SC2086
+        run pvrm $word
+        assert_status 1
+        assert_output_has "pvrm: there is no directory $repository/fileindex"
+    done
+}
+
+@test "a directory that may not be read is told" {
+    chmod 700 "$repository/fileindex"
+    run as_nobody pvrm cleanup --dry-run
     assert_status 1
-    assert_output_has "pvrm: there is no directory $repository/fileindex"
-    run pvrm cleanup --dry-run
-    assert_status 1
-    assert_line "pvrm: the directory $repository/fileindex can't be read: No such file or directory"
+    assert_line "pvrm: the directory $repository/fileindex can't be read: Permission denied"
     assert_line 'pvrm: the cleanup was not finished'
 }
 
