@@ -178,6 +178,54 @@ finished() {
     assert_rows ww
 }
 
+@test "Escape closes a search, which comes back without its hits" {
+    offer_file foo
+    start_window
+    wait_for_window
+    go_by press install
+    search_for 'foo'
+    assert_rows w
+    select_rows 0
+    close_by_escape
+    assert_rows ''
+    refute_installed foo
+    search_for 'foo'
+    assert_rows w
+}
+
+@test "a cleanup takes the fetched files away, and no package" {
+    offer_file foo
+    start_window
+    wait_for_window
+    go_by press install
+    search_for 'foo'
+    assert_rows w
+    select_rows 0
+    press_install_selected
+    wait_until is_installed foo
+    wait_until finished
+    staged_files | grep -q .
+    go_by press cleanup
+    wait_until no_staged_files
+    wait_until finished
+    assert_equal "$(ls -A "$repository/stagearea")" ''
+    grep -qF 'cleanup deleted: ' /var/log/pvrm.log
+    is_installed foo
+    assert_equal "$(cat /usr/share/foo/about)" 'foo 1.0'
+    sleep 0.3
+    screenshot cleaned-up
+    go_by press list
+    assert_rows w
+}
+
+staged_files() {
+    find "$repository/stagearea" -name '*.vrk'
+}
+
+no_staged_files() {
+    [[ -z $(staged_files) ]]
+}
+
 @test "the button is told in the log" {
     start_window
     wait_for_window

@@ -104,6 +104,15 @@ close_by_manager() {
     sleep 0.3
 }
 
+# The toolkit takes the key for the window manager's button.
+close_by_escape() {
+    local before
+    before=$(window_id)
+    xdotool windowfocus --sync "$before" key Escape
+    wait_until another_window_than "$before"
+    sleep 0.3
+}
+
 close_times() { # COUNT
     local count=$1
     while ((count-- > 0)); do close_by_manager; done
