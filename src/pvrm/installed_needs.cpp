@@ -113,13 +113,34 @@ std::vector<std::string> installed_needs::orphans() const {
     return names;
 }
 
-std::optional<installed_needs::reason> installed_needs::why(const std::string &name) const {
+std::optional<size_t> installed_needs::place_of(const std::string &name) const {
     const auto found = std::find_if(packages_.begin(), packages_.end(),
                                     [&](const package &one) { return one.name == name; });
     if (found == packages_.end()) {
         return std::nullopt;
     }
-    const auto target = static_cast<size_t>(found - packages_.begin());
+    return static_cast<size_t>(found - packages_.begin());
+}
+
+std::set<std::string> installed_needs::all_that_need(const std::string &name) const {
+    std::set<std::string> names;
+    if (const std::optional<size_t> target = place_of(name)) {
+        std::vector<bool> marked(packages_.size());
+        for (const size_t at : reached_from(*target, &package::needed_by, &marked)) {
+            names.insert(packages_[at].name);
+        }
+    }
+    names.erase(name);
+    return names;
+}
+
+std::optional<installed_needs::reason> installed_needs::why(const std::string &name) const {
+    const std::optional<size_t> place = place_of(name);
+    if (!place) {
+        return std::nullopt;
+    }
+    const size_t target = *place;
+    const package &found = packages_[target];
     const std::vector<bool> is_orphan = orphan_marks();
 
     struct step {
@@ -147,7 +168,7 @@ std::optional<installed_needs::reason> installed_needs::why(const std::string &n
         }
     }
 
-    reason answer = {found->asked_for, found->asked_for ? "" : found->head, {}, !wanted.empty()};
+    reason answer = {found.asked_for, found.asked_for ? "" : found.head, {}, !wanted.empty()};
     std::vector<step> &begins = wanted.empty() ? unwanted : wanted;
     std::sort(begins.begin(), begins.end(), [](const step &a, const step &b) {
         return a.length != b.length ? a.length < b.length : a.at < b.at;

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,9 @@ class installed_needs {
     // the list. Packages that need each other in a circle are taken as one: nobody needs them when
     // nobody else needs any of them. What only an orphan needs is none itself.
     std::vector<std::string> orphans() const;
+
+    // All packages that need one, directly or through others, without itself.
+    std::set<std::string> all_that_need(const std::string &name) const;
 
     struct reason {
         bool asked_for = false;  // installed explicitly
@@ -40,6 +44,7 @@ class installed_needs {
         std::string head;
         std::vector<size_t> needs, needed_by;
     };
+    std::optional<size_t> place_of(const std::string &name) const;
     std::vector<bool> orphan_marks() const;
     std::vector<size_t> by_finish() const;
     std::vector<size_t> reached_from(size_t start, std::vector<size_t> package::*edges,

@@ -1,6 +1,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <map>
 #include <set>
 #include <string>
@@ -11,6 +12,7 @@
 #include "pvrm/config_files.h"
 #include "pvrm/engine_report.h"
 #include "pvrm/exit_status.h"
+#include "pvrm/installed_needs.h"
 #include "pvrm/interruption.h"
 #include "pvrm/plan_view.h"
 #include "pvrm/request.h"
@@ -43,15 +45,18 @@ class removal {
         return !planned_.empty();
     }
     // Carries the planned requests out, each planned anew. One that fails does not stop the rest,
-    // an interruption does.
+    // but it holds what it needs; an interruption stops all.
     void carry_out(const plan_view &shown);
 
  private:
     bool is_removable(const std::string &name);
-    void find_those_that_can_go_together(const std::vector<planned_request> &wanted);
-    std::vector<std::string> needed_by(const std::string &name) const;
+    bool is_installed(const std::string &name) const;
+    std::vector<std::string> needed_by(const std::string &name,
+                                       const std::set<std::string> &going) const;
+    std::vector<std::string> held_by(const vrt &transaction) const;
     own_vrt plan(const std::string &name, int mode);
-    own_vrt plan_behind_others(const std::string &name);
+    own_vrt plan_behind_others(const std::string &name, int mode);
+    own_vrt plan_now(const std::string &name, int mode);
     own_vrt plan_for_showing(const std::string &name);
     own_vrt plan_as_shown(const std::string &name, const plan_view &shown);
     bool run(own_vrt transaction);
@@ -63,6 +68,9 @@ class removal {
     std::set<std::string> together_;  // requests that nobody but other requests needs
     std::set<std::string> going_;     // all that the plans so far would remove
     std::set<std::string> deferred_;  // requests that have to wait for others to go
+    std::map<std::string, std::set<std::string>> left_;  // told to be left without what they need
+    std::set<std::string> pending_;                      // requests whose turn is still to come
+    std::set<std::string> stuck_;                        // all that was tried and stayed
     bool failed_ = false;
 };
 
@@ -108,16 +116,51 @@ bool removal::is_removable(const std::string &name) {
     return true;
 }
 
+bool removal::is_installed(const std::string &name) const {
+    return own_vri(vrm_vrl_info(work_.repository(), name.c_str())) != nullptr;
+}
+
 // The installed packages that need one, without those that are going too.
-std::vector<std::string> removal::needed_by(const std::string &name) const {
+std::vector<std::string> removal::needed_by(const std::string &name,
+                                            const std::set<std::string> &going) const {
     const own_array all(vrm_dependson(work_.repository(), name.c_str()));
     std::vector<std::string> names;
     for (char *const *dependent = all.get(); dependent && *dependent; dependent++) {
-        if (*dependent != name && !going_.contains(*dependent)) {
+        if (*dependent != name && !going.contains(*dependent)) {
             names.push_back(*dependent);
         }
     }
     return names;
+}
+
+static installed_needs all_needs(vrm_handle *repository) {
+    vri **raw = nullptr;
+    vrm_list_vri(repository, nullptr, 1, &raw);
+    const own_vri_list packages(raw);
+    return installed_needs(raw);
+}
+
+// The installed packages that hold what a transaction removes: of those that need it, all but those
+// that go with it, those that still go in their turn, and those that the user was told are left.
+// One whose turn is still to come, as in a circle, holds it too if that one is held itself by now.
+std::vector<std::string> removal::held_by(const vrt &transaction) const {
+    const std::string name = transaction.info->name;
+    const std::vector<std::string> direct = needed_by(name, {});
+    std::set<std::string> holders(direct.begin(), direct.end());
+    if (!holders.empty() && together_.contains(name)) {
+        holders = all_needs(work_.repository()).all_that_need(name);
+        std::erase_if(holders, [this](const std::string &one) { return pending_.contains(one); });
+    }
+    for (int32_t i = 0; i < transaction.num_deps; i++) {
+        holders.erase(transaction.deps[i]->name);
+    }
+    if (const auto left = left_.find(name); left != left_.end()) {
+        std::erase_if(holders, [&](const std::string &one) { return left->second.contains(one); });
+    }
+    std::vector<std::string> names;
+    std::copy_if(direct.begin(), direct.end(), std::back_inserter(names),
+                 [&](const std::string &one) { return holders.contains(one); });
+    return holders.empty() || !names.empty() ? names : direct;
 }
 
 own_vrt removal::plan(const std::string &name, int mode) {
@@ -127,28 +170,9 @@ own_vrt removal::plan(const std::string &name, int mode) {
     return own_vrt(made);
 }
 
-// Of packages that need each other the planner refuses each, and of one that needs itself too.
-void removal::find_those_that_can_go_together(const std::vector<planned_request> &wanted) {
-    for (const planned_request &request : wanted) {
-        together_.insert(request.name);
-    }
-    const auto is_held = [this](const planned_request &request) {
-        return together_.contains(request.name) &&
-               !std::includes(together_.begin(), together_.end(), request.needs.begin(),
-                              request.needs.end());
-    };
-    // One that is held holds what it needs itself.
-    for (auto held = wanted.begin(); held != wanted.end();) {
-        held = std::find_if(wanted.begin(), wanted.end(), is_held);
-        if (held != wanted.end()) {
-            together_.erase(held->name);
-        }
-    }
-}
-
 // The plan of a package that only other requests need: the planner refuses it as long as they are
 // there.
-own_vrt removal::plan_behind_others(const std::string &name) {
+own_vrt removal::plan_behind_others(const std::string &name, int mode) {
     own_vrt transaction(static_cast<vrt *>(calloc(1, sizeof(vrt))));
     if (!transaction || !(transaction->info = vrm_vrl_info(work_.repository(), name.c_str()))) {
         return nullptr;
@@ -156,7 +180,7 @@ own_vrt removal::plan_behind_others(const std::string &name) {
     transaction->source = 'L';
     transaction->action = 'D';
     transaction->mark = 'N';
-    if (mode_ != alone) {
+    if (mode != alone) {
         int found = 0;
         if (vrm_chk_delete_deps(work_.repository(), transaction->info, &found,
                                 &transaction->deps) != 0) {
@@ -171,7 +195,7 @@ own_vrt removal::plan_behind_others(const std::string &name) {
 own_vrt removal::plan_for_showing(const std::string &name) {
     own_vrt transaction = plan(name, mode_);
     const std::string told = take_planner_text();
-    const std::vector<std::string> dependents = needed_by(name);
+    const std::vector<std::string> dependents = needed_by(name, going_);
     if (transaction) {
         if (std::vector<std::string> left = dependents; !left.empty()) {
             for (int32_t i = 0; i < transaction->num_deps; i++) {
@@ -180,13 +204,14 @@ own_vrt removal::plan_for_showing(const std::string &name) {
             if (!left.empty() && !together_.contains(name)) {
                 tell_problem("warning: %s goes although it is needed by %s", name.c_str(),
                              joined(left).c_str());
+                left_[name].insert(left.begin(), left.end());
             }
         }
         return transaction;
     }
     if ((dependents.empty() || together_.contains(name)) &&
         own_vri(vrm_vrl_info(work_.repository(), name.c_str()))) {
-        return plan_behind_others(name);
+        return plan_behind_others(name, mode_);
     }
     tell_engine_text(told);
     // The planner looks at two.
@@ -198,6 +223,7 @@ own_vrt removal::plan_for_showing(const std::string &name) {
 }
 
 void removal::plan_all(plan_view *view) {
+    const installed_needs installed = all_needs(work_.repository());
     std::vector<planned_request> wanted;
     std::set<std::string> seen;
     for (const std::string &name : requests_) {
@@ -208,13 +234,20 @@ void removal::plan_all(plan_view *view) {
             failed_ = true;
             continue;
         }
-        const std::vector<std::string> dependents = needed_by(name);
-        wanted.push_back({name, name, {dependents.begin(), dependents.end()}});
+        // With all of them, also from afar, a circle of requests comes as a whole behind what needs
+        // any of it: else a part of it could be gone when another part turns out to have to stay.
+        wanted.push_back({name, name, installed.all_that_need(name)});
     }
-    find_those_that_can_go_together(wanted);
+    // The planner alone is not enough: of packages that need each other it refuses each, and of one
+    // that needs itself too.
+    together_ = needing_only_each_other(wanted);
     for (planned_request &request : in_order(std::move(wanted))) {
         if (going_.contains(request.name)) {
-            continue;  // it goes with one ahead of it
+            // It goes with one ahead of it, or in its own turn when that one fails.
+            deferred_.insert(request.name);
+            pending_.insert(request.name);
+            planned_.push_back(std::move(request));
+            continue;
         }
         const own_vrt transaction = plan_for_showing(request.name);
         if (!transaction) {
@@ -226,26 +259,41 @@ void removal::plan_all(plan_view *view) {
             going_.insert(transaction->deps[i]->name);
         }
         view->add(*transaction);
+        pending_.insert(request.name);
         planned_.push_back(std::move(request));
     }
 }
 
-// The plan of the moment, if the user saw it all.
-own_vrt removal::plan_as_shown(const std::string &name, const plan_view &shown) {
-    own_vrt transaction = plan(name, mode_);
-    if (!transaction && together_.contains(name) && needed_by(name).empty()) {
-        transaction = plan_behind_others(name);
+// The plan of the moment. What counts is what is really installed by now: of what was to go ahead,
+// something may have stayed.
+own_vrt removal::plan_now(const std::string &name, int mode) {
+    own_vrt transaction = plan(name, mode);
+    if (!transaction && together_.contains(name)) {
+        transaction = plan_behind_others(name, mode);
     }
     if (!transaction) {
         tell_engine_text(take_planner_text());
         return nullptr;
     }
-    if (!shown.covers(*transaction) && deferred_.contains(name)) {
-        // With what went ahead of it gone, more could go than was shown.
-        transaction = plan(name, alone);
-        tell_problem("warning: some packages that only %s needed stay installed", name.c_str());
+    if (const std::vector<std::string> holders = held_by(*transaction); !holders.empty()) {
+        tell_problem("%s can't be removed, as %s need%s it", name.c_str(), joined(holders).c_str(),
+                     holders.size() == 1 ? "s" : "");
+        return nullptr;
     }
-    if (!transaction || !shown.covers(*transaction)) {
+    return transaction;
+}
+
+// That plan, if the user saw it all.
+own_vrt removal::plan_as_shown(const std::string &name, const plan_view &shown) {
+    own_vrt transaction = plan_now(name, mode_);
+    if (transaction && !shown.covers(*transaction) && deferred_.contains(name)) {
+        // With what went ahead of it gone, more could go than was shown.
+        transaction = plan_now(name, alone);
+        if (transaction) {
+            tell_problem("warning: some packages that only %s needed stay installed", name.c_str());
+        }
+    }
+    if (transaction && !shown.covers(*transaction)) {
         tell_problem(
             "%s was not removed: what goes with it has changed since it was shown; try "
             "again",
@@ -270,11 +318,8 @@ bool removal::run(own_vrt transaction) {
 
     vrt *raw = transaction.get();
     const int rc = vrm_exe_delete(repository, &raw);
-    const auto is_there = [repository](const std::string &name) {
-        return own_vri(vrm_vrl_info(repository, name.c_str())) != nullptr;
-    };
     for (const std::string &name : names) {
-        if (!is_there(name)) {
+        if (!is_installed(name)) {
             for (const std::string &path : kept[name]) {
                 tell_step("keeping config file %s", path.c_str());
             }
@@ -282,14 +327,20 @@ bool removal::run(own_vrt transaction) {
     }
     if (rc != 0) {
         was_interrupted(rc);
-        if (is_there(top)) {
+        // The engine stops at the first that stays.
+        const auto failed = std::find_if(names.begin(), names.end(),
+                                         [this](const auto &name) { return is_installed(name); });
+        if (failed != names.end()) {
+            stuck_.insert(*failed);
+        }
+        if (is_installed(top)) {
             tell_problem("%s was not removed", top.c_str());
         } else {
             tell_problem("%s was removed, but not all that goes with it", top.c_str());
         }
         return false;
     }
-    if (is_there(top)) {
+    if (is_installed(top)) {
         tell_problem("%s was removed, but its entry in the inventory is still there", top.c_str());
         return false;
     }
@@ -298,16 +349,24 @@ bool removal::run(own_vrt transaction) {
 
 void removal::carry_out(const plan_view &shown) {
     for (const planned_request &planned : planned_) {
+        const std::string &name = planned.name;
+        pending_.erase(name);
+        if (!is_installed(name)) {
+            continue;  // it went with one ahead of it
+        }
         if (was_interrupted()) {
-            tell_problem("interrupted: %s and what follows was not removed", planned.name.c_str());
+            tell_problem("interrupted: %s and what follows was not removed", name.c_str());
             failed_ = true;
             return;
         }
-        own_vrt transaction = plan_as_shown(planned.name, shown);
-        if (!transaction || !run(std::move(transaction))) {
+        if (stuck_.contains(name)) {
+            // Its script just refused. To run that again would hardly change its mind.
+            tell_problem("%s was not removed", name.c_str());
             failed_ = true;
-            going_.erase(planned.name);  // so it holds what it needs
+            continue;
         }
+        own_vrt transaction = plan_as_shown(name, shown);
+        failed_ = !transaction || !run(std::move(transaction)) || failed_;
     }
 }
 

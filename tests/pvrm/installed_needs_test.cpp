@@ -207,3 +207,12 @@ TEST(InstalledNeeds, APackageThatEverybodyNeedsIsNoDanger) {
     ASSERT_TRUE(reason);
     EXPECT_THAT(reason->chains, SizeIs(20000));
 }
+
+TEST(AllThatNeed, FindsThemAlsoThroughOthersAndWithoutItself) {
+    const auto list = list_of({{"a", {"x"}}, {"x", {"b"}}, {"b", {"x"}}, {"other", {"gone"}}});
+    const installed_needs needs(list.get());
+    EXPECT_THAT(needs.all_that_need("b"), ElementsAre("a", "x"));
+    EXPECT_THAT(needs.all_that_need("x"), ElementsAre("a", "b"));
+    EXPECT_THAT(needs.all_that_need("a"), IsEmpty());
+    EXPECT_THAT(needs.all_that_need("gone"), IsEmpty());
+}

@@ -183,6 +183,110 @@ as_asked_for() { # NAME...
     is_installed b
 }
 
+# a needs x, which came for its sake; x needs b, which was asked for itself.
+install_chain() { # [WHAT=VALUE-OF-A]... -- [WHAT=VALUE-OF-X]...
+    local of_a=()
+    while [[ $1 != -- ]]; do
+        of_a+=("$1")
+        shift
+    done
+    install_all "$(package b)"
+    package x needs=b "${@:2}" >/dev/null
+    install_all "$(package a needs=x "${of_a[@]}")"
+    assert_equal "$(install_type b)$(install_type x)" XD
+}
+
+@test "when a package fails, what came for it holds what it needs" {
+    install_chain 'init/00-del.sh=exit 1' --
+    run pvrm remove a x b
+    assert_status 1
+    assert_line 'pvrm: a was not removed'
+    assert_line "pvrm: x can't be removed, as a needs it"
+    assert_line "pvrm: b can't be removed, as x needs it"
+    refute_output_has 'removed b_any'
+    is_installed a
+    is_installed x
+    is_installed b
+}
+
+@test "when what came for a package fails, it holds what it needs" {
+    install_chain -- 'init/00-del.sh=echo asked; exit 1'
+    run pvrm remove a x b
+    assert_status 1
+    assert_line 'pvrm: a was removed, but not all that goes with it'
+    assert_line 'pvrm: x was not removed'
+    assert_line "pvrm: b can't be removed, as x needs it"
+    assert_equal "$(grep -c asked <<<"$output")" 1
+    refute_installed a
+    is_installed x
+    is_installed b
+}
+
+@test "what came for a package goes in its own turn when it was named and not reached" {
+    package first 'init/00-del.sh=exit 1' >/dev/null
+    package second >/dev/null
+    install_all "$(package top needs=first needs=second)"
+    run pvrm remove top second
+    assert_status 1
+    assert_line 'pvrm: top was removed, but not all that goes with it'
+    assert_line 'pvrm: removed second_any_1.0'
+    is_installed first
+    refute_installed second
+}
+
+@test "all of a chain go, in whatever order they are named" {
+    local order
+    for order in 'a x b' 'b x a' 'b a' 'x b a'; do
+        install_chain --
+        # shellcheck disable=SC2086
+        run pvrm remove $order
+        assert_status 0
+        assert_output_has '3 packages to remove'
+        refute_installed a
+        refute_installed x
+        refute_installed b
+    done
+}
+
+@test "what comes to go along only by the way is no failure in its own turn" {
+    package b >/dev/null
+    install_all "$(package a needs=b)" "$(package c needs=b)"
+    run pvrm remove c a b
+    assert_status 0
+    refute_output_has 'not installed'
+    refute_installed a
+    refute_installed b
+    refute_installed c
+}
+
+@test "a circle stays as a whole when what needs a part of it fails" {
+    package b needs=c >/dev/null
+    package c needs=b >/dev/null
+    install_all "$(package d needs=c 'init/00-del.sh=exit 1')"
+    as_asked_for b c
+    run pvrm remove c b d
+    assert_status 1
+    assert_line 'pvrm: d was not removed'
+    is_installed b
+    is_installed c
+    is_installed d
+    run pvrm remove b c d
+    assert_status 1
+    is_installed b
+    is_installed c
+}
+
+@test "what came for a package does not lift the hold of one that failed" {
+    # Of a's two that need it the planner lets the one that came for it decide.
+    package tail needs=a >/dev/null
+    install_all "$(package a needs=tail)"
+    install_all "$(package holder needs=a 'init/00-del.sh=exit 1')"
+    run pvrm remove holder a
+    assert_status 1
+    is_installed holder
+    is_installed a
+}
+
 @test "one that needs itself goes" {
     install_all "$(package a)"
     # The builder refuses to make such a package.
