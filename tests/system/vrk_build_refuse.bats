@@ -130,6 +130,25 @@ refuse_ldif() {
     rm -r "${deep:?}/$part"
 }
 
+# A rollback could not put such a file back.
+@test "a path on the system of more than 1000 bytes is refused" {
+    local fork part deep longest
+    part=$(printf '%199s' '' | tr ' ' d)
+    deep=$part/$part/$part/$part
+    longest=$(printf '%199s' '' | tr ' ' f) # with the slash in front all of it is 1000 bytes
+    for fork in data conf; do
+        mkdir -p "tree/$fork/$deep"
+        touch "tree/$fork/$deep/$longest"
+        run pack
+        assert_status 0
+        mv "tree/$fork/$deep/$longest" "tree/$fork/$deep/${longest}f"
+        run pack
+        assert_status 1
+        [[ $output == "vrk-build: a path below $fork is longer than 1000 bytes: $fork/ddd"* ]]
+        rm -r "tree/${fork:?}/$part"
+    done
+}
+
 @test "what is the package manager's own is refused" {
     local name
     for name in desc.txt inst.txt hash/x init conf/x dump; do

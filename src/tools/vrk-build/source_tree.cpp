@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
+#include <string_view>
 
 #include "support/own.h"
 #include "tools/vrk-build/fork_checks.h"
@@ -21,6 +22,9 @@ constexpr uint64_t largest_file = 0xffffffff;
 // The longest path of a system is 4,095 bytes. Where a package is unpacked, up to 290 bytes come in
 // front of it, and in lists 41.
 constexpr size_t longest_member = 3500;
+
+// What is replaced on a system is saved first, and a rollback finds no backup by a longer path.
+constexpr size_t longest_live_path = 1000;
 
 }  // namespace
 
@@ -68,6 +72,13 @@ static void check_path(const std::string &member) {
     if (member.size() > longest_member) {
         throw problem("a path is longer than " + std::to_string(longest_member) +
                       " bytes: " + member.substr(0, 200) + "...");
+    }
+    for (const std::string_view fork : {"data", "conf"}) {
+        if (member.starts_with(fork) && member.size() - fork.size() > longest_live_path) {
+            throw problem("a path below " + std::string(fork) + " is longer than " +
+                          std::to_string(longest_live_path) + " bytes: " + member.substr(0, 200) +
+                          "...");
+        }
     }
 }
 
