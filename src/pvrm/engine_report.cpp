@@ -26,6 +26,7 @@ constexpr auto step = engine_report::step;
 constexpr auto reason = engine_report::reason;
 constexpr auto cause = engine_report::cause;
 constexpr auto outcome = engine_report::outcome;
+constexpr auto failure = engine_report::failure;
 
 // A log line, with * for any text, and the sentence that it becomes, in which $1 is what stands for
 // the first *, and so on. The first row that fits counts. A line that is in no row is told as it
@@ -187,10 +188,8 @@ constexpr row rows[] = {
      "rest.",
      "$1 could not be put back as it was before: restore it from a backup"},
     {LEVEL_ERROR, nothing, "vrm_install_rollback: finished", ""},
-    {LEVEL_ERROR, reason, "Installation of * failed with rc=*",
-     "the installation of $1 failed, and what it had changed was taken back"},
-    {LEVEL_ERROR, reason, "installation of * failed with rc=*",
-     "the installation of $1 failed, and what it had changed was taken back"},
+    {LEVEL_ERROR, failure, "Installation of * failed with rc=*", "the installation of $1 failed"},
+    {LEVEL_ERROR, failure, "installation of * failed with rc=*", "the installation of $1 failed"},
     {LEVEL_ERROR, reason, "vrm_log_action: failed to open * for writing: *",
      "the history $1 can't be written: $2"},
     {LEVEL_ERROR, reason, "vrm_log_action: failed to write to *: *",
@@ -252,8 +251,7 @@ constexpr row rows[] = {
      "the inventory's entry of $1 can't be written"},
     {LEVEL_ERROR, reason, "vrm_update_vrk: Failed to write fileindex for package *",
      "the list of the files of $1 can't be written"},
-    {LEVEL_ERROR, reason, "update of * failed with rc=*",
-     "the upgrade to $1 failed, and what it had changed was taken back"},
+    {LEVEL_ERROR, failure, "update of * failed with rc=*", "the upgrade to $1 failed"},
 
     {LEVEL_WARNING, reason,
      "vrm_undo_broken_swaps: the update of * was cut off while it was entered, its old entry is "
@@ -408,6 +406,7 @@ static std::string last_cause, last_reason, last_outcome;
 // Each reading of the inventory warns of the same entries again.
 static std::set<std::string> told_warnings;
 static size_t reasons = 0;
+static rollback undone = rollback::none;
 
 bool was_explained() {
     return !last_cause.empty();
@@ -449,8 +448,27 @@ static void note_end_of_command(std::string_view line) {
     }
 }
 
+rollback take_rollback() {
+    return std::exchange(undone, rollback::none);
+}
+
+std::string with_rollback(const std::string &failed, rollback how) {
+    return failed + (how == rollback::incomplete
+                         ? ", and not all that it had changed could be taken back"
+                         : ", and what it had changed was taken back");
+}
+
+static void note_rollback(std::string_view line) {
+    if (line.starts_with("vrm_install_rollback: Failure ")) {
+        undone = rollback::incomplete;
+    } else if (line.starts_with("vrm_install_rollback: ") && undone == rollback::none) {
+        undone = rollback::complete;
+    }
+}
+
 static void take(uint32_t level, std::string_view message) {
     note_end_of_command(message);
+    note_rollback(message);
     engine_report report = understand(level, message);
     switch (report.what) {
         case nothing:
@@ -465,6 +483,9 @@ static void take(uint32_t level, std::string_view message) {
         case outcome:
             last_outcome = std::move(report.text);
             break;
+        case failure:
+            report.text = with_rollback(report.text, take_rollback());
+            [[fallthrough]];
         case reason:
             if (report.text == last_reason ||
                 (level == LEVEL_WARNING && !told_warnings.insert(report.text).second)) {

@@ -14,6 +14,7 @@ struct engine_report {
         reason,   // why something does not work
         cause,    // what only explains the next failure: kept until then
         outcome,  // what a whole run came to: kept for the word's last sentence
+        failure,  // a reason that ends a package: told with what the rollback made of it
     };
     kind what = nothing;
     std::string text;  // without a line end
@@ -38,6 +39,20 @@ bool was_explained();
 
 // Forgets that cause, as it belongs to something that is over. Result: what it was.
 std::string take_cause();
+
+// What became of the changes of a package that failed.
+enum class rollback {
+    none,        // there were none to take back
+    complete,    // taken back
+    incomplete,  // something could not be put back
+};
+
+// Forgets the last rollback that no failure has told. Result: how it went.
+rollback take_rollback();
+
+// The sentence that a change failed, with what the rollback made of it behind. Where there was
+// none, nothing was left changed either.
+std::string with_rollback(const std::string &failed, rollback how);
 
 // Forgets the last outcome. Result: what it was.
 std::string take_outcome();

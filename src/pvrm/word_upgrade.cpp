@@ -1,12 +1,15 @@
 #include <filesystem>
 #include <string>
 #include <system_error>
+#include <vector>
 
+#include "package/vri.h"
 #include "package/vrs.h"
 #include "pvrm/change_job.h"
 #include "pvrm/config_files.h"
 #include "pvrm/engine_report.h"
 #include "pvrm/exit_status.h"
+#include "pvrm/lost_files.h"
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
 #include "repository/inventory.h"
@@ -24,9 +27,7 @@ class upgrade : public change_job {
 
  private:
     own_vrt plan(const std::string &request) override;
-    int execute(vrt **transaction) override {
-        return vrm_exe_update(work_.repository(), transaction, work_.catalogue(), 1, 0);
-    }
+    int execute(vrt **transaction) override;
     std::string remark(const vri *package) override;
     void tell_afterwards(const vri *package) override;
     own_vrt make_plan(const std::string &request);
@@ -143,6 +144,38 @@ void upgrade::tell_afterwards(const vri *package) {
                          live.c_str(), package->version, copy.c_str());
         }
     }
+}
+
+static std::vector<std::string> names_of_upgraded(const vrt &transaction) {
+    std::vector<std::string> names;
+    if (transaction.action == 'U') {
+        names.emplace_back(transaction.info->name);
+    }
+    for (int32_t i = 0; transaction.deps && i < transaction.num_deps; i++) {
+        const vrd *dep = transaction.deps[i];
+        if (dep->info && dep->action == 'U') {
+            names.emplace_back(dep->info->name);
+        }
+    }
+    return names;
+}
+
+int upgrade::execute(vrt **transaction) {
+    vrm_handle *const repository = work_.repository();
+    const std::vector<std::string> names = names_of_upgraded(**transaction);
+    const lost_files files(repository, names);
+    take_rollback();
+    const int rc = vrm_exe_update(repository, transaction, work_.catalogue(), 1, 0);
+    // Of a dependency the engine says itself that it failed.
+    if (const rollback how = take_rollback(); rc != 0 && how != rollback::none) {
+        const std::string failed =
+            std::string("the upgrade to ") + vrk_puname((*transaction)->info);
+        tell_problem("%s", with_rollback(failed + " failed", how).c_str());
+    }
+    if (rc != 0) {
+        files.tell();
+    }
+    return rc;
 }
 
 int upgrade::run_all(const common_options &options) {

@@ -1,5 +1,6 @@
 #include "pvrm/engine_report.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -26,6 +27,7 @@ constexpr auto step = engine_report::step;
 constexpr auto reason = engine_report::reason;
 constexpr auto cause = engine_report::cause;
 constexpr auto outcome = engine_report::outcome;
+constexpr auto failure = engine_report::failure;
 
 void expect_all(const std::vector<example> &examples) {
     for (const example &given : examples) {
@@ -235,10 +237,10 @@ TEST(EngineReport, CarryingOutGivesReasons) {
          "rest.",
          reason, "/x could not be put back as it was before: restore it from a backup"},
         {LEVEL_ERROR, "vrm_install_rollback: finished", nothing, ""},
-        {LEVEL_ERROR, "Installation of a_any_1.0 failed with rc=-1\n", reason,
-         "the installation of a_any_1.0 failed, and what it had changed was taken back"},
-        {LEVEL_ERROR, "installation of a_any_1.0 failed with rc=768\n", reason,
-         "the installation of a_any_1.0 failed, and what it had changed was taken back"},
+        {LEVEL_ERROR, "Installation of a_any_1.0 failed with rc=-1\n", failure,
+         "the installation of a_any_1.0 failed"},
+        {LEVEL_ERROR, "installation of a_any_1.0 failed with rc=768\n", failure,
+         "the installation of a_any_1.0 failed"},
         {LEVEL_ERROR, "vrm_log_action: failed to open /l for writing: Permission denied", reason,
          "the history /l can't be written: Permission denied"},
         {LEVEL_ERROR, "vrm_log_action: failed to write to /l: No space left on device", reason,
@@ -415,6 +417,48 @@ TEST_F(EngineWatch, AnOutcomeIsKeptUntilItIsTaken) {
     EXPECT_EQ(take_outcome(), "");
 }
 
+TEST_F(EngineWatch, AFailureTellsWhatTheRollbackMadeOfIt) {
+    const char *const failed = "installation of a_any_1 failed with rc=-1\n";
+    const char *const finished = "vrm_install_rollback: finished";
+    const std::string not_all =
+        "the installation of a_any_1 failed, and not all that it had changed could be taken back\n";
+    const std::string all =
+        "pvrm: the installation of a_any_1 failed, and what it had changed was taken back\n";
+    EXPECT_EQ(stderr_of([=] {
+                  log_say(LEVEL_ERROR, "%s", failed);
+                  log_say(LEVEL_ERROR, "%s", finished);
+                  log_say(LEVEL_ERROR, "another reason");
+                  log_say(LEVEL_ERROR, "%s", failed);
+              }),
+              all + "pvrm: another reason\n" + all);
+    for (const char *line :
+         {"Failure restoring /x, you're in deep shit. We still try to do the rest.",
+          "Failure reading /s/old/index.txt"}) {
+        const std::string told = stderr_of([=] {
+            log_say(LEVEL_ERROR, "vrm_install_rollback: %s", line);
+            log_say(LEVEL_ERROR, "%s", finished);
+            log_say(LEVEL_ERROR, "%s", failed);
+        });
+        EXPECT_THAT(told, testing::EndsWith("pvrm: " + not_all)) << line;
+    }
+    EXPECT_EQ(stderr_of([=] {
+                  log_say(LEVEL_ERROR, "one more reason");
+                  log_say(LEVEL_ERROR, "%s", failed);
+              }),
+              "pvrm: one more reason\n" + all)
+        << "what another package could not put back is over";
+}
+
+TEST_F(EngineWatch, ARollbackIsKeptUntilItIsTaken) {
+    EXPECT_EQ(take_rollback(), rollback::none);
+    log_say(LEVEL_INFO, "vrm_install_rollback: no files to restore registered");
+    EXPECT_EQ(take_rollback(), rollback::complete);
+    EXPECT_EQ(take_rollback(), rollback::none);
+    stderr_of([] { log_say(LEVEL_ERROR, "vrm_install_rollback: Failure reading /s/index.txt"); });
+    log_say(LEVEL_ERROR, "vrm_install_rollback: finished");
+    EXPECT_EQ(take_rollback(), rollback::incomplete);
+}
+
 TEST_F(EngineWatch, ReasonsAreCountedAsTheyAreTold) {
     const size_t before = reasons_told();
     stderr_of([] {
@@ -506,8 +550,8 @@ TEST(EngineReport, UpdatesAreTold) {
          "the inventory's entry of a can't be written"},
         {LEVEL_ERROR, "vrm_update_vrk: Failed to write fileindex for package a", reason,
          "the list of the files of a can't be written"},
-        {LEVEL_ERROR, "update of a_any_2 failed with rc=256\n", reason,
-         "the upgrade to a_any_2 failed, and what it had changed was taken back"},
+        {LEVEL_ERROR, "update of a_any_2 failed with rc=256\n", failure,
+         "the upgrade to a_any_2 failed"},
         {LEVEL_WARNING,
          "vrm_undo_broken_swaps: the update of a was cut off while it was entered, its old entry "
          "is back",

@@ -1,5 +1,6 @@
 # Disks that are full or read-only at each place that an installation writes to: the reason is told,
-# the status says so, and what was there before is there afterwards.
+# the status says so, and what was there before is there afterwards. So it is with an upgrade, but for
+# the files that its rollback costs, and these are told.
 
 setup_file() {
     load helpers
@@ -111,4 +112,50 @@ assert_works_now() {
         assert_as_before
     done
     assert_works_now
+}
+
+# The files of foo 1.0 that are missing.
+missing_files() {
+    local path
+    while read -r path; do
+        [[ -e $path ]] || echo "$path"
+    done <"$repository/fileindex/foo"
+}
+
+@test "no room for a file of an upgrade: what the rollback costs is told, and an upgrade brings it back" {
+    local newer path lost
+    mount -t tmpfs -o size=256k tmpfs /srv/target
+    pvrm install --quiet "$(package foo data/srv/target/{a,b,c,d,e}=small)"
+    # Whichever way the unpacked directory is read, something comes behind c.
+    newer=$(package foo version=2.0 data/srv/target/{a,b,d,e}=new \
+        "data/srv/target/c=$(printf '%0400000d' 0)")
+    run pvrm upgrade "$newer"
+    assert_status 1
+    assert_output_has 'No space left on device'
+    assert_line 'pvrm: the upgrade to foo_any_2.0 failed, and what it had changed was taken back'
+    assert_line 'pvrm: foo was not upgraded'
+    assert_equal "$(version_of foo)" 1.0
+    lost=$(missing_files)
+    [[ -n $lost ]]
+    for path in $lost; do
+        assert_line "pvrm: $path of foo was lost in the rollback"
+    done
+    assert_line 'pvrm: pvrm verify foo lists what is missing; to have it again repeat the upgrade, or remove foo and install it'
+    assert_equal "$(grep -c 'was lost' <<<"$output")" "$(wc -l <<<"$lost")"
+    for path in $(comm -23 <(sort "$repository/fileindex/foo") <(sort <<<"$lost")); do
+        assert_equal "$(cat "$path")" small
+    done
+    run pvrm verify foo
+    assert_status 1
+    for path in $lost; do
+        assert_line "pvrm: $path is missing, or can't be read"
+    done
+    # The remedy.
+    mount -o remount,size=2m /srv/target
+    run pvrm upgrade "$newer"
+    assert_status 0
+    refute_output_has lost
+    run pvrm verify foo
+    assert_status 0
+    is_installed other
 }

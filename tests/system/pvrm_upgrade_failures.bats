@@ -59,6 +59,7 @@ two'
     assert_line 'pvrm: foo was not upgraded'
     assert_line 'pvrm: upgraded to bar_any_2.0'
     refute_output_has 'pvrm: upgrading to foo_any_2.0'
+    refute_output_has 'taken back'
     assert_foo_as_before
     assert_equal "$(version_of bar)" 2.0
     assert_equal "$(history_lines)" \
@@ -71,7 +72,9 @@ two'
     assert_status 1
     assert_line two
     assert_line 'pvrm: the script that the package runs after its upgrade failed'
+    assert_line 'pvrm: the upgrade to foo_any_2.0 failed, and what it had changed was taken back'
     assert_line 'pvrm: foo was not upgraded'
+    refute_output_has lost
     assert_line 'pvrm: upgraded to bar_any_2.0'
     refute_output_has configuring
     assert_foo_as_before
@@ -85,6 +88,32 @@ two'
     assert_line 'pvrm: replacing unmodified config file /etc/foo.conf'
     assert_equal "$(cat /etc/foo.conf)" shipped-1
     assert_equal "$(version_of foo)" 1.1
+}
+
+@test "what can't be put back is told, and nothing else claimed" {
+    offer_both 'init/99-add.sh=rm -r /usr/share/foo; echo in the way >/usr/share/foo; exit 3'
+    run pvrm upgrade foo bar
+    rm /usr/share/foo
+    assert_status 1
+    assert_line 'pvrm: /usr/share/foo/about could not be put back as it was before: restore it from a backup'
+    assert_line 'pvrm: the upgrade to foo_any_2.0 failed, and not all that it had changed could be taken back'
+    assert_line 'pvrm: /usr/share/foo/about of foo was lost in the rollback'
+    assert_line 'pvrm: upgraded to bar_any_2.0'
+    refute_output_has 'was taken back'
+}
+
+@test "a new dependency that can't be taken back is told so, and not the package that wants it" {
+    put_on_offer lib data/usr/share/foo/about=lib \
+        'init/99-add.sh=rm -r /usr/share/foo; echo in the way >/usr/share/foo; exit 3'
+    rm "$repository/fileindex/foo" # whose file lib may replace now
+    offer_both needs=lib
+    run pvrm upgrade foo
+    rm /usr/share/foo
+    assert_status 1
+    assert_line 'pvrm: the installation of lib_any_1.0 failed, and not all that it had changed could be taken back'
+    assert_line 'pvrm: foo was not upgraded'
+    refute_output_has 'was taken back'
+    refute_output_has 'the upgrade to foo'
 }
 
 @test "the scripts see the old version and the new one" {

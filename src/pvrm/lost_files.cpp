@@ -1,0 +1,62 @@
+#include "pvrm/lost_files.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "pvrm/tell.h"
+#include "repository/inventory.h"
+#include "support/own.h"
+
+// A disk that is full at the first of thousands of files costs all of the others.
+static constexpr size_t most_told = 10;
+
+static bool is_there(const char *path) {
+    struct stat status;
+    return lstat(path, &status) == 0;
+}
+
+lost_files::lost_files(vrm_handle *repository, const std::vector<std::string> &packages)
+    : repository_(repository) {
+    for (const std::string &package : packages) {
+        const own_array index(vrm_vrl_index(repository, package.c_str()));
+        std::vector<std::string> &present = present_[package];
+        for (char *const *path = index.get(); path && *path; path++) {
+            if (is_there(*path)) {
+                present.emplace_back(*path);
+            }
+        }
+        std::sort(present.begin(), present.end());
+    }
+}
+
+void lost_files::tell() const {
+    for (const auto &[package, present] : present_) {
+        // What got through has an index of its own by now.
+        const own_array index(vrm_vrl_index(repository_, package.c_str()));
+        std::vector<std::string> lost;
+        for (char *const *path = index.get(); path && *path; path++) {
+            if (!is_there(*path) && std::binary_search(present.begin(), present.end(), *path)) {
+                lost.emplace_back(*path);
+            }
+        }
+        if (!lost.empty()) {
+            tell_of(package, lost);
+        }
+    }
+}
+
+void lost_files::tell_of(const std::string &package, const std::vector<std::string> &lost) const {
+    const size_t told = std::min(lost.size(), most_told);
+    for (size_t i = 0; i < told; i++) {
+        tell_problem("%s of %s was lost in the rollback", lost[i].c_str(), package.c_str());
+    }
+    if (told < lost.size()) {
+        tell_problem("and %zu more files of %s were", lost.size() - told, package.c_str());
+    }
+    tell_problem(
+        "pvrm verify %s lists what is missing; to have it again repeat the upgrade, or remove %s "
+        "and "
+        "install it",
+        package.c_str(), package.c_str());
+}
