@@ -1,4 +1,7 @@
+#include <sys/stat.h>
+
 #include <filesystem>
+#include <map>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -34,6 +37,8 @@ class upgrade : public change_job {
     bool is_wanted(const std::string &request, const std::string &name);
     void tell_up_to_date(const std::string &name);
     void tell_not_offered(const std::string &name);
+    void tell_dropped_config(const std::string &name, const std::vector<std::string> &before);
+    bool has_owner(const std::string &config_file);
 
     const bool all_;  // nobody named the packages: what needs nothing is not spoken of
     bool found_work_ = false;
@@ -146,6 +151,35 @@ void upgrade::tell_afterwards(const vri *package) {
     }
 }
 
+// Whether a package has a file among its configuration, or lists it among its files.
+bool upgrade::has_owner(const std::string &config_file) {
+    const own_array names(vrm_list_arr(work_.repository(), 0));
+    for (char *const *name = names.get(); name && *name; name++) {
+        struct stat status;
+        const std::string copy = shipped_config_dir(work_.repository(), *name) + config_file;
+        if (lstat(copy.c_str(), &status) == 0) {
+            return true;
+        }
+    }
+    return own_string(vrm_file_owner(work_.repository(), config_file.c_str())) != nullptr;
+}
+
+// Configuration that a new version does without stays, as it is the administrator's, and nothing
+// else would ever speak of it again.
+void upgrade::tell_dropped_config(const std::string &name, const std::vector<std::string> &before) {
+    for (const std::string &path : before) {
+        std::error_code none;
+        if (std::filesystem::exists(std::filesystem::symlink_status(path, none)) &&
+            !has_owner(path)) {
+            tell_problem(
+                "%s came with the old version of %s and not with the new one; it is kept and "
+                "belongs "
+                "to no package",
+                path.c_str(), name.c_str());
+        }
+    }
+}
+
 static std::vector<std::string> names_of_upgraded(const vrt &transaction) {
     std::vector<std::string> names;
     if (transaction.action == 'U') {
@@ -164,6 +198,11 @@ int upgrade::execute(vrt **transaction) {
     vrm_handle *const repository = work_.repository();
     const std::vector<std::string> names = names_of_upgraded(**transaction);
     const lost_files files(repository, names);
+    // Which files are configuration is told by the entries, which are replaced.
+    std::map<std::string, std::vector<std::string>> config;
+    for (const std::string &name : names) {
+        config[name] = config_files(repository, name.c_str());
+    }
     take_rollback();
     const int rc = vrm_exe_update(repository, transaction, work_.catalogue(), 1, 0);
     // Of a dependency the engine says itself that it failed.
@@ -174,6 +213,9 @@ int upgrade::execute(vrt **transaction) {
     }
     if (rc != 0) {
         files.tell();
+    }
+    for (const auto &[name, before] : config) {
+        tell_dropped_config(name, before);
     }
     return rc;
 }

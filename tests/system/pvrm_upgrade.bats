@@ -33,6 +33,28 @@ setup() {
     assert_equal "$(version_of foo)" 1.0
 }
 
+@test "configuration that the new version does without is kept, and told unless another package has it" {
+    local newer
+    rm -rf /etc/baz.d
+    pvrm --quiet install "$(package baz conf/etc/baz.d/{plain,edited,moved,data,stays,gone}=shipped)" \
+        "$(package lib)"
+    echo mine >/etc/baz.d/edited
+    rm /etc/baz.d/gone
+    pvrm --quiet upgrade "$(package lib version=2.0 conf/etc/baz.d/moved=shipped)"
+    newer=$(package baz version=2.0 conf/etc/baz.d/stays=shipped data/etc/baz.d/data=now)
+    run pvrm --quiet upgrade "$newer"
+    assert_status 0
+    assert_equal "$output" \
+        'pvrm: /etc/baz.d/edited came with the old version of baz and not with the new one; it is kept and belongs to no package
+pvrm: /etc/baz.d/plain came with the old version of baz and not with the new one; it is kept and belongs to no package'
+    assert_equal "$(cat /etc/baz.d/{data,edited,moved,plain,stays})" $'now\nmine\nshipped\nshipped\nshipped'
+    # Of an upgrade that fails nothing changes hands.
+    run pvrm --quiet upgrade "$(package baz version=3.0 'init/99-add.sh=exit 1')"
+    assert_status 1
+    refute_output_has 'belongs to no package'
+    rm -r /etc/baz.d
+}
+
 @test "edited configuration is kept, and the shipped copy is told, also when quiet" {
     echo mine >/etc/foo.conf
     run pvrm --quiet upgrade "$(package foo version=2.0 conf/etc/foo.conf=shipped-2)"
