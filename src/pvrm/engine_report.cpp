@@ -438,8 +438,8 @@ void tell_failure(const char *format, ...) {
     tell_with_cause(text);
 }
 
-// An interruption from the keyboard during a configuration command reaches only that command, and
-// nobody but this line tells how it ended.
+// An interruption may be sent to a configuration command alone, and nobody but this line tells how
+// the command ended.
 static void note_end_of_command(std::string_view line) {
     static constexpr std::string_view before_status = ", rc = ";
     const size_t at = line.rfind(before_status);

@@ -31,7 +31,7 @@ void hold_signals() {
 }
 
 bool was_interrupted(int status) {
-    // While a script runs, an interruption from the keyboard reaches the script and not us.
+    // One from the keyboard reaches us as well, one that was sent to the command alone does not.
     const bool killed = status > 0 && WIFSIGNALED(status) &&
                         (WTERMSIG(status) == SIGINT || WTERMSIG(status) == SIGTERM);
     const bool told_by_shell =

@@ -1,7 +1,6 @@
 // pvrm, the privileged command line tool: everything that changes the system goes through it.
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,6 +20,7 @@
 #include "pvrm/report_format.h"
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
+#include "support/shell.h"
 
 namespace {
 
@@ -197,16 +197,10 @@ void open_standard_streams() {
     }
 }
 
-// Whether stdout is a pipe whose reader is gone.
-bool nobody_reads() {
-    pollfd out = {STDOUT_FILENO, POLLOUT, 0};
-    return poll(&out, 1, 0) == 1 && (out.revents & (POLLERR | POLLHUP));
-}
-
 // A listing that can't be written is no answer. But who read as much as he wanted, as head does,
 // has his answer. Of a change it is the doing that counts.
 int check_output(int status) {
-    if ((fflush(stdout) == 0 && !ferror(stdout)) || nobody_reads()) {
+    if ((fflush(stdout) == 0 && !ferror(stdout)) || nobody_reads(STDOUT_FILENO)) {
         return status;
     }
     tell_problem("the output can't be written: %s", strerror(errno ? errno : EIO));

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <string>
 
+#include "support/shell.h"
 #include "support/terminal_text.h"
 
 static bool steps_are_told = true;
@@ -19,7 +20,8 @@ void tell_no_steps() {
 // When nobody reads any more, what comes goes nowhere: the commands of packages, which write to the
 // same place, would else fail.
 static void stop_writing_to(FILE *stream) {
-    if (errno != EPIPE) {
+    // A pipe, or a terminal that went away: that one fails as a broken disk does.
+    if (errno != EPIPE && !nobody_reads(fileno(stream))) {
         return;
     }
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);

@@ -15,6 +15,7 @@
 #include "support/file.h"
 #include "support/ldif.h"
 #include "support/own.h"
+#include "support/shell.h"
 
 // A file under /tmp that nobody else can read, removed at the end.
 class temp_file {
@@ -64,7 +65,7 @@ int cmd_exec(const char *command, char **out, size_t *out_length, char **err,
     }
     std::string line(command, strnlen(command, command_limit));
     line += " 1>" + out_file.path() + " 2>" + err_file.path();
-    const int status = system(line.c_str());
+    const int status = run_shell(line.c_str());
     *out = _read_file(out_file.path().c_str(), out_length);
     *err = _read_file(err_file.path().c_str(), err_length);
     return status;

@@ -5,7 +5,7 @@
 
 #include "support/ekva.h"
 
-// Runs a command by `system` and hands back what it wrote to stdout and to stderr. Its stdin is
+// Runs a command by run_shell and hands back what it wrote to stdout and to stderr. Its stdin is
 // that of the process, and no time limit applies. The command is cut at 65000 characters. The
 // output goes through files in /tmp, which are gone when the function returns; a redirection is put
 // behind the command, so of several commands in one line only the last is caught.

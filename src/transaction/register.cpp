@@ -11,6 +11,7 @@
 #include "support/array.h"
 #include "support/ldif.h"
 #include "support/log.h"
+#include "support/shell.h"
 #include "transaction/stage.h"
 
 int verify_forks(const std::string &stage, package_forks *forks) {
@@ -147,7 +148,7 @@ void refresh_linker_cache(const char *who) {
     if (have_so) {
         log_say(LEVEL_DEBUG, "%s: calling ldconfig", who);
         // Nothing depends on the outcome: a root without ldconfig is none of the package's faults.
-        if (system("/sbin/ldconfig 2>/dev/null") != 0) {
+        if (run_shell("/sbin/ldconfig 2>/dev/null") != 0) {
             log_say(LEVEL_DEBUG, "%s: ldconfig failed", who);
         }
         have_so = 0;

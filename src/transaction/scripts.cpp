@@ -13,6 +13,7 @@
 #include "support/file.h"
 #include "support/log.h"
 #include "support/own.h"
+#include "support/shell.h"
 
 // ---- Environment ----
 
@@ -224,7 +225,7 @@ int vrm_system(const char *, const char *command) {
 // Runs a command whose output goes straight to ours.
 static int run_visibly(const char *line) {
     fflush(stdout);
-    return system(line);
+    return run_shell(line);
 }
 
 // The package as its description in the inventory tells, or null with a warning.

@@ -174,6 +174,37 @@ install_over() { # KEYS
     assert_no_lock
 }
 
+@test "INT from elsewhere during a script ends before the next package, too" {
+    start_pvrm install "$(package foo "init/00-add.sh=$waiting_script")" "$(package bar)"
+    kill -INT "$tool"
+    finish
+    assert_status 1
+    is_installed foo
+    refute_installed bar
+    assert_output_has 'pvrm: interrupted: '
+    assert_no_lock
+}
+
+@test "INT from elsewhere during a configuration command ends after it" {
+    start_pvrm install "$(package foo "init/99-cfg.sh=$waiting_script")" "$(package bar)"
+    kill -INT "$tool"
+    finish
+    assert_status 1
+    is_installed foo
+    refute_installed bar
+    assert_output_has 'pvrm: interrupted: '
+}
+
+@test "the quit key during a script takes the package back, and the next one is installed" {
+    run on_terminal "trap : QUIT; ulimit -c 0; pvrm install --yes $(package foo "init/99-add.sh=$waiting_script") $(package bar)" \
+        < <(wait_until has_started; printf '\034'; sleep 1)
+    assert_status 1
+    refute_installed foo
+    [[ ! -e /usr/share/foo/about ]]
+    is_installed bar
+    assert_no_lock
+}
+
 @test "TERM ends before a package's next dependency, too" {
     package needed "init/00-add.sh=$waiting_script" >/dev/null
     start_pvrm install --dir "$BATS_TEST_TMPDIR/packages" "$(package foo needs=needed)"
@@ -233,6 +264,45 @@ install_over() { # KEYS
     assert_equal "$(cat /tmp/out)" 0
     is_installed foo
     is_installed bar
+    [[ -e /tmp/configured ]]
+}
+
+# A configuration script that fails when what it tells can't be written.
+telling_script() { # REDIRECTION
+    printf 'set -e; echo to nobody %s; touch /tmp/configured' "$1"
+}
+
+# As descriptor $to_nobody.
+open_pipe_without_reader() {
+    exec {to_nobody}> >(true)
+    wait "$!"
+}
+
+@test "a terminal that goes away fails no command of a package" {
+    foo=$(package foo "init/00-add.sh=$waiting_script" "init/99-cfg.sh=$(telling_script)")
+    SHELL=/bin/bash script -qec "pvrm install --yes $foo" /dev/null </dev/null >/dev/null 3>&- &
+    local terminal=$!
+    wait_until has_started
+    kill -KILL "$terminal"
+    touch /tmp/go
+    wait_until is_installed foo
+    wait_until assert_no_lock
+    [[ -e /tmp/configured ]]
+}
+
+@test "a reader that goes away fails no command of a package when the tool tells nothing" {
+    foo=$(package foo "init/99-cfg.sh=$(telling_script)")
+    open_pipe_without_reader
+    pvrm --quiet install "$foo" >&"$to_nobody" 2>&1
+    is_installed foo
+    [[ -e /tmp/configured ]]
+}
+
+@test "a reader that goes away fails no command of a package that writes to stderr" {
+    foo=$(package foo "init/99-cfg.sh=$(telling_script '>&2')")
+    open_pipe_without_reader
+    pvrm install "$foo" >&"$to_nobody" 2>&1
+    is_installed foo
     [[ -e /tmp/configured ]]
 }
 

@@ -1,0 +1,14 @@
+// Running command lines.
+#pragma once
+
+// Whether what is written to a descriptor can reach nobody any more: a pipe whose reader is gone, a
+// terminal that went away.
+bool nobody_reads(int fd);
+
+// Runs a command line by /bin/sh and waits for its end, as `system` does, with its results: the raw
+// wait status, which is that of an exit with 127 when there is no shell, and -1 with `errno` when
+// no process could be made or waited for. Unlike there, an interruption (SIGINT) that the program
+// handles arrives while the command runs, too; and a command whose stdout or stderr can reach
+// nobody writes to /dev/null instead: with SIGPIPE ignored, as a program ignores it that must go
+// on, it would else fail at what it writes.
+int run_shell(const char *line);
