@@ -63,26 +63,37 @@ close_button() { # active|inactive
     printf '%s\n' 'empty 0 450 800 45' 'empty 140 450 660 150'
 }
 
-# The head of the table and the colours of its rows, "w" and "b" as in `rows`.
-table() { # ROWS
-    local x=12 width row y fill
+# The head of a table with these columns, and the colours of its rows, "w" and "b" as in `rows`.
+table() { # ROWS WIDTH...
+    local x=12 y=150 width row fill
     echo 'point 400 130 a4a4a3'
-    for width in 160 60 60 450; do
+    for width in "${@:2}"; do
         printf '%s\n' "point $((x + width - 6)) 132 d8d7d6" "point $((x + width - 6)) 149 a4a4a3" \
             "point $((x + width - 6)) 134 f6f5f4" "left $((x + 4)) 135 $((width - 8)) 12 f6f5f4"
         x=$((x + width))
     done
     for ((row = 0; row < ${#1}; row++)); do
-        y=$((150 + 20 * row))
+        x=12
         fill=ffffff
         [[ ${1:row:1} == w ]] || fill=0000ff
-        for x in 165 225 285 735; do echo "point $x $((y + 10)) $fill"; done
-        for x in 12 172 232 292; do
-            echo "left $((x + 4)) $((y + 3)) $((x < 292 ? 50 : 440)) 14 $fill"
+        for width in "${@:2}"; do
+            echo "point $((x + width - 7)) $((y + 10)) $fill"
+            echo "left $((x + 4)) $((y + 3)) $((width - 10)) 14 $fill"
+            x=$((x + width))
         done
+        y=$((y + 20))
     done
-    echo "point 300 $((y = 150 + 20 * ${#1}, y + 5)) f6f5f4"
+    echo "point 300 $((y + 5)) f6f5f4"
     echo "empty 20 $((y + 1)) 700 $((540 - y))"
+}
+
+package_table() { # ROWS
+    table "$1" 160 60 60 450
+}
+
+update_table() { # ROWS
+    printf '%s\n' 'amid 10 101 250 23' 'empty 262 97 538 30'
+    table "$1" 60 160 60 450
 }
 
 search_field() {
@@ -119,23 +130,6 @@ bare_screen() {
     printf '%s\n' 'empty 0 36 800 90' 'empty 0 450 800 150'
 }
 
-# A text and, at the right of the bottom, buttons. The sizes of the dialog are the toolkit's.
-dialog() { # WIDTH HEIGHT
-    printf '%s\n' 'point 1 1 f6f5f4' "point 65 $(($2 - 2)) f6f5f4" "some 65 5 $(($1 - 70)) 35" \
-        "some $(($1 - 60)) $(($2 - 40)) 55 35"
-}
-
-assert_dialog() { # NAME
-    # shellcheck disable=SC2034  # some of what is told is not used
-    local WINDOW X Y WIDTH HEIGHT SCREEN
-    eval "$(xdotool getwindowgeometry --shell "$(dialog_id)")"
-    take_picture "$1" "$WINDOW"
-    picture_shows dialog "$WIDTH" "$HEIGHT" || {
-        cat "$BATS_TEST_TMPDIR/difference" >&2
-        return 1
-    }
-}
-
 @test "the question whether to quit, and what its refusal leaves" {
     start_window
     wait_for_window
@@ -151,7 +145,7 @@ list_screen() { # ROWS
     top_row active
     action
     search_field
-    table "$1"
+    package_table "$1"
     button 10 570 220 25 active
     printf '%s\n' 'empty 0 62 800 32' 'empty 240 550 560 50'
 }
@@ -171,7 +165,7 @@ search_screen() { # ROWS
     top_row active
     action
     search_field
-    table "$1"
+    package_table "$1"
     button 10 570 220 25 active
     printf '%s\n' 'empty 0 62 800 32' 'empty 240 550 560 50'
 }
@@ -263,6 +257,90 @@ no_names_screen() {
     assert_picture screen-install run_screen active active 2
     close_by_manager
     assert_picture screen-install-nothing no_names_screen
+}
+
+update_screen() { # ROWS
+    top_row active
+    action
+    update_table "$1"
+    button 10 570 220 25 active
+    button 250 570 220 25 active
+    printf '%s\n' 'empty 0 62 800 32' 'empty 480 550 320 50'
+}
+
+no_updates_screen() {
+    top_row active
+    action
+    logo
+    printf '%s\n' 'empty 0 62 800 32' 'amid 10 101 250 23' 'empty 262 97 538 30' \
+        'empty 0 450 800 150'
+}
+
+@test "updates: none, some, and with rows selected" {
+    pvrm --quiet install "$(package bar)" "$(package foo)"
+    start_window
+    wait_for_window
+    go_by press update
+    assert_picture screen-updates-none no_updates_screen
+    for name in bar foo; do offer $name '' 2.0 1 "The package $name" '' ''; done
+    go_by press refresh
+    go_by press update
+    assert_picture screen-updates update_screen ww
+    select_rows 1
+    assert_picture screen-updates-selected update_screen wb
+}
+
+@test "update: of all and of some, running, ended, and come back with nothing selected" {
+    pvrm --quiet install "$(package foo)"
+    offer foo '' 2.0 1 'The package foo' '' ''
+    tool_prints 'pvrm: Upgrading foo' 'two' 'done'
+    start_window
+    wait_for_window
+    go_by press update
+    assert_rows w
+    press_update_all
+    assert_picture screen-update-all-running run_screen inactive inactive 1
+    touch /tmp/go
+    assert_picture screen-update-all run_screen active active 3
+    rm /tmp/go
+    go_by press update
+    assert_rows w
+    select_rows 0
+    press_update_selected
+    assert_picture screen-update-selected-running run_screen inactive inactive 1
+    touch /tmp/go
+    assert_picture screen-update-selected run_screen active active 3
+    close_by_manager
+    assert_picture screen-update-nothing no_names_screen
+}
+
+updates_only_screen() { # ROWS
+    button 10 10 120 25 active
+    update_table "$1"
+    button 10 570 220 25 active
+    printf '%s\n' 'empty 135 5 665 90' 'empty 0 36 800 60' 'empty 240 550 560 50'
+}
+
+updates_only_run_screen() { # QUIT CLOSE LINES
+    button 10 10 120 25 "$1"
+    echo 'empty 135 5 665 30'
+    action
+    status_line
+    output "$3"
+    close_button "$2"
+}
+
+@test "updates alone: offered, running, and ended" {
+    pvrm --quiet install "$(package foo)"
+    offer foo '' 2.0 1 'The package foo' '' ''
+    tool_prints 'pvrm: Upgrading foo' 'done'
+    start_window fltk-vrm-update
+    wait_for_window
+    assert_picture screen-updates-only updates_only_screen w
+    press_update_all
+    assert_picture screen-updates-only-running updates_only_run_screen inactive inactive 1
+    touch /tmp/go
+    assert_picture screen-updates-only-ended updates_only_run_screen active active 2
 }
 
 @test "not allowed" {

@@ -2,6 +2,7 @@
 # The stages between the call of the window program and its first window, and how each ends it.
 
 load window
+load picture
 
 setup_file() {
     cp /etc/vrm.conf /etc/vrm.conf.whole
@@ -110,6 +111,7 @@ configure() { # LINE, in place of the one of its key
     wait_for_dialog
     ! has_window || false
     assert_err_has "failed to refresh the catalogue"
+    assert_dialog refresh-failed-at-start
     xdotool key Return
     wait_for_window
 }

@@ -27,6 +27,15 @@ press_install_selected() {
     go_by click 120 582
 }
 
+# The buttons below the table of updates, which do so too.
+press_update_all() {
+    go_by click 120 582
+}
+
+press_update_selected() {
+    go_by click 360 582
+}
+
 # The button below the table of what is installed.
 press_view_selected() {
     click 120 582

@@ -4,6 +4,7 @@
 
 load window
 load table
+load picture
 
 setup_file() {
     make_signer
@@ -50,14 +51,6 @@ install_with_updates() { # NAME...
         offer_file "$name" version=2.0
     done
     pvrm.whole --quiet install "${files[@]}"
-}
-
-press_update_all() {
-    go_by click 120 582
-}
-
-press_update_selected() {
-    go_by click 360 582
 }
 
 # Waits for leave longer than a slow machine takes to look at the window.
@@ -322,7 +315,7 @@ quit_after_question() {
     start_window fltk-vrm-update
     wait_for_dialog
     ! has_window || false
-    import -silent -window "$(dialog_id)" "${VRM_SCREENSHOTS:-$BATS_TEST_TMPDIR}/updates-only-none.png"
+    assert_dialog updates-only-none
     xdotool key Return
     wait_for_end 0
     assert_equal "$(cat err)" "in update_only mode
