@@ -1,6 +1,7 @@
 #include "maintenance/show_log.h"
 
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <new>
 #include <string>
@@ -58,6 +59,8 @@ static void show_ldif(const char *number, s_ekva *const *record) {
     ldif_uiwrite("objectClass", "evrkLog", 0, 0);
     if (const own_string text{ekva2ldif(record)}) {
         vrmui_say("%s\n", text.get());
+    } else if (record) {
+        log_say(LEVEL_ERROR, "vrm_showlogline: there is not enough memory");
     }
 }
 
@@ -147,6 +150,7 @@ int vrm_showlog(void *, unsigned format, int order) try {
     }
     return count;
 } catch (const std::bad_alloc &) {
-    log_say(LEVEL_ERROR, "vrm_showlog: out of memory");
+    log_say(LEVEL_ERROR, "vrm_showlog: there is not enough memory");
+    errno = ENOMEM;
     return 0;
 }

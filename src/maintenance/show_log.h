@@ -28,8 +28,9 @@ std::string vrm_showlog_path();
 // of the vrmui object, whose former text is dropped, and shows that in one go. The first argument
 // is not used. A line that can't be understood is logged at ERROR and skipped, and the file is
 // never mended. Returns the number of lines in the file, understood or not. Without any, and when
-// the file can't be read, that is 0, an ERROR is logged and nothing is shown. No lock is taken: a
-// line that is just being written is at worst a skipped line.
+// the file can't be read or shown, that is 0, an ERROR is logged and nothing is shown; `errno`
+// tells why, and is 0 for an empty file. What memory fails for is logged at ERROR as well. No lock
+// is taken: a line that is just being written is at worst a skipped line.
 int vrm_showlog(void *unused, unsigned format, int order);
 
 // Adds one record of vrm_parse_log to the text of the vrmui object, in one of the formats 1, 2 and

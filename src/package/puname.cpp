@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <new>
 #include <string>
@@ -6,6 +7,7 @@
 #include "package/vri.h"
 #include "support/arch.h"
 #include "support/log.h"
+#include "support/own.h"
 
 static const char *or_empty(const char *text) {
     return text ? text : "";
@@ -35,14 +37,14 @@ static bool valid_arch(const std::string &name) {
 
 static s_ekva **puname_record(const std::string &name, const std::string *variant,
                               const std::string &version, const std::string *arch) {
-    s_ekva **rec = ekva_new(20, 4);
-    ekva_addval(&rec, "evrkName", name.c_str(), 0);
+    own_ekva rec(ekva_new(20, 4));
+    add_pair(&rec, "evrkName", name.c_str());
     if (variant) {
-        ekva_addval(&rec, "evrkVariant", variant->c_str(), 0);
+        add_pair(&rec, "evrkVariant", variant->c_str());
     }
-    ekva_addval(&rec, "evrkVersion", version.c_str(), 0);
-    ekva_addval(&rec, "evrkArchitecture", arch ? arch->c_str() : nullptr, 0);
-    return rec;
+    add_pair(&rec, "evrkVersion", version.c_str());
+    add_pair(&rec, "evrkArchitecture", arch ? arch->c_str() : nullptr);
+    return rec.release();
 }
 
 s_ekva **vrk_puname_decode(const char *puname) try {
@@ -86,5 +88,6 @@ s_ekva **vrk_puname_decode(const char *puname) try {
     }
     return puname_record(name, &variant, version, &arch);
 } catch (const std::bad_alloc &) {
+    errno = ENOMEM;
     return nullptr;
 }

@@ -94,8 +94,9 @@ void vrm_vri_list_free(vri **list);
 char *vrk_puname(const vri *info);
 
 // Takes a puname apart: a new record, freed with ekva_free, with evrkName, evrkVariant if there is
-// one, evrkVersion and evrkArchitecture; null when it cannot be one, with the reason on the log.
-// The decoding rests on this: of the four parts only the architecture x86_64 holds an underscore.
+// one, evrkVersion and evrkArchitecture; null when it cannot be one, with the reason on the log,
+// and with ENOMEM in errno when memory fails. The decoding rests on this: of the four parts only
+// the architecture x86_64 holds an underscore.
 s_ekva **vrk_puname_decode(const char *puname);
 
 using own_vri = std::unique_ptr<vri, release_with<vrk_info_free>>;

@@ -70,6 +70,7 @@ constexpr row rows[] = {
     // Reports.
     {LEVEL_ERROR, reason, "Error creating tempfile for list: *",
      "the list can't be kept in a temporary file: $1"},
+    {LEVEL_ERROR, reason, "vrm_showlogline: csv_line is empty", "there is not enough memory"},
 
     // What makes a file no package file.
     {LEVEL_ERROR, cause, "Only * of * bytes read*", "it is cut short"},

@@ -123,7 +123,11 @@ static bool parse_date(std::string *date, int64_t *seconds) {
 }
 
 static own_ekva decode(const char *uid) {
+    errno = 0;
     own_ekva parts(vrk_puname_decode(uid));
+    if (!parts && errno == ENOMEM) {
+        throw std::bad_alloc();
+    }
     if (!parts) {
         log_say(LEVEL_DEBUG, "vrm_parse_log: error parsing PkgUid <%s>", uid);
     }
@@ -172,6 +176,9 @@ s_ekva **vrm_parse_log(const char *line) try {
         return nullptr;
     }
     const own_array parts(str2arr(line, ' '));
+    if (!parts && line[strspn(line, " ")] != '\0') {
+        throw std::bad_alloc();
+    }
     if (!parts) {
         log_say(LEVEL_ERROR, "vrm_parse_log: failure parsing line <%s>", line);
         return nullptr;
@@ -212,5 +219,7 @@ s_ekva **vrm_parse_log(const char *line) try {
     add_reason(&rec, word[reason], count > reason + 2 ? word[reason + 2] : nullptr);
     return rec.release();
 } catch (const std::bad_alloc &) {
+    // A line that makes sense must not pass for one that makes none.
+    log_say(LEVEL_ERROR, "vrm_parse_log: there is not enough memory");
     return nullptr;
 }

@@ -51,5 +51,6 @@ void vrm_log_action(int action, const char *vrk_puname_old, const char *vrk_puna
 // The reader is lenient where a torn or edited line still makes sense: of the action only the first
 // letter counts, and so it is with the reason. The result is a new record of mode 4 for ekva_free.
 // Null for null, for a line that is none of these sentences (which is logged, at DEBUG for a
-// package that makes no sense, at WARNING for too few words, else at ERROR), and when memory fails.
+// package that makes no sense, at WARNING for too few words, else at ERROR), and when memory fails,
+// which is logged at ERROR too.
 s_ekva **vrm_parse_log(const char *line);

@@ -122,8 +122,15 @@ char **read_file_lines(const char *path, int *count) {
     *count = 0;
     struct stat status;
     own_file file(fopen_regular(path, &status));
-    if (!file || status.st_size == 0 ||
-        static_cast<uintmax_t>(status.st_size) > PTRDIFF_MAX - spare_bytes) {
+    if (!file) {
+        return nullptr;
+    }
+    if (status.st_size == 0) {
+        errno = 0;
+        return nullptr;
+    }
+    if (static_cast<uintmax_t>(status.st_size) > PTRDIFF_MAX - spare_bytes) {
+        errno = EFBIG;
         return nullptr;
     }
     const auto size = static_cast<size_t>(status.st_size);
@@ -133,16 +140,30 @@ char **read_file_lines(const char *path, int *count) {
     }
     // A limit of 1 would read nothing for ever.
     const int limit = static_cast<int>(std::clamp<size_t>(size, 2, INT_MAX));
-    char **lines = nullptr;
-    int capacity = 100;
+    own_array lines;
+    int found = 0, capacity = 100;
     while (fgets(line.get(), limit, file.get())) {
         const size_t end = strlen(line.get());
         if (end > 0 && line.get()[end - 1] == '\n') {
             line.get()[end - 1] = '\0';
         }
-        *count = arr_t21_add(&lines, line.get(), *count, &capacity);
+        char **grown = lines.release();
+        const int now = arr_t21_add(&grown, line.get(), found, &capacity);
+        lines.reset(grown);
+        if (now == found) {
+            errno = ENOMEM;
+            return nullptr;
+        }
+        found = now;
     }
-    return lines;
+    if (ferror(file.get())) {
+        return nullptr;
+    }
+    if (found == 0) {
+        errno = 0;  // it was emptied meanwhile
+    }
+    *count = found;
+    return lines.release();
 }
 
 int32_t file_copy(const char *target, const char *source, int mode) {

@@ -42,8 +42,9 @@ char *_read_file(const char *path, size_t *length);
 
 // Reads a file's lines into a new string array without their newlines, empty lines included, and
 // stores their number in `*count`. The caller frees it by arr_free. Null, with `*count` 0, when the
-// file cannot be opened or is empty. A line holds at most one byte less than the file, so a single
-// line without its newline arrives as two; only a file of one byte is whole.
+// file is empty, which makes `errno` 0, and when not all of its lines can be read. A line holds at
+// most one byte less than the file, so a single line without its newline arrives as two; only a
+// file of one byte is whole.
 char **read_file_lines(const char *path, int *count);
 
 // Copies `source` over `target`, which is created or overwritten in place.

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "support/log.h"
 #include "support/own.h"
 
 vrmui_object *vrmui = nullptr;
@@ -39,6 +40,16 @@ struct text_end {
 };
 text_end last_end;
 
+// Told once for each text, as a text that is full loses all further pieces.
+bool loss_told = false;
+
+void tell_loss() {
+    if (!loss_told) {
+        loss_told = true;
+        log_say(LEVEL_ERROR, "vrmui_line_add: there is no room for all of the text, it is cut");
+    }
+}
+
 size_t text_length(const vrmui_object *ui) {
     return last_end.holds_for(ui) ? last_end.length
                                   : strnlen(ui->text, static_cast<size_t>(ui->text_limit));
@@ -53,7 +64,8 @@ void make_room(vrmui_object *ui, size_t present, size_t piece) {
     // The number for new objects can have been set below the size of this one.
     const int doubled = std::max(textmax, ui->text_size) * 2;
     // One byte more than the limit: a text that fills the limit keeps its terminator.
-    char *grown = static_cast<char *>(realloc(ui->text, static_cast<size_t>(doubled) + 1));
+    char *grown = static_cast<char *>(
+        reallocarray(ui->text, static_cast<size_t>(doubled) + 1, sizeof *grown));
     if (!grown) {
         return;
     }
@@ -68,11 +80,17 @@ char *put(vrmui_object *ui, size_t present, size_t keep, const char *piece) {
     own_string copy;
     if (piece >= ui->text && piece <= ui->text + ui->text_limit) {
         copy.reset(strdup(piece));
+        if (!copy) {
+            tell_loss();
+        }
         piece = copy ? copy.get() : "";
     }
     const size_t length = strlen(piece);
     make_room(ui, present, length);
     const size_t taken = std::min(length, static_cast<size_t>(ui->text_limit) - keep);
+    if (taken < length) {
+        tell_loss();
+    }
     memcpy(ui->text + keep, piece, taken);
     ui->text[keep + taken] = '\0';
     last_end.remember(ui->text, keep + taken);
@@ -84,14 +102,19 @@ char *put(vrmui_object *ui, size_t present, size_t keep, const char *piece) {
     char *line = nullptr;
     const int length = vasprintf(&line, format, arguments);
     if (length < 0) {
+        tell_loss();
         return;
     }
     const own_string owner(line);
     // As if formatted into a block of text_limit bytes.
-    if (length >= vrmui->text_limit) {
-        line[vrmui->text_limit - 1] = '\0';
+    const int limit = vrmui->text_limit;
+    if (length >= limit) {
+        line[limit - 1] = '\0';
     }
     collect(vrmui, line);
+    if (length >= limit) {
+        tell_loss();
+    }
 }
 
 }  // namespace
@@ -108,6 +131,7 @@ vrmui_object *vrmui_init(const char *title, int level) {
     ui->title = strdup(title ? title : "vrm");
     ui->text = static_cast<char *>(calloc(static_cast<size_t>(textmax) + 1, 1));
     ui->text_limit = ui->text_size = textmax;
+    loss_told = false;
     if (!ui->backend || !ui->title || !ui->text) {
         vrmui_free(ui);
         return nullptr;
@@ -136,7 +160,11 @@ vrmui_object *vrmui_level(vrmui_object *ui, int level) {
 }
 
 char *vrmui_line_new(vrmui_object *ui, const char *text) {
-    return ui ? put(ui, text_length(ui), 0, text ? text : "") : nullptr;
+    if (!ui) {
+        return nullptr;
+    }
+    loss_told = false;
+    return put(ui, text_length(ui), 0, text ? text : "");
 }
 
 char *vrmui_line_add(vrmui_object *ui, const char *text) {

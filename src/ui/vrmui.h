@@ -54,18 +54,21 @@ vrmui_object *vrmui_level(vrmui_object *ui, int level);
 
 // The collected text becomes this text (`new`), or gets it appended (`add`). A text that gets too
 // small doubles first, once for each call: of a piece that needs more than that, what doesn't fit
-// is cut. The piece may be part of the collected text itself; null counts as empty. Both return the
-// object's text, which a later call may move, and null for a null object.
+// is cut. So it is when memory fails. A cut is logged at ERROR, once for each text. The piece may
+// be part of the collected text itself; null counts as empty. Both return the object's text, which
+// a later call may move, and null for a null object.
 char *vrmui_line_new(vrmui_object *ui, const char *text);
 char *vrmui_line_add(vrmui_object *ui, const char *text);
 
 // Adds an attribute line in LDIF to the text of the global object, whose absence makes the call do
 // nothing. Unless `binary` is set the length is that of the string; a binary value is written as
-// base64 of `length` bytes. Returns the count that ldif_write reports, 0 when nothing was written.
+// base64 of `length` bytes. Returns the count that ldif_write reports, 0 when nothing was written;
+// that memory failed is logged at ERROR.
 int32_t ldif_uiwrite(const char *key, const char *value, unsigned length, unsigned binary);
 
 // Formats a message, bounded by the object's text_limit, and hands it to vrmui_line_new or
-// vrmui_line_add of the global object; does nothing while that is null.
+// vrmui_line_add of the global object; does nothing while that is null. What the bound cuts is
+// logged as any other cut.
 void vrmui_say_new(const char *format, ...) __attribute__((format(printf, 1, 2)));
 void vrmui_say(const char *format, ...) __attribute__((format(printf, 1, 2)));
 

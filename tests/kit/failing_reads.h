@@ -1,12 +1,14 @@
 // Directories and files that break off while they are read, as on a disk that fails. It defines
-// readdir and read for the program that includes it.
+// readdir, read and fdopen for the program that includes it.
 #pragma once
 
 #include <dirent.h>
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 
 // Within its life a directory gives so many entries, and then an error.
 class FailingReaddir {
@@ -47,6 +49,51 @@ class FailingRead {
  private:
     static inline bool active_ = false;
 };
+
+// Within its life a stream that is made of a descriptor gives so many bytes, and then an error.
+class FailingStream {
+ public:
+    explicit FailingStream(ssize_t bytes) {
+        left_ = bytes;
+    }
+    ~FailingStream() {
+        left_ = -1;
+    }
+    FailingStream(const FailingStream &) = delete;
+    FailingStream &operator=(const FailingStream &) = delete;
+
+    static bool active() {
+        return left_ >= 0;
+    }
+    // The descriptor is the stream's from here on.
+    static FILE *open(int fd) {
+        fd_ = fd;
+        return fopencookie(nullptr, "r", {take, nullptr, nullptr, give_up});
+    }
+
+ private:
+    static ssize_t take(void *, char *buffer, size_t size) {
+        if (left_ == 0) {
+            errno = EIO;
+            return -1;
+        }
+        const ssize_t got = ::read(fd_, buffer, std::min(size, static_cast<size_t>(left_)));
+        left_ -= got;
+        return got;
+    }
+    static int give_up(void *) {
+        return close(fd_);
+    }
+
+    static inline ssize_t left_ = -1;  // -1: any number
+    static inline int fd_ = -1;
+};
+
+extern "C" FILE *fdopen(int fd, const char *how) noexcept {
+    static const auto real =
+        reinterpret_cast<FILE *(*)(int, const char *)>(dlsym(RTLD_NEXT, "fdopen"));
+    return FailingStream::active() ? FailingStream::open(fd) : real(fd, how);
+}
 
 extern "C" dirent *readdir(DIR *dir) {
     // The name that the one with large offsets has everywhere.

@@ -3,12 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <string>
 
 #include "kit/failing_memory.h"
+#include "kit/failing_reads.h"
 #include "kit/log_capture.h"
 #include "kit/scripted_user.h"
 #include "kit/temp_dir.h"
@@ -226,6 +229,63 @@ TEST_F(ShowLog, MissingAndEmptyFilesAreTheSame) {
         EXPECT_TRUE(log_.has_line_end(LEVEL_ERROR, "failure reading log file <" + path + ">"));
         EXPECT_TRUE(user_.messages.empty());
     }
+}
+
+TEST_F(ShowLog, ReasonOfAFailureIsInErrno) {
+    const auto reason = [this](const std::string &path) {
+        setenv("VRM_SHOWLOG_DEBUG_LOGFILE", path.c_str(), 1);
+        errno = EBUSY;
+        EXPECT_EQ(vrm_showlog(nullptr, raw, oldest_first), 0);
+        EXPECT_TRUE(log_.has(LEVEL_ERROR, "failure reading log file <" + path + ">"));
+        log_.clear();
+        return errno;
+    };
+    EXPECT_EQ(reason(dir_.write("empty", "")), 0);
+    EXPECT_EQ(reason(dir_ / "none"), ENOENT);
+    {
+        const FailingStream failing(100);
+        EXPECT_EQ(reason(path_), EIO);
+    }
+    strdups_left = 3;
+    EXPECT_EQ(reason(path_), ENOMEM);
+    strdups_left = -1;
+    EXPECT_TRUE(user_.messages.empty());
+}
+
+TEST_F(ShowLog, EachShortageOfMemoryIsLogged) {
+    for (const unsigned format : {text, ldif, csv}) {
+        const std::string whole = shown(format, oldest_first);
+        int copies = 4;  // those of the file's lines
+        for (; copies < 1000; copies++) {
+            log_.clear();
+            strdups_left = copies;
+            const std::string seen = shown(format, oldest_first);
+            strdups_left = -1;
+            if (log_.at(LEVEL_ERROR) ==
+                std::vector<std::string>{"skipping invalid line 2: <torn>"}) {
+                EXPECT_EQ(seen, whole) << copies;
+                break;
+            }
+            EXPECT_NE(seen, whole) << copies;
+        }
+        EXPECT_GT(copies, 50);
+        EXPECT_LT(copies, 1000);
+    }
+}
+
+TEST_F(ShowLog, CutTextIsLogged) {
+    vrmui_line_new(vrmui, "");
+    const own_ekva record(
+        vrm_parse_log("2024-01-02 03:04:05: installed foo_i686_1.0 as requested by user"));
+    growing_fails = true;
+    for (int i = 0; i < 1500; i++) {
+        vrm_showlogline("1", record.get(), csv);
+    }
+    growing_fails = false;
+    EXPECT_EQ(strlen(vrmui->text), 65536U);
+    EXPECT_EQ(log_.at(LEVEL_ERROR),
+              std::vector<std::string>{
+                  "vrmui_line_add: there is no room for all of the text, it is cut"});
 }
 
 TEST_F(ShowLog, FileIsTheSystemsOwnWithoutTheVariable) {

@@ -125,6 +125,7 @@ TEST(EngineReport, WhatIsWrongWithASignatureIsACause) {
         {LEVEL_ERROR, "No signature data found", cause, "it is not signed"},
         {LEVEL_WARNING, "No signature subject found", cause, "it is not signed"},
         {LEVEL_WARNING, "No signature data found", cause, "it is not signed"},
+        {LEVEL_ERROR, "vrm_showlogline: csv_line is empty\n", reason, "there is not enough memory"},
         {LEVEL_ERROR, "Failure verifying signature of /x.vrk", reason,
          "the signature of /x.vrk can't be trusted"},
     });

@@ -12,6 +12,8 @@
 #include <vector>
 
 #include "kit/capture.h"
+#include "kit/failing_memory.h"
+#include "kit/failing_reads.h"
 #include "kit/temp_dir.h"
 #include "support/array.h"
 #include "support/own.h"
@@ -125,6 +127,44 @@ TEST(ReadFileLines, GivesNullAndCountZeroForEmptyAndMissingFiles) {
          {dir.write("empty", ""), dir / "missing", dir.path(), dir / "pipe"}) {
         int count = 99;
         EXPECT_EQ(read_file_lines(path.c_str(), &count), nullptr) << path;
+        EXPECT_EQ(count, 0);
+        EXPECT_EQ(errno == 0, path.ends_with("empty")) << path;
+    }
+}
+
+TEST(ReadFileLines, GivesAllLinesOrNoneWhenMemoryFails) {
+    const TempDir dir;
+    std::string content;
+    for (int i = 0; i < 150; i++) {
+        content += "line\n";
+    }
+    const std::string path = dir.write("file", content);
+    int count = 99;
+    for (const int copies : {0, 1, 149}) {
+        strdups_left = copies;
+        char **const lines = read_file_lines(path.c_str(), &count);
+        strdups_left = -1;
+        EXPECT_EQ(lines, nullptr) << copies;
+        EXPECT_EQ(count, 0) << copies;
+        EXPECT_EQ(errno, ENOMEM);
+    }
+    growing_fails = true;
+    EXPECT_EQ(read_file_lines(path.c_str(), &count), nullptr);
+    growing_fails = false;
+    strdups_left = 150;
+    const own_array lines(read_file_lines(path.c_str(), &count));
+    strdups_left = -1;
+    EXPECT_EQ(count, 150);
+}
+
+TEST(ReadFileLines, GivesNoneOfAFileThatBreaksOff) {
+    const TempDir dir;
+    const std::string path = dir.write("file", "one\ntwo\nthree\n");
+    for (const int bytes : {0, 1, 4, 5, 14}) {
+        int count = 99;
+        const FailingStream failing(bytes);
+        EXPECT_EQ(read_file_lines(path.c_str(), &count), nullptr) << bytes;
+        EXPECT_EQ(errno, EIO);
         EXPECT_EQ(count, 0);
     }
 }

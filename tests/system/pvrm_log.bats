@@ -185,6 +185,39 @@ evrkLogReason: user'
     assert_equal "$output" "pvrm: the history $history can't be read: Permission denied"
 }
 
+# The least address space, in KiB, with which the tool starts.
+least_memory() {
+    local limit=16384
+    until (ulimit -v "$limit" && exec pvrm --help) >/dev/null 2>&1; do
+        limit=$((limit + 1024))
+    done
+    echo "$limit"
+}
+
+@test "a history that memory doesn't suffice for is a failure" {
+    [[ $TESTS_SANITIZED != 1 ]] || skip 'the sanitizers start with no limit of memory'
+    for ((i = 0; i < 8000; i++)); do
+        echo '2024-01-02 03:04:05: installed foo-with-a-longer-name_i686_1.0 as requested by user'
+    done >"$history"
+    least=$(least_memory)
+    cd "$BATS_TEST_TMPDIR"
+    for format in csv ldif; do
+        pvrm log --format "$format" >whole
+        for ((limit = least, failures = 0; ; limit += 512, failures++)); do
+            if (ulimit -v "$limit" && exec pvrm log --format "$format") >out 2>errors; then
+                cmp out whole
+                assert_equal "$(cat errors)" ''
+                break
+            fi
+            sed -i "s|the history $history|it|" errors
+            grep -Ex "pvrm: (there is not enough memory|it can't be read: Cannot allocate memory|\
+it is not shown whole: (there is not enough memory|there is no room for all of the text, it is cut))" \
+                errors
+        done
+        ((failures > 0))
+    done
+}
+
 @test "anybody may see it, and nothing is written" {
     write_history
     run setpriv --reuid 65534 --regid 65534 --clear-groups pvrm log --format raw

@@ -5,7 +5,10 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "kit/failing_memory.h"
+#include "kit/log_capture.h"
 #include "kit/scripted_user.h"
 #include "support/own.h"
 
@@ -162,6 +165,38 @@ TEST_F(LineAdd, ObjectThatIsLargerThanTheSizeForNewOnesGrowsToo) {
     EXPECT_EQ(textmax, 131072);
 }
 
+constexpr char cut_message[] = "vrmui_line_add: there is no room for all of the text, it is cut";
+
+TEST_F(LineAdd, TellsOnceOfATextThatIsCut) {
+    const LogCapture log;
+    vrmui_line_new(vrmui, std::string(60000, 'x').c_str());
+    growing_fails = true;
+    for (int i = 0; i < 10; i++) {
+        vrmui_line_add(vrmui, std::string(5000, 'y').c_str());
+    }
+    growing_fails = false;
+    EXPECT_EQ(vrmui->text, std::string(60000, 'x') + std::string(5536, 'y'));
+    EXPECT_EQ(log.at(LEVEL_ERROR), std::vector<std::string>{cut_message});
+    vrmui_line_new(vrmui, std::string(300000, 'x').c_str());
+    EXPECT_EQ(log.at(LEVEL_ERROR), (std::vector<std::string>{cut_message, cut_message}));
+    vrmui_line_new(vrmui, "short");
+    strdups_left = 0;
+    vrmui_line_add(vrmui, vrmui->text);
+    strdups_left = -1;
+    EXPECT_STREQ(vrmui->text, "short");
+    EXPECT_EQ(log.at(LEVEL_ERROR).size(), 3U);
+}
+
+TEST_F(LineAdd, TellsNothingOfATextThatJustFits) {
+    const LogCapture log;
+    vrmui_line_new(vrmui, std::string(65535, 'x').c_str());
+    growing_fails = true;
+    vrmui_line_add(vrmui, "y");
+    growing_fails = false;
+    EXPECT_EQ(vrmui->text, std::string(65535, 'x') + "y");
+    EXPECT_TRUE(log.at(LEVEL_ERROR).empty());
+}
+
 TEST_F(LineAdd, CollectsAHundredThousandPieces) {
     vrmui_line_new(vrmui, "");
     const std::string piece(99, 'x');
@@ -181,8 +216,10 @@ TEST_F(Say, FormatsIntoTheText) {
 }
 
 TEST_F(Say, OneMessageIsBoundedByTheLimit) {
+    const LogCapture log;
     vrmui_say_new("%s", std::string(70000, 'x').c_str());
     EXPECT_EQ(vrmui->text, std::string(65535, 'x'));
+    EXPECT_EQ(log.at(LEVEL_ERROR), std::vector<std::string>{cut_message});
 }
 
 TEST_F(Say, DoesNothingWithoutAnObject) {
