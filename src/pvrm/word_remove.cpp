@@ -1,4 +1,3 @@
-
 #include <algorithm>
 #include <cstdlib>
 #include <iterator>
@@ -306,23 +305,21 @@ own_vrt removal::plan_as_shown(const std::string &name, const plan_view &shown) 
 bool removal::run(own_vrt transaction) {
     vrm_handle *repository = work_.repository();
     const std::string top = transaction->info->name;
-    // Which files are configuration is told by the entries, which go.
+    // Which files are configuration, and as what they came, is told by the entries, which go.
     std::vector<std::string> names = {top};
     for (int32_t i = 0; i < transaction->num_deps; i++) {
         names.push_back(transaction->deps[i]->name);
     }
-    std::map<std::string, std::vector<std::string>> kept;
+    std::map<std::string, std::vector<kept_config>> config;
     for (const std::string &name : names) {
-        kept[name] = config_files(repository, name.c_str());
+        config[name] = config_to_keep(repository, name.c_str());
     }
 
     vrt *raw = transaction.get();
     const int rc = vrm_exe_delete(repository, &raw);
     for (const std::string &name : names) {
         if (!is_installed(name)) {
-            for (const std::string &path : kept[name]) {
-                tell_step("keeping config file %s", path.c_str());
-            }
+            tell_kept(config[name]);
         }
     }
     if (rc != 0) {

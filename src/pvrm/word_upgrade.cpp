@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "package/vri.h"
-#include "package/vrs.h"
 #include "pvrm/change_job.h"
 #include "pvrm/config_files.h"
 #include "pvrm/engine_report.h"
@@ -132,21 +131,15 @@ own_vrt upgrade::plan(const std::string &request) {
     return transaction;
 }
 
-static bool is_same_content(const std::string &a, const std::string &b) {
-    char first[41], second[41];
-    return vrs_sha1_file(a.c_str(), 'x', first) && vrs_sha1_file(b.c_str(), 'x', second) &&
-           std::string(first) == second;
-}
-
 // Edited configuration is kept, and who edited it wants to know what came with the new version.
 void upgrade::tell_afterwards(const vri *package) {
     const std::string shipped = shipped_config_dir(work_.repository(), package->name);
     for (const std::string &live : config_files(work_.repository(), package->name)) {
-        const std::string copy = shipped + live;
         std::error_code none;
-        if (std::filesystem::is_regular_file(live, none) && !is_same_content(live, copy)) {
+        if (std::filesystem::is_regular_file(live, none) &&
+            is_edited(work_.repository(), package->name, live)) {
             tell_problem("%s was edited and is kept; the one that came with version %s is %s",
-                         live.c_str(), package->version, copy.c_str());
+                         live.c_str(), package->version, (shipped + live).c_str());
         }
     }
 }

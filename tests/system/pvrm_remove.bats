@@ -327,6 +327,55 @@ install_chain() { # [WHAT=VALUE-OF-A]... -- [WHAT=VALUE-OF-X]...
     rm -r /etc/foo.conf /etc/foo
 }
 
+@test "of configuration files the edited ones are told as such, also when quiet" {
+    package helper conf/etc/helper.conf=shipped >/dev/null
+    install_all "$(package foo needs=helper conf/etc/foo.conf=shipped conf/etc/plain.conf=shipped)"
+    echo mine >/etc/foo.conf
+    echo mine >/etc/helper.conf
+    run pvrm remove foo
+    assert_status 0
+    assert_line 'pvrm: keeping config file /etc/foo.conf (edited)'
+    assert_line 'pvrm: keeping config file /etc/helper.conf (edited)'
+    assert_line 'pvrm: keeping config file /etc/plain.conf'
+    assert_equal "$(cat /etc/foo.conf)" mine
+    rm /etc/plain.conf
+    install_all "$(package foo conf/etc/foo.conf=shipped conf/etc/plain.conf=shipped)"
+    run pvrm --quiet remove foo
+    assert_status 0
+    assert_equal "$output" 'pvrm: keeping config file /etc/foo.conf (edited)'
+    rm /etc/foo.conf /etc/helper.conf /etc/plain.conf
+}
+
+@test "a link or another thing in place of a configuration file is told as edited" {
+    pvrm install "$(package foo conf/etc/foo.conf=a conf/etc/same.conf=b conf/etc/pipe.conf=c)"
+    rm /etc/foo.conf /etc/pipe.conf
+    ln -s nowhere /etc/foo.conf
+    mkfifo /etc/pipe.conf
+    run timeout 60 pvrm remove foo
+    assert_status 0
+    assert_line 'pvrm: keeping config file /etc/foo.conf (edited)'
+    assert_line 'pvrm: keeping config file /etc/pipe.conf (edited)'
+    assert_line 'pvrm: keeping config file /etc/same.conf'
+    rm /etc/foo.conf /etc/same.conf /etc/pipe.conf
+}
+
+@test "a configuration file that the package's own script takes away is not told" {
+    pvrm install "$(package foo conf/etc/foo.conf=a 'init/99-del.sh=rm /etc/foo.conf')"
+    run pvrm remove foo
+    assert_status 0
+    refute_output_has 'keeping config file'
+    [[ ! -e /etc/foo.conf ]]
+}
+
+@test "of a package that stays no configuration file is told" {
+    pvrm install "$(package foo conf/etc/foo.conf=a 'init/00-del.sh=exit 1')"
+    echo mine >/etc/foo.conf
+    run pvrm remove foo
+    assert_status 1
+    refute_output_has 'config file'
+    rm /etc/foo.conf
+}
+
 @test "--dry-run needs no right, takes no lock and removes nothing" {
     install_pair
     run setpriv --reuid 65534 --regid 65534 --clear-groups pvrm remove --dry-run top
