@@ -13,6 +13,7 @@
 #include "support/ldif.h"
 #include "support/log.h"
 #include "support/own.h"
+#include "support/shell.h"
 #include "support/terminal_text.h"
 #include "support/text.h"
 #include "support/vconf.h"
