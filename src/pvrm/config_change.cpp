@@ -61,18 +61,13 @@ bool config_lock::held() const {
     return dir_ >= 0;
 }
 
-bool replace_in_config(const std::string &path, const std::string &key, const std::string &text) {
-    own_ekva change(ekva_new(1, 2));
-    add_pair(&change, key.c_str(), text.c_str());
-    return vconf_replace(path.c_str(), change.get(), 1) == 0;
-}
-
 static bool failed(const std::string &path) {
     tell_problem("%s can't be written: %s", path.c_str(), strerror(errno));
     return false;
 }
 
-// The old text with one line more, as a file with the owner and the permissions of the old one.
+// The old text with one line more, unless that is empty, as a file with the owner and the
+// permissions of the old one.
 static bool write_longer(const std::string &next, const std::string &path,
                          const std::string &line) {
     struct stat status;
@@ -89,27 +84,56 @@ static bool write_longer(const std::string &next, const std::string &path,
     (void)!fchown(fd.get(), status.st_uid, status.st_gid);
     own_file out = fd.stream("w");
     const bool ends_in_newline = size == 0 || content.get()[size - 1] == '\n';
-    const bool written =
-        out && fwrite(content.get(), 1, size, out.get()) == size &&
-        fprintf(out.get(), "%s%s\n", ends_in_newline ? "" : "\n", line.c_str()) >= 0 &&
-        fflush(out.get()) == 0 && fsync(fileno(out.get())) == 0 &&
-        fchmod(fileno(out.get()), status.st_mode & 07777) == 0;
+    const std::string more = line.empty() ? "" : (ends_in_newline ? "" : "\n") + line + "\n";
+    const bool written = out && fwrite(content.get(), 1, size, out.get()) == size &&
+                         fputs(more.c_str(), out.get()) >= 0 && fflush(out.get()) == 0 &&
+                         fsync(fileno(out.get())) == 0 &&
+                         fchmod(fileno(out.get()), status.st_mode & 07777) == 0;
     const bool closed = out && fclose(out.release()) == 0;
     return (written && closed) || failed(next);
 }
 
-bool add_to_config(const std::string &path, const std::string &key, const std::string &text) {
-    const std::string next = path + ".next", prev = path + ".prev";
+// Makes room for the old file. Whatever else somebody keeps under that name is not ours to remove.
+static bool remove_previous(const std::string &prev) {
+    struct stat status;
+    if (lstat(prev.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) {
+        tell_problem("%s is in the way of the old file, and is no regular file", prev.c_str());
+        return false;
+    }
+    return unlink(prev.c_str()) == 0 || errno == ENOENT || failed(prev);
+}
+
+// Puts the next file in the place of the old one, which is kept by a second name first, so that
+// there is a configuration at each moment.
+static bool exchange(const std::string &next, const std::string &path) {
+    const std::string prev = path + ".prev";
+    if (!remove_previous(prev)) {
+        return false;
+    }
+    if (link(path.c_str(), prev.c_str()) != 0 && file_copy(prev.c_str(), path.c_str(), 1) < 0) {
+        return failed(prev);
+    }
+    return rename(next.c_str(), path.c_str()) == 0 || failed(path);
+}
+
+bool replace_in_config(const std::string &path, const std::string &key, const std::string &text) {
+    const std::string next = path + ".next";
     unlink(next.c_str());  // what a process left that was killed
-    if (!write_longer(next, path, key + "=" + text)) {
+    own_ekva change(ekva_new(1, 2));
+    add_pair(&change, key.c_str(), text.c_str());
+    // The rewriter tells nothing of a failure to keep the old file, and so it gets a copy.
+    if (!write_longer(next, path, "") || vconf_replace(next.c_str(), change.get(), 0) != 0 ||
+        !exchange(next, path)) {
         unlink(next.c_str());
         return false;
     }
-    // A second name for the old file, so that there is a configuration at each moment.
-    unlink(prev.c_str());
-    if ((link(path.c_str(), prev.c_str()) != 0 && file_copy(prev.c_str(), path.c_str(), 1) < 0) ||
-        rename(next.c_str(), path.c_str()) != 0) {
-        failed(path);
+    return true;
+}
+
+bool add_to_config(const std::string &path, const std::string &key, const std::string &text) {
+    const std::string next = path + ".next";
+    unlink(next.c_str());  // what a process left that was killed
+    if (!write_longer(next, path, key + "=" + text) || !exchange(next, path)) {
         unlink(next.c_str());
         return false;
     }

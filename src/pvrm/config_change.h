@@ -22,7 +22,8 @@ class config_lock {
 };
 
 // Gives every line of a key in the file this text as its value. The old file is kept as
-// "<path>.prev", and owner and permissions stay. False with the reason on stderr.
+// "<path>.prev", and owner and permissions stay. False with the reason on stderr, and the file as
+// it was; an older "<path>.prev" may be gone then.
 bool replace_in_config(const std::string &path, const std::string &key, const std::string &text);
 
 // The same with a new line at the end of the file.

@@ -110,6 +110,59 @@ TEST(AddToConfig, AFailureIsToldAndLeavesTheFile) {
     EXPECT_FALSE(added);
 }
 
+using Change = bool (*)(const std::string &, const std::string &, const std::string &);
+
+TEST(ConfigChange, WhatIsInTheWayOfTheOldFileStops) {
+    for (const Change change : {replace_in_config, add_to_config}) {
+        const TempDir dir;
+        const std::string path = dir.write("conf", "a=1\n");
+        const std::string prev = path + ".prev";
+        for (const bool pipe : {false, true}) {
+            if (pipe) {
+                ASSERT_EQ(mkfifo(prev.c_str(), 0600), 0);
+            } else {
+                std::filesystem::create_directory(prev);
+            }
+            bool changed = true;
+            EXPECT_EQ(stderr_of([&] { changed = change(path, "a", "2"); }),
+                      "pvrm: " + prev + " is in the way of the old file, and is no regular file\n");
+            EXPECT_FALSE(changed);
+            EXPECT_EQ(read_all(path), "a=1\n");
+            EXPECT_TRUE(exists(prev));
+            EXPECT_FALSE(exists(path + ".next"));
+            std::filesystem::remove(prev);
+        }
+    }
+}
+
+TEST(ConfigChange, OldFileIsKeptInThePlaceOfALink) {
+    for (const Change change : {replace_in_config, add_to_config}) {
+        const TempDir dir;
+        const std::string path = dir.write("conf", "a=1\n");
+        const std::string other = dir.write("other", "other");
+        std::filesystem::create_symlink(other, path + ".prev");
+        EXPECT_TRUE(change(path, "a", "2"));
+        EXPECT_NE(read_all(path), "a=1\n");
+        EXPECT_EQ(read_all(path + ".prev"), "a=1\n");
+        EXPECT_EQ(read_all(other), "other");
+    }
+}
+
+TEST(ReplaceInConfig, ReplacesWhateverAKilledProcessLeft) {
+    const TempDir dir;
+    const std::string path = dir.write("conf", "a = 1\n# end", 0640);
+    dir.write("conf.next", "left", 0600);
+    dir.write("conf.next.next", "left", 0600);
+    ASSERT_TRUE(replace_in_config(path, "a", "x y"));
+    EXPECT_EQ(read_all(path), "a=x y\n# end");
+    EXPECT_EQ(read_all(path + ".prev"), "a = 1\n# end");
+    EXPECT_FALSE(exists(path + ".next"));
+    EXPECT_FALSE(exists(path + ".next.next"));
+    struct stat status;
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640U);
+}
+
 TEST(ConfigLock, IsHeldByOneAtATime) {
     const TempDir dir;
     const std::string path = dir / "conf";

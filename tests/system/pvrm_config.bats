@@ -237,6 +237,21 @@ END
     rm /usr/lib/vrm/broken.so
 }
 
+@test "nothing is changed when the old file can't be kept" {
+    untouched=$(sha1sum <"$conf")
+    mkdir "$conf.prev"
+    for key in dist_name vrc_dirs_cache; do
+        run pvrm config "$key" /srv
+        rmdir "$conf.prev"
+        assert_status 1
+        assert_equal "$output" "pvrm: $conf.prev is in the way of the old file, and is no regular file
+pvrm: $conf stays as it was"
+        assert_untouched
+        mkdir "$conf.prev"
+    done
+    rmdir "$conf.prev"
+}
+
 @test "an unknown key is not added" {
     untouched=$(sha1sum <"$conf")
     run pvrm config vrc_list /srv
