@@ -408,6 +408,7 @@ static std::string last_cause, last_reason, last_outcome;
 static std::set<std::string> told_warnings;
 static size_t reasons = 0;
 static rollback undone = rollback::none;
+static std::optional<kept_reasons> kept;
 
 bool was_explained() {
     return !last_cause.empty();
@@ -467,6 +468,39 @@ static void note_rollback(std::string_view line) {
     }
 }
 
+static void take_reason(uint32_t level, std::string text) {
+    if (kept) {
+        kept->reasons.push_back({level, std::move(text), take_cause()});
+        return;
+    }
+    if (text == last_reason || (level == LEVEL_WARNING && !told_warnings.insert(text).second)) {
+        last_cause.clear();
+        return;
+    }
+    tell_with_cause(text);
+    reasons++;
+    last_reason = std::move(text);
+}
+
+void keep_reasons() {
+    kept.emplace();
+}
+
+kept_reasons take_reasons() {
+    kept_reasons taken = kept ? std::move(*kept) : kept_reasons();
+    kept.reset();
+    taken.cause = take_cause();
+    return taken;
+}
+
+void tell_reasons(kept_reasons given) {
+    for (kept_reasons::given &one : given.reasons) {
+        last_cause = std::move(one.cause);
+        take_reason(one.level, std::move(one.text));
+    }
+    last_cause = std::move(given.cause);
+}
+
 static void take(uint32_t level, std::string_view message) {
     note_end_of_command(message);
     note_rollback(message);
@@ -488,14 +522,7 @@ static void take(uint32_t level, std::string_view message) {
             report.text = with_rollback(report.text, take_rollback());
             [[fallthrough]];
         case reason:
-            if (report.text == last_reason ||
-                (level == LEVEL_WARNING && !told_warnings.insert(report.text).second)) {
-                last_cause.clear();
-                break;
-            }
-            tell_with_cause(report.text);
-            reasons++;
-            last_reason = std::move(report.text);
+            take_reason(level, std::move(report.text));
             break;
     }
 }

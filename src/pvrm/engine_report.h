@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 struct engine_report {
     enum kind {
@@ -53,6 +54,25 @@ rollback take_rollback();
 // The sentence that a change failed, with what the rollback made of it behind. Where there was
 // none, nothing was left changed either.
 std::string with_rollback(const std::string &failed, rollback how);
+
+// What the engine said of an attempt that may yet be repeated.
+struct kept_reasons {
+    struct given {
+        uint32_t level;
+        std::string text, cause;
+    };
+    std::vector<given> reasons;
+    std::string cause;  // that no reason took
+};
+
+// From here on reasons are kept instead of told.
+void keep_reasons();
+
+// Ends that. Result: what was kept. The cause that was given last is forgotten.
+kept_reasons take_reasons();
+
+// Tells reasons as if the engine gave them now.
+void tell_reasons(kept_reasons kept);
 
 // Forgets the last outcome. Result: what it was.
 std::string take_outcome();

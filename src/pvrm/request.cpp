@@ -57,14 +57,10 @@ own_vri find_package(session &work, const std::string &request) {
     if (!work.connect()) {
         return nullptr;
     }
-    const auto look = [&] {
+    own_vri found = work.look_up([&] {
         return own_vri(vrm_findone_vrc(work.repository(), request.c_str(), nullptr, nullptr,
                                        work.catalogue()));
-    };
-    own_vri found = look();
-    if (!found && work.learned_catalogue()) {
-        found = look();
-    }
+    });
     if (!found) {
         tell_problem("%s is neither installed nor in the package catalogue", request.c_str());
     }

@@ -8,7 +8,6 @@
 #include <new>
 
 #include "package/vri.h"
-#include "pvrm/engine_report.h"
 #include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/tell.h"

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <initializer_list>
+#include <utility>
 
+#include "pvrm/engine_report.h"
 #include "pvrm/options.h"
 #include "repository/repository.h"
 #include "support/own.h"
@@ -36,12 +38,14 @@ class session {
     // Brings the catalogue up to date. False when the backend could not.
     bool refresh();
 
-    // For a lookup that found nothing: whether the backend knew nothing at all so far and now does,
-    // after a refresh, so that looking again is worth it. A refresh that fails is a warning.
-    bool learned_catalogue();
+    // Looks something up. When that finds nothing, and the backend knew nothing at all so far and
+    // now does, after a refresh, it looks again, and why nothing was found at first is not told. A
+    // refresh that fails is a warning. `look` gives what tests false when nothing was found.
+    template <class Look>
+    auto look_up(const Look &look) -> decltype(look());
 
     // Reads the whole catalogue once, so that each of many lookups is answered from memory. One of
-    // which the backend knew nothing is refreshed, as by learned_catalogue().
+    // which the backend knew nothing is refreshed, as by look_up().
     void keep_catalogue_in_memory();
 
     vrm_handle *repository() const {
@@ -52,6 +56,9 @@ class session {
     const common_options options;
 
  private:
+    // Whether the backend knew nothing at all so far and now does, after a refresh.
+    bool learned_catalogue();
+
     // Whether these directories are there, whoever may read them; tells when one is not.
     bool are_there(std::initializer_list<const char *> roles);
 
@@ -59,3 +66,19 @@ class session {
     own_handle handle_;
     bool tried_to_learn_ = false;
 };
+
+template <class Look>
+auto session::look_up(const Look &look) -> decltype(look()) {
+    if (tried_to_learn_) {
+        return look();
+    }
+    keep_reasons();
+    auto found = look();
+    kept_reasons first = take_reasons();
+    if (!found && learned_catalogue()) {
+        take_cause();
+        return look();
+    }
+    tell_reasons(std::move(first));
+    return found;
+}

@@ -39,17 +39,13 @@ int word_depends(const common_options &options, const std::string &what,
     }
     work.connect();  // without a catalogue the walk ends at what can't be found, and says so
     std::vector<char *> dir_array = as_array(dirs);
-    const auto walk = [&] {
-        vrt *tree = nullptr;
+    const own_vrt tree = work.look_up([&] {
+        vrt *made = nullptr;
         vrmui_line_new(vrmui, "");
         vrm_walk(work.repository(), work.catalogue(), what.c_str(), nullptr,
-                 dirs.empty() ? nullptr : dir_array.data(), &tree);
-        return own_vrt(tree);
-    };
-    own_vrt tree = walk();
-    if (!tree && work.learned_catalogue()) {
-        tree = walk();
-    }
+                 dirs.empty() ? nullptr : dir_array.data(), &made);
+        return own_vrt(made);
+    });
     if (!tree) {
         const std::string said = vrmui->text;
         const std::string reason = said.substr(0, said.find('\n'));

@@ -47,10 +47,7 @@ own_vrt installation::plan(const std::string &request) {
         tell_step("%s is already installed, version %s", name.c_str(), installed->version);
         return nullptr;
     }
-    own_vrt transaction = make_plan(request);
-    if (!transaction && work_.learned_catalogue()) {
-        transaction = make_plan(request);
-    }
+    own_vrt transaction = work_.look_up([&] { return make_plan(request); });
     if (!transaction) {
         tell_failure("%s can't be installed", request.c_str());
     } else if (!is_acceptable(request, *transaction)) {

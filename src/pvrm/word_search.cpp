@@ -61,10 +61,7 @@ int word_search(const common_options &options, const std::string &text,
         return EXIT_FAILED;
     }
     own_vri_list found;
-    int count = find(work, pattern, &found);
-    if (count == 0 && work.learned_catalogue()) {
-        count = find(work, pattern, &found);
-    }
+    const int count = work.look_up([&] { return find(work, pattern, &found); });
     if (count == 0) {
         tell_problem("nothing in the package catalogue matches %s", text.c_str());
         return EXIT_FAILED;

@@ -113,10 +113,8 @@ own_vrt upgrade::plan(const std::string &request) {
     if (all_ && !is_wanted(request, name)) {
         return nullptr;
     }
-    own_vrt transaction = make_plan(request);
-    if (!transaction && !all_ && work_.learned_catalogue()) {
-        transaction = make_plan(request);
-    }
+    own_vrt transaction =
+        all_ ? make_plan(request) : work_.look_up([&] { return make_plan(request); });
     if (!transaction && !all_ && !is_wanted(request, name)) {
         return nullptr;
     }

@@ -412,6 +412,41 @@ TEST_F(EngineWatch, TheSameReasonIsToldOnce) {
               "pvrm: twice\npvrm: once\npvrm: twice\n");
 }
 
+TEST_F(EngineWatch, ReasonsOfAnAttemptAreKeptUntilTheyAreToldWithTheirCauses) {
+    const size_t before = reasons_told();
+    kept_reasons kept;
+    EXPECT_EQ(stderr_of([&] {
+                  keep_reasons();
+                  log_say(LEVEL_INFO, "Certificate has expired");
+                  log_say(LEVEL_ERROR, "Failure verifying signature of /kept");
+                  log_say(LEVEL_WARNING, "a kept warning");
+                  log_say(LEVEL_INFO, "Certificate is not yet valid");
+                  kept = take_reasons();
+              }),
+              "");
+    EXPECT_FALSE(was_explained());
+    EXPECT_EQ(reasons_told(), before);
+    EXPECT_EQ(
+        stderr_of([&] {
+            log_say(LEVEL_ERROR, "in between");
+            tell_reasons(kept);
+            tell_failure("it failed");
+        }),
+        "pvrm: in between\n"
+        "pvrm: the signature of /kept can't be trusted: its signer's certificate has expired\n"
+        "pvrm: a kept warning\n"
+        "pvrm: it failed: its signer's certificate is not valid yet\n");
+    EXPECT_EQ(reasons_told(), before + 3);
+}
+
+TEST_F(EngineWatch, AReasonThatWasKeptAndNotToldIsNoneThatWasTold) {
+    keep_reasons();
+    log_say(LEVEL_WARNING, "a warning of both attempts");
+    take_reasons();
+    EXPECT_EQ(stderr_of([] { log_say(LEVEL_WARNING, "a warning of both attempts"); }),
+              "pvrm: a warning of both attempts\n");
+}
+
 TEST_F(EngineWatch, AnOutcomeIsKeptUntilItIsTaken) {
     EXPECT_EQ(stdout_of([] { log_say(LEVEL_INFO, "cleanup deleted: 1 bytes"); }), "");
     EXPECT_EQ(take_outcome(), "1 bytes");

@@ -83,6 +83,42 @@ offer_known() { # NAME [WHAT=VALUE]...
     pvrm info other
 }
 
+@test "what the first look at an empty catalogue missed is not told when the second finds it" {
+    file=$(package app needs=lib)
+    pvrm install "$(package old)"
+    for argument in app "$file" old; do
+        for word in depends install 'upgrade --dry-run'; do
+            : >"$repository/catalogue.txt"
+            : >"$repository/catalogue.known"
+            offer old '' 2.0 1 'The package old' '' "$(package old version=2.0)"
+            offer app '' 1.0 1 'The package app' lib "$file"
+            offer lib '' 1.0 1 'The package lib' '' "$(package lib)"
+            # shellcheck disable=SC2086
+            run --separate-stderr pvrm $word "$argument"
+            assert_status 0
+            assert_equal "$stderr" ''
+        done
+        ! is_installed app || pvrm remove app
+    done
+}
+
+@test "what the second look misses too is told once, after a refresh that fails" {
+    offer other '' 1.0 1 'Another package' '' /nowhere
+    run --separate-stderr pvrm install "$(package app needs=lib)"
+    assert_status 1
+    assert_equal "${stderr_lines[0]}" \
+        'pvrm: app needs lib, which is neither installed nor to be had from anywhere'
+    assert_equal "${#stderr_lines[@]}" 2
+    : >"$repository/catalogue.known"
+    touch "$repository/catalogue.no-refresh"
+    run --separate-stderr pvrm install app
+    assert_status 1
+    assert_equal "$stderr" "\
+pvrm: warning: the package catalogue can't be refreshed
+pvrm: app was not found in the package catalogue
+pvrm: app can't be installed"
+}
+
 @test "a refresh that fails is a warning for a lookup, and a failure of refresh" {
     touch "$repository/catalogue.no-refresh"
     run pvrm info foo
