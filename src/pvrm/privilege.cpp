@@ -20,11 +20,20 @@ static std::string own_path() {
     return failed ? "/usr/sbin/pvrm" : path.string();
 }
 
-static std::vector<char *> sudo_command(const std::string &tool,
+// What sudo is called for: to run the tool, or to list that as permitted.
+enum class sudo_use { run, list };
+
+static std::vector<char *> sudo_command(sudo_use use, const std::string &tool,
                                         const std::vector<const char *> &arguments) {
     std::vector<char *> command;
     // Root by name: whatever else the configuration of sudo prefers would ask sudo again.
-    for (const char *word : {"sudo", "-n", "-u", "root", "--", tool.c_str()}) {
+    for (const char *word : {"sudo", "-n", "-u", "root"}) {
+        command.push_back(const_cast<char *>(word));
+    }
+    if (use == sudo_use::list) {
+        command.push_back(const_cast<char *>("-l"));
+    }
+    for (const char *word : {"--", tool.c_str()}) {
         command.push_back(const_cast<char *>(word));
     }
     for (const char *word : arguments) {
@@ -34,12 +43,10 @@ static std::vector<char *> sudo_command(const std::string &tool,
     return command;
 }
 
-bool may_change_system() {
-    if (geteuid() == 0) {
-        return true;
-    }
+// Whether sudo does that, in silence.
+static bool sudo_agrees(sudo_use use, const std::vector<const char *> &arguments) {
     const std::string tool = own_path();
-    const std::vector<char *> command = sudo_command(tool, {"allowed"});
+    const std::vector<char *> command = sudo_command(use, tool, arguments);
     posix_spawn_file_actions_t silence;
     posix_spawn_file_actions_init(&silence);
     posix_spawn_file_actions_addopen(&silence, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
@@ -57,10 +64,21 @@ bool may_change_system() {
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
+bool may_change_system() {
+    return geteuid() == 0 || sudo_agrees(sudo_use::run, {"allowed"});
+}
+
+// Whether a rule that lets the caller use the tool leaves these arguments out. A sudo that wants a
+// password for its list, or has none, lists nothing, not even what it has just run: then only
+// running can tell.
+static bool is_left_out(const std::vector<const char *> &arguments) {
+    return !sudo_agrees(sudo_use::list, arguments) && sudo_agrees(sudo_use::list, {"allowed"});
+}
+
 int run_as_root(const std::vector<const char *> &arguments) {
-    if (may_change_system()) {
+    if (may_change_system() && !is_left_out(arguments)) {
         const std::string tool = own_path();
-        const std::vector<char *> command = sudo_command(tool, arguments);
+        const std::vector<char *> command = sudo_command(sudo_use::run, tool, arguments);
         execvp("sudo", command.data());
         tell_problem("sudo can't be run: %s", strerror(errno));
     } else {

@@ -67,16 +67,32 @@ setup() {
     refute_installed foo
 }
 
-# A sudo that notes what it is asked for, and permits nothing but pvrm.
+# A sudo that notes what it is asked for, and permits nothing but pvrm: whether that at all, by the
+# status in `permits`, and of its words those that the pattern in `words` fits. What it lists it tells
+# by the status in `lists`.
 make_sudo() {
     mkdir -p /tmp/fake
     : >/tmp/fake/asked
+    echo 0 >/tmp/fake/lists
+    echo '*' >/tmp/fake/words
     chmod 666 /tmp/fake/asked
     cat >/tmp/fake/sudo <<'END'
 #!/bin/sh
 echo "$*" >>/tmp/fake/asked
+words=$(cat /tmp/fake/words)
 case $* in
+*" -l -- "*" allowed") exit "$(cat /tmp/fake/lists)" ;;
 *" allowed") exit "$(cat /tmp/fake/permits)" ;;
+esac
+case ${*#* -- /usr/sbin/pvrm } in
+$words) ;;
+*)
+    echo 'sudo: a password is required' >&2
+    exit 1
+    ;;
+esac
+case $* in
+*" -l -- "*) exit "$(cat /tmp/fake/lists)" ;;
 esac
 echo "done as root"
 exit 42
@@ -95,7 +111,29 @@ END
     assert_equal "$(cat /tmp/fake/asked)" "\
 -n -u root -- /usr/sbin/pvrm allowed
 -n -u root -- /usr/sbin/pvrm allowed
+-n -u root -l -- /usr/sbin/pvrm --yes install --dir /some where foo
 -n -u root -- /usr/sbin/pvrm --yes install --dir /some where foo"
+}
+
+@test "a word that sudo's rule leaves out is not permitted, and the others are" {
+    make_sudo
+    echo 0 >/tmp/fake/permits
+    echo 'install *' >/tmp/fake/words
+    PATH=/tmp/fake:$PATH run as_nobody pvrm trust "$signer_cert"
+    assert_status 3
+    assert_equal "$output" 'pvrm: you are not permitted to change the system: run this as root, or ask the administrator for membership in the group vrm'
+    PATH=/tmp/fake:$PATH run as_nobody pvrm install foo
+    assert_status 42
+    assert_equal "$output" 'done as root'
+}
+
+@test "a sudo that lists nothing is asked by running it" {
+    make_sudo
+    echo 0 >/tmp/fake/permits
+    echo 1 >/tmp/fake/lists
+    PATH=/tmp/fake:$PATH run as_nobody pvrm install foo
+    assert_status 42
+    assert_equal "$output" 'done as root'
 }
 
 @test "what sudo refuses is not permitted" {
