@@ -1,4 +1,4 @@
-// The walk through the entries of the inventory, for listings and audits. Private to the library.
+// The walk through the entries of the inventory, for listings and audits.
 #pragma once
 
 #include <string>

@@ -127,6 +127,26 @@ pvrm: foo can't be verified: the list of its data files can't be used"
     assert_status 0
 }
 
+@test "an entry with the record of another package is a failure, and its files are verified" {
+    cp -r "$repository/installed/foo" "$repository/installed/foo.bak"
+    echo "$(printf '%040d' 0):usr/share/gone" >>"$repository/installed/foo.bak/hash/data.txt"
+    run_without_stderr pvrm verify
+    assert_status 1
+    assert_equal "$output" 'foo summary: dump: (1/0) conf: (1/0) data: (2/0) init: (1/0)
+foo.bak summary: dump: (1/0) conf: (1/0) data: (3/1) init: (1/0)'
+    assert_equal "$(cat "$BATS_TEST_TMPDIR/stderr")" \
+        "pvrm: the inventory's entry foo.bak has the record of another package, foo
+pvrm: /usr/share/gone is missing, or can't be read"
+    run pvrm verify foo
+    assert_status 0
+    cp "$repository/installed/foo/hash/data.txt" "$repository/installed/foo.bak/hash/"
+    for names in '' foo.bak; do
+        # shellcheck disable=SC2086
+        run pvrm verify $names
+        assert_status 1
+    done
+}
+
 @test "nothing installed is nothing to verify" {
     clean_repository
     run pvrm verify
