@@ -128,6 +128,19 @@ int session::lock() {
     return EXIT_FAILED;
 }
 
+// What a dry run shows is planned without these packages.
+void session::warn_of_cut_off() {
+    const own_array names(vrm_broken_swaps(handle_.get()));
+    for (char *const *name = names.get(); name && *name; name++) {
+        tell_problem(
+            "warning: an upgrade of %s was cut off; the next change registers it in its old "
+            "version "
+            "again, upgrade it once more then",
+            *name);
+        found_cut_off_ = true;
+    }
+}
+
 int session::begin_change() {
     if (!options.dry_run) {
         hold_signals();
@@ -137,9 +150,11 @@ int session::begin_change() {
     }
     if (options.dry_run) {
         // What a real run would refuse is refused, but for the right to read what only that needs.
-        return has_directories({"installed"}) && are_there({"stagearea", "fileindex"})
-                   ? EXIT_DONE
-                   : EXIT_FAILED;
+        if (!has_directories({"installed"}) || !are_there({"stagearea", "fileindex"})) {
+            return EXIT_FAILED;
+        }
+        warn_of_cut_off();
+        return EXIT_DONE;
     }
     const int refused = lock();
     if (refused == EXIT_DONE) {

@@ -28,8 +28,14 @@ class session {
 
     // Begins a change of the system: opens the repository, whose inventory must be readable, and
     // unless nothing is really to be done holds the signals (interruption.h), takes the lock, and
-    // takes back what an update that died left half entered. Result as of lock().
+    // takes back what an update that died left half entered. A dry run only warns of that. Result
+    // as of lock().
     int begin_change();
+
+    // Whether a dry run warned of an update that was cut off.
+    bool found_cut_off() const {
+        return found_cut_off_;
+    }
 
     // Loads and connects the catalogue's backend. False, with the reason told, when that doesn't
     // work; searches then find nothing.
@@ -65,6 +71,9 @@ class session {
     own_ekva config_;
     own_handle handle_;
     bool tried_to_learn_ = false;
+    bool found_cut_off_ = false;
+
+    void warn_of_cut_off();
 };
 
 template <class Look>

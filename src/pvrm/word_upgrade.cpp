@@ -213,7 +213,7 @@ int upgrade::execute(vrt **transaction) {
 
 int upgrade::run_all(const common_options &options) {
     const int status = run(options);
-    if (all_ && !found_work_ && status == EXIT_DONE) {
+    if (all_ && !found_work_ && status == EXIT_DONE && !work_.found_cut_off()) {
         tell_step("everything is up to date");
     }
     return status;

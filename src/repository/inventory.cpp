@@ -85,15 +85,22 @@ static vri *read_entry(const std::string &installed, const char *name) {
     return vrk_info_parse(name, 2, description.get(), inst.get());
 }
 
-vri *vrm_vrl_info(vrm_handle *handle, const char *name) try {
-    if (!name || !is_entry_name(name)) {
-        return nullptr;
-    }
+static vri *read_directory(vrm_handle *handle, const std::string &entry) {
     const std::string installed = directory_of(handle, "installed");
-    if (is_other_than_directory(installed + "/" + name)) {
+    if (is_other_than_directory(installed + "/" + entry)) {
         return nullptr;
     }
-    return read_entry(installed, name);
+    return read_entry(installed, entry.c_str());
+}
+
+vri *vrm_vrl_info(vrm_handle *handle, const char *name) try {
+    return name && is_entry_name(name) ? read_directory(handle, name) : nullptr;
+} catch (const std::bad_alloc &) {
+    return nullptr;
+}
+
+vri *vrm_vrl_retired_info(vrm_handle *handle, const char *name) try {
+    return is_entry_name(name) ? read_directory(handle, std::string(".") + name + ".old") : nullptr;
 } catch (const std::bad_alloc &) {
     return nullptr;
 }

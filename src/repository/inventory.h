@@ -24,6 +24,10 @@ const char *vrk_stat_desc(int status);
 // that is empty, begins with a dot or holds a slash is never installed, nor is a link.
 vri *vrm_vrl_info(vrm_handle *handle, const char *name);
 
+// The same of the entry that an update sets aside before it enters the new version. It is there
+// only after an update that was cut off.
+vri *vrm_vrl_retired_info(vrm_handle *handle, const char *name);
+
 // The installed packages whose name or description equals the pattern or matches it as a shell
 // pattern; all of them for null. `sort` not 0 sorts them by name, else the order is the
 // directory's. The result is their number; `*out` is a new array for vrm_vri_list_free, and is left

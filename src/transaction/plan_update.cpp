@@ -21,6 +21,7 @@ struct request {
     const char *variant;
     const char *version;
     bool is_file;
+    bool cut_off = false;  // the old version is the one that was set aside
 };
 
 struct both_sides {
@@ -42,7 +43,8 @@ static update_outlook find_sides(request *asked, both_sides *sides) {
         }
         name = sides->after->name;
     }
-    sides->before.reset(vrm_vrl_info(asked->handle, name));
+    sides->before.reset(asked->cut_off ? vrm_vrl_retired_info(asked->handle, name)
+                                       : vrm_vrl_info(asked->handle, name));
     if (!sides->before) {
         log_say(LEVEL_INFO, "%s is not installed", name);
         return UPDATE_NOT_INSTALLED;
@@ -131,9 +133,7 @@ static void take_all_deps(vrt *plan, walked_deps *walked) {
     plan->num_deps = walked->num;
 }
 
-vrt *vrm_pre_update(vrm_handle *handle, void *vrc, const char *name, const char *variant,
-                    const char *version, char *const *dirs, vrt **out) try {
-    request asked = {handle, vrc, name, variant, version, vrk_file_is_vrk(name) != 0};
+static vrt *plan_update(request asked, char *const *dirs, vrt **out) try {
     both_sides sides;
     if (judge(&asked, &sides) != UPDATE_WANTED) {
         return nullptr;
@@ -141,7 +141,8 @@ vrt *vrm_pre_update(vrm_handle *handle, void *vrc, const char *name, const char 
 
     own_vri candidate = std::move(sides.after);
     walked_deps walked;
-    if (vrm_chk_install(handle, candidate.get(), vrc, dirs, &walked.num, &walked.records) != 0) {
+    if (vrm_chk_install(asked.handle, candidate.get(), asked.vrc, dirs, &walked.num,
+                        &walked.records) != 0) {
         log_say(LEVEL_DEBUG, "%s cannot be updated", candidate->name);
         if (walked.begun()) {
             walked.log_found("found", false);
@@ -149,7 +150,7 @@ vrt *vrm_pre_update(vrm_handle *handle, void *vrc, const char *name, const char 
         }
     }
 
-    own_vrt plan = new_transaction(name, asked.is_file ? 'L' : 'R', std::move(candidate));
+    own_vrt plan = new_transaction(asked.name, asked.is_file ? 'L' : 'R', std::move(candidate));
     if (!plan) {
         return nullptr;
     }
@@ -163,4 +164,14 @@ vrt *vrm_pre_update(vrm_handle *handle, void *vrc, const char *name, const char 
     return *out = plan.release();
 } catch (const std::bad_alloc &) {
     return nullptr;
+}
+
+vrt *vrm_pre_update(vrm_handle *handle, void *vrc, const char *name, const char *variant,
+                    const char *version, char *const *dirs, vrt **out) {
+    return plan_update({handle, vrc, name, variant, version, vrk_file_is_vrk(name) != 0}, dirs,
+                       out);
+}
+
+vrt *vrm_pre_update_again(vrm_handle *handle, void *vrc, const char *name, vrt **out) {
+    return plan_update({handle, vrc, name, nullptr, nullptr, false, true}, nullptr, out);
 }

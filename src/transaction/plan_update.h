@@ -25,6 +25,11 @@
 vrt *vrm_pre_update(vrm_handle *handle, void *vrc, const char *name, const char *variant,
                     const char *version, char *const *dirs, vrt **out);
 
+// Plans the update of a package of vrm_broken_swaps (transaction/update.h) from its old version, as
+// vrm_pre_update does once that is registered again, so that what a user is offered holds when the
+// next change has brought it back. Arguments and result are those of vrm_pre_update.
+vrt *vrm_pre_update_again(vrm_handle *handle, void *vrc, const char *name, vrt **out);
+
 // What stands behind the null of a vrm_pre_update, as far as the package itself goes.
 enum update_outlook {
     UPDATE_WANTED,         // there is something to do; what can still fail are the dependencies

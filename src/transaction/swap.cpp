@@ -4,12 +4,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <new>
 #include <string_view>
 #include <vector>
 
 #include "package/fileops.h"
+#include "repository/repository.h"
 #include "support/log.h"
 #include "support/own.h"
 #include "transaction/update.h"
@@ -71,26 +75,35 @@ static bool index_is_behind(const inventory_places &places) {
                                         has_data(places.old_entry) && exists(places.index));
 }
 
-// Takes a swap back that ended between its renames: each step tells by what is there whether it was
-// reached. False when there is nothing to take back. Every other update that died has its old entry
-// in place, or has finished its swap.
-static bool take_back(const inventory_places &places) {
+namespace {
+
+// Where a swap ended: among the renames of the entry, or with those of the index still to come.
+enum class cut { nowhere, in_entry, in_index };
+
+}  // namespace
+
+// Each step tells by what is there whether it was reached. Every other update that died has its old
+// entry in place, or has finished its swap.
+static cut where_cut_off(const inventory_places &places) {
     if (!is_entry(places.old_entry)) {
-        return false;
+        return cut::nowhere;
     }
     if (!exists(places.entry)) {
         // What was removed leaves no new entry either.
-        return is_entry(places.new_entry) &&
-               rename(places.old_entry.c_str(), places.entry.c_str()) == 0;
+        return is_entry(places.new_entry) ? cut::in_entry : cut::nowhere;
     }
-    if (exists(places.new_entry) || !index_is_behind(places)) {
-        return false;
-    }
-    if (rename(places.entry.c_str(), places.new_entry.c_str()) != 0 ||
+    return !exists(places.new_entry) && index_is_behind(places) ? cut::in_index : cut::nowhere;
+}
+
+// Takes a swap back that was cut off. False when there is nothing to take back, or it can't be.
+static bool take_back(const inventory_places &places) {
+    const cut at = where_cut_off(places);
+    if (at == cut::nowhere ||
+        (at == cut::in_index && rename(places.entry.c_str(), places.new_entry.c_str()) != 0) ||
         rename(places.old_entry.c_str(), places.entry.c_str()) != 0) {
         return false;
     }
-    if (!exists(places.index)) {
+    if (at == cut::in_index && !exists(places.index)) {
         rename(places.old_index.c_str(), places.index.c_str());
     }
     return true;
@@ -108,6 +121,38 @@ static std::vector<std::string> set_aside(const vrm_handle *handle) {
         }
     }
     return names;
+}
+
+static std::vector<std::string> cut_off(const vrm_handle *handle) {
+    std::vector<std::string> names = set_aside(handle);
+    std::erase_if(names, [handle](const std::string &name) {
+        return where_cut_off(places_of(handle, name.c_str())) == cut::nowhere;
+    });
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+char **vrm_broken_swaps(vrm_handle *handle) try {
+    std::vector<std::string> names = cut_off(handle);
+    if (!names.empty() && !handle->locked) {
+        // The swap of an update that runs looks the same. It may also have ended meanwhile.
+        if (vrm_lock_holder(handle) > 0) {
+            return nullptr;
+        }
+        names = cut_off(handle);
+    }
+    if (names.empty()) {
+        return nullptr;
+    }
+    own_array list(static_cast<char **>(calloc(names.size() + 1, sizeof(char *))));
+    for (size_t i = 0; list && i < names.size(); i++) {
+        if (!(list.get()[i] = strdup(names[i].c_str()))) {
+            return nullptr;
+        }
+    }
+    return list.release();
+} catch (const std::bad_alloc &) {
+    return nullptr;
 }
 
 int vrm_undo_broken_swaps(vrm_handle *handle) try {

@@ -56,3 +56,8 @@ int vrm_chk_local_update(vrm_handle *handle, char *const *old_files, char *const
 // `handle` must hold the repository lock. Result: how many packages were brought back, each with a
 // WARNING; -1 without the lock and when memory fails.
 int vrm_undo_broken_swaps(vrm_handle *handle);
+
+// The packages that vrm_undo_broken_swaps would bring back, sorted by bytes. Only looks, and needs
+// no lock: while another process holds it there are none, as the swap of an update that runs looks
+// the same. A new array for arr_free; null when there are none and when memory fails.
+char **vrm_broken_swaps(vrm_handle *handle);

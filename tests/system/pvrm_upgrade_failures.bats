@@ -291,6 +291,28 @@ updated foo_any_1.0 to foo_any_2.0 as requested by user'
     assert_next_run_mends
 }
 
+@test "a dry run warns of what was killed, changes nothing, and does not call it up to date" {
+    local warning='pvrm: warning: an upgrade of foo was cut off; the next change registers it in its old version again, upgrade it once more then'
+    local number words
+    for number in 2 3; do
+        kill_at_rename "$number"
+        : >"$repository/catalogue.known" # nothing to be done for bar
+        for words in upgrade 'install bar' 'remove bar' cleanup; do
+            # shellcheck disable=SC2086
+            run pvrm $words --dry-run
+            assert_status 0
+            assert_line "$warning"
+            refute_output_has 'up to date'
+        done
+        [[ -e $repository/installed/.foo.old ]]
+        pvrm cleanup --yes
+        assert_equal "$(version_of foo)" 1.0
+    done
+    run pvrm upgrade --dry-run
+    assert_line 'pvrm: everything is up to date'
+    refute_output_has warning
+}
+
 @test "any change mends what was killed, and a cleanup then finds no retired entry" {
     kill_at_rename 2
     run pvrm cleanup --yes

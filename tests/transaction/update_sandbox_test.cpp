@@ -634,6 +634,13 @@ class CutOff : public Update {
         log.clear();
     }
 
+    std::vector<std::string> broken() {
+        const own_array names(vrm_broken_swaps(repo.handle()));
+        return names ? std::vector<std::string>{names.get(), names.get() + arr_count(names.get())}
+                     : none;
+    }
+
+    const std::vector<std::string> none;
     const std::string entry = repo.in("installed/foo"), index = repo.in("fileindex/foo");
     const std::string new_entry = repo.in("installed/.foo.new");
     const std::string old_entry = repo.in("installed/.foo.old");
@@ -669,13 +676,65 @@ TEST_F(CutOff, NeedsTheLock) {
     EXPECT_EQ(version_of("foo"), "none");
 }
 
+TEST_F(CutOff, IsFoundWithoutTheLockUnlessAnotherProcessHoldsIt) {
+    leave_after(2, foo1, foo2);
+    const auto as_it_was = tree(repo.in(""));
+    repo.handle()->locked = 0;
+    EXPECT_THAT(broken(), ElementsAre("foo"));
+    EXPECT_EQ(tree(repo.in("")), as_it_was) << "it only looks";
+    int ready[2], over[2];
+    ASSERT_EQ(pipe(ready) + pipe(over), 0);
+    const pid_t other = fork();
+    if (other == 0) {
+        close(over[1]);
+        char c = vrm_lock(repo.handle()) == 0 ? 'y' : 'n';
+        const bool told = write(ready[1], &c, 1) == 1 && read(over[0], &c, 1) == 0;
+        _exit(told ? 0 : 1);
+    }
+    close(over[0]);
+    char locked = 'n';
+    EXPECT_EQ(read(ready[0], &locked, 1), 1);
+    EXPECT_EQ(locked, 'y');
+    EXPECT_EQ(broken(), none) << "its swap may be under way";
+    close(over[1]);
+    int status = -1;
+    EXPECT_EQ(waitpid(other, &status, 0), other);
+    EXPECT_EQ(status, 0);
+    close(ready[0]);
+    close(ready[1]);
+    EXPECT_THAT(broken(), ElementsAre("foo"));
+}
+
+TEST_F(CutOff, IsPlannedAgainFromTheOldVersion) {
+    for (const int steps : {2, 3, 5}) {
+        leave_after(steps, foo1, foo2);
+        offer(foo2);
+        vrt *made = nullptr;
+        const own_vrt plan(vrm_pre_update_again(repo.handle(), &catalogue, "foo", &made));
+        ASSERT_TRUE(plan) << steps;
+        EXPECT_EQ(plan.get(), made);
+        EXPECT_EQ(plan->action, 'U');
+        EXPECT_STREQ(plan->info->version, "2.0");
+    }
+    // The old version is as good.
+    leave_after(3, foo1, foo2);
+    offer(foo1);
+    vrt *made = nullptr;
+    EXPECT_EQ(vrm_pre_update_again(repo.handle(), &catalogue, "foo", &made), nullptr);
+    EXPECT_EQ(made, nullptr);
+    EXPECT_EQ(vrm_pre_update_again(repo.handle(), &catalogue, "bar", &made), nullptr);
+    EXPECT_EQ(vrm_pre_update_again(repo.handle(), &catalogue, "../installed/foo", &made), nullptr);
+}
+
 TEST_F(CutOff, IsTakenBackAtEachStepAndTheSameUpdateReachesItsEnd) {
     PackageSpec after = foo2;
     after.data["srv/t/fresh"] = "new\n";
     for (int steps = 0; steps <= 6; steps++) {
         leave_after(steps, foo1, after);
         const bool amidst = steps >= 2 && steps <= 5;
+        EXPECT_EQ(broken(), amidst ? std::vector<std::string>{"foo"} : none) << steps;
         EXPECT_EQ(vrm_undo_broken_swaps(repo.handle()), amidst ? 1 : 0) << steps;
+        EXPECT_EQ(broken(), none) << steps;
         EXPECT_EQ(log.has(LEVEL_WARNING, warning), amidst) << steps;
         EXPECT_EQ(version_of("foo"), steps == 6 ? "2.0" : "1.0") << steps;
         EXPECT_EQ(read_all(index),
@@ -721,18 +780,22 @@ TEST_F(CutOff, WhatIsNoRestOfASwapIsLeftAlone) {
     // A retired entry from before, and an update that died as it built its new entry.
     leave_after(0, foo1, foo2);
     fs::copy(entry, old_entry, fs::copy_options::recursive);
+    EXPECT_EQ(broken(), none);
     EXPECT_EQ(vrm_undo_broken_swaps(repo.handle()), 0);
     EXPECT_EQ(version_of("foo"), "1.0");
     // The same without an entry, and with half a new one.
     fs::remove_all(entry);
     fs::remove(new_entry + "/inst.txt");
+    EXPECT_EQ(broken(), none);
     EXPECT_EQ(vrm_undo_broken_swaps(repo.handle()), 0);
     fs::remove_all(new_entry);
+    EXPECT_EQ(broken(), none);
     EXPECT_EQ(vrm_undo_broken_swaps(repo.handle()), 0);
     EXPECT_EQ(version_of("foo"), "none");
     // What is no entry brings nothing back.
     fs::remove(old_entry + "/desc.txt");
     fs::create_directories(repo.in("installed/.old"));
+    EXPECT_EQ(broken(), none);
     EXPECT_EQ(vrm_undo_broken_swaps(repo.handle()), 0);
     EXPECT_THAT(log.at(LEVEL_WARNING), IsEmpty());
 }
