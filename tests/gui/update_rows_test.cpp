@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <set>
 #include <string>
@@ -16,6 +18,8 @@
 
 using testing::ElementsAre;
 using testing::IsSupersetOf;
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -216,6 +220,31 @@ TEST_F(UpdatePlan, ThatIsFreedTwiceIsEmpty) {
     EXPECT_EQ(num_vras, 0);
     EXPECT_EQ(vra_list, nullptr);
     update_rows_free();
+}
+
+TEST_F(UpdatePlan, OffersAnUpdateThatWasCutOffOnceMore) {
+    for (const bool entered : {false, true}) {
+        installed("foo");
+        installed("zoo");
+        offers = {{{"foo", nullptr, "2.0"}}, {{"zoo", nullptr, "2.0"}}};
+        // As it is amidst the swap: between the renames of the entry, or behind them.
+        const std::string dir = repo.in("installed/");
+        fs::rename(dir + "foo", dir + ".foo.old");
+        installed("foo", "2.0");
+        if (entered) {
+            std::ofstream(repo.in("fileindex/.foo.new")) << "/foo\n";
+        } else {
+            fs::rename(dir + "foo", dir + ".foo.new");
+        }
+        const LogCapture log;
+        plan();
+        EXPECT_THAT(updates_on_screen(), ElementsAre("zoo", "foo"));
+        EXPECT_EQ(cell(1, 2), "2.0");
+        EXPECT_TRUE(log.has(LEVEL_WARNING, "the update of foo was cut off while it was entered"));
+        for (const char *left : {"foo", ".foo.old", ".foo.new", "zoo"}) {
+            fs::remove_all(dir + left);
+        }
+    }
 }
 
 // ---- What is selected ----

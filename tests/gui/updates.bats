@@ -323,3 +323,23 @@ vrmui_write_info (0) called with:
 There are no updates available"
     [[ ! -e /tmp/calls ]]
 }
+
+@test "an update that was cut off as it was entered is offered, and made" {
+    install_with_updates foo
+    local inventory=$repository/installed
+    cp -r "$inventory/foo" "$inventory/.foo.new"
+    cp "$repository/fileindex/foo" "$repository/fileindex/.foo.new"
+    mv "$inventory/foo" "$inventory/.foo.old"
+    start_window fltk-vrm-update
+    wait_for_window
+    assert_rows w
+    assert_log_has WARNING 'the update of foo was cut off while it was entered'
+    # Up to here it was only looked at.
+    [[ -e $inventory/.foo.old && -e $inventory/.foo.new && ! -e $inventory/foo ]]
+    press_update_all
+    assert_calls 'upgrade 0'
+    assert_equal "$(version_of foo) $(cat /usr/share/foo/about)" '2.0 foo 2.0'
+    assert_equal "$(find "$repository"/{installed,fileindex} -maxdepth 1 -name '.foo*')" ''
+    click 70 22 # "Quit"
+    wait_for_end 0
+}

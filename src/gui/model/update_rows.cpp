@@ -6,6 +6,7 @@
 #include "support/log.h"
 #include "support/own.h"
 #include "transaction/plan_update.h"
+#include "transaction/update.h"
 
 vra **vra_list;
 int num_vras;
@@ -29,24 +30,38 @@ void update_rows_free() {
     vrm_vra_list_free(std::exchange(vra_list, nullptr));
 }
 
+static void take_plan(const char *name) {
+    if (!vrt) {
+        if (log_wants(LEVEL_DEBUG)) {
+            log_say(LEVEL_DEBUG, "no update for %s", name);
+        }
+        return;
+    }
+    num_vras = vrm_vra_list_add_vrt(vrt, &vra_list);
+    if (log_wants(LEVEL_DEBUG)) {
+        log_say(LEVEL_DEBUG, "Transaction for %s added to vra_list, which now contains %d entries",
+                name, num_vras);
+    }
+    vrt_free(std::exchange(vrt, nullptr));
+}
+
 void update_rows_plan(vrm_handle *handle, void *connection) {
+    const own_array cut_off(vrm_broken_swaps(handle));
     const own_array names(vrm_list_arr(handle, 1));
     for (char **name = names.get(); name && *name; name++) {
+        if (cut_off && in_array(cut_off.get(), *name)) {
+            continue;  // what is entered is to be taken back
+        }
         vrt = nullptr;
         vrt = vrm_pre_update(handle, connection, *name, nullptr, nullptr, nullptr, &vrt);
-        if (!vrt) {
-            if (log_wants(LEVEL_DEBUG)) {
-                log_say(LEVEL_DEBUG, "no update for %s", *name);
-            }
-            continue;
-        }
-        num_vras = vrm_vra_list_add_vrt(vrt, &vra_list);
-        if (log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG,
-                    "Transaction for %s added to vra_list, which now contains %d entries", *name,
-                    num_vras);
-        }
-        vrt_free(std::exchange(vrt, nullptr));
+        take_plan(*name);
+    }
+    // The tool takes them back ahead of whatever it is told to do. This program changes nothing.
+    for (char **name = cut_off.get(); name && *name; name++) {
+        log_say(LEVEL_WARNING, "the update of %s was cut off while it was entered", *name);
+        vrt = nullptr;
+        vrt = vrm_pre_update_again(handle, connection, *name, &vrt);
+        take_plan(*name);
     }
 }
 

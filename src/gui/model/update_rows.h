@@ -28,7 +28,8 @@ void update_cell(int row, int column, cell_text &text);
 void update_rows_free();
 
 // Fills the list, which is empty, with the updates of all installed packages, in the order of the
-// inventory. `connection` is that of the catalogue's backend, which is asked for every single
+// inventory, and behind them those of packages whose update was cut off (vrm_broken_swaps), each
+// with a WARNING. `connection` is that of the catalogue's backend, which is asked for every single
 // package unless `vrc_cache` is filled.
 void update_rows_plan(vrm_handle *handle, void *connection);
 
