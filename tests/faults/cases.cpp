@@ -261,9 +261,32 @@ void make_world() {
     the_start = take_tree(compared_places());
 }
 
+static void use_catalogue(const std::string &name) {
+    static const std::string file = "/etc/vrm.conf", key = "vrc_dirs=";
+    std::string text;
+    for (const std::string &line : lines_of(read_whole(file))) {
+        text += (line.starts_with(key) ? key + workshop + "/" + name : line) + "\n";
+    }
+    write(file, text);
+}
+
+void mend(const fault_case &what) {
+    if (!what.good_catalogue.empty()) {
+        use_catalogue(what.good_catalogue);
+        must({tool, "refresh", "--quiet"});
+    }
+    for (const auto &[path, content] : what.good_files) {
+        write(path, content);
+    }
+}
+
+void unmend(const fault_case &what) {
+    use_catalogue(what.catalogue);
+}
+
 void begin_case(const fault_case &what) {
     put_back(the_start, compared_places());
-    must("sed -i 's|^vrc_dirs=.*|vrc_dirs=" + workshop + "/" + what.catalogue + "|' /etc/vrm.conf");
+    use_catalogue(what.catalogue);
     must({tool, "refresh", "--quiet"});
     for (const std::vector<std::string> &command : what.before) {
         must(command);
@@ -314,7 +337,8 @@ const std::vector<fault_case> &all_cases() {
          true,
          "bad",
          {},
-         in_the_way},
+         in_the_way,
+         "good"},
         {"update",
          "from the catalogue, with a new dependency, edited configuration",
          {tool, "upgrade", "app"},
@@ -334,14 +358,18 @@ const std::vector<fault_case> &all_cases() {
          true,
          "bad",
          {has_app_1},
-         in_the_way_and_edited},
+         in_the_way_and_edited,
+         "good"},
         {"remove", "with an orphan", {tool, "remove", "app"}, false, "good", {has_app_2}},
         {"remove-fails",
          "its last script fails",
          {tool, "remove", "app"},
          true,
          "good",
-         {{tool, "install", "--quiet", file_of("stays", "app_any_1.0")}}},
+         {{tool, "install", "--quiet", file_of("stays", "app_any_1.0")}},
+         {},
+         "",
+         {{installed + "app/init/99-del.sh", marking("app.99-del")}}},
     };
     return cases;
 }

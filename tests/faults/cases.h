@@ -48,6 +48,10 @@ struct fault_case {
     std::string catalogue;                          // directory of package files
     std::vector<std::vector<std::string>> before;   // commands that make the state
     std::map<std::string, std::string> files = {};  // written after them, by absolute path
+    // Of a change that fails, what makes the same one get through: another catalogue, or files that
+    // are written, by absolute path.
+    std::string good_catalogue = {};
+    std::map<std::string, std::string> good_files = {};
 };
 
 // What a case looks like when nobody disturbs it.
@@ -55,6 +59,8 @@ struct scene {
     std::vector<package_paths> packages;
     tree before, after;
     bool fails = false;
+    tree repeated =
+        {};  // after the change with the good package; for one that gets through, `after`
 };
 
 // Makes the packages and the signer, and takes the machine to the state that every case starts
@@ -68,3 +74,9 @@ std::vector<package_paths> paths_of_all_packages();
 
 // Takes the machine to the state in which a case begins.
 void begin_case(const fault_case &what);
+
+// Takes the machine from the package whose script fails to the good one. Nothing to do in a case
+// that doesn't fail.
+void mend(const fault_case &what);
+// Takes it back to the failing one, but for what put_back() does.
+void unmend(const fault_case &what);

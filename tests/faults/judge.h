@@ -7,6 +7,7 @@
 #pragma once
 
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -31,7 +32,10 @@ enum class told {
     stage_kept,
     not_cleared,
     not_logged,
-    // After a kill and a repeated run:
+    // After a kill:
+    killed_mid_swap,
+    killed_half_removed,
+    // After a kill, and a repeated run too:
     killed_conf,
     killed_unindexed,
     killed_in_between,
@@ -42,6 +46,9 @@ enum class told {
 // The name and the sentence for a list.
 const char *name_of(told reason);
 const char *sentence_of(told reason);
+// Whether a file of the old version is lost by it, or a package half registered: of these the
+// number of each operation is told.
+bool is_loss(told reason);
 const std::vector<told> &all_told();
 
 struct finding {
@@ -62,7 +69,12 @@ struct failed_run {
 // After a run in which one operation failed.
 std::vector<finding> judge_failure(const scene &expected, const failed_run &run);
 
-// After a run that was killed, in the state `killed`, and a repetition of it that got through.
+// After a run that was killed. `listed` are the packages that count as installed now.
+std::vector<finding> judge_killed(const scene &expected, const tree &killed,
+                                  const std::set<std::string> &listed);
+
+// After a run that was killed, in the state `killed`, and a repetition of it that got through, with
+// the good package where the run was to fail.
 std::vector<finding> judge_repetition(const scene &expected, const tree &killed, const tree &now);
 
 // Whether any of the findings is a fault.

@@ -12,7 +12,7 @@ class repetition_judge {
     repetition_judge(const scene &expected, const tree &killed, const tree &now)
         : expected_(expected),
           before_(without_times(expected.before)),
-          after_(without_times(expected.after)),
+          after_(without_times(expected.repeated)),
           killed_(without_times(killed)),
           now_(without_times(now)) {}
 

@@ -40,6 +40,7 @@ class Judge : public testing::Test {
         scene_.after[fresh] = regular("fresh of 2");
         scene_.after[action_log].content +=
             "2001-01-01 00:00:01: updated p_any_1.0 to p_any_2.0 as requested by user\n";
+        scene_.repeated = scene_.after;
         failed_.disturbed = {"write", fresh, "", true};
         failed_.now = scene_.before;
         failed_.log = "vrm_install_rollback: finished";
@@ -57,6 +58,9 @@ class Judge : public testing::Test {
     }
     std::string judge() {
         return text_of(judge_failure(scene_, failed_));
+    }
+    std::string judge_kill(const std::set<std::string> &listed) {
+        return text_of(judge_killed(scene_, killed_, listed));
     }
     std::string judge_again(const tree &now) {
         return text_of(judge_repetition(scene_, killed_, now));
@@ -253,6 +257,93 @@ TEST_F(Judge, TellsTheMomentsThatNoRepetitionMends) {
     killed_ = scene_.after;
     killed_.erase(fileindex + "p");
     EXPECT_EQ(judge_again(killed_), "killed-unindexed");
+}
+
+TEST_F(Judge, FindsNothingWithAKillWhenThePackageIsAWholeOne) {
+    EXPECT_EQ(judge_kill({"p"}), "");
+    killed_ = scene_.after;
+    EXPECT_EQ(judge_kill({"p"}), "");
+}
+
+TEST_F(Judge, FindsFaultWithAHalfMadeEntryThatIsListed) {
+    killed_.erase(installed + "p/inst.txt");
+    EXPECT_EQ(judge_kill({"p"}), "FAULT");
+    EXPECT_EQ(judge_kill({}), "FAULT");
+    killed_ = scene_.before;
+    killed_[fileindex + "p"] = scene_.after[fileindex + "p"];
+    EXPECT_EQ(judge_kill({"p"}), "FAULT");
+    // Of an installation it is none at all as long as it isn't listed.
+    for (const char *path : {"p", "p/desc.txt", "p/inst.txt"}) {
+        scene_.before.erase(installed + path);
+    }
+    scene_.before.erase(fileindex + "p");
+    killed_ = scene_.before;
+    killed_[installed + "p"] = {'d', 0755, ""};
+    killed_[installed + "p/desc.txt"] = scene_.after[installed + "p/desc.txt"];
+    EXPECT_EQ(judge_kill({}), "");
+    EXPECT_EQ(judge_kill({"p"}), "FAULT");
+    killed_[fileindex + "p"] = scene_.after[fileindex + "p"];
+    EXPECT_EQ(judge_kill({}), "FAULT");
+    // Once it is whole, only the end of its list of files may be lacking.
+    killed_ = scene_.after;
+    killed_[fileindex + "p"] = regular(file);
+    EXPECT_EQ(judge_kill({"p"}), "killed-unindexed");
+    killed_[fileindex + "p"] = regular("/another\n");
+    EXPECT_EQ(judge_kill({"p"}), "FAULT");
+}
+
+TEST_F(Judge, TellsAKillInTheMidstOfRegistration) {
+    // Of an update, with the old entry set aside.
+    killed_ = scene_.after;
+    killed_[fileindex + "p"] = scene_.before[fileindex + "p"];
+    EXPECT_EQ(judge_kill({"p"}), "FAULT");
+    for (const char *path : {"", "/desc.txt", "/inst.txt"}) {
+        killed_[installed + ".p.old" + path] = scene_.before[std::string(installed + "p") + path];
+    }
+    EXPECT_EQ(judge_kill({"p"}), "killed-mid-swap");
+    // Of a removal.
+    for (const char *path : {"p", "p/desc.txt", "p/inst.txt"}) {
+        scene_.after.erase(installed + path);
+    }
+    scene_.after.erase(fileindex + "p");
+    killed_ = scene_.before;
+    killed_.erase(fileindex + "p");
+    EXPECT_EQ(judge_kill({"p"}), "killed-half-removed");
+    killed_.erase(installed + "p/desc.txt");
+    EXPECT_EQ(judge_kill({"p"}), "FAULT");
+}
+
+TEST_F(Judge, FindsFaultWithAnOldFileThatAKillLost) {
+    killed_.erase(file);
+    EXPECT_EQ(judge_kill({"p"}), "FAULT");
+    killed_[file] = regular("file of");
+    EXPECT_EQ(judge_kill({"p"}), "FAULT");
+    // A backup counts when it is whole and listed.
+    killed_[stage + "/old" + file] = scene_.before[file];
+    EXPECT_EQ(judge_kill({"p"}), "FAULT");
+    killed_[stage + "/old/index.txt"] = regular("/other\n" + file + "\n");
+    EXPECT_EQ(judge_kill({"p"}), "");
+    killed_[stage + "/old" + file].content = "file";
+    EXPECT_EQ(judge_kill({"p"}), "FAULT");
+}
+
+TEST_F(Judge, FindsFaultWithAKillThatChangedWhatBelongsToNobody) {
+    killed_.erase(live_data + "/nobodys");
+    EXPECT_EQ(judge_kill({"p"}), "FAULT");
+}
+
+TEST_F(Judge, ComparesARepetitionWithTheEndOfTheGoodPackage) {
+    // The first run was to fail, the repetition is not.
+    scene_.after = scene_.before;
+    scene_.fails = true;
+    EXPECT_EQ(judge_again(scene_.repeated), "");
+    EXPECT_NE(judge_again(scene_.before).find("FAULT"), std::string::npos);
+}
+
+TEST(JudgeTold, LossesAreThoseOfFilesAndRegistrations) {
+    EXPECT_TRUE(is_loss(told::not_reached));
+    EXPECT_TRUE(is_loss(told::killed_unindexed));
+    EXPECT_FALSE(is_loss(told::links_stay));
 }
 
 TEST(JudgeTold, EachHasANameAndASentence) {

@@ -8,13 +8,15 @@ struct told_text {
     told reason;
     const char *name;
     const char *sentence;
+    bool is_loss = false;
 };
 
 constexpr told_text told_texts[] = {
     {told::not_reached, "not-reached",
-     "the rollback removes a file that was to be replaced and had not been reached yet"},
+     "the rollback removes a file that was to be replaced and had not been reached yet", true},
     {told::not_restored, "not-restored",
-     "the rollback could not put a backup back, and the backup went with the stage directory"},
+     "the rollback could not put a backup back, and the backup went with the stage directory",
+     true},
     {told::not_deleted, "not-deleted",
      "a file that could not be deleted, or not be looked at, stays and belongs to nobody"},
     {told::new_version_stays, "new-stays",
@@ -30,9 +32,11 @@ constexpr told_text told_texts[] = {
     {told::perm_not_set, "perm-not-set",
      "permissions of perm.txt that could not be set are no failure of the package"},
     {told::removal_not_finished, "removal-not-finished",
-     "the end of a removal is not taken back: what could not be deleted stays in the inventory"},
+     "the end of a removal is not taken back: what could not be deleted stays in the inventory",
+     true},
     {told::swap_not_finished, "swap-not-finished",
-     "the swap of an update is not taken back: entry and file index can be of different versions"},
+     "the swap of an update is not taken back: entry and file index can be of different versions",
+     true},
     {told::entry_unread, "entry-unread",
      "a package whose entry can't be read counts as not installed, and is left alone"},
     {told::stage_kept, "stage-kept",
@@ -41,10 +45,23 @@ constexpr told_text told_texts[] = {
      "something of the change's own that could not be deleted stays: a stage directory, a retired "
      "entry, a temporary file, the lock file"},
     {told::not_logged, "not-logged", "the history lacks a line that could not be written"},
+    {told::killed_mid_swap, "killed-mid-swap",
+     "killed between the renames of an update: missing, or with the old list of files, until the "
+     "next "
+     "change brings the old entry back",
+     true},
+    {told::killed_half_removed, "killed-half-removed",
+     "killed between the file index and the entry of a removed package: listed without files until "
+     "it "
+     "is removed again",
+     true},
     {told::killed_conf, "killed-conf",
-     "killed while it wrote a configuration file: it passes for an edited one and is kept"},
+     "killed while it wrote a configuration file, or put one back: it passes for an edited one and "
+     "is kept",
+     true},
     {told::killed_unindexed, "killed-unindexed",
-     "killed between the install record and the file index: installed without its list of files"},
+     "killed between the install record and the file index: installed without its list of files",
+     true},
     {told::killed_in_between, "killed-in-between",
      "killed when a package was removed and what goes with it was not: that stays as an orphan"},
     {told::killed_left_overs, "killed-left-overs",
@@ -66,6 +83,10 @@ const char *name_of(told reason) {
 
 const char *sentence_of(told reason) {
     return text_of_told(reason).sentence;
+}
+
+bool is_loss(told reason) {
+    return text_of_told(reason).is_loss;
 }
 
 const std::vector<told> &all_told() {

@@ -12,7 +12,7 @@
 
 namespace fs = std::filesystem;
 
-static std::string read_whole(const std::string &path) {
+std::string read_whole(const std::string &path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }

@@ -36,5 +36,8 @@ const node *at(const tree &all, const std::string &path);
 // in inst.txt and in install.log.
 tree without_times(tree all);
 
+// What is in a file; empty when it can't be read.
+std::string read_whole(const std::string &path);
+
 // The lines of a text, without their ends.
 std::vector<std::string> lines_of(const std::string &text);

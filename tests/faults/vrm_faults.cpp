@@ -7,7 +7,6 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <map>
 #include <set>
@@ -15,10 +14,14 @@
 #include <string>
 #include <vector>
 
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include "faults/cases.h"
 #include "faults/judge.h"
+#include "faults/numbers.h"
 #include "faults/tracer.h"
 #include "faults/tree.h"
 
@@ -47,7 +50,8 @@ struct options {
     long only_at = -1;
 };
 
-// Operations whose disturbance once did harm that nobody is told of.
+// Operations that are always disturbed: those whose disturbance once did harm that nobody is told
+// of, and moments of a rollback, which are few among all others.
 struct regression {
     const char *case_name, *kind_name, *operation;
 };
@@ -69,6 +73,12 @@ constexpr regression regressions[] = {
     {"remove", "EIO", "unlink /var/lib/vrm/installed/.app.old/desc.txt"},
     // An update that had not got into the inventory was told as a success.
     {"update", "EIO", "rename /var/lib/vrm/installed/app -> /var/lib/vrm/installed/.app.old"},
+    // A rollback that is killed as it puts back a file that was nobody's, one that the new version
+    // doesn't have, a configuration file, one of a removal.
+    {"install-fails", "kill", "copy_file_range /srv/faults/app/taken"},
+    {"update-fails", "kill", "open /srv/faults/app/old/gone"},
+    {"update-fails", "kill", "copy_file_range /etc/faults/app.conf"},
+    {"remove-fails", "kill", "copy_file_range /srv/faults/app/one"},
 };
 
 // What the harness must find fault with: an engine that, after an operation has failed, skips
@@ -102,9 +112,18 @@ const broken_engine broken_engines[] = {
     {"a removal that leaves the files", "remove", "open /var/lib/vrm/install.log", {"unlink"}},
 };
 
+// The runs of a case with one kind.
 struct line_of_table {
-    size_t runs = 0, faults = 0;
+    std::vector<size_t> runs;  // which operations
+    size_t faults = 0;
     std::set<size_t> told_runs;
+    std::map<told, std::vector<size_t>> told_by_reason;
+};
+
+// The runs of all cases that have one reason in common.
+struct told_reason {
+    std::map<std::string, size_t> runs;  // how many, by case
+    std::vector<std::string> losses;     // "CASE KIND n ..."
 };
 
 class harness {
@@ -121,6 +140,7 @@ class harness {
     void run_case(const fault_case &which);
     void expect_regressions(const fault_case &which) const;
     bool is_wanted(const fault_case &which, const kind &how, size_t number) const;
+    void sum_up(const fault_case &which, const std::map<const kind *, line_of_table> &lines);
     std::vector<finding> run_one(const fault_case &which, const kind &how, size_t number,
                                  std::string *operation_text,
                                  const std::set<std::string> &then_skipped = {});
@@ -132,13 +152,8 @@ class harness {
     scene scene_;
     std::vector<operation> trace_;
     size_t faults_ = 0;
-    std::map<told, std::map<std::string, size_t>> told_;  // by case, the number of runs
+    std::map<told, told_reason> told_;
 };
-
-std::string read_whole(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 bool succeeded(const watched_run &run) {
     return WIFEXITED(run.status) && WEXITSTATUS(run.status) == 0;
@@ -160,6 +175,17 @@ scene harness::look_at(const fault_case &which) {
     }
     seen.after = take_tree(compared_places());
     trace_ = run.trace;
+    seen.repeated = seen.after;
+    if (which.fails) {
+        put_back(seen.before, compared_places());
+        mend(which);
+        const watched_run good = run_alone(which.command);
+        if (!succeeded(good)) {
+            throw std::runtime_error(which.name + ": the good one fails too:\n" + good.output);
+        }
+        seen.repeated = take_tree(compared_places());
+        unmend(which);
+    }
     return seen;
 }
 
@@ -167,7 +193,17 @@ static finding fault_of(const std::string &what) {
     return {std::nullopt, "", what};
 }
 
+// The packages that a list shows, a line each.
+static std::set<std::string> names_in_list(const std::string &output) {
+    std::set<std::string> names;
+    for (const std::string &line : lines_of(output)) {
+        names.insert(line.substr(0, line.find(' ')));
+    }
+    return names;
+}
+
 // What is left by a kill is a repository that can be used, and in which a second run gets through.
+// Where the change was to fail, that is one with a package that doesn't.
 std::vector<finding> harness::judge_kill(const fault_case &which) {
     const tree killed = take_tree(compared_places());
     std::vector<finding> findings;
@@ -176,17 +212,22 @@ std::vector<finding> harness::judge_kill(const fault_case &which) {
         if (!succeeded(run) || run.output.find(text) == std::string::npos) {
             findings.push_back(fault_of(command[1] + " does not work: " + run.output));
         }
+        return run.output;
     };
-    expect({which.command[0], "list"}, "other");
+    const std::string list = expect({which.command[0], "list"}, "other");
     expect({which.command[0], "owner", live_data + "/other/file"}, "other");
     expect({which.command[0], "cleanup", "--dry-run"}, "would remove");
     if (take_tree(compared_places()) != killed) {
         findings.push_back(fault_of("asking changes something"));
     }
+    const auto add = [&findings](const std::vector<finding> &found) {
+        findings.insert(findings.end(), found.begin(), found.end());
+    };
+    add(judge_killed(scene_, killed, names_in_list(list)));
+    mend(which);
     const watched_run again = run_alone(which.command);
-    const std::vector<finding> left =
-        judge_repetition(scene_, killed, take_tree(compared_places()));
-    findings.insert(findings.end(), left.begin(), left.end());
+    add(judge_repetition(scene_, killed, take_tree(compared_places())));
+    unmend(which);
     const bool ended = WIFEXITED(again.status) && WEXITSTATUS(again.status) <= 1;
     if (!ended) {
         findings.push_back(fault_of("the second run does not end well: " + again.output));
@@ -232,7 +273,7 @@ std::vector<finding> harness::run_one(const fault_case &which, const kind &how, 
 void harness::note(const fault_case &which, const kind &how, size_t number,
                    const std::string &operation, const std::vector<finding> &findings,
                    line_of_table *line) {
-    line->runs++;
+    line->runs.push_back(number);
     std::set<told> reasons;
     for (const finding &found : findings) {
         if (found.reason) {
@@ -240,7 +281,7 @@ void harness::note(const fault_case &which, const kind &how, size_t number,
         }
     }
     for (const told reason : reasons) {
-        told_[reason][which.name]++;
+        line->told_by_reason[reason].push_back(number);
     }
     if (!reasons.empty()) {
         line->told_runs.insert(number);
@@ -263,7 +304,7 @@ void harness::note(const fault_case &which, const kind &how, size_t number,
 
 bool harness::is_wanted(const fault_case &which, const kind &how, size_t number) const {
     const operation &op = trace_[number];
-    const bool possible = (op.changes || how.reads) && !(which.fails && how.error == 0);
+    const bool possible = op.changes || how.reads;
     if (!possible || (!what_.only_kind.empty() && what_.only_kind != how.name) ||
         (what_.only_at >= 0 && static_cast<size_t>(what_.only_at) != number)) {
         return false;
@@ -282,9 +323,7 @@ bool harness::is_wanted(const fault_case &which, const kind &how, size_t number)
     }
     // EIO stands in for a kind that is not possible here.
     const kind &its_turn = kinds[number / what_.every % std::size(kinds)];
-    const bool its_turn_is_possible =
-        (op.changes || its_turn.reads) && !(which.fails && its_turn.error == 0);
-    return &how == (its_turn_is_possible ? &its_turn : &kinds[1]);
+    return &how == (op.changes || its_turn.reads ? &its_turn : &kinds[1]);
 }
 
 // A regression whose operation is done no more would be tested no more, and nobody would know.
@@ -314,12 +353,35 @@ void harness::run_case(const fault_case &which) {
     }
     for (const kind &how : kinds) {
         const line_of_table &line = lines[&how];
-        if (line.runs > 0) {
-            printf("%-14s %-7s %6zu %6zu %6zu\n", which.name.c_str(), how.name, line.runs,
+        if (!line.runs.empty()) {
+            printf("%-14s %-7s %6zu %6zu %6zu\n", which.name.c_str(), how.name, line.runs.size(),
                    line.told_runs.size(), line.faults);
         }
     }
     fflush(stdout);
+    sum_up(which, lines);
+}
+
+void harness::sum_up(const fault_case &which, const std::map<const kind *, line_of_table> &lines) {
+    std::map<told, std::map<std::string, std::string>> kinds_by_numbers;
+    for (const kind &how : kinds) {
+        const line_of_table &line = lines.at(&how);
+        for (const auto &[reason, numbers] : line.told_by_reason) {
+            told_[reason].runs[which.name] += numbers.size();
+            if (is_loss(reason)) {
+                std::string &names =
+                    kinds_by_numbers[reason][text_of_numbers(numbers, line.runs, trace_)];
+                names.append(names.empty() ? "" : ", ").append(how.name);
+            }
+        }
+    }
+    for (const auto &[reason, by_numbers] : kinds_by_numbers) {
+        for (const auto &[numbers, names] : by_numbers) {
+            std::string text = which.name;
+            text.append(" ").append(names).append(": n ").append(numbers);
+            told_[reason].losses.push_back(text);
+        }
+    }
 }
 
 size_t harness::run_all() {
@@ -329,13 +391,16 @@ size_t harness::run_all() {
             run_case(which);
         }
     }
-    printf("\nWhat is told, and in how many runs:\n");
-    for (const auto &[reason, cases] : told_) {
+    printf("\nWhat is told, and in how many runs; losses with the numbers of their operations:\n");
+    for (const auto &[reason, found] : told_) {
         printf("%-20s %s\n%20s", name_of(reason), sentence_of(reason), "");
-        for (const auto &[name, runs] : cases) {
+        for (const auto &[name, runs] : found.runs) {
             printf(" %s %zu", name.c_str(), runs);
         }
         printf("\n");
+        for (const std::string &loss : found.losses) {
+            printf("%20s %s\n", "", loss.c_str());
+        }
     }
     return faults_;
 }
@@ -363,6 +428,17 @@ bool harness::check_itself() {
         sees_all = sees_all && good;
     }
     return sees_all;
+}
+
+// What other programs of the machine leave in /tmp meanwhile shows through the throwaway root, and
+// would be taken for the tool's. All paths from here on are absolute: the working directory may lie
+// below the one that is hidden.
+static void have_own_tmp() {
+    if (chdir("/") != 0 || unshare(CLONE_NEWNS) != 0 ||
+        mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("faults", "/tmp", "tmpfs", 0, "mode=1777") != 0) {
+        throw std::runtime_error(std::string("no /tmp of its own: ") + strerror(errno));
+    }
 }
 
 // --- Main ---------------------------------------------------------------------------------------
@@ -411,6 +487,7 @@ int main(int count, char **arguments) try {
             return usage(word == "--help" ? stdout : stderr, word == "--help" ? 0 : 2);
         }
     }
+    have_own_tmp();
     make_world();
     if (checks_itself) {
         return harness(what).check_itself() ? 0 : 1;
