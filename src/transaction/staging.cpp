@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cinttypes>
@@ -12,6 +13,7 @@
 #include "repository/dirsearch.h"
 #include "repository/vrc.h"
 #include "support/ekva.h"
+#include "support/file.h"
 #include "support/log.h"
 #include "support/own.h"
 
@@ -138,6 +140,12 @@ int stage_copy(const char *who, bool announce, const vri *package, const std::st
     // takes its target away first.
     if (is_same_file(source, path.c_str())) {
         return 0;
+    }
+    // It takes away a link, too, but does not see one that leads nowhere: it would create what that
+    // one names.
+    struct stat link;
+    if (is_missing(path.c_str()) && lstat(path.c_str(), &link) == 0) {
+        unlink(path.c_str());
     }
     if (vrm_vrf_copy(path.c_str(), source, nullptr, 0) < 0) {
         log_say(LEVEL_ERROR, "%s: Failed to copy %s to %s", who, source, path.c_str());

@@ -732,6 +732,17 @@ TEST_F(Install, DependencyFromADirectoryIsInstalledWhenItWasStagedBefore) {
     EXPECT_TRUE(is_installed("dep"));
 }
 
+TEST_F(Install, StagingALocalFileCreatesNothingBehindALink) {
+    const std::string file = offer(simple("foo"));
+    const own_vri package(vrm_vrf_info(repo.handle(), file.c_str(), 0));
+    const std::string path = staged("foo_any_1.0") + ".vrk";
+    fs::create_symlink(files / "nothing", path);
+    EXPECT_EQ(vrm_stage_file(repo.handle(), package.get(), 0), 0);
+    EXPECT_FALSE(exists(files / "nothing"));
+    EXPECT_FALSE(fs::is_symlink(path));
+    EXPECT_EQ(read_all(path), read_all(file));
+}
+
 TEST_F(Install, FileThatCannotBeStagedBeforeIsTold) {
     const std::string file = files / "foo.vrk";
     make_package(simple("foo"), file);
