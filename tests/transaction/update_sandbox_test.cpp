@@ -640,7 +640,7 @@ class CutOff : public Update {
                      : none;
     }
 
-    const std::vector<std::string> none;
+    const std::vector<std::string> none = {};
     const std::string entry = repo.in("installed/foo"), index = repo.in("fileindex/foo");
     const std::string new_entry = repo.in("installed/.foo.new");
     const std::string old_entry = repo.in("installed/.foo.old");
