@@ -34,6 +34,7 @@
 #include "repository/choice.h"
 #include "repository/dirsearch.h"
 #include "repository/hooks.h"
+#include "repository/installed_walk.h"
 #include "repository/inventory.h"
 #include "repository/repository.h"
 #include "repository/vrc.h"
