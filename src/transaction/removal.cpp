@@ -87,7 +87,7 @@ static outcome take_file_away(const package_removal &step, const char *path) {
 }
 
 static outcome take_files_away(const package_removal &step) {
-    const own_file index(fopen(step.places.index.c_str(), "re"));
+    const own_file index(fopen_regular(step.places.index.c_str()));
     if (!index && errno == ENOENT) {
         log_say(LEVEL_DEBUG, "%s: no fileindex. This is ok", me);
         return outcome::done;

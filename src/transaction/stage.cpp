@@ -264,7 +264,7 @@ int vrm_install_rollback(char *const *written, const char *old) {
         }
         unlink(*path);
     }
-    const own_file index(fopen(path_of_index, "re"));
+    const own_file index(fopen_regular(path_of_index));
     if (!index && errno == ENOENT) {
         log_say(LEVEL_INFO, "vrm_install_rollback: no files to restore registered");
         return 0;

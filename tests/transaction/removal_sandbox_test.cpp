@@ -314,6 +314,19 @@ TEST_F(Removal, AnIndexThatCannotBeReadEndsIt) {
     EXPECT_TRUE(there(live + "/foo"));
 }
 
+TEST_F(Removal, APipeInPlaceOfTheIndexIsNotWaitedFor) {
+    add("foo");
+    fs::remove(repo.in("fileindex/foo"));
+    ASSERT_EQ(mkfifo(repo.in("fileindex/foo").c_str(), 0600), 0);
+    alarm(20);  // to wait for a writer would be to wait for ever
+    EXPECT_EQ(remove("foo"), -1);
+    alarm(0);
+    EXPECT_TRUE(
+        log.has(LEVEL_ERROR, "Failed to read " + repo.in("fileindex/foo") + ": Invalid argument"));
+    EXPECT_TRUE(is_installed("foo"));
+    EXPECT_TRUE(there(live + "/foo"));
+}
+
 TEST_F(Removal, AFileThatCannotBeRemovedIsAWarning) {
     add("foo");
     write(live + "/dev/bound", "x");

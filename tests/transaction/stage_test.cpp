@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
@@ -549,6 +550,15 @@ TEST_F(Rollback, EmptyLinesAreSkippedAndTheLastNeedsNoEnd) {
 TEST_F(Rollback, IndexThatCannotBeReadIsAFailure) {
     fs::create_directory(old_ / "index.txt");
     EXPECT_EQ(roll_back({}), -1);
+    EXPECT_TRUE(log_.has(LEVEL_ERROR,
+                         "vrm_install_rollback: Failure reading " + old_.path() + "/index.txt"));
+}
+
+TEST_F(Rollback, APipeInPlaceOfTheIndexIsNotWaitedFor) {
+    ASSERT_EQ(mkfifo((old_ / "index.txt").c_str(), 0600), 0);
+    alarm(20);  // to wait for a writer would be to wait for ever
+    EXPECT_EQ(roll_back({}), -1);
+    alarm(0);
     EXPECT_TRUE(log_.has(LEVEL_ERROR,
                          "vrm_install_rollback: Failure reading " + old_.path() + "/index.txt"));
 }
