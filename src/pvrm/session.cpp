@@ -108,6 +108,17 @@ bool session::has_directories(std::initializer_list<const char *> roles) {
     return true;
 }
 
+bool session::can_write(std::initializer_list<const char *> roles) {
+    for (const char *role : roles) {
+        const char *dir = ekva_getval(handle_->dirs, role);
+        if (access(dir, W_OK) != 0) {
+            tell_problem("the directory %s can't be written to: %s", dir, strerror(errno));
+            return false;
+        }
+    }
+    return true;
+}
+
 int session::lock() {
     if (!has_directories({"installed", "stagearea", "fileindex"})) {
         return EXIT_FAILED;
@@ -148,20 +159,24 @@ int session::begin_change() {
     if (!open_repository()) {
         return EXIT_FAILED;
     }
+    // A dry run refuses what a real one would, but not for want of a right that only that needs.
+    if (!has_directories({"installed"}) || !are_there({"stagearea", "fileindex"})) {
+        return EXIT_FAILED;
+    }
     if (options.dry_run) {
-        // What a real run would refuse is refused, but for the right to read what only that needs.
-        if (!has_directories({"installed"}) || !are_there({"stagearea", "fileindex"})) {
-            return EXIT_FAILED;
-        }
         warn_of_cut_off();
         return EXIT_DONE;
     }
-    const int refused = lock();
-    if (refused == EXIT_DONE) {
-        // Each is told by its warning.
-        vrm_undo_broken_swaps(handle_.get());
+    // Found out now, and not when a package has been fetched and its files are in place.
+    if (!can_write({"installed", "stagearea", "fileindex"})) {
+        return EXIT_FAILED;
     }
-    return refused;
+    if (const int refused = lock()) {
+        return refused;
+    }
+    // Each is told by its warning.
+    vrm_undo_broken_swaps(handle_.get());
+    return EXIT_DONE;
 }
 
 bool session::connect() {

@@ -62,6 +62,9 @@ class session {
     const common_options options;
 
  private:
+    // Whether these directories, which are there, can be written to; tells when one can't.
+    bool can_write(std::initializer_list<const char *> roles);
+
     // Whether the backend knew nothing at all so far and now does, after a refresh.
     bool learned_catalogue();
 

@@ -101,17 +101,34 @@ assert_works_now() {
     assert_works_now
 }
 
-@test "an inventory that may only be read" {
+@test "an inventory that may only be read is told before anything is done" {
     for place in stagearea installed fileindex; do
         mount --bind "$repository/$place" "$repository/$place"
         mount -o remount,bind,ro "$repository/$place"
-        run pvrm install "$file"
+        for word in "install $file" upgrade 'remove other' cleanup check; do
+            # shellcheck disable=SC2086
+            run pvrm $word
+            assert_status 1
+            assert_equal "$output" \
+                "pvrm: the directory $repository/$place can't be written to: Read-only file system"
+            assert_as_before
+        done
+        run pvrm --dry-run install "$file"
+        assert_status 0
         umount "$repository/$place"
-        assert_status 1
-        assert_line 'pvrm: foo was not installed'
-        assert_as_before
     done
     assert_works_now
+}
+
+@test "a repository that may only be read is told by its cause" {
+    mount --bind "$repository" "$repository"
+    mount -o remount,bind,ro "$repository"
+    run pvrm install "$file"
+    umount "$repository"
+    assert_status 1
+    assert_equal "$output" \
+        "pvrm: the directory $repository/installed can't be written to: Read-only file system"
+    assert_as_before
 }
 
 # The files of foo 1.0 that are missing.
