@@ -63,8 +63,8 @@ char *vrm_del_script_command(const vrm_handle *handle, const char *script, const
 // status of 1; -1 when it could not be run.
 int vrm_system(const char *label, const char *command);
 
-// The result of the last vrm_system. Not every executor hands it on, and whether a script died of an
-// interruption that was sent to it alone is told by nothing else.
+// The result of the last vrm_system. Not every executor hands it on, and whether a script died of
+// an interruption that was sent to it alone is told by nothing else.
 extern int vrm_script_status;
 
 // Runs the configuration scripts that the packages of a transaction registered in `scripts`, in
