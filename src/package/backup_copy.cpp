@@ -135,13 +135,15 @@ int back_up(const char *target, mode_t target_mode, const char *backup_base) {
     if (copy_content(from.get(), target, to.get(), backup.c_str(), &bytes) != 0) {
         return -1;
     }
-    // Listed only when it is whole: a rollback trusts the list.
+    // Listed only when it is whole and has its mode: a rollback trusts the list, and so does who
+    // puts backups back after the machine died here. A failure is told below.
+    (void)!fchmod(to.get(), target_mode & 07777);
     if (to.close() != 0) {
         return fail_write(backup.c_str());
     }
     const int noted = note_backup(backup_base, target);
-    // Also when that failed: the line may stand in the list all the same, and then the rollback
-    // gives the file back with this mode.
+    // Also when noting it failed: the line may stand in the list all the same, and then the
+    // rollback gives the file back with this mode.
     if (chmod(backup.c_str(), target_mode & 07777) != 0) {
         tell_mode_failure(backup.c_str());
     }

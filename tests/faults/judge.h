@@ -73,6 +73,10 @@ std::vector<finding> judge_failure(const scene &expected, const failed_run &run)
 std::vector<finding> judge_killed(const scene &expected, const tree &killed,
                                   const std::set<std::string> &listed);
 
+// After a run that was killed, in the state `killed`, and the backups that it left were put back as
+// the administrator's guide tells.
+std::vector<finding> judge_recovery(const scene &expected, const tree &killed, const tree &now);
+
 // After a run that was killed, in the state `killed`, and a repetition of it that got through, with
 // the good package where the run was to fail.
 std::vector<finding> judge_repetition(const scene &expected, const tree &killed, const tree &now);

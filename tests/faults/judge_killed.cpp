@@ -15,6 +15,26 @@ class killed_judge {
           killed_(without_times(killed)),
           listed_(listed) {}
 
+    // What the backups are good for.
+    std::vector<finding> judge_recovered(const tree &now) {
+        for (const package_paths &package : packages_) {
+            if (is_done(package.name)) {
+                continue;
+            }
+            for (const auto *list : {&package.data, &package.conf}) {
+                for (const std::string &path : *list) {
+                    const node *old_file = at(before_, path), *present = at(now, path);
+                    if (old_file && !is_same(present, old_file)) {
+                        findings_.push_back({std::nullopt, path,
+                                             description_of(present) + " put back instead of " +
+                                                 description_of(old_file)});
+                    }
+                }
+            }
+        }
+        return std::move(findings_);
+    }
+
     std::vector<finding> judge() {
         std::set<std::string> paths;
         for (const package_paths &package : packages_) {
@@ -32,6 +52,7 @@ class killed_judge {
     void judge_registration(const std::string &name);
     void judge_old_files(const package_paths &package);
     bool has_backup(const std::string &path) const;
+    bool is_done(const std::string &name) const;
 
     const std::vector<package_paths> &packages_;
     const tree before_, after_, killed_;
@@ -87,15 +108,19 @@ bool killed_judge::has_backup(const std::string &path) const {
     });
 }
 
-// Until the change is registered, the content of each file that it replaces or deletes is on the
-// disk, in its place or as a backup. A removal that gets through clears its backups away ahead of
-// that: its files are to go.
-void killed_judge::judge_old_files(const package_paths &package) {
-    const tree entry = entry_of(killed_, package.name), old_entry = entry_of(before_, package.name),
-               new_entry = entry_of(after_, package.name);
-    const bool is_done = entry != old_entry && entry == new_entry;
+// Whether the old files have served. A removal that gets through clears its backups away ahead of
+// its registration: its files are to go.
+bool killed_judge::is_done(const std::string &name) const {
+    const tree entry = entry_of(killed_, name), old_entry = entry_of(before_, name),
+               new_entry = entry_of(after_, name);
     const bool is_removal = !old_entry.empty() && new_entry.empty();
-    if (is_done || is_removal) {
+    return is_removal || (entry != old_entry && entry == new_entry);
+}
+
+// Until the change is registered, the content of each file that it replaces or deletes is on the
+// disk, in its place or as a backup.
+void killed_judge::judge_old_files(const package_paths &package) {
+    if (is_done(package.name)) {
         return;
     }
     for (const auto *list : {&package.data, &package.conf}) {
@@ -115,4 +140,8 @@ void killed_judge::judge_old_files(const package_paths &package) {
 std::vector<finding> judge_killed(const scene &expected, const tree &killed,
                                   const std::set<std::string> &listed) {
     return killed_judge(expected, killed, listed).judge();
+}
+
+std::vector<finding> judge_recovery(const scene &expected, const tree &killed, const tree &now) {
+    return killed_judge(expected, killed, {}).judge_recovered(now);
 }

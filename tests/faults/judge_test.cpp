@@ -62,6 +62,9 @@ class Judge : public testing::Test {
     std::string judge_kill(const std::set<std::string> &listed) {
         return text_of(judge_killed(scene_, killed_, listed));
     }
+    std::string judge_recovery_to(const tree &now) {
+        return text_of(judge_recovery(scene_, killed_, now));
+    }
     std::string judge_again(const tree &now) {
         return text_of(judge_repetition(scene_, killed_, now));
     }
@@ -325,6 +328,18 @@ TEST_F(Judge, FindsFaultWithAnOldFileThatAKillLost) {
     EXPECT_EQ(judge_kill({"p"}), "");
     killed_[stage + "/old" + file].content = "file";
     EXPECT_EQ(judge_kill({"p"}), "FAULT");
+}
+
+TEST_F(Judge, FindsFaultWithBackupsThatBringSomethingElseBack) {
+    EXPECT_EQ(judge_recovery_to(scene_.before), "");
+    tree now = scene_.before;
+    now[file].mode = 0600;
+    EXPECT_EQ(judge_recovery_to(now), "FAULT");
+    now.erase(file);
+    EXPECT_EQ(judge_recovery_to(now), "FAULT");
+    // The new version is in the inventory: its files are the right ones.
+    killed_ = scene_.after;
+    EXPECT_EQ(judge_recovery_to(scene_.after), "");
 }
 
 TEST_F(Judge, FindsFaultWithAKillThatChangedWhatBelongsToNobody) {
