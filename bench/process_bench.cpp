@@ -44,7 +44,7 @@ std::string bare_planning(const std::string &catalogue) {
 
 void measure_planning(const std::string &catalogue, std::vector<bench_package> packages) {
     for (size_t i = 0; i < packages.size(); i += 2) {
-        packages[i].version = "0";
+        packages[i].version.assign(1, '0');
     }
     write_inventory(repository, packages, 100);
     const process_cost bare = cost_of_shell(bare_planning(catalogue), 7);
