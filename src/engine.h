@@ -8,6 +8,8 @@
 #include "support/csv.h"
 #include "support/digest.h"
 #include "support/ekva.h"
+#include "support/event.h"
+#include "support/event_table.h"
 #include "support/file.h"
 #include "support/handle.h"
 #include "support/ldif.h"
@@ -19,6 +21,7 @@
 #include "support/vconf.h"
 #include "support/vdef.h"
 
+#include "ui/sentences.h"
 #include "ui/vrmui.h"
 
 #include "package/fileops.h"

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -15,7 +14,7 @@
 #include "maintenance/upkeep.h"
 #include "package/fileops.h"
 #include "support/ekva.h"
-#include "support/log.h"
+#include "support/event.h"
 #include "support/own.h"
 #include "support/vdef.h"
 #include "transaction/interrupt.h"
@@ -32,9 +31,9 @@ struct phase {
     unsigned char type;
     bool begins_with_dot;
     const char *suffix;
-    const char *measuring;                         // as the message of a failure calls it
     int (*measure)(const char *path, uint64_t *);  // 0, or -1 when that failed
     int (*remove)(const char *path);               // 0 when the entry counts as removed
+    event_kind not_measured, found, kept, removed;
 };
 
 int file_size(const char *path, uint64_t *size) {
@@ -53,9 +52,15 @@ int remove_file(const char *path) {
 }
 
 constexpr phase phases[] = {
-    {"installed", "directory", DT_DIR, true, ".old", "dudir", vrm_vrf_dudir, vrm_vrf_rmdir},
-    {"fileindex", "file", DT_REG, true, ".old", "stat", file_size, remove_file},
-    {"stagearea", "file", DT_REG, false, ".vrk", "stat", file_size, remove_file},
+    {"installed", "directory", DT_DIR, true, ".old", vrm_vrf_dudir, vrm_vrf_rmdir,
+     event_kind::old_entry_not_measured, event_kind::old_entry_found, event_kind::old_entry_kept,
+     event_kind::old_entry_removed},
+    {"fileindex", "file", DT_REG, true, ".old", file_size, remove_file,
+     event_kind::old_file_not_measured, event_kind::old_index_found, event_kind::old_index_kept,
+     event_kind::old_index_removed},
+    {"stagearea", "file", DT_REG, false, ".vrk", file_size, remove_file,
+     event_kind::old_file_not_measured, event_kind::staged_file_found, event_kind::staged_file_kept,
+     event_kind::staged_file_removed},
 };
 
 // The type of an entry, links not followed. Not every file system gives it along with the name.
@@ -109,7 +114,7 @@ bool cleanup::run(const phase &what) {
     const std::string path = ekva_getval(handle_->dirs, what.role);
     const own_dir dir(opendir(path.c_str()));
     if (!dir) {
-        log_say(LEVEL_INFO, "failure opening <%s> for reading: %s", path.c_str(), strerror(errno));
+        report({.kind = event_kind::cleanup_directory_not_opened, .path = path, .error = errno});
         return false;
     }
     question_.begin_walk('d');
@@ -117,13 +122,13 @@ bool cleanup::run(const phase &what) {
     while (const dirent *found = readdir(dir.get())) {
         if (has_fitting_name(what, found->d_name) && type_of(dir.get(), *found) == what.type &&
             !visit({what, found->d_name, path + "/" + found->d_name, 0})) {
-            log_say(LEVEL_ERROR, "aborting cleanup");
+            report({.kind = event_kind::cleanup_aborted});
             return false;
         }
         errno = 0;
     }
     if (errno != 0) {
-        log_say(LEVEL_WARNING, "failure reading <%s>: %s", path.c_str(), strerror(errno));
+        report({.kind = event_kind::cleanup_directory_not_read, .path = path, .error = errno});
     }
     return true;
 }
@@ -134,12 +139,13 @@ bool cleanup::visit(entry found) {
         return false;
     }
     if (found.what.measure(found.path.c_str(), &found.size) != 0) {
-        log_say(LEVEL_ERROR, "failed to %s %s", found.what.measuring, found.path.c_str());
+        report({.kind = found.what.not_measured, .path = found.path});
         return true;
     }
     if (dry_run) {
-        log_say(LEVEL_INFO, "%s: found %s of size %" PRIu64, found.what.role, found.name,
-                found.size);
+        report({.kind = found.what.found,
+                .path = found.name,
+                .number = static_cast<int64_t>(found.size)});
         add_up(found);
         return true;
     }
@@ -151,7 +157,7 @@ bool cleanup::visit(entry found) {
 bool cleanup::act(const entry &found, char letter) {
     switch (letter) {
         case 'k':
-            log_say(LEVEL_INFO, "%s: keeping %s", found.what.role, found.name);
+            report({.kind = found.what.kept, .path = found.name});
             return true;
         case 'd':
             remove(found);
@@ -162,9 +168,9 @@ bool cleanup::act(const entry &found, char letter) {
 }
 
 void cleanup::remove(const entry &found) {
-    log_say(LEVEL_INFO, "%s: removing %s", found.what.role, found.name);
+    report({.kind = found.what.removed, .path = found.name});
     if (found.what.remove(found.path.c_str()) != 0) {
-        log_say(LEVEL_ERROR, "%s: failed to remove %s", found.what.role, found.name);
+        report({.kind = event_kind::old_entry_not_removed, .path = found.name});
         return;
     }
     add_up(found);
@@ -177,7 +183,8 @@ void cleanup::add_up(const entry &found) {
 
 int cleanup::finish() const {
     char sum[64];
-    log_say(LEVEL_INFO, "cleanup deleted: %s", vdef_nice_byte(sum, static_cast<double>(bytes_)));
+    report({.kind = event_kind::cleanup_done,
+            .other = vdef_nice_byte(sum, static_cast<double>(bytes_))});
     return count_;
 }
 
@@ -195,6 +202,6 @@ int vrm_cleanup(vrm_handle *handle) try {
     }
     return job.finish();
 } catch (const std::bad_alloc &) {
-    log_say(LEVEL_ERROR, "vrm_cleanup: there is not enough memory");
+    report({.kind = event_kind::memory_short, .who = "vrm_cleanup"});
     return -1;
 }

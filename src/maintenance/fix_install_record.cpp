@@ -7,6 +7,7 @@
 #include "maintenance/inventory_audit.h"
 #include "package/fileops.h"
 #include "package/safe_name.h"
+#include "support/event.h"
 #include "support/log.h"
 #include "support/own.h"
 #include "transaction/register.h"
@@ -33,8 +34,11 @@ static bool write_record(const std::string &path, const vri *package, char new_t
                          const char *head) {
     own_file out(fopen(path.c_str(), "we"));
     if (out && new_type != package->install_type) {
-        log_say(LEVEL_ERROR, "%s: change install_type from %c to %c for package %s", me,
-                package->install_type, new_type, package->name);
+        report({.kind = event_kind::install_type_changed,
+                .who = me,
+                .package = package->name,
+                .other = std::string_view(&new_type, 1),
+                .found = std::string_view(&package->install_type, 1)});
     }
     return write_install_record(std::move(out), package->install_time, new_type, head,
                                 updates_until_now(package));
@@ -56,8 +60,10 @@ static bool swap_in(const entry_places &places) {
 
 int vrm_fixinst_vrk(vrm_handle *handle, const vri *package, char new_type, const char *head) try {
     if (!vrk_name_is_safe(package->name)) {
-        log_say(LEVEL_ERROR, "%s: refusing package <%s>: its name is not allowed", me,
-                package->name ? package->name : "");
+        report({.kind = event_kind::identity_refused,
+                .who = me,
+                .package = package->name ? package->name : "",
+                .other = "name"});
         return -1;
     }
     log_say(LEVEL_DEBUG, "fixing installation info for %s ", package->name);
@@ -65,13 +71,12 @@ int vrm_fixinst_vrk(vrm_handle *handle, const vri *package, char new_type, const
     vrm_vrf_mkdir(places.new_entry.data(), 0755);
     if (!write_record(places.new_entry + "/inst.txt", package, new_type, head) ||
         !swap_in(places)) {
-        log_say(LEVEL_ERROR, "%s: Failed to write new install info for package %s", me,
-                package->name);
+        report({.kind = event_kind::fixed_record_not_written, .who = me, .package = package->name});
         vrm_vrf_rmdir(places.new_entry.c_str());
         return -1;
     }
     return 0;
 } catch (const std::bad_alloc &) {
-    log_say(LEVEL_ERROR, "%s: there is not enough memory", me);
+    report({.kind = event_kind::memory_short, .who = me});
     return -1;
 }

@@ -4,6 +4,7 @@
 
 #include "maintenance/report.h"
 #include "support/csv.h"
+#include "support/event.h"
 #include "support/ldif.h"
 #include "support/log.h"
 #include "support/own.h"
@@ -50,7 +51,7 @@ vrm_ftable *vrm_ftable_new(FILE *stream, const void * /*title*/, s_ekva *const *
                            int format, int deps) {
     auto *const table = static_cast<vrm_ftable *>(malloc(sizeof(vrm_ftable)));
     if (!table) {
-        log_say(LEVEL_ERROR, "Failed to initiallize ftable");
+        report({.kind = event_kind::report_table_not_made});
         return nullptr;
     }
     *table = {deps, mode, format, stream, 0};

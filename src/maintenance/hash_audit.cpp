@@ -9,6 +9,7 @@
 #include "package/vrs.h"
 #include "repository/inventory.h"
 #include "support/ekva.h"
+#include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
 #include "support/own.h"
@@ -21,17 +22,17 @@ enum fork_place { dump_fork, init_fork, data_fork, conf_fork, number_of_forks };
 
 struct fork_kind {
     const char *name;
-    bool kept_in_entry;  // the file lies in the inventory's entry, not in the system
-    bool edited;         // the one in the system is looked at as well, and may differ
-    const char *unreadable;
+    bool kept_in_entry;   // the file lies in the inventory's entry, not in the system
+    bool edited;          // the one in the system is looked at as well, and may differ
+    event_kind unusable;  // reported when its list cannot be used
 };
 
 constexpr fork_kind forks[number_of_forks] = {
     // The spelling of the first message is not that of the others.
-    {"dump", true, false, "vrm_chkhash: insternal error reading hases on fork: dump"},
-    {"init", true, false, "vrm_chkhash: internal error reading hases on fork: init"},
-    {"data", false, false, "vrm_chkhash: internal error reading hases on fork: data"},
-    {"conf", true, true, "vrm_chkhash: internal error reading hases on fork: conf"},
+    {"dump", true, false, event_kind::dump_list_unusable},
+    {"init", true, false, event_kind::fork_list_unusable},
+    {"data", false, false, event_kind::fork_list_unusable},
+    {"conf", true, true, event_kind::fork_list_unusable},
 };
 
 struct fork_count {
@@ -63,12 +64,14 @@ static void say_ok(const std::string &path, bool verbose) {
 static int check_delivered(const std::string &path, const char *expected, bool verbose) {
     const std::optional<digest> found = digest_of(path);
     if (!found) {
-        log_say(LEVEL_ERROR, "vrm_chkhash: %s not found", path.c_str());
+        report({.kind = event_kind::audited_file_missing, .path = path});
         return 1;
     }
     if (strcmp(found->text, expected) != 0) {
-        log_say(LEVEL_ERROR, "vrm_chkhash: mismatch on %s: expected: %s, found: %s", path.c_str(),
-                expected, found->text);
+        report({.kind = event_kind::audited_file_changed,
+                .path = path,
+                .other = expected,
+                .found = found->text});
         return 1;
     }
     say_ok(path, verbose);
@@ -78,7 +81,7 @@ static int check_delivered(const std::string &path, const char *expected, bool v
 static int check_edited(const char *path, const char *delivered, bool verbose) {
     const std::optional<digest> found = digest_of(path);
     if (!found) {
-        log_say(LEVEL_ERROR, "%s was not found on fs, this can happen.\n", path);
+        report({.kind = event_kind::conf_missing, .path = path});
         return 1;
     }
     if (strcmp(found->text, delivered) != 0) {
@@ -95,7 +98,7 @@ static bool is_there_unreadable(const std::string &list) {
     if (is_missing(list.c_str()) || open_regular(list.c_str(), nullptr, &why).valid()) {
         return false;
     }
-    log_say(LEVEL_ERROR, "Failed to open %s for reading: %s", list.c_str(), why);
+    report({.kind = event_kind::list_not_opened, .path = list, .other = why});
     return true;
 }
 
@@ -106,7 +109,7 @@ static std::optional<fork_count> check_fork(const std::string &entry, const fork
     const int rc = vrm_vrf_vrk_hashes(entry.c_str(), fork.name, &list);
     const own_ekva hashes(list);
     if (rc != 0 || (!hashes && is_there_unreadable(entry + "/hash/" + fork.name + ".txt"))) {
-        log_say(LEVEL_ERROR, "%s", fork.unreadable);
+        report({.kind = fork.unusable, .other = fork.name});
         return std::nullopt;
     }
     fork_count count;
@@ -136,7 +139,7 @@ static std::optional<fork_count> check_fork(const std::string &entry, const fork
 
 int vrm_chkhash(vrm_handle *handle, const char *name, unsigned verbose) try {
     if (!own_vri(vrm_vrl_info(handle, name))) {
-        log_say(LEVEL_ERROR, "vrm_chkhash: %s is not installed", name);
+        report({.kind = event_kind::audited_not_installed, .package = name});
         return -1;
     }
     const std::string entry = std::string(ekva_getval(handle->dirs, "installed")) + "/" + name;
@@ -156,6 +159,6 @@ int vrm_chkhash(vrm_handle *handle, const char *name, unsigned verbose) try {
               counts[init_fork].hashes, counts[init_fork].errors);
     return errors;
 } catch (const std::bad_alloc &) {
-    log_say(LEVEL_ERROR, "vrm_chkhash: there is not enough memory");
+    report({.kind = event_kind::memory_short, .who = "vrm_chkhash"});
     return -1;
 }

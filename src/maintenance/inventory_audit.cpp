@@ -14,6 +14,7 @@
 #include "repository/installed_walk.h"
 #include "repository/inventory.h"
 #include "support/array.h"
+#include "support/event.h"
 #include "support/log.h"
 #include "transaction/dependents.h"
 #include "transaction/interrupt.h"
@@ -191,13 +192,13 @@ bool head_audit::offer_repair(const vri &package) {
             question_.settle('l');
             [[fallthrough]];
         case 'l':
-            log_say(LEVEL_INFO, "leaving %s", package.name);
+            report({.kind = event_kind::orphan_left, .package = package.name});
             return true;
         case 'F':
             question_.settle('f');
             return true;
         case 'd':
-            log_say(LEVEL_INFO, "fixing %s not yet implemented", package.name);
+            report({.kind = event_kind::orphan_not_fixed, .package = package.name});
             return true;
         case 'a':
             return false;
@@ -242,12 +243,12 @@ bool entry_audit::offer_removal(const char *entry, const std::string &path) {
     const std::string told_path = path.substr(0, 1000);
     switch (question_.letter_of_removal("remove directory " + told_path)) {
         case 'k':
-            log_say(LEVEL_INFO, "keeping %s", entry);
+            report({.kind = event_kind::entry_kept, .package = entry});
             return true;
         case 'd':
-            log_say(LEVEL_INFO, "removing %s", entry);
+            report({.kind = event_kind::entry_removed, .package = entry});
             if (vrm_vrf_rmdir(path.c_str()) != 0) {
-                log_say(LEVEL_ERROR, "failed to remove %s", told_path.c_str());
+                report({.kind = event_kind::audited_entry_not_removed, .path = told_path});
             }
             return true;
         case 'a':
@@ -291,14 +292,14 @@ int vrm_chkhead(vrm_handle *handle) try {
     const std::optional<int> count =
         visit_all(&walk, [&](const vri *package) { return audit.visit(walk.name(), package); });
     if (!count) {
-        log_say(LEVEL_ERROR, "aborting chkhead");
+        report({.kind = event_kind::head_audit_aborted});
         return -1;
     }
     log_say(LEVEL_DEBUG, "Found %d packages", *count);
     walk.close();
     return audit.orphans();
 } catch (const std::bad_alloc &) {
-    log_say(LEVEL_ERROR, "vrm_chkhead: there is not enough memory");
+    report({.kind = event_kind::memory_short, .who = "vrm_chkhead"});
     return -1;
 }
 
@@ -314,7 +315,7 @@ int vrm_chkinst(vrm_handle *handle, unsigned report) try {
     const std::optional<int> count = visit_all(
         &walk, [&](const vri *package) { return audit.visit(walk.name(), walk.path(), package); });
     if (!count) {
-        log_say(LEVEL_ERROR, "aborting chkinst");
+        ::report({.kind = event_kind::entry_audit_aborted});
         return -1;
     }
     log_say(LEVEL_DEBUG, "Found %d packages", *count);
@@ -324,6 +325,6 @@ int vrm_chkinst(vrm_handle *handle, unsigned report) try {
     walk.close();
     return audit.invalid();
 } catch (const std::bad_alloc &) {
-    log_say(LEVEL_ERROR, "vrm_chkinst: there is not enough memory");
+    ::report({.kind = event_kind::memory_short, .who = "vrm_chkinst"});
     return -1;
 }

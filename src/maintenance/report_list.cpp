@@ -15,6 +15,7 @@
 #include "maintenance/package_dn.h"
 #include "maintenance/report.h"
 #include "support/array.h"
+#include "support/event.h"
 #include "support/ldif.h"
 #include "support/log.h"
 #include "support/own.h"
@@ -32,21 +33,22 @@ own_ekva record_of(std::initializer_list<text_pair> pairs) {
     return record;
 }
 
-bool succeeded(int result, const char *message) {
+bool succeeded(int result, event_kind failure) {
     if (result != 0) {
-        log_say(LEVEL_ERROR, "%s", message);
+        report({.kind = failure});
     }
     return result == 0;
 }
 
 bool begin_table(const char *title, const own_ekva &columns) {
-    return succeeded(vrmui_write_table_new(vrmui, title, columns.get()), "Error creating ui table");
+    return succeeded(vrmui_write_table_new(vrmui, title, columns.get()),
+                     event_kind::report_table_failed);
 }
 
 // Rows count from 1.
 bool add_row(const own_ekva &row, int number) {
     return succeeded(vrmui_write_table_add(vrmui, row.get(), number),
-                     "Error adding entry to ui table");
+                     event_kind::report_row_failed);
 }
 
 void say_adding(int number) {
@@ -94,7 +96,7 @@ int write_list_as_table(const std::string &title, vri *const *list, int count, b
         }
     }
     const int result = vrmui_write_table_end(vrmui, title.c_str());
-    succeeded(std::min(result, 0), "Error writing ui table");
+    succeeded(std::min(result, 0), event_kind::report_table_not_shown);
     return std::min(result, 0);
 }
 
@@ -137,7 +139,7 @@ class temporary_list {
 };
 
 int without_file() {
-    log_say(LEVEL_ERROR, "Error creating tempfile for list: %s", strerror(errno));
+    report({.kind = event_kind::report_file_not_created, .error = errno});
     return -1;
 }
 
@@ -239,7 +241,7 @@ int write_actions_as_table(const char *title, vra *const *list, bool sizes) {
         }
     }
     const int result = vrmui_write_table_end(vrmui, title);
-    succeeded(result, "Error writing ui table");
+    succeeded(result, event_kind::report_table_not_shown);
     return result;
 }
 
@@ -253,7 +255,7 @@ int vrm_vrk_list_write(FILE *out, vri *const *list, int count, int mode, int lis
                ? write_list_as_table(title, list, count, deps != 0)
                : write_list_to_stream(out, title, list, count, mode, list_format, deps);
 } catch (const std::bad_alloc &) {
-    log_say(LEVEL_ERROR, "vrm_vrk_list_write: there is not enough memory");
+    report({.kind = event_kind::memory_short, .who = "vrm_vrk_list_write"});
     return -1;
 }
 
@@ -265,6 +267,6 @@ int vrm_vra_list_write(vra *const *list, int /*unused*/, const void *title, int 
     }
     return write_actions_as_table(static_cast<const char *>(title), list, sizes != 0);
 } catch (const std::bad_alloc &) {
-    log_say(LEVEL_ERROR, "vrm_vra_list_write: there is not enough memory");
+    report({.kind = event_kind::memory_short, .who = "vrm_vra_list_write"});
     return -1;
 }

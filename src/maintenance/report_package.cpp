@@ -6,6 +6,7 @@
 #include "maintenance/package_dn.h"
 #include "maintenance/report.h"
 #include "support/arch.h"
+#include "support/event.h"
 #include "support/ldif.h"
 #include "support/log.h"
 #include "support/own.h"
@@ -276,6 +277,6 @@ int vrm_vrk_info_write(const vri *package, FILE *out, unsigned mode, unsigned li
     return list_format == FORMAT_FORM ? write_form(package, mode, list_format)
                                       : write_package(package, out, list_format);
 } catch (const std::bad_alloc &) {
-    log_say(LEVEL_ERROR, "vrm_vrk_info_write: there is not enough memory");
+    report({.kind = event_kind::memory_short, .who = "vrm_vrk_info_write"});
     return -1;
 }

@@ -9,6 +9,7 @@
 #include "maintenance/report.h"
 #include "repository/action_log.h"
 #include "support/csv.h"
+#include "support/event.h"
 #include "support/file.h"
 #include "support/ldif.h"
 #include "support/log.h"
@@ -60,7 +61,7 @@ static void show_ldif(const char *number, s_ekva *const *record) {
     if (const own_string text{ekva2ldif(record)}) {
         vrmui_say("%s\n", text.get());
     } else if (record) {
-        log_say(LEVEL_ERROR, "vrm_showlogline: there is not enough memory");
+        report({.kind = event_kind::memory_short, .who = "vrm_showlogline"});
     }
 }
 
@@ -81,7 +82,7 @@ static void show_csv(const char *number, s_ekva *const *record) {
     }
     const own_string line(arr2csv(const_cast<char *const *>(fields.data()), ';', 0));
     if (!line) {
-        log_say(LEVEL_ERROR, "vrm_showlogline: csv_line is empty\n");
+        report({.kind = event_kind::report_line_empty});
         return;
     }
     if (traced) {
@@ -111,7 +112,9 @@ int vrm_showlogline(const char *number, s_ekva *const *record, unsigned format) 
 static void show_parsed(const char *line, int number, unsigned format) {
     const own_ekva record(vrm_parse_log(line));
     if (!record) {
-        log_say(LEVEL_ERROR, "skipping invalid line %d: <%s>\n", number, line);
+        report({.kind = event_kind::history_line_skipped,
+                .other = line,
+                .number = static_cast<int64_t>(number)});
         return;
     }
     vrm_showlogline(std::to_string(number).c_str(), record.get(), format);
@@ -124,11 +127,11 @@ std::string vrm_showlog_path() {
 
 int vrm_showlog(void *, unsigned format, int order) try {
     const std::string path = vrm_showlog_path();
-    log_say(LEVEL_INFO, "log file <%s>\n", path.c_str());
+    report({.kind = event_kind::history_found, .path = path});
     int count = 0;
     const own_array lines(read_file_lines(path.c_str(), &count));
     if (!lines) {
-        log_say(LEVEL_ERROR, "failure reading log file <%s>\n", path.c_str());
+        report({.kind = event_kind::history_not_read, .path = path});
         return count;
     }
 
@@ -150,7 +153,7 @@ int vrm_showlog(void *, unsigned format, int order) try {
     }
     return count;
 } catch (const std::bad_alloc &) {
-    log_say(LEVEL_ERROR, "vrm_showlog: there is not enough memory");
+    report({.kind = event_kind::memory_short, .who = "vrm_showlog"});
     errno = ENOMEM;
     return 0;
 }

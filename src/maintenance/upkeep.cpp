@@ -1,14 +1,14 @@
 #include "maintenance/upkeep.h"
 
 #include "maintenance/dry_run.h"
-#include "support/log.h"
+#include "support/event.h"
 #include "ui/vrmui.h"
 
 bool may_begin(const char *who, const vrm_handle *handle) {
     if (dry_run || handle->locked) {
         return true;
     }
-    log_say(LEVEL_ERROR, "%s: no lock on local repository", who);
+    report({.kind = event_kind::not_locked, .who = who});
     return false;
 }
 

@@ -12,6 +12,7 @@
 
 #include "package/backup_journal.h"
 #include "package/fileops.h"
+#include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
 
@@ -32,12 +33,12 @@ void make_directory(std::string path) {
 }
 
 int fail_read_open(const char *path, const char *why) {
-    log_say(LEVEL_ERROR, "Failed to open %s for reading: %s\n", path, why);
+    report({.kind = event_kind::file_not_opened, .path = path, .other = why});
     return -1;
 }
 
 int fail_write(const char *path) {
-    log_say(LEVEL_ERROR, "Failed to write %s: %s\n", path, strerror(errno));
+    report({.kind = event_kind::file_not_written, .path = path, .error = errno});
     return -1;
 }
 
@@ -45,7 +46,7 @@ int fail_write(const char *path) {
 own_fd open_output(const char *path, int flags, mode_t permissions) {
     own_fd file(open(path, O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY | flags, permissions));
     if (!file.valid()) {
-        log_say(LEVEL_ERROR, "Failed to open %s for writing: %s\n", path, strerror(errno));
+        report({.kind = event_kind::file_not_created, .path = path, .error = errno});
     }
     return file;
 }
@@ -91,7 +92,7 @@ int copy_content(int from, const char *source, int to, const char *target, int32
             if (errno == EINTR) {
                 continue;
             }
-            log_say(LEVEL_ERROR, "Failed to read %s: %s\n", source, strerror(errno));
+            report({.kind = event_kind::file_not_copied, .path = source, .error = errno});
             return -1;
         }
         if (!write_all(to, block.data(), static_cast<size_t>(got))) {
@@ -105,7 +106,7 @@ int copy_content(int from, const char *source, int to, const char *target, int32
 }
 
 void tell_mode_failure(const char *path) {
-    log_say(LEVEL_WARNING, "Failed to set permission on %s: %s\n", path, strerror(errno));
+    report({.kind = event_kind::mode_not_set, .path = path, .error = errno});
 }
 
 // By the open file, so that a name that was exchanged meanwhile isn't hit.
@@ -160,7 +161,7 @@ int clear_target(const char *target, const char *backup_base) {
     if (stat(target, &info) != 0) {
         // Something that only can't be looked at would be overwritten without a backup.
         if (errno != ENOENT && errno != ENOTDIR) {
-            log_say(LEVEL_ERROR, "Failed to stat %s: %s\n", target, strerror(errno));
+            report({.kind = event_kind::file_not_found, .path = target, .error = errno});
             return -1;
         }
         log_say(LEVEL_DEBUG, "vrm_vrf_copy: %s does not exist, no backup necessary", target);
@@ -168,7 +169,7 @@ int clear_target(const char *target, const char *backup_base) {
     }
     log_say(LEVEL_DEBUG, "vrm_vrf_copy: %s exists", target);
     if (!S_ISREG(info.st_mode)) {
-        log_say(LEVEL_ERROR, "%s is not a regular file, refusing to remove it", target);
+        report({.kind = event_kind::target_not_regular, .path = target});
         return -1;
     }
     if (backup_base && back_up(target, info.st_mode, backup_base) != 0) {
@@ -213,7 +214,7 @@ int32_t vrm_vrf_copy(const char *target, const char *source, const char *backup_
 
     struct stat info;
     if (stat(source, &info) != 0) {
-        log_say(LEVEL_ERROR, "Failed to stat %s: %s\n", source, strerror(errno));
+        report({.kind = event_kind::file_not_found, .path = source, .error = errno});
         return -1;
     }
     // Opened before the old target goes: a file copied onto itself keeps its content. Something

@@ -10,19 +10,22 @@
 #include "package/head.h"
 #include "package/payload.h"
 #include "package/vrf.h"
+#include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
 
 // A file of which the end can't be reached is no file to unpack from.
 static bool go_to_end_and_back(FILE *stream, const char *path) {
     if (fseeko(stream, 0, SEEK_END) != 0) {
-        log_say(LEVEL_ERROR, "Failure going to end of %s: %s", path, strerror(errno));
+        report({.kind = event_kind::package_end_not_reached, .path = path, .error = errno});
         return false;
     }
     const off_t size = ftello(stream);
     if (fseeko(stream, 0, SEEK_SET) != 0) {
-        log_say(LEVEL_ERROR, "Failure going to start of %s of size %" PRId64 ": %s", path,
-                static_cast<int64_t>(size), strerror(errno));
+        report({.kind = event_kind::package_start_not_reached,
+                .path = path,
+                .error = errno,
+                .number = static_cast<int64_t>(size)});
         return false;
     }
     return true;
@@ -31,17 +34,17 @@ static bool go_to_end_and_back(FILE *stream, const char *path) {
 static bool signature_holds(vrm_handle *handle, FILE *stream, vri *info, const char *path) {
     log_say(LEVEL_DEBUG, "Will verify the package signature");
     if (!info->rsa_sig_subj) {
-        log_say(LEVEL_ERROR, "No signature subject found");
+        report({.kind = event_kind::signer_missing});
         return false;
     }
     if (info->rsa_sig_len < 1) {
-        log_say(LEVEL_ERROR, "No signature data found");
+        report({.kind = event_kind::signature_missing});
         return false;
     }
     // Without a handle there is no certificate store, so nobody is trusted.
     const bool back = handle && check_signature(handle, stream, info);
     if (info->sig_status != 1 || !back) {
-        log_say(LEVEL_ERROR, "Failure verifying signature of %s", path);
+        report({.kind = event_kind::signature_not_trusted, .path = path});
         return false;
     }
     return true;
@@ -60,7 +63,7 @@ static bool pass_head(vrm_handle *handle, FILE *stream, const char *path, int ve
     }
     const own_vri info(vrk_info_parse(path, 3, description.c_str(), nullptr));
     if (!info) {
-        log_say(LEVEL_ERROR, "Failed to parse package header");
+        report({.kind = event_kind::package_head_unparsable});
         return false;
     }
     if (!verify) {
@@ -88,10 +91,9 @@ static bool copy_data(archive *reader, archive *writer) {
             }
             // The library says that a write failed, and keeps to itself that the disk is full.
             if (archive_errno(writer) > 0) {
-                log_say(LEVEL_INFO, "archive_write_data_block: %s",
-                        strerror(archive_errno(writer)));
+                report({.kind = event_kind::member_write_reason, .error = archive_errno(writer)});
             }
-            log_say(LEVEL_ERROR, "Failed to copy data: %s", reason ? reason : "");
+            report({.kind = event_kind::member_data_not_written, .other = reason ? reason : ""});
             return false;
         }
     }
@@ -109,16 +111,14 @@ static bool unpack_members(archive *reader, archive *writer) {
     archive_entry *entry = nullptr;
     while (archive_read_next_header(reader, &entry) == ARCHIVE_OK) {
         if (archive_write_header(writer, entry) != ARCHIVE_OK) {
-            log_say(LEVEL_ERROR, "Failed to write header by archive_write_header: %s",
-                    error_of(writer));
+            report({.kind = event_kind::member_head_not_written, .other = error_of(writer)});
             good = false;
         }
         if (!copy_data(reader, writer)) {
             good = false;
         }
         if (archive_write_finish_entry(writer) != ARCHIVE_OK) {
-            log_say(LEVEL_ERROR, "Failed to write archive by archive_write_finish_entry: %s",
-                    error_of(writer));
+            report({.kind = event_kind::member_not_finished, .other = error_of(writer)});
             good = false;
         }
     }
@@ -135,8 +135,7 @@ static bool unpack(FILE *stream, const char *path) {
     }
     archive_write_disk_set_options(writer, ARCHIVE_EXTRACT_PERM | ARCHIVE_EXTRACT_TIME);
     if (!open_payload(reader.get(), stream)) {
-        log_say(LEVEL_ERROR, "Failed to read archive by archive_read_open_FILE: %s",
-                error_of(reader.get()));
+        report({.kind = event_kind::payload_not_readable, .other = error_of(reader.get())});
         archive_write_free(writer);
         return false;
     }
@@ -144,7 +143,7 @@ static bool unpack(FILE *stream, const char *path) {
     // Breaking off where the payload ends is one thing, a disk that gives no more of it another:
     // the members that are missing would be missed by nobody.
     if (ferror(stream)) {
-        log_say(LEVEL_ERROR, "Failed to read %s: %s", path, error_of(reader.get()));
+        report({.kind = event_kind::file_not_read, .path = path, .other = error_of(reader.get())});
         good = false;
     }
     // Modes and times of directories are set only here, in the working directory.
@@ -158,7 +157,7 @@ static bool unpack(FILE *stream, const char *path) {
 int vrm_vrf_extract(vrm_handle *handle, const char *path, const char *target, int verify) {
     own_file stream(fopen_regular(path));
     if (!stream) {
-        log_say(LEVEL_ERROR, "Failed to open %s for reading", path);
+        report({.kind = event_kind::package_not_opened, .path = path});
         return -1;
     }
     if (!pass_head(handle, stream.get(), path, verify)) {
@@ -166,17 +165,17 @@ int vrm_vrf_extract(vrm_handle *handle, const char *path, const char *target, in
     }
     char before[4096];
     if (!getcwd(before, sizeof before)) {
-        log_say(LEVEL_ERROR, "Failed to read pwd");
+        report({.kind = event_kind::working_directory_unknown});
         return -1;
     }
     if (chdir(target) != 0) {
-        log_say(LEVEL_ERROR, "Failed to change to installation dir %s", target);
+        report({.kind = event_kind::stage_directory_not_entered, .path = target});
         return -1;
     }
     const bool good = unpack(stream.get(), path);
     stream.reset();
     if (chdir(before) != 0) {
-        log_say(LEVEL_ERROR, "Failed to return to previous dir %s", before);
+        report({.kind = event_kind::working_directory_lost, .path = before});
         return -1;
     }
     return good ? 0 : -1;

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "package/tree_walk.h"
-#include "support/log.h"
+#include "support/event.h"
 
 const char *last_char_is(const char *text, int c) {
     if (!text || !*text) {
@@ -38,7 +38,7 @@ class Remover : public TreeVisitor {
         if (unlinkat(parent, name, flags) == 0) {
             return 0;
         }
-        log_say(LEVEL_ERROR, "can't remove '%s'", path.c_str());
+        report({.kind = event_kind::path_not_removed, .path = path});
         return -1;
     }
 };
@@ -73,7 +73,7 @@ bool is_link_with_slash(const char *path) {
 
 int vrm_vrf_rmdir(const char *path) try {
     if (is_link_with_slash(path)) {
-        log_say(LEVEL_ERROR, "can't remove '%s'", path);
+        report({.kind = event_kind::path_not_removed, .path = path});
         return -1;
     }
     Remover remover;

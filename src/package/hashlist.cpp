@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "package/vrs.h"
+#include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
 #include "support/own.h"
@@ -55,7 +56,7 @@ int vrm_vrf_vrk_hashes(const char *dir, const char *fork, s_ekva ***hashes) try 
             continue;
         }
         if (length < hash_length + 2 || line[hash_length] != ':') {
-            log_say(LEVEL_ERROR, "Line is smaller than 42 bytes, bye");
+            report({.kind = event_kind::hash_line_short});
             return -1;
         }
         const std::string hash(line, hash_length);
@@ -66,7 +67,7 @@ int vrm_vrf_vrk_hashes(const char *dir, const char *fork, s_ekva ***hashes) try 
         }
     }
     if (ferror(stream.get())) {
-        log_say(LEVEL_ERROR, "Failed to read %s", path.c_str());
+        report({.kind = event_kind::hash_list_not_read, .path = path});
         return -1;
     }
     return 0;
@@ -100,7 +101,7 @@ static bool list_directory(const std::string &path, std::vector<Entry> *entries)
     // A listing that broke off would let files pass that nobody hashed.
     const bool whole = errno == 0;
     if (closedir(dir.release()) != 0) {
-        log_say(LEVEL_ERROR, "can't close '%s'", path.c_str());
+        report({.kind = event_kind::directory_not_closed, .path = path});
         return false;
     }
     return whole;
@@ -110,7 +111,7 @@ static bool hash_file(const std::string &root, const std::string &relative, s_ek
     const std::string path = root + "/" + relative;
     char hash[hash_length + 1];
     if (!vrs_sha1_file(path.c_str(), 'x', hash)) {
-        log_say(LEVEL_ERROR, "failed to generate sha1 of %s", path.c_str());
+        report({.kind = event_kind::file_not_digested, .path = path});
         return false;
     }
     return add_hash(hashes, hash, relative.c_str());
@@ -124,7 +125,7 @@ static int hash_tree(const std::string &root, const std::string &relative, s_ekv
             log_say(LEVEL_DEBUG, "no directory %s under %s", relative.c_str(), root.c_str());
             return 0;
         }
-        log_say(LEVEL_ERROR, "can't stat '%s'", path.c_str());
+        report({.kind = event_kind::path_not_found, .path = path});
         return -1;
     }
     std::vector<Entry> entries;

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "package/vrs.h"
+#include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
 
@@ -13,8 +14,10 @@ static bool read_magic(FILE *stream, const std::string &short_magic_behind) {
     char magic[6];
     const size_t got = fread(magic, 1, sizeof magic, stream);
     if (got < sizeof magic) {
-        log_say(LEVEL_ERROR, "Only %d of 6 bytes read%s", static_cast<int>(got),
-                short_magic_behind.c_str());
+        report({.kind = event_kind::package_file_short,
+                .other = short_magic_behind,
+                .number = static_cast<int64_t>(got),
+                .total = 6});
         return false;
     }
     int version = 0;
@@ -23,7 +26,7 @@ static bool read_magic(FILE *stream, const std::string &short_magic_behind) {
     } else if (memcmp(magic, "EVRM20", sizeof magic) == 0) {
         version = 2;
     } else {
-        log_say(LEVEL_ERROR, "Not a valid/supported package file");
+        report({.kind = event_kind::package_magic_unknown});
         return false;
     }
     log_say(LEVEL_DEBUG, "Package version: %d", version);
@@ -34,13 +37,15 @@ static bool read_size(FILE *stream, int *size) {
     char digits[6] = {};
     const size_t got = fread(digits, 1, 5, stream);
     if (got < 5) {
-        log_say(LEVEL_ERROR, "Only %d of 5 bytes read", static_cast<int>(got));
+        report({.kind = event_kind::package_file_short,
+                .number = static_cast<int64_t>(got),
+                .total = 5});
         return false;
     }
     char *behind = nullptr;
     const long scanned = strtol(digits, &behind, 10);
     if (behind == digits) {
-        log_say(LEVEL_ERROR, "Failed to read description size");
+        report({.kind = event_kind::description_size_unreadable});
         return false;
     }
     *size = static_cast<int>(scanned);
@@ -56,7 +61,9 @@ bool read_head(FILE *stream, const std::string &short_magic_behind, std::string 
     description->resize(size > 0 ? static_cast<size_t>(size) : 0);
     const size_t got = fread(description->data(), 1, description->size(), stream);
     if (size < 0 || got < description->size()) {
-        log_say(LEVEL_ERROR, "Only %d of %d bytes read", static_cast<int>(got), size);
+        report({.kind = event_kind::package_file_short,
+                .number = static_cast<int64_t>(got),
+                .total = size});
         return false;
     }
     return true;
@@ -65,13 +72,13 @@ bool read_head(FILE *stream, const std::string &short_magic_behind, std::string 
 own_vri open_package(const char *path, own_file *stream, uint64_t *size) {
     struct stat st = {};
     if (stat(path, &st) != 0) {
-        log_say(LEVEL_ERROR, "Failed to stat %s", path);
+        report({.kind = event_kind::package_not_found, .path = path});
         return nullptr;
     }
     *size = static_cast<uint64_t>(st.st_size);
     stream->reset(fopen_regular(path));
     if (!*stream) {
-        log_say(LEVEL_ERROR, "Failed to open %s for reading", path);
+        report({.kind = event_kind::package_not_opened, .path = path});
         return nullptr;
     }
     std::string description;

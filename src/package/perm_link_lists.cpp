@@ -11,6 +11,7 @@
 #include <string>
 
 #include "package/fileops.h"
+#include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
 #include "support/own.h"
@@ -42,8 +43,10 @@ class FieldList {
             const char *refusal = nullptr;
             if (!read_line(&refusal)) {
                 if (broke_off()) {
-                    log_say(LEVEL_ERROR, "%s: Failed to read %s: %s", function_, path_,
-                            strerror(errno));
+                    report({.kind = event_kind::list_broke_off,
+                            .who = function_,
+                            .path = path_,
+                            .error = errno});
                 }
                 return Read::end;
             }
@@ -53,8 +56,11 @@ class FieldList {
                 refusal = "a field is longer than 2063 bytes";
             }
             if (refusal) {
-                log_say(LEVEL_ERROR, "%s: Refusing line no %d in %s: %s", function_, number_, path_,
-                        refusal);
+                report({.kind = event_kind::list_line_refused,
+                        .who = function_,
+                        .path = path_,
+                        .other = refusal,
+                        .number = static_cast<int64_t>(number_)});
                 return Read::refused;
             }
             if (!line_.empty()) {
@@ -159,7 +165,7 @@ int vrm_vrf_perms(const char *path) try {
     FieldList<2> list(path, "vrm_vrf_perms");
     using Read = decltype(list)::Read;
     if (!list.opened()) {
-        log_say(LEVEL_ERROR, "vrm_vrf_perms: Failed to open perm file %s", path);
+        report({.kind = event_kind::perm_list_not_opened, .path = path});
         return -1;
     }
     int outcome = 0;
@@ -178,15 +184,18 @@ int vrm_vrf_perms(const char *path) try {
         }
         mode_t mode;
         if (!parse_mode(text, &mode)) {
-            log_say(LEVEL_ERROR,
-                    "vrm_vrf_perms: Failed to convert mode %s for %s to something meaningful: %s",
-                    text.c_str(), file.c_str(), strerror(errno));
+            report({.kind = event_kind::perm_mode_invalid,
+                    .path = file,
+                    .other = text,
+                    .error = errno});
             continue;
         }
         outcome = chmod(file.c_str(), mode);
         if (outcome != 0) {
-            log_say(LEVEL_ERROR, "vrm_vrf_perms: Failed to set mode of %s to %s: %s", file.c_str(),
-                    text.c_str(), strerror(errno));
+            report({.kind = event_kind::perm_mode_not_set,
+                    .path = file,
+                    .other = text,
+                    .error = errno});
         }
     }
     return list.broke_off() ? -1 : outcome;
@@ -205,10 +214,7 @@ bool enter_directory(const std::string &directory, int *outcome) {
         vrm_vrf_mkdir(writable.data(), 0755);
     }
     if (chdir(directory.c_str()) != 0) {
-        log_say(LEVEL_ERROR,
-                "vrm_vrf_links: Failed to change to directory %s, skipping everything until the "
-                "next directory entry",
-                directory.c_str());
+        report({.kind = event_kind::link_directory_not_entered, .path = directory});
         return false;
     }
     if (log_wants(LEVEL_DEBUG)) {
@@ -247,9 +253,8 @@ void create_link(const char *target, const char *name, int *outcome) {
     }
     *outcome = symlink(target, name);
     if (*outcome != 0) {
-        log_say(LEVEL_ERROR,
-                "vrm_vrf_links: Failed to create symbolic link named %s pointing to %s: %s", name,
-                target, strerror(errno));
+        report(
+            {.kind = event_kind::link_not_created, .path = name, .other = target, .error = errno});
     }
 }
 
@@ -299,17 +304,17 @@ int apply_links(FieldList<3> &list, bool remove, bool create) try {
 int vrm_vrf_links(const char *path, int remove, int create) {
     const own_string start(getcwd(nullptr, 0));
     if (!start) {
-        log_say(LEVEL_ERROR, "vrm_vrf_links: Failed to read pwd");
+        report({.kind = event_kind::link_directory_unknown});
         return -1;
     }
     FieldList<3> list(path, "vrm_vrf_links");
     if (!list.opened()) {
-        log_say(LEVEL_ERROR, "vrm_vrf_links: Failed to open link file %s", path);
+        report({.kind = event_kind::link_list_not_opened, .path = path});
         return -1;
     }
     const int outcome = apply_links(list, remove != 0, create != 0);
     if (chdir(start.get()) != 0) {
-        log_say(LEVEL_ERROR, "Failed to change to initial directory %s", start.get());
+        report({.kind = event_kind::link_directory_lost, .path = start.get()});
         return -1;
     }
     return outcome;

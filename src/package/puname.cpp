@@ -6,6 +6,7 @@
 
 #include "package/vri.h"
 #include "support/arch.h"
+#include "support/event.h"
 #include "support/log.h"
 #include "support/own.h"
 
@@ -49,20 +50,18 @@ static s_ekva **puname_record(const std::string &name, const std::string *varian
 
 s_ekva **vrk_puname_decode(const char *puname) try {
     if (!puname) {
-        log_say(LEVEL_ERROR, "vrk_puname_decode: No puname given");
+        report({.kind = event_kind::puname_missing});
         return nullptr;
     }
     const std::string text(puname);
     const size_t name_end = text.find('_');
     if (name_end == std::string::npos) {
-        log_say(LEVEL_ERROR, "vrk_puname_decode: could not determine package name in puname <%s>",
-                puname);
+        report({.kind = event_kind::puname_without_name, .package = puname});
         return nullptr;
     }
     const size_t middle_end = text.rfind('_');
     if (middle_end == name_end) {
-        log_say(LEVEL_ERROR,
-                "vrk_puname_decode: could not determine package version in puname <%s>", puname);
+        report({.kind = event_kind::puname_without_version, .package = puname});
         return nullptr;
     }
     const std::string name = text.substr(0, name_end);

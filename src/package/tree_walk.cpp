@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "support/log.h"
+#include "support/event.h"
 #include "support/own.h"
 
 namespace {
@@ -71,7 +71,7 @@ class Walk {
         struct stat info;
         if (fstatat(parent, name, &info, AT_SYMLINK_NOFOLLOW) != 0) {
             if (errno != ENOENT) {
-                log_say(LEVEL_ERROR, "can't stat '%s'", path_.c_str());
+                report({.kind = event_kind::path_not_found, .path = path_});
                 remember(-1);
             }
         } else if (!S_ISDIR(info.st_mode)) {
@@ -152,12 +152,13 @@ class Walk {
         levels_.pop_back();
         if (!levels_.empty() && !levels_.back().stream &&
             !reopen(levels_.back(), dirfd(done.stream.get()))) {
-            log_say(LEVEL_ERROR, "can't return to '%s'", path_.substr(0, done.path_before).c_str());
+            report({.kind = event_kind::directory_not_returned_to,
+                    .path = path_.substr(0, done.path_before)});
             return false;
         }
         int result = done.outcome;
         if (closedir(done.stream.release()) != 0) {
-            log_say(LEVEL_ERROR, "can't close '%s'", path_.c_str());
+            report({.kind = event_kind::directory_not_closed, .path = path_});
             result = -1;
         } else if (visitor_.leave(parent_fd(), path_.c_str() + done.name_at, path_) != 0) {
             result = -1;

@@ -12,6 +12,7 @@
 #include "package/payload.h"
 #include "package/vrs.h"
 #include "support/array.h"
+#include "support/event.h"
 #include "support/growing_list.h"
 #include "support/log.h"
 #include "support/text.h"
@@ -36,10 +37,10 @@ static void note_signature(vrm_handle *handle, FILE *stream, vri *info, int veri
     if (!verify || !handle) {
         log_say(LEVEL_DEBUG, "Not verifying the package signature");
     } else if (!info->rsa_sig_subj) {
-        log_say(LEVEL_WARNING, "No signature subject found");
+        report({.kind = event_kind::signer_missing_noted});
         info->sig_status = -1;
     } else if (info->rsa_sig_len < 1) {
-        log_say(LEVEL_WARNING, "No signature data found");
+        report({.kind = event_kind::signature_missing_noted});
         info->sig_status = -1;
     } else {
         check_signature(handle, stream, info);
@@ -102,12 +103,12 @@ char **vrm_vrf_index(vrm_handle * /*handle*/, const char *path) try {
         return nullptr;
     }
     if (!open_payload(reader.get(), stream.get())) {
-        log_say(LEVEL_ERROR, "Failed to read archive by archive_read_open_FILE");
+        report({.kind = event_kind::payload_not_opened});
         return nullptr;
     }
     own_array files = list_data_files(reader.get());
     if (archive_read_free(reader.release()) != ARCHIVE_OK) {
-        log_say(LEVEL_ERROR, "Failed to parse archive by archive_read_open_FILE");
+        report({.kind = event_kind::payload_damaged});
         return nullptr;
     }
     return files.release();

@@ -9,6 +9,7 @@
 
 #include "package/vri.h"
 #include "support/arch.h"
+#include "support/event.h"
 #include "support/ldif_reader.h"
 #include "support/log.h"
 
@@ -99,7 +100,7 @@ static uint64_t size_of(const std::string *value) {
 static bool known_format(const Attributes &text, const char *label) {
     const std::string *version = text.find("evrmVersion");
     if (!version || version->empty()) {
-        log_say(LEVEL_INFO, "vrk_info_parse: Unspecified package format");
+        report({.kind = event_kind::package_format_missing});
         return false;
     }
     int format = 0;
@@ -108,7 +109,7 @@ static bool known_format(const Attributes &text, const char *label) {
     } else if (strcmp(version->c_str(), "2.0") == 0) {
         format = 2;
     } else {
-        log_say(LEVEL_INFO, "vrk_info_parse: Unknown package format %s", version->c_str());
+        report({.kind = event_kind::package_format_unknown, .other = version->c_str()});
         return false;
     }
     if (log_wants(LEVEL_DEBUG)) {
@@ -126,12 +127,12 @@ static bool parse_names(const Attributes &text, vri *info) {
 static bool parse_architecture(const Attributes &text, vri *info) {
     const std::string *name = text.find("evrkArchitecture");
     if (!name) {
-        log_say(LEVEL_INFO, "vrk_info_parse: Unspecified architecture\n");
+        report({.kind = event_kind::architecture_missing});
         return false;
     }
     info->arch = vrm_arch_getid(name->c_str());
     if (info->arch == arch_unknown) {
-        log_say(LEVEL_INFO, "vrk_info_parse: Unsupported architecture: %s\n", name->c_str());
+        report({.kind = event_kind::architecture_unknown, .other = name->c_str()});
         return false;
     }
     return true;
@@ -184,11 +185,11 @@ static bool parse_location(const Attributes &text, vri *info) {
 static bool parse_install_time(const Attributes &inst, vri *info) {
     const std::string *time = inst.find("evrkInstallTime");
     if (!time || time->empty()) {
-        log_say(LEVEL_ERROR, "vrk_info_parse: No install time found, package is corrupt");
+        report({.kind = event_kind::install_time_missing});
         return false;
     }
     if (!scan_number(*time, &info->install_time)) {
-        log_say(LEVEL_ERROR, "vrk_info_parse: Failed to parse install time");
+        report({.kind = event_kind::install_time_invalid});
         return false;
     }
     return true;
@@ -205,11 +206,11 @@ static bool parse_update_times(const Attributes &inst, vri *info) {
     }
     for (size_t i = 0; i < values.size(); i++) {
         if (values[i]->empty()) {
-            log_say(LEVEL_ERROR, "vrk_info_parse: Failure reading update time, package is corrupt");
+            report({.kind = event_kind::update_time_missing});
             return false;
         }
         if (!scan_number(*values[i], &info->update_times[i])) {
-            log_say(LEVEL_ERROR, "vrk_info_parse: Failed to parse update time");
+            report({.kind = event_kind::update_time_invalid});
             return false;
         }
     }
@@ -219,24 +220,24 @@ static bool parse_update_times(const Attributes &inst, vri *info) {
 static bool parse_install_type(const Attributes &inst, vri *info) {
     const std::string *type = inst.find("evrkInstallType");
     if (!type || type->empty()) {
-        log_say(LEVEL_ERROR, "vrk_info_parse: No install type found, package is corrupt");
+        report({.kind = event_kind::install_type_missing});
         return false;
     }
     info->install_type = type->front();
     if (info->install_type == '\0') {
-        log_say(LEVEL_ERROR, "vrk_info_parse: Failed to parse install type");
+        report({.kind = event_kind::install_type_empty});
         return false;
     }
     if (info->install_type == 'X') {
         return true;
     }
     if (info->install_type != 'D') {
-        log_say(LEVEL_ERROR, "vrk_info_parse: Invalid install type: %c", info->install_type);
+        report({.kind = event_kind::install_type_invalid, .other = std::string_view(&info->install_type, 1)});
         return false;
     }
     const std::string *head = inst.find("evrkInstallHead");
     if (!head || head->empty()) {
-        log_say(LEVEL_ERROR, "vrk_info_parse: No install head found, package is corrupt");
+        report({.kind = event_kind::install_head_missing});
         return false;
     }
     return take(head, &info->install_head);
@@ -244,7 +245,7 @@ static bool parse_install_type(const Attributes &inst, vri *info) {
 
 static bool parse_install_info(const char *text, vri *info) {
     if (!text) {
-        log_say(LEVEL_ERROR, "vrk_info_parse: No install info found, package is corrupt");
+        report({.kind = event_kind::install_info_missing});
         return false;
     }
     const Attributes inst(text);

@@ -17,6 +17,7 @@
 #include "package/ossl_own.h"
 #include "package/osslutil.h"
 #include "support/digest.h"
+#include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
 
@@ -35,7 +36,7 @@ enum Outcome {
 std::string store_path(const vrm_handle *handle, const char *subject) {
     own_x509_name name(subject ? x509_str2subj(subject, MBSTRING_ASC, 0) : nullptr);
     if (!name) {
-        log_say(LEVEL_INFO, "Failure parsing signer %s", subject ? subject : "");
+        report({.kind = event_kind::signer_unparsable, .other = subject ? subject : ""});
         return "";
     }
     const unsigned long hash = X509_NAME_hash_ex(name.get(), nullptr, nullptr, nullptr);
@@ -58,7 +59,9 @@ own_x509 read_certificate(const std::string &path) {
         certificate.reset(PEM_read_bio_X509_AUX(file.get(), nullptr, no_password, nullptr));
     }
     if (!certificate) {
-        log_say(LEVEL_INFO, "Failure reading %s\n", path.c_str());
+        report({.kind = is_missing(path.c_str()) ? event_kind::certificate_missing
+                                                 : event_kind::certificate_unreadable,
+                .path = path});
     }
     return certificate;
 }
@@ -69,7 +72,7 @@ bool subject_is(X509 *certificate, const char *subject) {
     if (line && strcmp(line.get(), subject) == 0) {
         return true;
     }
-    log_say(LEVEL_INFO, "Subjects do not match");
+    report({.kind = event_kind::certificate_of_another});
     return false;
 }
 
@@ -89,11 +92,11 @@ Outcome check_dates(X509 *certificate, time_t now) {
     say_date("Valid until", until);
     // The start first: a certificate that is wrong at both ends is not yet valid.
     if (from > now) {
-        log_say(LEVEL_INFO, "Certificate is not yet valid");
+        report({.kind = event_kind::certificate_not_yet_valid});
         return NOT_YET_VALID;
     }
     if (until < now) {
-        log_say(LEVEL_INFO, "Certificate has expired");
+        report({.kind = event_kind::certificate_expired});
         return EXPIRED;
     }
     log_say(LEVEL_DEBUG, "vrs_vferify_rsa: Certificate is valid");
@@ -111,7 +114,7 @@ bool digest_stream(EVP_MD_CTX *context, FILE *stream) {
     for (;;) {
         const int got = BIO_read(data.get(), block.data(), static_cast<int>(block.size() - 1));
         if (got < 0) {
-            log_say(LEVEL_INFO, "read erro in BIO_read");
+            report({.kind = event_kind::payload_not_digested});
             return false;
         }
         if (got == 0) {
@@ -131,11 +134,11 @@ Outcome verify_payload(EVP_PKEY *key, const unsigned char *signature, int32_t le
     const own_bio filter(BIO_new(BIO_f_md()));
     EVP_MD_CTX *context = nullptr;
     if (!filter || BIO_get_md_ctx(filter.get(), &context) <= 0 || !context) {
-        log_say(LEVEL_INFO, "failure loading signature");
+        report({.kind = event_kind::signature_not_loaded});
         return STEP_FAILED;
     }
     if (EVP_DigestVerifyInit(context, nullptr, EVP_sha1(), nullptr, key) != 1) {
-        log_say(LEVEL_INFO, "EVP_DigestVerifyInit: failure initializing signature");
+        report({.kind = event_kind::signature_not_started});
         return STEP_FAILED;
     }
     if (!digest_stream(context, stream)) {
@@ -144,7 +147,7 @@ Outcome verify_payload(EVP_PKEY *key, const unsigned char *signature, int32_t le
     const bool fits = signature && length > 0 &&
                       EVP_DigestVerifyFinal(context, signature, static_cast<size_t>(length)) >= 1;
     if (!fits) {
-        log_say(LEVEL_ERROR, "Failure verifiying package signature");
+        report({.kind = event_kind::signature_wrong});
         return INVALID;
     }
     log_say(LEVEL_DEBUG, "Package signature succesfuly verified");
@@ -171,7 +174,7 @@ int vrs_fverify_rsa(vrm_handle *handle, const char *subject, const unsigned char
     }
     const own_pkey key(X509_get_pubkey(certificate.get()));
     if (!key) {
-        log_say(LEVEL_INFO, "failure loading public key");
+        report({.kind = event_kind::certificate_key_unusable});
         return STEP_FAILED;
     }
     return verify_payload(key.get(), signature, length, stream);

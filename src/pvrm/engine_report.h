@@ -1,36 +1,16 @@
-// What the engine's log lines mean to a user. The engine reports its reasons on the log and nowhere
-// else; the tool watches the log and says them in plain sentences.
+// Says what the engine reports. The engine's events come here, and become steps and problems in
+// plain sentences (ui/sentences.h).
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
-struct engine_report {
-    enum kind {
-        nothing,  // not for the user
-        step,     // progress of a change
-        reason,   // why something does not work
-        cause,    // what only explains the next failure: kept until then
-        outcome,  // what a whole run came to: kept for the word's last sentence
-        failure,  // a reason that ends a package: told with what the rollback made of it
-    };
-    kind what = nothing;
-    std::string text;  // without a line end
-};
+#include "support/event.h"
 
-// The meaning of one log line. `level` is a level of support/log.h.
-engine_report understand(uint32_t level, std::string_view message);
-
-// Watches the log from here on: steps go to tell_step, reasons to tell_problem. A reason that was
-// just told is not told again, and a warning is told once.
+// Receives the engine's events from here on: steps go to tell_step, reasons to tell_problem. A
+// reason that was just said is not said again, and a warning is said once.
 void report_engine();
-
-// Tells what a planner left for the user in the text of the user interface object, line by line, in
-// the same way.
-void tell_engine_text(std::string_view text);
 
 // Tells a failure that the tool itself found, with the cause that the engine gave last behind it.
 void tell_failure(const char *format, ...) __attribute__((format(printf, 1, 2)));
@@ -58,7 +38,7 @@ std::string with_rollback(const std::string &failed, rollback how);
 // What the engine said of an attempt that may yet be repeated.
 struct kept_reasons {
     struct given {
-        uint32_t level;
+        event_kind kind;
         std::string text, cause;
     };
     std::vector<given> reasons;

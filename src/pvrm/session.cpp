@@ -58,7 +58,7 @@ session::session(const common_options &given) : options(given) {
 }
 
 session::~session() {
-    log_observe(nullptr, 0, nullptr);
+    receive_events(nullptr, nullptr);
     // The connection stays in `vrc`: the backend has no word for its end, and the process ends.
     vrm_cache_free(vrc_cache);
     vrc_cache = nullptr;

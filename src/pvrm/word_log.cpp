@@ -1,65 +1,70 @@
 #include <algorithm>
 #include <cerrno>
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <new>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "maintenance/show_log.h"
-#include "pvrm/engine_report.h"
 #include "pvrm/exit_status.h"
 #include "pvrm/report_format.h"
 #include "pvrm/session.h"
 #include "pvrm/tell.h"
 #include "pvrm/terminal_ui.h"
 #include "pvrm/words.h"
+#include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
+#include "ui/sentences.h"
 
 namespace {
 
-// What the reader's log tells of a history while it is shown.
+// What the reader reports of a history while it is shown.
 struct findings {
-    std::vector<int> damaged;  // the numbers of the lines that make no sense
-    bool incomplete = false;   // something else is not shown
-    std::string why;           // the first such failure, empty without memory for it
-    bool unread = false;       // memory was missing for the next line that is skipped
+    std::vector<int64_t> damaged;  // the numbers of the lines that can't be parsed
+    bool incomplete = false;       // something else is not shown
+    std::string why;               // the first such failure, empty without memory for it
+    bool unread = false;           // memory was missing for the next line that is skipped
 };
 
-// How the log's lines begin that only say why a line makes no sense. Its number follows them.
-constexpr const char *reasons_of_damage[] = {"vrm_parse_log: failure parsing line",
-                                             "vrm_parse_log: falure parsing date",
-                                             "vrm_parse_log: invalid ", "vrk_puname_decode: "};
-
-bool starts_with(const char *message, const char *start) {
-    return strncmp(message, start, strlen(start)) == 0;
+// The kinds that only say why a line can't be parsed. Its number follows them.
+bool is_reason_of_damage(event_kind kind) {
+    switch (kind) {
+        case event_kind::history_line_unparsable:
+        case event_kind::history_line_short:
+        case event_kind::history_date_unparsable:
+        case event_kind::history_date_invalid:
+        case event_kind::history_letter_invalid:
+        case event_kind::puname_missing:
+        case event_kind::puname_without_name:
+        case event_kind::puname_without_version:
+            return true;
+        default:
+            return false;
+    }
 }
 
-bool is_reason_of_damage(const char *message) {
-    return std::any_of(std::begin(reasons_of_damage), std::end(reasons_of_damage),
-                       [message](const char *start) { return starts_with(message, start); });
-}
-
-// A line of the log for each damaged one is no answer for a user when there are thousands.
-void note(uint32_t level, const char *message, void *context) {
+// A sentence for each damaged line is no answer for a user when there are thousands.
+void note(const event &happened, void *context) {
     auto *const found = static_cast<findings *>(context);
-    int line = 0, empty = 0;
-    // An empty line is no loss. It is what the reader finds behind a history of one line, too.
-    sscanf(message, "skipping invalid line %d: <>%n", &line, &empty);
-    const bool unread = line > 0 && std::exchange(found->unread, false);
-    if (unread || empty > 0 || is_reason_of_damage(message)) {
+    const bool skipped = happened.kind == event_kind::history_line_skipped;
+    const bool unread = skipped && std::exchange(found->unread, false);
+    // An empty line is no loss. The reader also finds one at the end of a history of one line.
+    const bool empty = skipped && happened.other.empty();
+    if (unread || empty || event_level(happened.kind) != LEVEL_ERROR ||
+        is_reason_of_damage(happened.kind)) {
         return;
     }
-    found->unread = starts_with(message, "vrm_parse_log: ");
+    found->unread = happened.kind == event_kind::memory_short && happened.who == "vrm_parse_log";
     try {
-        if (line > 0) {
-            found->damaged.push_back(line);
+        if (skipped) {
+            found->damaged.push_back(happened.number);
         } else if (!found->incomplete) {
             found->incomplete = true;
-            found->why = understand(level, message).text;
+            found->why = sentence_of(happened).text;
         }
     } catch (const std::bad_alloc &) {
         found->incomplete = true;
@@ -67,7 +72,7 @@ void note(uint32_t level, const char *message, void *context) {
 }
 
 // "2", "2 and 5", "2, 5 and 7", "2, 5, 7 and others".
-std::string first_few(std::vector<int> lines) {
+std::string first_few(std::vector<int64_t> lines) {
     static constexpr size_t few = 3;
     std::sort(lines.begin(), lines.end());
     std::string text;
@@ -79,10 +84,10 @@ std::string first_few(std::vector<int> lines) {
     return text + (lines.size() > few ? " and others" : "");
 }
 
-void tell_damage(const std::string &path, const std::vector<int> &lines) {
+void tell_damage(const std::string &path, const std::vector<int64_t> &lines) {
     if (lines.size() == 1) {
-        tell_problem("line %d of the history %s makes no sense, and is passed over", lines[0],
-                     path.c_str());
+        tell_problem("line %" PRId64 " of the history %s makes no sense, and is passed over",
+                     lines[0], path.c_str());
     } else if (!lines.empty()) {
         tell_problem("%zu lines of the history %s make no sense, and are passed over: %s",
                      lines.size(), path.c_str(), first_few(lines).c_str());
@@ -116,10 +121,10 @@ int word_log(const common_options &options, const std::string &format_name, bool
     // The damage is there each time that somebody looks. It is for him, not for the system's log.
     llog->syslog_levels = 0;
     findings found;
-    log_observe(note, LEVEL_ERROR, &found);
+    receive_events(note, &found);
     const int lines = vrm_showlog(nullptr, static_cast<unsigned>(format), oldest_first);
     const int failure = errno;
-    log_observe(nullptr, 0, nullptr);
+    receive_events(nullptr, nullptr);
     const std::string path = vrm_showlog_path();
     if (lines == 0) {
         return tell_why_nothing(path, failure);

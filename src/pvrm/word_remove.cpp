@@ -70,6 +70,7 @@ class removal {
     std::map<std::string, std::set<std::string>> left_;  // told to be left without what they need
     std::set<std::string> pending_;                      // requests whose turn is still to come
     std::set<std::string> stuck_;                        // all that was tried and stayed
+    kept_reasons refusal_;                               // why the planner refused the last package
     bool failed_ = false;
 };
 
@@ -80,13 +81,6 @@ static std::string joined(const std::vector<std::string> &names) {
     for (const std::string &name : names) {
         text += (text.empty() ? "" : ", ") + name;
     }
-    return text;
-}
-
-// What the planner tells, it tells in the text of the user interface object.
-static std::string take_planner_text() {
-    std::string text = vrmui->text;
-    vrmui_line_new(vrmui, "");
     return text;
 }
 
@@ -162,10 +156,20 @@ std::vector<std::string> removal::held_by(const vrt &transaction) const {
     return holders.empty() || !names.empty() ? names : direct;
 }
 
+// Why the planner refuses a package is kept in `refusal_`: the tool may have another way.
 own_vrt removal::plan(const std::string &name, int mode) {
     vrt *made = nullptr;
-    take_planner_text();
+    vrmui_line_new(vrmui, "");  // the planner adds its text to what is there
+    keep_reasons();
     vrm_pre_delete(work_.repository(), name.c_str(), mode, &made);
+    kept_reasons others = take_reasons();
+    refusal_ = {};
+    for (kept_reasons::given &given : std::exchange(others.reasons, {})) {
+        const bool refuses = given.kind == event_kind::removal_needed ||
+                             given.kind == event_kind::removal_not_installed;
+        (refuses ? refusal_ : others).reasons.push_back(std::move(given));
+    }
+    tell_reasons(std::move(others));
     return own_vrt(made);
 }
 
@@ -193,7 +197,6 @@ own_vrt removal::plan_behind_others(const std::string &name, int mode) {
 
 own_vrt removal::plan_for_showing(const std::string &name) {
     own_vrt transaction = plan(name, mode_);
-    const std::string told = take_planner_text();
     const std::vector<std::string> dependents = needed_by(name, going_);
     if (transaction) {
         if (std::vector<std::string> left = dependents; !left.empty()) {
@@ -212,7 +215,7 @@ own_vrt removal::plan_for_showing(const std::string &name) {
         own_vri(vrm_vrl_info(work_.repository(), name.c_str()))) {
         return plan_behind_others(name, mode_);
     }
-    tell_engine_text(told);
+    tell_reasons(std::move(refusal_));
     // The planner looks at two.
     if (dependents.size() > 2) {
         tell_problem("%s is needed by %zu packages: %s", name.c_str(), dependents.size(),
@@ -271,7 +274,7 @@ own_vrt removal::plan_now(const std::string &name, int mode) {
         transaction = plan_behind_others(name, mode);
     }
     if (!transaction) {
-        tell_engine_text(take_planner_text());
+        tell_reasons(std::move(refusal_));
         return nullptr;
     }
     if (const std::vector<std::string> holders = held_by(*transaction); !holders.empty()) {

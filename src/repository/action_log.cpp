@@ -11,6 +11,7 @@
 
 #include "package/vri.h"
 #include "support/array.h"
+#include "support/event.h"
 #include "support/log.h"
 #include "support/own.h"
 #include "support/vdef.h"
@@ -47,8 +48,7 @@ static void append(const std::string &sentence) {
     const std::string path = std::string(vrm_action_log_dir) + "/" + vrm_action_log_name;
     own_file file(fopen(path.c_str(), "a+e"));
     if (!file) {
-        log_say(LEVEL_ERROR, "vrm_log_action: failed to open %s for writing: %s", path.c_str(),
-                strerror(errno));
+        report({.kind = event_kind::history_not_opened, .path = path, .error = errno});
         return;
     }
     const char *before = ends_with_a_line(file.get()) ? "" : "\n";
@@ -60,15 +60,14 @@ static void append(const std::string &sentence) {
         reason = errno;
     }
     if (!written) {
-        log_say(LEVEL_ERROR, "vrm_log_action: failed to write to %s: %s", path.c_str(),
-                strerror(reason));
+        report({.kind = event_kind::history_not_written, .path = path, .error = reason});
     }
 }
 
 void vrm_log_action(int action, const char *vrk_puname_old, const char *vrk_puname_new,
                     const char *head) try {
     if (!vrk_puname_new) {
-        log_say(LEVEL_ERROR, "vrm_log_action: No vrk_puname_new specified");
+        report({.kind = event_kind::history_without_package});
         return;
     }
     const std::string package = vrk_puname_new;
@@ -79,7 +78,7 @@ void vrm_log_action(int action, const char *vrk_puname_old, const char *vrk_puna
             break;
         case 2:
             if (!vrk_puname_old) {
-                log_say(LEVEL_ERROR, "vrm_log_action: No vrk_puname_old specified");
+                report({.kind = event_kind::history_without_old_package});
                 return;
             }
             done = std::string("updated ") + vrk_puname_old + " to " + package;
@@ -88,14 +87,14 @@ void vrm_log_action(int action, const char *vrk_puname_old, const char *vrk_puna
             done = "deleted " + package;
             break;
         default:
-            log_say(LEVEL_ERROR, "vrm_log_action: invalid action specified");
+            report({.kind = event_kind::history_action_invalid});
             return;
     }
     const std::string reason =
         head ? std::string("as dependency of ") + head : "as requested by user";
     append(on_one_line(date_of_now() + ": " + done + " " + reason));
 } catch (const std::bad_alloc &) {
-    log_say(LEVEL_ERROR, "vrm_log_action: out of memory");
+    report({.kind = event_kind::memory_exhausted, .who = "vrm_log_action"});
 }
 
 // ---- Reading ----
@@ -108,14 +107,14 @@ static constexpr int fewest_words = 8;
 static bool parse_date(std::string *date, int64_t *seconds) {
     static constexpr size_t length_with_colon = 20;
     if (date->size() != length_with_colon) {
-        log_say(LEVEL_ERROR, "vrm_parse_log: invalid date: %s", date->c_str());
+        report({.kind = event_kind::history_date_invalid, .other = date->c_str()});
         return false;
     }
     date->pop_back();
     // By the result of dbdate2time a date without a field could not be told from 1969.
     int year;
     if (sscanf(date->c_str(), "%04d", &year) < 1) {
-        log_say(LEVEL_ERROR, "vrm_parse_log: falure parsing date: %s", date->c_str());
+        report({.kind = event_kind::history_date_unparsable, .other = date->c_str()});
         return false;
     }
     *seconds = dbdate2time(date->c_str());
@@ -180,7 +179,7 @@ s_ekva **vrm_parse_log(const char *line) try {
         throw std::bad_alloc();
     }
     if (!parts) {
-        log_say(LEVEL_ERROR, "vrm_parse_log: failure parsing line <%s>", line);
+        report({.kind = event_kind::history_line_unparsable, .other = line});
         return nullptr;
     }
     const int count = arr_count(parts.get());
@@ -188,13 +187,15 @@ s_ekva **vrm_parse_log(const char *line) try {
         log_say(LEVEL_DEBUG, "vrm_parse_log: line <%s> has %d parts", line, count);
     }
     if (count < fewest_words) {
-        log_say(LEVEL_WARNING, "vrm_parse_log: line <%s> has only %d parts skipping", line, count);
+        report({.kind = event_kind::history_line_short,
+                .other = line,
+                .number = static_cast<int64_t>(count)});
         return nullptr;
     }
     const char *const *const word = parts.get();
     const char action = word[2][0];
     if (action != 'u' && action != 'i' && action != 'd') {
-        log_say(LEVEL_ERROR, "vrm_parse_log: invalid action: %c", action);
+        report({.kind = event_kind::history_letter_invalid, .other = std::string_view(&action, 1)});
         return nullptr;
     }
     std::string date = std::string(word[0]) + " " + word[1];
@@ -220,6 +221,6 @@ s_ekva **vrm_parse_log(const char *line) try {
     return rec.release();
 } catch (const std::bad_alloc &) {
     // A line that makes sense must not pass for one that makes none.
-    log_say(LEVEL_ERROR, "vrm_parse_log: there is not enough memory");
+    report({.kind = event_kind::memory_short, .who = "vrm_parse_log"});
     return nullptr;
 }

@@ -18,6 +18,7 @@
 #include "package/vrs.h"
 #include "repository/choice.h"
 #include "support/arch.h"
+#include "support/event.h"
 #include "support/log.h"
 
 namespace {
@@ -30,7 +31,8 @@ std::vector<std::string> regular_files(const char *directory) {
     std::vector<std::string> names;
     const own_dir stream(opendir(directory));
     if (!stream) {
-        log_say(LEVEL_INFO, "Failure opening <%s> for reading: %s", directory, strerror(errno));
+        report(
+            {.kind = event_kind::search_directory_not_opened, .path = directory, .error = errno});
         return names;
     }
     errno = 0;
@@ -41,7 +43,7 @@ std::vector<std::string> regular_files(const char *directory) {
         errno = 0;
     }
     if (errno != 0) {
-        log_say(LEVEL_WARNING, "Failure reading <%s>: %s", directory, strerror(errno));
+        report({.kind = event_kind::inventory_not_read, .path = directory, .error = errno});
         return {};  // the newest package may be among the rest
     }
     std::sort(names.begin(), names.end());
@@ -110,8 +112,10 @@ void search_directory(vrm_handle *handle, const char *directory, const char *nam
             continue;
         }
         if (found->size() == dirsearch_limit) {
-            log_say(LEVEL_WARNING, "More than %d package files of %s, passing over %s",
-                    dirsearch_limit, name, path.c_str());
+            report({.kind = event_kind::search_limit_passed,
+                    .package = name,
+                    .path = path,
+                    .number = static_cast<int64_t>(dirsearch_limit)});
             return;
         }
         found->push_back(std::move(info));

@@ -13,15 +13,20 @@
 
 #include "repository/inventory.h"
 #include "repository/owner_lookup.h"
+#include "support/event.h"
 #include "support/log.h"
 
 static constexpr size_t longest_line = 4096;
+
+void unread_index::report() const {
+    ::report({.kind = kind, .path = path, .error = error});
+}
 
 // The path as the indexes would spell it; null with the reason on the log.
 static own_string path_to_search(const char *path) {
     struct stat status;
     if (lstat(path, &status) != 0) {
-        log_say(LEVEL_ERROR, "Failure opening <%s>: %s", path, strerror(errno));
+        report({.kind = event_kind::owner_path_not_found, .path = path, .error = errno});
         return nullptr;
     }
     if (!S_ISLNK(status.st_mode)) {
@@ -29,10 +34,10 @@ static own_string path_to_search(const char *path) {
     }
     own_string target(realpath(path, nullptr));
     if (!target) {
-        log_say(LEVEL_ERROR, "%s is a symbolic link, but cannot be resolved", path);
+        report({.kind = event_kind::owner_link_unresolved, .path = path});
         return nullptr;
     }
-    log_say(LEVEL_INFO, "%s is a symbolic link to %s", path, target.get());
+    report({.kind = event_kind::owner_link_resolved, .path = path, .other = target.get()});
     return target;
 }
 
@@ -75,16 +80,16 @@ static bool each_path(std::string_view index, Visit visit) {
 }
 
 // Calls `visit` with the name and the content of each file index, in the directory's order, until
-// it gives false, and `complain` with the message on what can't be opened or read.
+// it gives false, and `complain` with what can't be opened or read.
 template <typename Visit, typename Complain>
 static void walk_indexes(const vrm_handle *handle, Visit visit, Complain complain) {
     const char *role = ekva_getval(handle->dirs, "fileindex");
     const std::string fileindex = role ? role : "";
     const auto not_opened = [](const std::string &path) {
-        return "Failure opening <" + path + "> for reading: " + strerror(errno);
+        return unread_index{event_kind::owner_index_not_opened, path, errno};
     };
     const auto not_read = [](const std::string &path) {
-        return "Failure reading <" + path + ">: " + strerror(errno);
+        return unread_index{event_kind::owner_index_not_read, path, errno};
     };
     const own_dir dir(opendir(fileindex.c_str()));
     if (!dir) {
@@ -149,7 +154,7 @@ char *vrm_file_owner(vrm_handle *handle, const char *path) try {
             owner = strdup(name);
             return false;
         },
-        [](const std::string &message) { log_say(LEVEL_ERROR, "%s", message.c_str()); });
+        [](const unread_index &index) { index.report(); });
     return owner;
 } catch (const std::bad_alloc &) {
     return nullptr;
@@ -167,7 +172,7 @@ void owner_lookup::read_indexes() {
             names_.emplace_back(name);
             return true;
         },
-        [this](const std::string &message) { complaints_.emplace_back(names_.size(), message); });
+        [this](unread_index index) { unread_.emplace_back(names_.size(), std::move(index)); });
 }
 
 own_string owner_lookup::owner(const char *path) {
@@ -183,9 +188,9 @@ own_string owner_lookup::owner(const char *path) {
     }
     const auto found = place_of_path_.find(wanted.get());
     const size_t place = found == place_of_path_.end() ? names_.size() : found->second;
-    for (const auto &[before, message] : complaints_) {
+    for (const auto &[before, index] : unread_) {
         if (before <= place) {
-            log_say(LEVEL_ERROR, "%s", message.c_str());
+            index.report();
         }
     }
     return own_string(place < names_.size() ? strdup(names_[place].c_str()) : nullptr);

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "support/cmd.h"
+#include "support/event.h"
 #include "support/file.h"
 #include "support/ldif.h"
 #include "support/log.h"
@@ -83,9 +84,7 @@ int vrm_hook_match_attr(s_ekva *const *package, const char *argument) {
     log_say(LEVEL_DEBUG, "vrm_hook_match_attr: parsed cond: <%s> = <%s>", argument, parsed.get());
     char *const equals = strchr(parsed.get(), '=');
     if (!equals) {
-        log_say(LEVEL_ERROR,
-                "vrm_hook_match_attr: parsed cond: <%s> is not a valid attribute condition",
-                parsed.get());
+        report({.kind = event_kind::hook_condition_invalid, .other = parsed.get()});
         return 0;
     }
     *equals = '\0';
@@ -137,19 +136,19 @@ struct changed_package {
 static const char *usable_condition(s_ekva *const *hook) {
     const char *const condition = ekva_getval(hook, "evrhCond");
     if (!condition) {
-        log_say(LEVEL_INFO, "vrm_hooks_parse: no hook cond");
+        report({.kind = event_kind::hook_without_condition});
         return nullptr;
     }
     if (!ekva_getval(hook, "evrhExec")) {
-        log_say(LEVEL_INFO, "vrm_hooks_parse: no hook exec");
+        report({.kind = event_kind::hook_without_command});
         return nullptr;
     }
     if (strlen(condition) < 6) {
-        log_say(LEVEL_INFO, "vrm_hooks_parse: invalid cond");
+        report({.kind = event_kind::hook_condition_short});
         return nullptr;
     }
     if (condition[4] != ':') {
-        log_say(LEVEL_INFO, "vrm_hooks_parse: invalid cond <%s>", condition);
+        report({.kind = event_kind::hook_condition_malformed, .other = condition});
         return nullptr;
     }
     return condition;
@@ -178,7 +177,7 @@ static bool holds(const char *condition, const changed_package &package) {
         return vrm_hook_match_file(package.attributes, argument, package.conf);
     }
     if (!got("info")) {
-        log_say(LEVEL_INFO, "vrm_hooks_parse: unknown cond type: <%.4s>", condition);
+        report({.kind = event_kind::hook_kind_unknown, .other = std::string_view(condition).substr(0, 4)});
     }
     return false;
 }

@@ -13,6 +13,7 @@
 
 #include "repository/installed_walk.h"
 #include "support/array.h"
+#include "support/event.h"
 #include "support/file.h"
 #include "support/growing_list.h"
 #include "support/log.h"
@@ -108,8 +109,7 @@ vri *vrm_vrl_retired_info(vrm_handle *handle, const char *name) try {
 installed_walk::installed_walk(vrm_handle *handle)
     : installed_(directory_of(handle, "installed")), dir_(opendir(installed_.c_str())) {
     if (!dir_) {
-        log_say(LEVEL_WARNING, "Failure opening <%s> for reading: %s", installed_.c_str(),
-                strerror(errno));
+        report({.kind = event_kind::inventory_not_opened, .path = installed_, .error = errno});
     }
 }
 
@@ -131,7 +131,7 @@ bool installed_walk::next() {
         }
     }
     if (errno != 0) {
-        log_say(LEVEL_WARNING, "Failure reading <%s>: %s", installed_.c_str(), strerror(errno));
+        report({.kind = event_kind::inventory_not_read, .path = installed_, .error = errno});
         broke_off_ = true;
     }
     return false;
@@ -139,12 +139,12 @@ bool installed_walk::next() {
 
 void installed_walk::close() {
     if (closedir(dir_.release()) != 0) {
-        log_say(LEVEL_WARNING, "Failure closing <%s>: %s", installed_.c_str(), strerror(errno));
+        report({.kind = event_kind::inventory_not_closed, .path = installed_, .error = errno});
     }
 }
 
 void log_passed_over(const char *name) {
-    log_say(LEVEL_WARNING, "Failure parsing info for <%s>, skipping entry", name);
+    report({.kind = event_kind::entry_damaged, .package = name});
 }
 
 // A pattern that misses the name is tried on the description.
@@ -261,8 +261,7 @@ char **vrm_vrl_file_list(vrm_handle *handle, const vri *info) try {
     if (ferror(index.get())) {
         // What came may end within a path, which then is another file's.
         const int reason = errno;
-        log_say(LEVEL_ERROR, "vrm_vrl_file_list: Failed to read %s: %s", path.c_str(),
-                strerror(reason));
+        report({.kind = event_kind::file_index_not_read, .path = path, .error = reason});
         errno = reason;
         return nullptr;
     }

@@ -7,8 +7,18 @@
 #include <utility>
 #include <vector>
 
+#include "support/event.h"
 #include "support/handle.h"
 #include "support/own.h"
+
+// A file index, or the directory of them, that could not be read.
+struct unread_index {
+    event_kind kind;
+    std::string path;
+    int error;
+
+    void report() const;
+};
 
 class owner_lookup {
  public:
@@ -27,6 +37,6 @@ class owner_lookup {
     // Indexes are known by their place in the directory's order; the first that lists a path wins.
     std::vector<std::string> names_;
     std::unordered_map<std::string, size_t> place_of_path_;
-    // What could not be read is complained of in each search that comes to its place.
-    std::vector<std::pair<size_t, std::string>> complaints_;
+    // What could not be read is reported in each search that comes to its place.
+    std::vector<std::pair<size_t, unread_index>> unread_;
 };

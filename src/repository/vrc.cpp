@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/event.h"
 #include "support/growing_list.h"
 #include "support/log.h"
 
@@ -92,7 +93,7 @@ static bool index_serves(const char *name, s_ekva *const *filter) {
 int vrm_findpkg(void *connection, const char *name, const char *variant, const char *version,
                 int five, s_ekva **filter, vri ***out) try {
     if (!connection) {
-        log_say(LEVEL_ERROR, "vrc-http: Not connected");
+        report({.kind = event_kind::catalogue_not_connected});
         *out = nullptr;
         return 0;
     }

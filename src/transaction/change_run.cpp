@@ -4,6 +4,7 @@
 
 #include "repository/action_log.h"
 #include "repository/inventory.h"
+#include "support/event.h"
 #include "support/log.h"
 #include "transaction/install.h"
 #include "transaction/interrupt.h"
@@ -11,13 +12,13 @@
 
 bool must_stop(const vri *next) {
     if (vrm_stop_requested) {
-        log_say(LEVEL_ERROR, "interrupted, not going on with %s", vrk_puname(next));
+        report({.kind = event_kind::interrupted, .package = vrk_puname(next)});
     }
     return vrm_stop_requested;
 }
 
 // Stages one package from where the plan found it: `R` the catalogue, `L` the local system.
-static int stage(change_run *run, char from, vri *package, const char *announce) {
+static int stage(change_run *run, char from, vri *package, event_kind announce) {
     if (must_stop(package)) {
         return -1;
     }
@@ -27,8 +28,8 @@ static int stage(change_run *run, char from, vri *package, const char *announce)
             return -1;
         }
         run->last_staged = paths.file;
-        return stage_fetch(run->who, run->verbose ? announce : nullptr, run->connection, package,
-                           run->last_staged);
+        return stage_fetch(run->who, run->verbose ? std::optional(announce) : std::nullopt,
+                           run->connection, package, run->last_staged);
     }
     return from == 'L' ? stage_copy(run->who, run->verbose, package, run->last_staged) : 0;
 }
@@ -40,7 +41,7 @@ int stage_all(change_run *run, const staging_words &words) {
         return -1;
     }
     run->last_staged = paths.file;
-    if (stage(run, plan->source, plan->info, "getting") != 0) {
+    if (stage(run, plan->source, plan->info, event_kind::fetching) != 0) {
         return -1;
     }
     for (int32_t i = 0; i < plan->num_deps; i++) {
@@ -77,7 +78,7 @@ bool is_installed_by_now(vrm_handle *handle, const vri *package) {
     return present != nullptr;
 }
 
-int install_dependency(const change_run &run, const vrd *dep, const char *installation) {
+int install_dependency(const change_run &run, const vrd *dep, event_kind failure) {
     const vri *package = dep->info;
     if (is_installed_by_now(run.handle, package)) {
         return 0;
@@ -87,11 +88,11 @@ int install_dependency(const change_run &run, const vrd *dep, const char *instal
                                                   run.connection, run.verbose);
     const std::string puname = vrk_puname(package);
     if (rc != 0) {
-        log_say(LEVEL_ERROR, "%s of %s failed with rc=%d\n", installation, puname.c_str(), rc);
+        report({.kind = failure, .package = puname, .status = rc});
         return rc;
     }
     vrm_log_action(1, nullptr, puname.c_str(), dep->cand);
-    log_say(LEVEL_INFO, "installation of %s succeeded", puname.c_str());
+    report({.kind = event_kind::installed_dependency, .package = puname});
     drop_staged_file(run, package);
     return 0;
 }
@@ -104,11 +105,11 @@ int install_top(const change_run &run) {
     const std::string puname = vrk_puname(package);
     log_say(LEVEL_DEBUG, "rc of vrm_install_vrk for %s: %d\n", puname.c_str(), rc);
     if (rc != 0) {
-        log_say(LEVEL_ERROR, "installation of %s failed with rc=%d\n", puname.c_str(), rc);
+        report({.kind = event_kind::install_failed, .package = puname, .status = rc});
         return rc;
     }
     vrm_log_action(1, nullptr, puname.c_str(), nullptr);
-    log_say(LEVEL_INFO, "installation of %s succeeded\n", puname.c_str());
+    report({.kind = event_kind::installed, .package = puname});
     drop_staged_file(run, package);
     return 0;
 }

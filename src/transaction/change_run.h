@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "support/event.h"
 #include "support/handle.h"
 #include "transaction/vrt.h"
 
@@ -19,8 +20,8 @@ struct change_run {
 
 // What the two tell differently of staging.
 struct staging_words {
-    const char *announce_dep;  // the word of the line that announces a dependency's fetch
-    bool lists_deps;           // a DEBUG line for each dependency
+    event_kind announce_dep;  // reports that a dependency is being fetched
+    bool lists_deps;          // a DEBUG line for each dependency
 };
 
 // Whether the program asked to stop, told as the reason why the package isn't gone on with.
@@ -36,9 +37,9 @@ void drop_staged_file(const change_run &run, const vri *package);
 // Whether a package is installed by now, which is told as the reason to pass it over.
 bool is_installed_by_now(vrm_handle *handle, const vri *package);
 
-// A dependency of a transaction that is to be installed. `installation` begins the line that tells
-// of a failure, "Installation" or "installation".
-int install_dependency(const change_run &run, const vrd *dep, const char *installation);
+// Installs a dependency of a transaction. `failure` is the kind of event that reports a failure:
+// the executors spell it differently.
+int install_dependency(const change_run &run, const vrd *dep, event_kind failure);
 
 // The top package of a transaction that is to be installed.
 int install_top(const change_run &run);

@@ -3,10 +3,10 @@
 #include <dirent.h>
 
 #include <cerrno>
-#include <cstring>
 #include <utility>
 
 #include "repository/inventory.h"
+#include "support/event.h"
 #include "support/log.h"
 
 // A search ends at the second dependent: nobody is told of more.
@@ -58,10 +58,9 @@ void dependents_index::log_scan(size_t end) const {
 
 void dependents_index::log_unreadable() const {
     if (open_error_ != 0) {
-        log_say(LEVEL_WARNING, "Failure opening <%s> for reading: %s", dir_.c_str(),
-                strerror(open_error_));
+        report({.kind = event_kind::inventory_not_opened, .path = dir_, .error = open_error_});
     } else if (close_error_ != 0) {
-        log_say(LEVEL_WARNING, "vrm_chk_delete_reqs: Failure closing directory %s", dir_.c_str());
+        report({.kind = event_kind::dependents_not_closed, .path = dir_});
     }
 }
 

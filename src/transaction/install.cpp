@@ -16,7 +16,9 @@ static int install_all(const change_run &run) {
     }
     for (int32_t i = plan->deps ? plan->num_deps - 1 : -1; i >= 0; i--) {
         const int rc =
-            plan->deps[i]->info ? install_dependency(run, plan->deps[i], "Installation") : 0;
+            plan->deps[i]->info
+                ? install_dependency(run, plan->deps[i], event_kind::dependency_install_failed)
+                : 0;
         if (rc != 0) {
             return rc;
         }
@@ -30,7 +32,7 @@ int vrm_exe_install(vrm_handle *handle, vrt **transaction, void *connection, int
         return -1;
     }
     change_run run = {me, handle, transaction, connection, verbose != 0, rmpkg != 0, {}};
-    if (attempt([&run] { return stage_all(&run, {"getting", true}); }) != 0) {
+    if (attempt([&run] { return stage_all(&run, {event_kind::fetching, true}); }) != 0) {
         return -1;
     }
     const int rc = attempt([&run] { return install_all(run); });

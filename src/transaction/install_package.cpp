@@ -4,6 +4,7 @@
 #include <string>
 
 #include "package/fileops.h"
+#include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
 #include "transaction/attempt.h"
@@ -25,16 +26,9 @@ struct package_install : package_change {
 static int verify(package_install *step) {
     const int rc = verify_unpacked(step);
     if (rc != 0) {
-        log_say(LEVEL_ERROR, "vrm_install_vrk: Failure checking info files for %s in %s",
-                step->package->name, step->stage.fresh.c_str());
-    }
-    return rc;
-}
-
-static int run_script(const package_install &step, const char *script, const char *moment) {
-    const int rc = run_add_script(step, nullptr, script, moment);
-    if (rc != 0) {
-        log_say(LEVEL_ERROR, "vrm_install_vrk: %s-install script got an error, aborting", moment);
+        report({.kind = event_kind::install_not_proven,
+                .package = step->package->name,
+                .path = step->stage.fresh});
     }
     return rc;
 }
@@ -43,21 +37,23 @@ static int settle_conflicts(package_install *step) {
     if (step->forks.data) {
         char **files = nullptr;
         if (vrm_chk_local_insert(step->handle, step->forks.data.get(), &files) != 0) {
-            log_say(LEVEL_ERROR, "vrm_install_vrk: Aborting");
+            report({.kind = event_kind::install_conflicts});
             return -1;
         }
         step->files.reset(files);
     }
     if (step->verbose) {
-        log_say(LEVEL_INFO, "installing %s", step->stage.puname.c_str());
+        report({.kind = event_kind::installing, .package = step->stage.puname});
     }
     return 0;
 }
 
 static int place(const package_install &step, const char *fork, const char *path) {
     if (!place_file(step, fork, path)) {
-        log_say(LEVEL_ERROR, "vrm_install_vrk: Failed to install %s to %s",
-                unpacked_path(step, fork, path).c_str(), path);
+        report({.kind = event_kind::file_not_installed,
+                .who = "vrm_install_vrk",
+                .path = path,
+                .other = unpacked_path(step, fork, path)});
         return -1;
     }
     return 0;
@@ -78,9 +74,8 @@ static int place_conf(const package_install &step) {
     for (char **path = step.forks.conf.get(); path && *path; path++) {
         const bool keep = !is_missing(*path);
         if (step.verbose) {
-            log_say(LEVEL_INFO,
-                    keep ? "keeping existing config file %s" : "installing new config file %s",
-                    *path);
+            report({.kind = keep ? event_kind::conf_kept_existing : event_kind::conf_installed_new,
+                    .path = *path});
         }
         if (!keep && place(step, "conf", *path) != 0) {
             remove_half_written(*path);
@@ -105,11 +100,16 @@ static int enter_inventory(const package_install &step) {
     // An entry that a crash left unfinished would add its scripts and lists to this one.
     vrm_vrf_rmdir(step.entry.c_str());
     if (const char *failed = register_forks(step.stage.fresh, step.entry, step.forks)) {
-        log_say(LEVEL_ERROR, "vrm_install_vrk: Failed to copy %s for package %s", failed, name);
+        report({.kind = event_kind::registration_not_copied,
+                .who = "vrm_install_vrk",
+                .package = name,
+                .other = failed});
         return -1;
     }
     if (!write_record(step)) {
-        log_say(LEVEL_ERROR, "vrm_install_vrk: Failed to write install info for package %s", name);
+        report({.kind = event_kind::install_record_not_written,
+                .who = "vrm_install_vrk",
+                .package = name});
         return -1;
     }
     if (step.files) {
@@ -117,7 +117,9 @@ static int enter_inventory(const package_install &step) {
         log_say(LEVEL_DEBUG, "vrm_install_vrk: Writing fileindex for <%s> to <%s/%s>", name, dir,
                 name);
         if (write_fileindex(std::string(dir) + "/" + name, step.files.get()) != 0) {
-            log_say(LEVEL_ERROR, "vrm_install_vrk: Failed to write fileindex for package %s", name);
+            report({.kind = event_kind::file_index_not_written,
+                    .who = "vrm_install_vrk",
+                    .package = name});
             return -1;
         }
     }
@@ -142,7 +144,8 @@ static int install_package(package_install *step) {
     };
 
     rc = attempt([step] {
-        const int failed = run_script(*step, "00-add.sh", "pre");
+        const int failed =
+            run_add_script(*step, nullptr, before_change, event_kind::pre_install_failed);
         return failed != 0 ? failed : settle_conflicts(step);
     });
     if (rc != 0) {
@@ -155,7 +158,7 @@ static int install_package(package_install *step) {
             return -1;
         }
         apply_links_and_perms("vrm_install_vrk", step->stage.fresh, step->forks.info);
-        return run_script(*step, "99-add.sh", "post");
+        return run_add_script(*step, nullptr, after_change, event_kind::post_install_failed);
     });
     if (rc != 0) {
         roll_back();

@@ -7,6 +7,7 @@
 #include "package/fileops.h"
 #include "package/vrf.h"
 #include "repository/hooks.h"
+#include "support/event.h"
 #include "support/log.h"
 #include "transaction/scripts.h"
 
@@ -18,31 +19,34 @@ int unpack_staged(const package_change &change) {
     log_say(LEVEL_DEBUG, "%s: Will unpack %s to %s", change.who, stage.file.c_str(),
             stage.fresh.c_str());
     if (change.verbose) {
-        log_say(LEVEL_INFO, "unpacking %s.vrk", stage.puname.c_str());
+        report({.kind = event_kind::unpacking, .package = stage.puname});
     }
     const int rc = vrm_vrf_extract(change.handle, stage.file.c_str(), stage.fresh.c_str(), 1);
     if (rc != 0) {
-        log_say(LEVEL_ERROR, "%s: Failure unpacking %s to %s", change.who, stage.file.c_str(),
-                stage.fresh.c_str());
+        report({.kind = event_kind::unpacking_failed,
+                .who = change.who,
+                .path = stage.file,
+                .other = stage.fresh});
     }
     return rc;
 }
 
 int verify_unpacked(package_change *change) {
     if (change->verbose) {
-        log_say(LEVEL_INFO, "verifying %s", change->stage.puname.c_str());
+        report({.kind = event_kind::verifying, .package = change->stage.puname});
     }
     return verify_forks(change->stage.fresh, &change->forks);
 }
 
-int run_add_script(const package_change &change, const vri *old_package, const char *script,
-                   const char *moment) {
-    if (!fork_has(change.forks.init, (std::string("/") + script).c_str())) {
+static int run_script(const package_change &change, const vri *old_package,
+                      const add_script &script) {
+    if (!fork_has(change.forks.init, (std::string("/") + script.file).c_str())) {
         return 0;
     }
-    log_say(LEVEL_DEBUG, "%s: Found %s-install script, will execute", change.who, moment);
-    const own_string command(vrm_add_script_command(
-        change.handle, script, old_package ? "UPDATE" : "INSTALL", change.stage.fresh.c_str()));
+    log_say(LEVEL_DEBUG, "%s: Found %s-install script, will execute", change.who, script.moment);
+    const own_string command(vrm_add_script_command(change.handle, script.file,
+                                                    old_package ? "UPDATE" : "INSTALL",
+                                                    change.stage.fresh.c_str()));
     if (!command) {
         return -1;
     }
@@ -51,11 +55,20 @@ int run_add_script(const package_change &change, const vri *old_package, const c
         return -1;
     }
     if (change.verbose) {
-        log_say(LEVEL_INFO, "executing %s-install script for %s", moment,
-                change.stage.puname.c_str());
+        report({.kind = script.running, .package = change.stage.puname});
     }
-    const int rc = vrm_system(script, command.get());
+    const int rc = vrm_system(script.file, command.get());
     vrm_scriptenv_del(environment);
+    return rc;
+}
+
+int run_add_script(const package_change &change, const vri *old_package, const add_script &script,
+                   event_kind failed) {
+    const int rc = run_script(change, old_package, script);
+    if (rc != 0) {
+        report(
+            {.kind = failed, .package = change.stage.puname, .other = script.file, .status = rc});
+    }
     return rc;
 }
 
@@ -90,8 +103,10 @@ void remove_half_written(const char *path) {
 // Leaves a script or a command for the end of the transaction.
 static void leave_for_the_end(const package_change &change, const char *what) {
     if (ekva_addval(&change.transaction->scripts, change.package->name, what, 0) < 1) {
-        log_say(LEVEL_ERROR, "%s: out of memory, %s will not run for %s", change.who, what,
-                change.package->name);
+        report({.kind = event_kind::configuration_lost,
+                .who = change.who,
+                .package = change.package->name,
+                .other = what});
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "support/event.h"
 #include "transaction/register.h"
 #include "transaction/staging.h"
 
@@ -24,10 +25,20 @@ int unpack_staged(const package_change &change);
 // Tells what is about to be verified, and verifies it (verify_forks).
 int verify_unpacked(package_change *change);
 
-// Runs 00-add.sh or 99-add.sh if the package has it. `old_package` is what is replaced, null in an
-// install; `moment` is "pre" or "post". Result: the script's raw wait status, 0 without a script.
-int run_add_script(const package_change &change, const vri *old_package, const char *script,
-                   const char *moment);
+// A script of an install or an update, and the event that says that it runs.
+struct add_script {
+    const char *file;
+    const char *moment;
+    event_kind running;
+};
+inline constexpr add_script before_change{"00-add.sh", "pre", event_kind::running_pre_install};
+inline constexpr add_script after_change{"99-add.sh", "post", event_kind::running_post_install};
+
+// Runs a script if the package has it. `old_package` is what is replaced, null in an install;
+// `failed` is the kind of event that reports a failure. Result: the script's raw wait status, 0
+// without a script.
+int run_add_script(const package_change &change, const vri *old_package, const add_script &script,
+                   event_kind failed);
 
 // Where a file of the unpacked package lies.
 std::string unpacked_path(const package_change &change, const char *fork, const char *path);

@@ -13,6 +13,7 @@
 #include "package/vrf.h"
 #include "repository/choice.h"
 #include "repository/inventory.h"
+#include "support/event.h"
 #include "support/log.h"
 #include "transaction/planning.h"
 #include "ui/vrmui.h"
@@ -125,14 +126,14 @@ vrt *vrm_pre_install(vrm_handle *handle, void *vrc, const char *name, const char
                               : vrm_findone_vrc(handle, name, variant, version, vrc));
     if (!candidate) {
         if (is_file) {
-            log_say(LEVEL_INFO, "%s is not a valid package file, skipping", name);
+            report({.kind = event_kind::not_a_package_file, .path = name});
         } else {
-            log_say(LEVEL_INFO, "%s was not found in the package catalogue", name);
+            report({.kind = event_kind::not_in_catalogue, .package = name});
         }
         return nullptr;
     }
     if (own_vri(vrm_vrl_info(handle, candidate->name))) {
-        log_say(LEVEL_INFO, "%s is already installed", candidate->name);
+        report({.kind = event_kind::already_installed, .package = candidate->name});
         return nullptr;
     }
 

@@ -8,6 +8,7 @@
 
 #include "repository/inventory.h"
 #include "support/array.h"
+#include "support/event.h"
 #include "support/growing_list.h"
 #include "support/log.h"
 #include "transaction/dependents.h"
@@ -208,8 +209,7 @@ own_vri orphan_search::find_orphan(const vri *candidate, const char *name) {
     }
     own_vri package(vrm_vrl_info(handle_, name));
     if (!package) {
-        log_say(LEVEL_WARNING,
-                "dependency %s has already ben deleted, this should not really happen", name);
+        report({.kind = event_kind::dependency_gone, .package = name});
         return nullptr;
     }
     if (!came_for(candidate, package.get()) || is_needed_elsewhere(candidate, package.get())) {
@@ -300,6 +300,7 @@ static bool is_free_to_go(const dependents_index &dependents, const char *name,
             allowed = true;
         } else {
             vrmui_say("%s cannot be deleted, %s depends on it\n", name, dependent->name);
+            report({.kind = event_kind::removal_needed, .package = name, .other = dependent->name});
             log_say(LEVEL_DEBUG, "%s cannot be deleted, %s depends on it\n", name, dependent->name);
             allowed = false;
         }
@@ -325,6 +326,7 @@ vrt *vrm_pre_delete(vrm_handle *handle, const char *name, int mode, vrt **out) t
     own_vri package(vrm_vrl_info(handle, name));
     if (!package) {
         vrmui_say("%s is not installed, skipping\n", name);
+        report({.kind = event_kind::removal_not_installed, .package = name});
         return nullptr;
     }
     const dependents_index dependents(handle);
@@ -343,7 +345,7 @@ vrt *vrm_pre_delete(vrm_handle *handle, const char *name, int mode, vrt **out) t
         const int rc = orphan_search(handle, dependents, &found, &plan->deps).run(plan->info);
         plan->num_deps = found;
         if (rc != 0) {
-            log_say(LEVEL_INFO, "%s cannot be removed", name);
+            report({.kind = event_kind::not_removable, .package = name});
             return nullptr;
         }
         if (found == 0) {

@@ -8,6 +8,7 @@
 #include "package/vrf.h"
 #include "repository/choice.h"
 #include "repository/inventory.h"
+#include "support/event.h"
 #include "support/log.h"
 #include "transaction/plan_install.h"
 #include "transaction/planning.h"
@@ -38,7 +39,7 @@ static update_outlook find_sides(request *asked, both_sides *sides) {
     if (asked->is_file) {
         sides->after.reset(vrm_vrf_info(asked->handle, name, 1));
         if (!sides->after) {
-            log_say(LEVEL_INFO, "%s is not a valid package file", name);
+            report({.kind = event_kind::update_not_a_package_file, .path = name});
             return UPDATE_NO_PACKAGE;
         }
         name = sides->after->name;
@@ -46,7 +47,7 @@ static update_outlook find_sides(request *asked, both_sides *sides) {
     sides->before.reset(asked->cut_off ? vrm_vrl_retired_info(asked->handle, name)
                                        : vrm_vrl_info(asked->handle, name));
     if (!sides->before) {
-        log_say(LEVEL_INFO, "%s is not installed", name);
+        report({.kind = event_kind::update_not_installed, .package = name});
         return UPDATE_NOT_INSTALLED;
     }
     if (!asked->variant) {

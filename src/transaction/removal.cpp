@@ -12,6 +12,7 @@
 #include "package/backup_journal.h"
 #include "package/fileops.h"
 #include "repository/action_log.h"
+#include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
 #include "transaction/attempt.h"
@@ -37,16 +38,29 @@ enum class outcome { done, failed };
 
 static constexpr char me[] = "vrm_one_delete";
 
-// Runs 00-del.sh or 99-del.sh, if the package has it. `moment` is "pre" or "post".
-static int run_del_script(const package_removal &step, const char *script, const char *moment) {
-    const std::string path = step.places.entry + "/init/" + script;
-    log_say(LEVEL_DEBUG, "%s: looking for %s-delete script %s\n", me, moment, path.c_str());
+namespace {
+
+// A script of a removal, and the event that reports its failure.
+struct del_script {
+    const char *file;
+    const char *moment;
+    event_kind failed;
+};
+constexpr del_script before_removal{"00-del.sh", "pre", event_kind::pre_delete_failed};
+constexpr del_script after_removal{"99-del.sh", "post", event_kind::post_delete_failed};
+
+}  // namespace
+
+// Runs a script if the package has it.
+static int run_del_script(const package_removal &step, const del_script &script) {
+    const std::string path = step.places.entry + "/init/" + script.file;
+    log_say(LEVEL_DEBUG, "%s: looking for %s-delete script %s\n", me, script.moment, path.c_str());
     if (is_missing(path.c_str())) {
-        log_say(LEVEL_DEBUG, "%s: no %s-delete script found", me, moment);
+        log_say(LEVEL_DEBUG, "%s: no %s-delete script found", me, script.moment);
         return 0;
     }
-    own_string command(
-        vrm_del_script_command(step.handle, script, step.package->name, step.stage.old.c_str()));
+    own_string command(vrm_del_script_command(step.handle, script.file, step.package->name,
+                                              step.stage.old.c_str()));
     if (!command) {
         return -1;
     }
@@ -54,10 +68,13 @@ static int run_del_script(const package_removal &step, const char *script, const
     if (!environment) {
         return -1;
     }
-    const int rc = vrm_system(script, command.get());
+    const int rc = vrm_system(script.file, command.get());
     vrm_scriptenv_del(environment);
     if (rc != 0) {
-        log_say(LEVEL_ERROR, "%s: %s-delete got an error, aborting", me, moment);
+        report({.kind = script.failed,
+                .package = vrk_puname(step.package),
+                .other = script.file,
+                .status = rc});
     }
     return rc;
 }
@@ -70,18 +87,15 @@ static outcome take_file_away(const package_removal &step, const char *path) {
     // A path that isn't absolute would mean another file from another working directory.
     errno = EINVAL;
     if (path[0] != '/' || stat(path, &status) != 0) {
-        log_say(LEVEL_WARNING, "%s: Failed to access registered file %s: %s, skipping", me, path,
-                strerror(errno));
+        report({.kind = event_kind::registered_file_missing, .path = path, .error = errno});
         return outcome::done;
     }
     if (save_backup(step.stage.old.c_str(), path) != 0) {
-        log_say(LEVEL_ERROR, "%s: Failed to backup %s, not good. We try a rollback and leave.", me,
-                path);
+        report({.kind = event_kind::registered_file_not_saved, .path = path});
         return outcome::failed;
     }
     if (unlink(path) != 0) {
-        log_say(LEVEL_WARNING, "%s: Failed to remove registered file %s: %s, but we go on", me,
-                path, strerror(errno));
+        report({.kind = event_kind::registered_file_not_removed, .path = path, .error = errno});
     }
     return outcome::done;
 }
@@ -103,7 +117,7 @@ static outcome take_files_away(const package_removal &step) {
     }
     // An index that is there and can't be read to its end would leave files without an owner.
     if (!index || ferror(index.get())) {
-        log_say(LEVEL_ERROR, "Failed to read %s: %s", step.places.index.c_str(), strerror(errno));
+        report({.kind = event_kind::file_not_read, .path = step.places.index, .error = errno});
         return outcome::failed;
     }
     log_say(LEVEL_DEBUG, "%s: processed fileindex %s\n", me, step.places.index.c_str());
@@ -131,7 +145,7 @@ static void drop_entry(const inventory_places &places) {
 }
 
 static int remove_package(const package_removal &step) {
-    if (const int rc = run_del_script(step, "00-del.sh", "pre")) {
+    if (const int rc = run_del_script(step, before_removal)) {
         return rc;  // nothing was changed
     }
 
@@ -141,8 +155,7 @@ static int remove_package(const package_removal &step) {
     vrm_vrf_mkdir(old.data(), 0755);
 
     const int rc = attempt([&step] {
-        return take_files_away(step) == outcome::done ? run_del_script(step, "99-del.sh", "post")
-                                                      : -1;
+        return take_files_away(step) == outcome::done ? run_del_script(step, after_removal) : -1;
     });
     if (rc != 0) {
         // A removal wrote no files that would have to go.
@@ -177,12 +190,11 @@ static int remove_and_log(vrm_handle *handle, const vri *package, const char *ca
     const std::string puname = vrk_puname(package);
     const int rc = must_stop(package) ? -1 : vrm_one_delete(handle, package);
     if (rc != 0) {
-        log_say(LEVEL_ERROR, "vrm_exe_delete: Removal of %s failed with rc=%d\n", puname.c_str(),
-                rc);
+        report({.kind = event_kind::removal_failed, .package = puname, .status = rc});
         return rc;
     }
     vrm_log_action(3, nullptr, puname.c_str(), candidate);
-    log_say(LEVEL_INFO, "removal of %s succeeded", puname.c_str());
+    report({.kind = event_kind::removed, .package = puname});
     return 0;
 }
 

@@ -10,6 +10,7 @@
 
 #include "support/arch.h"
 #include "support/cmd.h"
+#include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
 #include "support/own.h"
@@ -125,8 +126,7 @@ void vrm_scriptenv_del(char **list) {
     for (int i = 0; list && list[i]; i++) {
         const void *const equals = memchr(list[i], '=', strnlen(list[i], name_limit + 1));
         if (!equals) {
-            log_say(LEVEL_WARNING,
-                    "vrm_scriptenv_del: Overlong env variable name, skipping entry %d", i);
+            report({.kind = event_kind::variable_name_long, .number = static_cast<int64_t>(i)});
         }
         char name[name_limit + 1];
         snprintf(name, sizeof name, "%.*s",
@@ -228,20 +228,26 @@ static int run_visibly(const char *line) {
     return run_shell(line);
 }
 
+static void report_configuration(const char *package, const char *command, int status) {
+    report({.kind = status == 0 ? event_kind::configured : event_kind::configuration_failed,
+            .package = package,
+            .other = command,
+            .status = status});
+}
+
 // The package as its description in the inventory tells, or null with a warning.
 static vri *described(const std::string &installed, const char *package) {
     const std::string path = installed + "/" + package + "/desc.txt";
     size_t length;
     const own_string text(_read_file(path.c_str(), &length));
     if (!text) {
-        log_say(LEVEL_WARNING, "vrm_scripts_exe: failed to read package description for %s",
-                package);
+        report({.kind = event_kind::script_description_not_read, .package = package});
         return nullptr;
     }
     text.get()[length] = '\0';
     vri *const info = vrk_info_parse(package, 3, text.get(), nullptr);
     if (!info) {
-        log_say(LEVEL_WARNING, "vrm_scripts_exe: failed to read package info for %s", package);
+        report({.kind = event_kind::script_description_unparsable, .package = package});
     }
     return info;
 }
@@ -259,10 +265,10 @@ static void configure(const vrm_handle *handle, const char *package, const char 
     }
     log_say(LEVEL_DEBUG, "vrm_scripts_exe: cmdline: %s", line.c_str());
     const int status = run_visibly(line.c_str());
-    log_say(LEVEL_INFO, "Configured %s, rc = %d", package, status);
+    report_configuration(package, script, status);
     vrm_scriptenv_del(variables);
 } catch (const std::bad_alloc &) {
-    log_say(LEVEL_ERROR, "vrm_scripts_exe: out of memory");
+    report({.kind = event_kind::memory_exhausted, .who = "vrm_scripts_exe"});
 }
 
 static void keep_hook_command(vrt *transaction, const char *package, const char *command) {
@@ -272,8 +278,7 @@ static void keep_hook_command(vrt *transaction, const char *package, const char 
         transaction->hookcmds = ekva_new(transaction->num_deps + 1, 1);
     }
     if (ekva_addval(&transaction->hookcmds, package, command, 0) < 1) {
-        log_say(LEVEL_ERROR, "vrm_scripts_exe: out of memory, %s will not run for %s", command,
-                package);
+        report({.kind = event_kind::hook_lost, .package = package, .other = command});
         return;
     }
     log_say(LEVEL_DEBUG, "vrm_scripts_exe: Added hook command to vrm_hookcmds");
@@ -313,7 +318,7 @@ int vrm_exe_hooks(s_ekva *const *commands) {
         log_say(LEVEL_DEBUG, "vrm_exe_hooks: Found hook command %s for vrk %s to execute", command,
                 package);
         log_say(LEVEL_DEBUG, "vrm_exe_hooks: cmdline: %s", command);
-        log_say(LEVEL_INFO, "Configured %s, rc = %d", package, run_visibly(command));
+        report_configuration(package, command, run_visibly(command));
     }
     return 0;
 }

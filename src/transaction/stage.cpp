@@ -15,6 +15,7 @@
 #include "package/fileops.h"
 #include "package/hashlist.h"
 #include "repository/owner_lookup.h"
+#include "support/event.h"
 #include "support/file.h"
 #include "support/growing_list.h"
 #include "support/log.h"
@@ -81,16 +82,11 @@ bool verify_file(const listed_files &listed, const char *sub, const char *hash, 
         have_so = 1;
     }
     if (!listed.has_hash(hash)) {
-        log_say(LEVEL_ERROR,
-                "vrm_chk_files: verify of %s%s failed: file not found in %s.txt or hashes do not "
-                "match",
-                sub, path, sub);
+        report({.kind = event_kind::listed_content_differs, .path = path, .other = sub});
         return false;
     }
     if (!listed.has_file(hash, path)) {
-        log_say(LEVEL_ERROR,
-                "vrm_chk_sub_files: verify of %s / %s failed: file not found in %s.txt", sub, path,
-                sub);
+        report({.kind = event_kind::file_not_listed, .path = path, .other = sub});
         return false;
     }
     if (log_wants(LEVEL_DEBUG)) {
@@ -110,7 +106,7 @@ int vrm_chk_sub_files(const char *stage, const char *sub, char ***list) try {
     const own_string relative_owner(relative);
     const own_ekva real(found);
     if (rc != 0) {
-        log_say(LEVEL_WARNING, "vrm_chk_sub_files: Failure hashing %s files", sub);
+        report({.kind = event_kind::fork_not_hashed, .other = sub});
         return rc;
     }
     if (!real || !real.get()[0] || !real.get()[1]) {
@@ -122,8 +118,7 @@ int vrm_chk_sub_files(const char *stage, const char *sub, char ***list) try {
     rc = vrm_vrf_vrk_hashes(stage, sub, &told);
     const own_ekva told_owner(told);
     if (rc != 0 || !told) {
-        log_say(LEVEL_ERROR, "vrm_chk_sub_files: Failure reading hash values for %s in package",
-                sub);
+        report({.kind = event_kind::fork_without_list, .other = sub});
         return rc != 0 ? rc : -1;
     }
 
@@ -163,7 +158,7 @@ int vrm_chk_all_files(const char *stage, char ***data, char ***info, char ***ini
         if (rc == 0) {
             continue;
         }
-        log_say(LEVEL_ERROR, "vrm_chk_all_files: Failure checking %s files in %s", fork.sub, stage);
+        report({.kind = event_kind::fork_not_proven, .path = stage, .other = fork.sub});
         for (const auto &made : forks) {
             arr_free(*made.list);
             *made.list = nullptr;
@@ -186,19 +181,18 @@ verdict decide(owner_lookup &owners, conflict_answers &answers, const char *path
         return verdict::write;
     }
     if (const own_string owner = owners.owner(path)) {
-        log_say(LEVEL_ERROR, "aborting installation, %s exists and belongs to package %s", path,
-                owner.get());
+        report({.kind = event_kind::file_owned_by_another, .package = owner.get(), .path = path});
         return verdict::abort;
     }
     switch (answers.ask(path)) {
         case 'r':
-            log_say(LEVEL_ERROR, "Ok, will overwrite %s", path);
+            report({.kind = event_kind::file_will_be_replaced, .path = path});
             return verdict::write;
         case 'l':
-            log_say(LEVEL_ERROR, "Ok, will skip writing %s to disk", path);
+            report({.kind = event_kind::file_will_stay, .path = path});
             return verdict::leave;
         default:
-            log_say(LEVEL_ERROR, "aborting installation due to user request");
+            report({.kind = event_kind::install_aborted_by_user});
             return verdict::abort;
     }
 }
@@ -246,10 +240,7 @@ static bool restore(const char *path, const char *old) {
         log_say(LEVEL_DEBUG, "vrm_install_rollback: Copying %s to %s", backup, path);
     }
     if (vrm_vrf_copy(path, backup, nullptr, 1) < 0) {
-        log_say(LEVEL_ERROR,
-                "vrm_install_rollback: Failure restoring %s, you're in deep shit. We still try to "
-                "do the rest.",
-                path);
+        report({.kind = event_kind::not_restored, .path = path});
         return false;
     }
     return true;
@@ -266,7 +257,7 @@ int vrm_install_rollback(char *const *written, const char *old) {
     }
     const own_file index(fopen_regular(path_of_index));
     if (!index && errno == ENOENT) {
-        log_say(LEVEL_INFO, "vrm_install_rollback: no files to restore registered");
+        report({.kind = event_kind::nothing_to_restore});
         return 0;
     }
     int rc = 0;
@@ -278,9 +269,9 @@ int vrm_install_rollback(char *const *written, const char *old) {
         }
     }
     if (!index || ferror(index.get())) {
-        log_say(LEVEL_ERROR, "vrm_install_rollback: Failure reading %s", path_of_index);
+        report({.kind = event_kind::backup_list_not_read, .path = path_of_index});
         rc = -1;
     }
-    log_say(LEVEL_ERROR, "vrm_install_rollback: finished");
+    report({.kind = event_kind::rollback_finished});
     return rc;
 }

@@ -13,8 +13,8 @@
 #include "repository/dirsearch.h"
 #include "repository/vrc.h"
 #include "support/ekva.h"
+#include "support/event.h"
 #include "support/file.h"
-#include "support/log.h"
 #include "support/own.h"
 
 static constexpr size_t stage_path_limit = 1024;
@@ -27,8 +27,9 @@ bool stage_paths_of(const char *who, vrm_handle *handle, const vri *package, sta
     paths->fresh = paths->base + "/new";
     paths->old = paths->base + "/old";
     if (paths->file.size() >= stage_path_limit) {
-        log_say(LEVEL_ERROR, "%s: path in the stage area is too long: %.900s", who,
-                paths->file.c_str());
+        report({.kind = event_kind::stage_path_long,
+                .who = who,
+                .path = std::string_view(paths->file).substr(0, 900)});
         return false;
     }
     return true;
@@ -37,8 +38,10 @@ bool stage_paths_of(const char *who, vrm_handle *handle, const vri *package, sta
 bool identity_is_safe(const char *who, const vri *package) {
     const char *part = vrk_info_unsafe_part(package);
     if (part) {
-        log_say(LEVEL_ERROR, "%s: refusing package <%.200s>: its %s is not allowed", who,
-                package->name ? package->name : "", part);
+        report({.kind = event_kind::identity_refused,
+                .who = who,
+                .package = package->name ? package->name : "",
+                .other = part});
     }
     return !part;
 }
@@ -58,8 +61,10 @@ static bool plan_is_safe(const char *who, const vrt *transaction) {
         }
         // It is written to the install record and the action log.
         if (!vrk_name_is_safe(dep->cand)) {
-            log_say(LEVEL_ERROR, "%s: refusing dependency %s of <%.200s>: that name is not allowed",
-                    who, dep->info->name, dep->cand ? dep->cand : "");
+            report({.kind = event_kind::dependency_refused,
+                    .who = who,
+                    .package = dep->info->name,
+                    .other = dep->cand ? dep->cand : ""});
             return false;
         }
     }
@@ -68,7 +73,7 @@ static bool plan_is_safe(const char *who, const vrt *transaction) {
 
 bool may_carry_out(const char *who, const vrm_handle *handle, const vrt *transaction) {
     if (!handle->locked) {
-        log_say(LEVEL_ERROR, "%s: no lock on local repository", who);
+        report({.kind = event_kind::not_locked, .who = who});
         return false;
     }
     return plan_is_safe(who, transaction);
@@ -91,7 +96,7 @@ static own_file open_for_fetch(const char *path, const char **why) {
     return file;
 }
 
-int stage_fetch(const char *who, const char *announce, void *connection, vri *package,
+int stage_fetch(const char *who, std::optional<event_kind> announce, void *connection, vri *package,
                 const std::string &path) {
     if (vrm_stage_have_vrk(path.c_str(), package)) {
         return 0;
@@ -99,27 +104,33 @@ int stage_fetch(const char *who, const char *announce, void *connection, vri *pa
     const char *why;
     own_file file = open_for_fetch(path.c_str(), &why);
     if (!file) {
-        log_say(LEVEL_ERROR, "%s: Failed to open %s for writing: %s", who, path.c_str(), why);
+        report(
+            {.kind = event_kind::staged_file_not_created, .who = who, .path = path, .other = why});
         return -1;
     }
     if (announce) {
-        log_say(LEVEL_INFO, "%s %s.vrk", announce, vrk_puname(package));
+        report({.kind = *announce, .package = vrk_puname(package)});
     }
     // Without a backend there is nobody to ask.
     const int rc =
         pvrm_vrc_readpkg && connection ? pvrm_vrc_readpkg(connection, package, file.get()) : -1;
     const bool written = !ferror(file.get());
     if (fclose(file.release()) != 0 || !written) {
-        log_say(LEVEL_ERROR, "%s: Failed to write %s: %s", who, path.c_str(), strerror(errno));
+        report({.kind = event_kind::staged_file_not_written,
+                .who = who,
+                .path = path,
+                .error = errno});
         return -1;
     }
     // The count is a signed 32-bit number by contract: a negative one never equals a size, nor does
     // that of a package of 2 GiB or more.
     if (static_cast<int64_t>(static_cast<int32_t>(rc)) < 0 ||
         static_cast<uint64_t>(static_cast<int64_t>(rc)) != package->filesize) {
-        log_say(LEVEL_ERROR,
-                "%s: Failed to get %" PRIu64 " bytes from vrc_readpkg into %s. rc = %d", who,
-                package->filesize, path.c_str(), rc);
+        report({.kind = event_kind::fetched_size_wrong,
+                .who = who,
+                .path = path,
+                .status = rc,
+                .total = static_cast<int64_t>(package->filesize)});
         return -1;
     }
     return 0;
@@ -133,7 +144,7 @@ static bool is_same_file(const char *a, const char *b) {
 
 int stage_copy(const char *who, bool announce, const vri *package, const std::string &path) {
     if (announce) {
-        log_say(LEVEL_INFO, "copying %s.vrk", vrk_puname(package));
+        report({.kind = event_kind::copying, .package = vrk_puname(package)});
     }
     const char *source = package->absolute_uri ? package->absolute_uri : "";
     // A user may name the staged file itself. Copying it onto itself would delete it, as a copy
@@ -148,7 +159,7 @@ int stage_copy(const char *who, bool announce, const vri *package, const std::st
         unlink(path.c_str());
     }
     if (vrm_vrf_copy(path.c_str(), source, nullptr, 0) < 0) {
-        log_say(LEVEL_ERROR, "%s: Failed to copy %s to %s", who, source, path.c_str());
+        report({.kind = event_kind::package_not_staged, .who = who, .path = path, .other = source});
         return -1;
     }
     return 0;

@@ -1,8 +1,10 @@
 // Private to the transactions: where a package lies in the stage area, and how it gets there.
 #pragma once
 
+#include <optional>
 #include <string>
 
+#include "support/event.h"
 #include "support/handle.h"
 #include "transaction/vrt.h"
 
@@ -31,10 +33,10 @@ bool identity_is_safe(const char *who, const vri *package);
 bool may_carry_out(const char *who, const vrm_handle *handle, const vrt *transaction);
 
 // Gets a package of the catalogue into `path`, unless the very file lies there already.
-// `announce` is the word of the INFO line "<word> <puname>.vrk", null for no such line.
+// `announce` is the kind of event that says that it begins; none for a quiet fetch.
 // Result: 0, or -1 with an ERROR line that begins with `who`. A half-written file stays: the next
 // attempt sees by its size and digest that it is not the one.
-int stage_fetch(const char *who, const char *announce, void *connection, vri *package,
+int stage_fetch(const char *who, std::optional<event_kind> announce, void *connection, vri *package,
                 const std::string &path);
 
 // Copies a package file of the local system to `path`. Result as above.

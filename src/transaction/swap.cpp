@@ -14,7 +14,7 @@
 
 #include "package/fileops.h"
 #include "repository/repository.h"
-#include "support/log.h"
+#include "support/event.h"
 #include "support/own.h"
 #include "transaction/update.h"
 
@@ -157,16 +157,13 @@ char **vrm_broken_swaps(vrm_handle *handle) try {
 
 int vrm_undo_broken_swaps(vrm_handle *handle) try {
     if (!handle->locked) {
-        log_say(LEVEL_ERROR, "vrm_undo_broken_swaps: no lock on local repository");
+        report({.kind = event_kind::not_locked, .who = "vrm_undo_broken_swaps"});
         return -1;
     }
     int count = 0;
     for (const std::string &name : set_aside(handle)) {
         if (take_back(places_of(handle, name.c_str()))) {
-            log_say(LEVEL_WARNING,
-                    "vrm_undo_broken_swaps: the update of %s was cut off while it was entered, its "
-                    "old entry is back",
-                    name.c_str());
+            report({.kind = event_kind::broken_swap_undone, .package = name});
             count++;
         }
     }

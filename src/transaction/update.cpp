@@ -6,6 +6,7 @@
 
 #include "repository/action_log.h"
 #include "repository/inventory.h"
+#include "support/event.h"
 #include "support/log.h"
 #include "transaction/attempt.h"
 #include "transaction/change_run.h"
@@ -30,7 +31,7 @@ static std::optional<int> update_one(const change_run &run, const vri *package, 
                                                  package, run.connection, run.verbose);
     if (rc == 0) {
         vrm_log_action(2, old_puname.c_str(), puname.c_str(), head);
-        log_say(LEVEL_INFO, "update of %s succeeded", puname.c_str());
+        report({.kind = event_kind::updated, .package = puname});
         drop_staged_file(run, package);
     }
     return rc;
@@ -41,14 +42,14 @@ static int change_dependency(const change_run &run, const vrd *dep) {
         return 0;
     }
     if (dep->action == 'I') {
-        return install_dependency(run, dep, "installation");
+        return install_dependency(run, dep, event_kind::install_failed);
     }
     if (dep->action != 'U') {
         return 0;
     }
     const int rc = update_one(run, dep->info, dep->cand).value_or(0);
     if (rc != 0) {
-        log_say(LEVEL_ERROR, "update of %s failed with rc=%d\n", vrk_puname(dep->info), rc);
+        report({.kind = event_kind::update_failed, .package = vrk_puname(dep->info), .status = rc});
     }
     return rc;
 }
@@ -83,7 +84,9 @@ int vrm_exe_update(vrm_handle *handle, vrt **transaction, void *connection, int 
         return -1;
     }
     change_run run = {me, handle, transaction, connection, verbose != 0, rmpkg != 0, {}};
-    if (attempt([&run] { return stage_all(&run, {"retrieving", false}); }) != 0) {
+    if (attempt([&run] {
+            return stage_all(&run, {event_kind::fetching_dependency, false});
+        }) != 0) {
         return -1;
     }
     int rc = attempt([&run] { return change_dependencies(run); });

@@ -7,6 +7,7 @@
 
 #include "repository/owner_lookup.h"
 #include "support/array.h"
+#include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
 #include "support/own.h"
@@ -67,8 +68,9 @@ static constexpr char me[] = "vrm_chk_local_update";
 // What becomes of a file that stands in the place of a new one and is none of the old package's.
 static verdict settle(const char *path, owner_lookup *owners, conflict_answers *answers) {
     if (const own_string owner = owners->owner(path)) {
-        log_say(LEVEL_ERROR, "%s: %s is on disk and belongs to package %s, aborting", me, path,
-                owner.get());
+        report({.kind = event_kind::update_file_owned_by_another,
+                .package = owner.get(),
+                .path = path});
         return verdict::abort;
     }
     switch (answers->ask(path)) {
@@ -82,8 +84,7 @@ static verdict settle(const char *path, owner_lookup *owners, conflict_answers *
                     me, path);
             return verdict::leave;
         default:
-            log_say(LEVEL_ERROR,
-                    "aborting installation on already existing file not belonging to any package");
+            report({.kind = event_kind::update_aborted_by_user});
             return verdict::abort;
     }
 }

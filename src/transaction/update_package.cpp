@@ -11,6 +11,7 @@
 #include "package/fileops.h"
 #include "package/vrs.h"
 #include "repository/inventory.h"
+#include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
 #include "transaction/attempt.h"
@@ -36,17 +37,9 @@ static constexpr char me[] = "vrm_update_vrk";
 static int verify(package_update *step) {
     const int rc = verify_unpacked(step);
     if (rc != 0) {
-        log_say(LEVEL_ERROR, "%s: Failure checking files for %s in %s", me, step->package->name,
-                step->stage.fresh.c_str());
-    }
-    return rc;
-}
-
-static int run_script(const package_update &step, const char *script, const char *moment,
-                      const char *failure) {
-    const int rc = run_add_script(step, step.old_package, script, moment);
-    if (rc != 0) {
-        log_say(LEVEL_ERROR, "%s", failure);
+        report({.kind = event_kind::update_not_proven,
+                .package = step->package->name,
+                .path = step->stage.fresh});
     }
     return rc;
 }
@@ -55,7 +48,7 @@ static int run_script(const package_update &step, const char *script, const char
 static int read_old_files(package_update *step) {
     step->old_files.reset(vrm_vrl_file_list(step->handle, step->old_package));
     if (!step->old_files && errno != 0) {
-        log_say(LEVEL_ERROR, "Failed to read %s: %s", step->places.index.c_str(), strerror(errno));
+        report({.kind = event_kind::file_not_read, .path = step->places.index, .error = errno});
         return -1;
     }
     return 0;
@@ -66,13 +59,13 @@ static int settle_files(package_update *step) {
     const int rc = vrm_chk_local_update(step->handle, step->old_files.get(), step->forks.data.get(),
                                         &del_files, &add_files);
     if (rc != 0) {
-        log_say(LEVEL_ERROR, "Failure processing update, rc=%d", rc);
+        report({.kind = event_kind::update_conflicts, .status = rc});
         return -1;
     }
     step->del_files.reset(del_files);
     step->add_files.reset(add_files);
     if (step->verbose) {
-        log_say(LEVEL_INFO, "updating %s", step->stage.puname.c_str());
+        report({.kind = event_kind::updating, .package = step->stage.puname});
     }
     return 0;
 }
@@ -88,13 +81,11 @@ static int remove_old_files(const package_update &step) {
             continue;
         }
         if (save_backup(step.stage.old.c_str(), *path) != 0) {
-            log_say(LEVEL_ERROR,
-                    "Failure backing up previous version of %s, will rollback and abort.", *path);
+            report({.kind = event_kind::old_file_not_saved, .path = *path});
             return -1;
         }
         if (unlink(*path) != 0) {
-            log_say(LEVEL_WARNING, "Failed to remove old file %s: %s, continuing", *path,
-                    strerror(errno));
+            report({.kind = event_kind::old_file_not_removed, .path = *path, .error = errno});
         }
     }
     return 0;
@@ -107,8 +98,9 @@ static int place_data(const package_update &step) {
             log_say(LEVEL_DEBUG, "%s: Processing add_files[%d]", me, number);
         }
         if (!place_file(step, "data", *path)) {
-            log_say(LEVEL_ERROR, "Failure installing %s to %s",
-                    unpacked_path(step, "data", *path).c_str(), *path);
+            report({.kind = event_kind::data_not_updated,
+                    .path = *path,
+                    .other = unpacked_path(step, "data", *path)});
             return -1;
         }
     }
@@ -130,9 +122,8 @@ static bool is_own_conf(const package_update &step, const char *path) {
                       vrs_sha1_file(shipped.c_str(), 'x', as_shipped) &&
                       strcmp(on_disk, as_shipped) == 0;
     if (step.verbose) {
-        log_say(LEVEL_INFO,
-                same ? "overwriting unmodified config file %s" : "keeping modified config file %s",
-                path);
+        report({.kind = same ? event_kind::conf_replaced : event_kind::conf_kept_modified,
+                .path = path});
     }
     return !same;
 }
@@ -144,11 +135,13 @@ static int place_conf(const package_update &step) {
             continue;
         }
         if (!present && step.verbose) {
-            log_say(LEVEL_INFO, "installing missing config file %s", *path);
+            report({.kind = event_kind::conf_installed_missing, .path = *path});
         }
         if (!place_file(step, "conf", *path)) {
-            log_say(LEVEL_ERROR, "%s: Failed to install %s to %s", me,
-                    unpacked_path(step, "conf", *path).c_str(), *path);
+            report({.kind = event_kind::file_not_installed,
+                    .who = me,
+                    .path = *path,
+                    .other = unpacked_path(step, "conf", *path)});
             if (!present) {
                 remove_half_written(*path);
             }
@@ -174,15 +167,18 @@ static int build_entry(const package_update &step) {
     if (const char *failed = register_forks(step.stage.fresh, step.places.new_entry, step.forks)) {
         const bool info = strcmp(failed, "info files") == 0;
         if (!info) {
-            log_say(LEVEL_ERROR, "%s: Failed to copy %s for package %s", me, failed, name);
+            report({.kind = event_kind::registration_not_copied,
+                    .who = me,
+                    .package = name,
+                    .other = failed});
         }
         if (info || strcmp(failed, "data hash file") == 0) {
-            log_say(LEVEL_ERROR, "Failed to register package %s in local inventory", name);
+            report({.kind = event_kind::entry_not_registered, .package = name});
         }
         return -1;
     }
     if (!write_record(step)) {
-        log_say(LEVEL_ERROR, "%s: Failed to write install info for package %s", me, name);
+        report({.kind = event_kind::install_record_not_written, .who = me, .package = name});
         return -1;
     }
     if (step.add_files) {
@@ -190,7 +186,7 @@ static int build_entry(const package_update &step) {
         log_say(LEVEL_DEBUG, "Old fileindex name: <%s>", step.places.old_index.c_str());
         log_say(LEVEL_DEBUG, "New fileindex name: <%s>", step.places.new_index.c_str());
         if (write_fileindex(step.places.new_index, step.add_files.get()) != 0) {
-            log_say(LEVEL_ERROR, "%s: Failed to write fileindex for package %s", me, name);
+            report({.kind = event_kind::file_index_not_written, .who = me, .package = name});
             return -1;
         }
     }
@@ -218,8 +214,8 @@ static int update_package(package_update *step) {
         if (read_old_files(step) != 0) {
             return -1;
         }
-        const int failed = run_script(*step, "00-add.sh", "pre",
-                                      "Pre-Install script ended with errors, aborting update");
+        const int failed =
+            run_add_script(*step, step->old_package, before_change, event_kind::pre_update_failed);
         return failed != 0 ? failed : settle_files(step);
     });
     if (rc != 0) {
@@ -232,8 +228,8 @@ static int update_package(package_update *step) {
             return -1;
         }
         apply_links_and_perms(me, step->stage.fresh, step->forks.info);
-        return run_script(*step, "99-add.sh", "post",
-                          "Post-Install script ended with errors, aborting update");
+        return run_add_script(*step, step->old_package, after_change,
+                              event_kind::post_update_failed);
     });
     if (rc != 0) {
         roll_back();

@@ -9,6 +9,7 @@
 
 #include "support/arch.h"
 #include "support/array.h"
+#include "support/event.h"
 #include "support/log.h"
 #include "transaction/depend.h"
 #include "transaction/plan_install.h"
@@ -97,8 +98,9 @@ int walk::enter(const vri *candidate) {
     if (candidate->arch != arch_any && candidate->arch != handle->arch) {
         const char *arch = vrm_arch_getname(candidate->arch);
         const char *local = vrm_arch_getname(handle->arch);
-        log_say(LEVEL_INFO, "Package arch %s doesn't match local arch %s, bye",
-                arch ? arch : "unknown", local ? local : "unknown");
+        report({.kind = event_kind::architecture_differs,
+                .other = local ? local : "unknown",
+                .found = arch ? arch : "unknown"});
         return 99;
     }
     if (!candidate->deps) {
@@ -152,8 +154,10 @@ int walk::resolve(const vri *candidate, const char *name) {
         return 0;
     }
     if (record->status == 'U') {
-        log_say(LEVEL_INFO, "%s: Failed to resovle dependency %s for %s", self->name, name,
-                candidate->name);
+        report({.kind = event_kind::dependency_not_found,
+                .who = self->name,
+                .package = candidate->name,
+                .other = name});
         return 99;
     }
     if (record->status == 'I') {

@@ -1,7 +1,7 @@
 #include <cstring>
 
+#include "support/event.h"
 #include "support/ldif.h"
-#include "support/log.h"
 #include "support/own.h"
 #include "ui/vrmui.h"
 
@@ -14,7 +14,7 @@ int32_t ldif_uiwrite(const char *key, const char *value, unsigned length, unsign
     const own_string line(
         ldif_write(nullptr, &written, key, value, static_cast<int32_t>(bytes), binary ? 1 : 0));
     if (!line) {
-        log_say(LEVEL_ERROR, "ldif_uiwrite: there is not enough memory");
+        report({.kind = event_kind::memory_short, .who = "ldif_uiwrite"});
         return 0;
     }
     vrmui_line_add(vrmui, line.get());

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "support/log.h"
+#include "support/event.h"
 #include "support/own.h"
 
 vrmui_object *vrmui = nullptr;
@@ -46,7 +46,7 @@ bool loss_told = false;
 void tell_loss() {
     if (!loss_told) {
         loss_told = true;
-        log_say(LEVEL_ERROR, "vrmui_line_add: there is no room for all of the text, it is cut");
+        report({.kind = event_kind::text_cut});
     }
 }
 

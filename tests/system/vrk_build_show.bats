@@ -81,10 +81,10 @@ Members:
     echo 'something else altogether' >it.vrk
     run vrk-build show it.vrk
     assert_status 1
-    assert_equal "$output" "vrk-build: it.vrk is no valid package file: Not a valid/supported package file"
+    assert_equal "$output" "vrk-build: it.vrk is no valid package file: it does not begin as a package file does"
     : >it.vrk
     run vrk-build show it.vrk
-    assert_equal "$output" "vrk-build: it.vrk is no valid package file: Only 0 of 6 bytes read"
+    assert_equal "$output" "vrk-build: it.vrk is no valid package file: it is cut short"
     run vrk-build show nowhere.vrk
     assert_status 1
     assert_equal "$output" "vrk-build: nowhere.vrk: No such file or directory"
@@ -130,7 +130,7 @@ hostile() { # DESCRIPTION
     hostile 'evrmVersion: 2.0\nevrkName: a\nevrkVersion: 1\nevrkArchitecture: b\033[31m\nevrkDescription: x\n'
     run vrk-build show evil.vrk
     assert_status 1
-    assert_equal "$output" 'vrk-build: evil.vrk is no valid package file: vrk_info_parse: Unsupported architecture: b\x1B[31m'
+    assert_equal "$output" 'vrk-build: evil.vrk is no valid package file: its architecture b\x1B[31m is not known here'
 }
 
 @test "wrong usage ends with 2 and says where help is" {

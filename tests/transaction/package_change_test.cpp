@@ -57,7 +57,7 @@ TEST_F(PackageChange, ScriptDoesNotRunWithoutItsEnvironment) {
     for (; rc != 0 && copies < 100; copies++) {
         EXPECT_FALSE(exists(dir / "trace")) << copies;
         strdups_left = copies;
-        rc = run_add_script(change, nullptr, "00-add.sh", "pre");
+        rc = run_add_script(change, nullptr, before_change, event_kind::pre_install_failed);
         strdups_left = -1;
     }
     EXPECT_EQ(rc, 0);

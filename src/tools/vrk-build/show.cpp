@@ -12,11 +12,12 @@
 
 #include "package/vrf.h"
 #include "support/arch.h"
+#include "support/event.h"
 #include "support/handle.h"
-#include "support/log.h"
 #include "support/terminal_text.h"
 #include "tools/vrk-build/problem.h"
 #include "tools/vrk-build/signer.h"
+#include "ui/sentences.h"
 
 namespace fs = std::filesystem;
 
@@ -58,18 +59,14 @@ class one_certificate_store {
     std::string path_;
 };
 
-// The last thing that the engine told its log: when it fails, the reason.
+// The last thing that the engine reported: when it fails, the reason.
 class engine_reason {
  public:
     engine_reason() {
-        if (!llog) {
-            llog = log_init(nullptr, 0, 0, 0, nullptr);
-            llog->stderr_levels = llog->syslog_levels = 0;
-        }
-        log_observe(note, LEVEL_ERROR | LEVEL_WARNING | LEVEL_INFO, this);
+        receive_events(note, this);
     }
     ~engine_reason() {
-        log_observe(nullptr, 0, nullptr);
+        receive_events(nullptr, nullptr);
     }
     engine_reason(const engine_reason &) = delete;
     engine_reason &operator=(const engine_reason &) = delete;
@@ -79,9 +76,8 @@ class engine_reason {
     }
 
  private:
-    static void note(uint32_t, const char *message, void *self) {
-        auto *reason = static_cast<engine_reason *>(self);
-        reason->text_.assign(message, strcspn(message, "\n"));
+    static void note(const event &happened, void *self) {
+        static_cast<engine_reason *>(self)->text_ = sentence_of(happened).text;
     }
     std::string text_;
 };
