@@ -202,16 +202,21 @@ void write_package(const std::string &path, const std::string &magic, const std:
 }
 
 void make_package(const PackageSpec &spec, const std::string &path) {
+    make_package_with_head(spec, spec, path);
+}
+
+void make_package_with_head(const PackageSpec &head_spec, const PackageSpec &spec,
+                            const std::string &path) {
     const TempDir temp;
     write_tree(spec, temp / "tree");
     pack_tree(temp / "tree", temp / "archive");
-    std::string head = description_of(spec);
+    std::string head = description_of(head_spec);
     if (spec.sign) {
         const Signer &signer = spec.signer ? *spec.signer : Signer::standard();
         head += line("evrkRsaSigSubj", signer.subject) +
                 "evrkRsaSigData:: " + base64(signer.sign(temp / "archive")) + "\n";
     }
-    write_package(path, spec.magic, head, temp / "archive");
+    write_package(path, head_spec.magic, head, temp / "archive");
 }
 
 std::string sha1_of(const std::string &path) {

@@ -69,6 +69,10 @@ void write_package(const std::string &path, const std::string &magic, const std:
                    const std::string &archive);
 // All of it: the package file `path`.
 void make_package(const PackageSpec &spec, const std::string &path);
+// A package file that says of itself what `head` says, in front of the signed payload of `payload`:
+// what anybody can make of a signed package.
+void make_package_with_head(const PackageSpec &head, const PackageSpec &payload,
+                            const std::string &path);
 
 // The SHA-1 of a file by the sha1sum command.
 std::string sha1_of(const std::string &path);
