@@ -200,6 +200,11 @@
     X(staged_file_not_written, LEVEL_ERROR, "{who}: Failed to write {path}: {reason}")             \
     X(fetched_size_wrong, LEVEL_ERROR,                                                             \
       "{who}: Failed to get {total} bytes from vrc_readpkg into {path}. rc = {status}")            \
+    X(fetched_file_exchanged, LEVEL_ERROR,                                                         \
+      "{who}: the fetched file {path} is not the planned file: its SHA-1 is {found}, not {other}") \
+    X(copied_file_exchanged, LEVEL_ERROR,                                                          \
+      "{who}: {path} is not the planned file: its SHA-1 is {found}, not {other}")                  \
+    X(staged_file_not_read, LEVEL_ERROR, "{who}: Failed to read {path}: {reason}")                 \
     X(package_not_staged, LEVEL_ERROR, "{who}: Failed to copy {other} to {path}")                  \
     X(fetching, LEVEL_INFO, "getting {package}.vrk")                                               \
     X(fetching_dependency, LEVEL_INFO, "retrieving {package}.vrk")                                 \

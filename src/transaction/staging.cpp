@@ -1,6 +1,7 @@
 #include "transaction/staging.h"
 
 #include <fcntl.h>
+#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 
 #include "package/fileops.h"
 #include "package/safe_name.h"
+#include "package/vrs.h"
 #include "repository/dirsearch.h"
 #include "repository/vrc.h"
 #include "support/ekva.h"
@@ -96,6 +98,31 @@ static own_file open_for_fetch(const char *path, const char **why) {
     return file;
 }
 
+// Whether a staged file is the one that was planned, by the SHA-1 that the plan knows. Where it
+// came from it may have been exchanged since. `exchanged` is the kind of event that says so, with
+// `origin` as the file that it is about.
+static bool is_planned_file(const char *who, const char *staged, const vri *package,
+                            event_kind exchanged, const char *origin) {
+    if (!package->filehash || !*package->filehash) {
+        return true;
+    }
+    char digest[41];
+    if (!vrs_sha1_file(staged, 'x', digest)) {
+        report(
+            {.kind = event_kind::staged_file_not_read, .who = who, .path = staged, .error = errno});
+        return false;
+    }
+    if (strcasecmp(digest, package->filehash) != 0) {
+        report({.kind = exchanged,
+                .who = who,
+                .path = origin,
+                .other = std::string_view(package->filehash).substr(0, 40),
+                .found = digest});
+        return false;
+    }
+    return true;
+}
+
 int stage_fetch(const char *who, std::optional<event_kind> announce, void *connection, vri *package,
                 const std::string &path) {
     if (vrm_stage_have_vrk(path.c_str(), package)) {
@@ -133,6 +160,12 @@ int stage_fetch(const char *who, std::optional<event_kind> announce, void *conne
                 .total = static_cast<int64_t>(package->filesize)});
         return -1;
     }
+    // Under this name nothing may stay that is another package's.
+    if (!is_planned_file(who, path.c_str(), package, event_kind::fetched_file_exchanged,
+                         path.c_str())) {
+        unlink(path.c_str());
+        return -1;
+    }
     return 0;
 }
 
@@ -149,8 +182,12 @@ int stage_copy(const char *who, bool announce, const vri *package, const std::st
     const char *source = package->absolute_uri ? package->absolute_uri : "";
     // A user may name the staged file itself. Copying it onto itself would delete it, as a copy
     // takes its target away first.
+    const auto is_planned = [&] {
+        return is_planned_file(who, path.c_str(), package, event_kind::copied_file_exchanged,
+                               source);
+    };
     if (is_same_file(source, path.c_str())) {
-        return 0;
+        return is_planned() ? 0 : -1;
     }
     // It takes away a link, too, but does not see one that leads nowhere: it would create what that
     // one names.
@@ -160,6 +197,10 @@ int stage_copy(const char *who, bool announce, const vri *package, const std::st
     }
     if (vrm_vrf_copy(path.c_str(), source, nullptr, 0) < 0) {
         report({.kind = event_kind::package_not_staged, .who = who, .path = path, .other = source});
+        return -1;
+    }
+    if (!is_planned()) {
+        unlink(path.c_str());
         return -1;
     }
     return 0;

@@ -35,9 +35,11 @@ bool may_carry_out(const char *who, const vrm_handle *handle, const vrt *transac
 // Gets a package of the catalogue into `path`, unless the very file lies there already.
 // `announce` is the kind of event that says that it begins; none for a quiet fetch.
 // Result: 0, or -1 with an ERROR line that begins with `who`. A half-written file stays: the next
-// attempt sees by its size and digest that it is not the one.
+// attempt sees by its size and digest that it is not the one. A whole file with another SHA-1 than
+// the record's filehash, when it has one, is deleted.
 int stage_fetch(const char *who, std::optional<event_kind> announce, void *connection, vri *package,
                 const std::string &path);
 
-// Copies a package file of the local system to `path`. Result as above.
+// Copies a package file of the local system to `path`. Result as above; a staged file that the user
+// named himself stays in any case.
 int stage_copy(const char *who, bool announce, const vri *package, const std::string &path);

@@ -230,6 +230,12 @@ constexpr row rows[] = {
      "{path} can't be written: {reason}"},
     {event_kind::fetched_size_wrong, sentence_sort::reason,
      "the catalogue did not deliver all {total} bytes of {path}"},
+    {event_kind::fetched_file_exchanged, sentence_sort::reason,
+     "the fetched file {path} is not the one in the catalogue: its SHA-1 is {found}, not {other}; "
+     "run pvrm refresh and try again"},
+    {event_kind::copied_file_exchanged, sentence_sort::reason,
+     "{path} is not the planned file: its SHA-1 is {found}, not {other}"},
+    {event_kind::staged_file_not_read, sentence_sort::reason, "{path} can't be read: {reason}"},
     {event_kind::package_not_staged, sentence_sort::reason, "{other} can't be copied to {path}"},
     {event_kind::fetching, sentence_sort::step, "getting {package}"},
     {event_kind::fetching_dependency, sentence_sort::step, "getting {package}"},
