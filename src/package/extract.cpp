@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "package/head.h"
 #include "package/payload.h"
@@ -51,28 +52,29 @@ static bool signature_holds(vrm_handle *handle, FILE *stream, vri *info, const c
 }
 
 // Reads the head and, if asked to, proves the signature. The stream then stands on the payload.
-static bool pass_head(vrm_handle *handle, FILE *stream, const char *path, int verify) try {
+// Null when it is not to be unpacked.
+static own_vri pass_head(vrm_handle *handle, FILE *stream, const char *path, int verify) try {
     if (!go_to_end_and_back(stream, path)) {
-        return false;
+        return nullptr;
     }
     // Here the message of a short file goes on with the path and the text of error 0: a file that
     // ends early is no error of the system.
     std::string description;
     if (!read_head(stream, std::string(" in ") + path + ": " + strerror(0), &description)) {
-        return false;
+        return nullptr;
     }
-    const own_vri info(vrk_info_parse(path, 3, description.c_str(), nullptr));
+    own_vri info(vrk_info_parse(path, 3, description.c_str(), nullptr));
     if (!info) {
         report({.kind = event_kind::package_head_unparsable});
-        return false;
+        return nullptr;
     }
     if (!verify) {
         log_say(LEVEL_DEBUG, "Not verifying the package signature");
-        return true;
+        return info;
     }
-    return signature_holds(handle, stream, info.get(), path);
+    return signature_holds(handle, stream, info.get(), path) ? std::move(info) : nullptr;
 } catch (const std::bad_alloc &) {
-    return false;
+    return nullptr;
 }
 
 static bool copy_data(archive *reader, archive *writer) {
@@ -155,12 +157,22 @@ static bool unpack(FILE *stream, const char *path) {
 }
 
 int vrm_vrf_extract(vrm_handle *handle, const char *path, const char *target, int verify) {
+    vri *head = nullptr;
+    const int rc = vrm_vrf_extract_with_head(handle, path, target, verify, &head);
+    vrk_info_free(head);
+    return rc;
+}
+
+int vrm_vrf_extract_with_head(vrm_handle *handle, const char *path, const char *target, int verify,
+                              vri **head) {
+    *head = nullptr;
     own_file stream(fopen_regular(path));
     if (!stream) {
         report({.kind = event_kind::package_not_opened, .path = path});
         return -1;
     }
-    if (!pass_head(handle, stream.get(), path, verify)) {
+    own_vri info = pass_head(handle, stream.get(), path, verify);
+    if (!info) {
         return -1;
     }
     char before[4096];
@@ -178,5 +190,9 @@ int vrm_vrf_extract(vrm_handle *handle, const char *path, const char *target, in
         report({.kind = event_kind::working_directory_lost, .path = before});
         return -1;
     }
-    return good ? 0 : -1;
+    if (!good) {
+        return -1;
+    }
+    *head = info.release();
+    return 0;
 }

@@ -7,7 +7,8 @@
 //   11 + N   rest    the payload: a cpio archive compressed with gzip
 //
 // A signature stands in the description, as evrkRsaSigSubj and evrkRsaSigData, and covers the
-// payload alone: what the head says is as trustworthy as the place the file came from.
+// payload alone: what the head says is as trustworthy as the place the file came from. The payload
+// holds the description once more, see package/signed_record.h.
 #pragma once
 
 #include "package/vri.h"
@@ -35,3 +36,9 @@ char **vrm_vrf_index(vrm_handle *handle, const char *path);
 // Result: 0, or -1 with the reason on the log; part of the payload may then lie in the target,
 // which the caller removes. The working directory of the process is the target during the run.
 int vrm_vrf_extract(vrm_handle *handle, const char *path, const char *target, int verify);
+
+// The same, and on success `*head` is the record of the head that was read along with the payload,
+// freed with vrk_info_free. With `verify` set its rsa_sig_subj is the subject of the certificate
+// that verified the payload, and its sig_status is 1. After a failure `*head` is null.
+int vrm_vrf_extract_with_head(vrm_handle *handle, const char *path, const char *target, int verify,
+                              vri **head);

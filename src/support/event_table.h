@@ -226,7 +226,10 @@
     X(install_not_proven, LEVEL_ERROR,                                                             \
       "vrm_install_vrk: Failure checking info files for {package} in {path}")                      \
     X(update_not_proven, LEVEL_ERROR,                                                              \
-      "vrm_update_vrk: Failure checking files for {package} in {path}")
+      "vrm_update_vrk: Failure checking files for {package} in {path}")                            \
+    X(package_not_believed, LEVEL_ERROR, "{who}: cannot install {path}: {other}")                  \
+    X(entry_of_another, LEVEL_ERROR,                                                               \
+      "vrm_update_vrk: cannot update {package}: its entry in the inventory is that of {other}")
 
 #define VRM_EVENTS_OF_CONFLICTS(X)                                                                 \
     X(file_owned_by_another, LEVEL_ERROR,                                                          \

@@ -130,9 +130,12 @@ static int enter_inventory(const package_install &step) {
 // back here, so that a step need only say that it failed.
 static int install_package(package_install *step) {
     // A package that can't be unpacked or verified leaves its stage directory for a look at it.
-    int rc = unpack_staged(*step);
+    int rc = unpack_staged(step);
     if (rc == 0) {
         rc = verify(step);
+    }
+    if (rc == 0) {
+        rc = believe_signed_record(step);
     }
     if (rc != 0) {
         return rc;

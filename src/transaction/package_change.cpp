@@ -2,29 +2,37 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 #include "package/fileops.h"
+#include "package/signed_record.h"
 #include "package/vrf.h"
 #include "repository/hooks.h"
 #include "support/event.h"
 #include "support/log.h"
 #include "transaction/scripts.h"
 
-int unpack_staged(const package_change &change) {
-    const stage_paths &stage = change.stage;
+int unpack_staged(package_change *change) {
+    const stage_paths &stage = change->stage;
     for (std::string dir : {stage.fresh, stage.old}) {
         vrm_vrf_mkdir(dir.data(), 0755);
     }
-    log_say(LEVEL_DEBUG, "%s: Will unpack %s to %s", change.who, stage.file.c_str(),
+    // What an earlier attempt unpacked must not vouch for a payload that brings no description.
+    unlink((stage.fresh + "/" + signed_description_path).c_str());
+    log_say(LEVEL_DEBUG, "%s: Will unpack %s to %s", change->who, stage.file.c_str(),
             stage.fresh.c_str());
-    if (change.verbose) {
+    if (change->verbose) {
         report({.kind = event_kind::unpacking, .package = stage.puname});
     }
-    const int rc = vrm_vrf_extract(change.handle, stage.file.c_str(), stage.fresh.c_str(), 1);
+    vri *head = nullptr;
+    const int rc = vrm_vrf_extract_with_head(change->handle, stage.file.c_str(),
+                                             stage.fresh.c_str(), 1, &head);
+    change->file_head.reset(head);
     if (rc != 0) {
         report({.kind = event_kind::unpacking_failed,
-                .who = change.who,
+                .who = change->who,
                 .path = stage.file,
                 .other = stage.fresh});
     }
@@ -36,6 +44,84 @@ int verify_unpacked(package_change *change) {
         report({.kind = event_kind::verifying, .package = change->stage.puname});
     }
     return verify_forks(change->stage.fresh, &change->forks);
+}
+
+// The package file under the name by which the user or the catalogue knows it.
+static std::string file_name_of(const package_change &change) {
+    const char *uri = change.package->relative_uri;
+    const std::string path = uri ? uri : "";
+    const std::string name = path.substr(path.rfind('/') + 1);
+    const bool fit = !name.empty() && std::none_of(name.begin(), name.end(), [](unsigned char c) {
+        return c < 0x20 || c == 0x7f;
+    });
+    return fit ? name : change.stage.puname + ".vrk";
+}
+
+// Where the plan has the record of the change's package from, in a word for messages.
+static const char *source_of(const package_change &change) {
+    const vrt *plan = change.transaction;
+    char source = plan->info == change.package ? plan->source : 'L';
+    for (int32_t i = 0; plan->deps && i < plan->num_deps; i++) {
+        if (plan->deps[i]->info == change.package) {
+            source = plan->deps[i]->status;
+        }
+    }
+    return source == 'R' ? "the catalogue" : "the plan";
+}
+
+// What the plan says differently. A catalogue may know nothing of creator and data size, which play
+// no part in a plan.
+static std::string plan_difference(const package_change &change, const vri *signed_record,
+                                   const char *of_signed) {
+    vri planned = *change.package;
+    if (!planned.creator) {
+        planned.creator = signed_record->creator;
+    }
+    if (planned.datasize == 0) {
+        planned.datasize = signed_record->datasize;
+    }
+    return difference_in_words(source_of(change), &planned, of_signed, signed_record);
+}
+
+// The record of the signed description. It bears the signature that the payload was verified with,
+// whatever the description says of one.
+static own_vri signed_record_of(const package_change &change, std::string *why) {
+    static constexpr char ours[] = "its signed description";
+    own_vri record = read_signed_record(change.stage.fresh, why);
+    if (!record) {
+        return nullptr;
+    }
+    vri *head = change.file_head.get();
+    // Unlisted it would have failed the verification: it came between that and now.
+    *why = !fork_has(change.forks.info, signed_description_file)
+               ? "its signed description is not in its list of info files"
+               : difference_in_words("its head", head, ours, record.get());
+    if (why->empty()) {
+        *why = plan_difference(change, record.get(), ours);
+    }
+    if (!why->empty()) {
+        return nullptr;
+    }
+    std::swap(record->rsa_sig_subj, head->rsa_sig_subj);
+    std::swap(record->rsa_sig_data, head->rsa_sig_data);
+    std::swap(record->rsa_sig_len, head->rsa_sig_len);
+    record->sig_status = head->sig_status;
+    return record;
+}
+
+int believe_signed_record(package_change *change) {
+    std::string why;
+    change->signed_record = signed_record_of(*change, &why);
+    if (!change->signed_record) {
+        report({.kind = event_kind::package_not_believed,
+                .who = change->who,
+                .package = change->stage.puname,
+                .path = file_name_of(*change),
+                .other = why});
+        return -1;
+    }
+    change->package = change->signed_record.get();
+    return 0;
 }
 
 static int run_script(const package_change &change, const vri *old_package,

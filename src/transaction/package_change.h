@@ -11,19 +11,27 @@ struct package_change {
     const char *who;  // begins the messages: the public function that does the change
     vrm_handle *handle;
     vrt *transaction;
-    const vri *package;  // the new one
+    const vri *package;  // the new one: as planned, and from believe_signed_record on as signed
     bool verbose;
 
     stage_paths stage;
     package_forks forks;  // what was unpacked
+    own_vri file_head;    // the head of the staged file, with the signature that was verified
+    own_vri signed_record;
 };
 
-// Unpacks the staged file to a fresh stage directory. Result: 0, or the code of vrm_vrf_extract
-// with an ERROR line.
-int unpack_staged(const package_change &change);
+// Unpacks the staged file to a fresh stage directory, and takes its head. Result: 0, or the code of
+// vrm_vrf_extract with an ERROR line.
+int unpack_staged(package_change *change);
 
 // Tells what is about to be verified, and verifies it (verify_forks).
 int verify_unpacked(package_change *change);
+
+// Compares the plan's record and the head of the staged file with the signed description of what
+// was unpacked and verified, and makes the signed record the package of the change. It has the
+// verified signature of the head, as hooks may ask for the signer. Result: 0, or -1 with an ERROR
+// line when one of the records is missing or they disagree.
+int believe_signed_record(package_change *change);
 
 // A script of an install or an update, and the event that says that it runs.
 struct add_script {

@@ -44,6 +44,17 @@ static int verify(package_update *step) {
     return rc;
 }
 
+// The files of the old version are those of its record's name, and they are taken away. A damaged
+// entry of the inventory may have another name than its record.
+static int check_name(const package_update &step) {
+    const char *name = step.package->name, *old_name = step.old_package->name;
+    if (strcmp(name, old_name) != 0) {
+        report({.kind = event_kind::entry_of_another, .package = name, .other = old_name});
+        return -1;
+    }
+    return 0;
+}
+
 // Without the list the files of the old version would stay and belong to nobody.
 static int read_old_files(package_update *step) {
     step->old_files.reset(vrm_vrl_file_list(step->handle, step->old_package));
@@ -197,9 +208,15 @@ static int build_entry(const package_update &step) {
 // done is taken back here, so that a step need only say that it failed.
 static int update_package(package_update *step) {
     // A package that can't be unpacked or verified leaves its stage directory for a look at it.
-    int rc = unpack_staged(*step);
+    int rc = unpack_staged(step);
     if (rc == 0) {
         rc = verify(step);
+    }
+    if (rc == 0) {
+        rc = believe_signed_record(step);
+    }
+    if (rc == 0) {
+        rc = check_name(*step);
     }
     if (rc != 0) {
         return rc;

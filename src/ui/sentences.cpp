@@ -257,6 +257,10 @@ constexpr row rows[] = {
      "the content of {package} is not what its own lists say"},
     {event_kind::update_not_proven, sentence_sort::reason,
      "the content of {package} is not what its own lists say"},
+    {event_kind::package_not_believed, sentence_sort::reason, "cannot install {path}: {other}"},
+    {event_kind::entry_of_another, sentence_sort::reason,
+     "cannot upgrade {package}: its entry in the inventory is that of {other}; pvrm check offers "
+     "to delete that entry"},
     // Conflicts.
     {event_kind::file_owned_by_another, sentence_sort::reason,
      "{path} is on the disk already and belongs to the package {package}"},

@@ -90,9 +90,9 @@ offer_known() { # NAME [WHAT=VALUE]...
         for word in depends install 'upgrade --dry-run'; do
             : >"$repository/catalogue.txt"
             : >"$repository/catalogue.known"
-            offer old '' 2.0 1 'The package old' '' "$(package old version=2.0)"
-            offer app '' 1.0 1 'The package app' lib "$file"
-            offer lib '' 1.0 1 'The package lib' '' "$(package lib)"
+            offer old '' 2.0 1 'The package old for tests' '' "$(package old version=2.0)"
+            offer app '' 1.0 1 'The package app for tests' lib "$file"
+            offer lib '' 1.0 1 'The package lib for tests' '' "$(package lib)"
             # shellcheck disable=SC2086
             run --separate-stderr pvrm $word "$argument"
             assert_status 0

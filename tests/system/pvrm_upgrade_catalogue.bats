@@ -239,12 +239,12 @@ updated a_any_1.0 to a_any_2.0 as requested by user'
 
 @test "a catalogue that was never read is refreshed first" {
     have a
-    offer a '' 2.0 1 'The package a' '' "$(package a version=2.0)"
+    offer a '' 2.0 1 'The package a for tests' '' "$(package a version=2.0)"
     run pvrm upgrade
     assert_status 0
     assert_equal "$(version_of a)" 2.0
     : >"$repository/catalogue.known"
-    offer a '' 3.0 1 'The package a' '' "$(package a version=3.0)"
+    offer a '' 3.0 1 'The package a for tests' '' "$(package a version=3.0)"
     run pvrm upgrade a
     assert_status 0
     assert_equal "$(version_of a)" 3.0
