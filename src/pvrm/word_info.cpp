@@ -1,3 +1,4 @@
+#include "package/signed_record.h"
 #include "package/vrf.h"
 #include "pvrm/engine_report.h"
 #include "pvrm/exit_status.h"
@@ -20,6 +21,17 @@ static void tell_state(session &work, const vri *package) {
     }
 }
 
+// What is shown of a package file is its head, which nobody signed. Result: whether it is what the
+// signed description says, else a warning was printed.
+static bool head_is_signed(const std::string &file) {
+    const head_comparison head = compare_head(file.c_str());
+    if (head.result != head_comparison::matches) {
+        take_cause();
+        tell_problem("warning: %s cannot be installed: %s", file.c_str(), head.why.c_str());
+    }
+    return head.result == head_comparison::matches;
+}
+
 int word_info(const common_options &options, const std::string &what,
               const std::string &format_name) {
     const list_format format = format_named(format_name, FORMAT_FORM);
@@ -36,9 +48,14 @@ int word_info(const common_options &options, const std::string &what,
     if (is_file && package->sig_status != 1) {
         tell_failure("warning: %s can't be trusted", what.c_str());
     }
+    // Without a valid signature nothing is signed; that was said.
+    const bool matches = is_file && head_is_signed(what) && package->sig_status == 1;
     if (vrm_vrk_info_write(package.get(), stream_for(format), mode, static_cast<unsigned>(format),
                            0) != 0) {
         return EXIT_FAILED;
+    }
+    if (matches && is_for_people(format) && !options.quiet) {
+        tell_problem("the head of %s matches its signed description", what.c_str());
     }
     if (format == FORMAT_FORM && mode != 2 && !options.quiet) {
         tell_state(work, package.get());

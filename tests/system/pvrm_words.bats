@@ -336,7 +336,8 @@ $(report_row foo 1.0 'The package foo for tests')"
     run --separate-stderr as_nobody pvrm info --format form "$file"
     assert_status 0
     assert_line '  Name:         foo'
-    assert_equal "$stderr" "pvrm: the directory $repository/installed can't be read: Permission denied"
+    assert_equal "$stderr" "pvrm: the head of $file matches its signed description
+pvrm: the directory $repository/installed can't be read: Permission denied"
     for word in "files $file" "info --format ldif $file" 'search --format csv foo'; do
         # shellcheck disable=SC2086
         run --separate-stderr as_nobody pvrm $word

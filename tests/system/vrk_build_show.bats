@@ -18,6 +18,7 @@ Package file:  $(stat -c %s foo_any_1.2.vrk) bytes
 SHA-1:         $(sha1sum <foo_any_1.2.vrk | cut -c 1-40)
 Signed by:     /O=My Distribution/CN=Jane
 Signature:     verified
+Head:          matches the signed description
 Members:
   -rw-r--r--          6 conf/etc/foo.conf
   -rwxr-xr-x         19 data/usr/bin/foo

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "package/signed_record.h"
 #include "package/vrf.h"
 #include "support/arch.h"
 #include "support/event.h"
@@ -189,6 +190,15 @@ static std::string signature_words(int status, const show_options &options) {
     }
 }
 
+static bool print_comparison(const std::string &file) {
+    const head_comparison head = compare_head(file.c_str());
+    const char *verdict = head.result == head_comparison::matches ? "matches the signed description"
+                          : head.result == head_comparison::differs ? "DIFFERS: "
+                                                                    : "cannot be compared: ";
+    print_field("Head:", (verdict + head.why).c_str());
+    return head.result == head_comparison::matches;
+}
+
 bool show(const show_options &options) {
     if (!vrk_file_is_vrk(options.file.c_str())) {
         std::error_code failed;
@@ -215,6 +225,7 @@ bool show(const show_options &options) {
     }
     print_head(package.get());
     print_field("Signature:", signature_words(package->sig_status, options).c_str());
+    const bool head_matches = print_comparison(options.file);
     print_members(options.file);
-    return package->sig_status == 1;
+    return package->sig_status == 1 && head_matches;
 }

@@ -9,7 +9,8 @@ struct show_options {
     std::string store = "/var/lib/vrm/certstore";
 };
 
-// Prints the head, the members of the payload, and whether the signature holds, with nothing that
-// could steer the terminal. Result: whether the signature does. Throws a problem for a file that is
-// no package, and for a damaged payload, behind what could be printed.
+// Prints the head, the members of the payload, whether the signature holds and whether the head is
+// the signed description, with nothing that could steer the terminal. Result: whether both do.
+// Throws a problem for a file that is no package, and for a damaged payload, behind what could be
+// printed.
 bool show(const show_options &options);
