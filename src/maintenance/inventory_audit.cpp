@@ -1,5 +1,8 @@
 #include "maintenance/inventory_audit.h"
 
+#include <unistd.h>
+
+#include <cstring>
 #include <new>
 #include <optional>
 #include <string>
@@ -209,7 +212,7 @@ bool head_audit::offer_repair(const vri &package) {
 
 class entry_audit {
  public:
-    entry_audit() : question_(inst_answers, "k") {
+    explicit entry_audit(vrm_handle *handle) : handle_(handle), question_(inst_answers, "k") {
         question_.begin_walk('k');
     }
 
@@ -221,25 +224,32 @@ class entry_audit {
     void tell_sums() const;
 
  private:
-    bool offer_removal(const char *entry, const std::string &path);
+    bool offer_removal(const char *entry, const std::string &path, bool with_index);
 
+    vrm_handle *handle_;
     recurring_question question_;
     int valid_ = 0;
     int invalid_ = 0;
 };
 
 bool entry_audit::visit(const char *entry, const std::string &path, const vri *package) {
-    if (package) {
+    if (package && strcmp(package->name, entry) == 0) {
         log_say(LEVEL_DEBUG, "%s is a valid package dir", entry);
         valid_++;
         return true;
     }
-    tell_user(std::string(entry) + " is not a valid package dir\n");
+    // A record of another name answers for that package where it is looked up, and its files are
+    // another's: neither of the two could be upgraded or removed.
+    tell_user(std::string(entry) +
+              (package ? std::string(" holds the entry of another package, ") + package->name + "\n"
+                       : " is not a valid package dir\n"));
     invalid_++;
-    return dry_run || offer_removal(entry, path);
+    return dry_run || offer_removal(entry, path, package != nullptr);
 }
 
-bool entry_audit::offer_removal(const char *entry, const std::string &path) {
+// A directory that can be read was entered as a whole, with a file index under its name. What the
+// index lists belongs to nobody when the entry is gone; a new installation may then replace it.
+bool entry_audit::offer_removal(const char *entry, const std::string &path, bool with_index) {
     const std::string told_path = path.substr(0, 1000);
     switch (question_.letter_of_removal("remove directory " + told_path)) {
         case 'k':
@@ -249,6 +259,9 @@ bool entry_audit::offer_removal(const char *entry, const std::string &path) {
             report({.kind = event_kind::entry_removed, .package = entry});
             if (vrm_vrf_rmdir(path.c_str()) != 0) {
                 report({.kind = event_kind::audited_entry_not_removed, .path = told_path});
+            } else if (with_index) {
+                const char *indexes = ekva_getval(handle_->dirs, "fileindex");
+                unlink((std::string(indexes ? indexes : "") + "/" + entry).c_str());
             }
             return true;
         case 'a':
@@ -311,7 +324,7 @@ int vrm_chkinst(vrm_handle *handle, unsigned report) try {
     if (!walk.is_open()) {
         return 0;
     }
-    entry_audit audit;
+    entry_audit audit(handle);
     const std::optional<int> count = visit_all(
         &walk, [&](const vri *package) { return audit.visit(walk.name(), walk.path(), package); });
     if (!count) {

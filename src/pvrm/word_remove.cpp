@@ -97,8 +97,10 @@ bool removal::is_removable(const std::string &name) {
         return true;  // the planner has a sentence for it
     }
     if (package->name != name) {
-        tell_problem("%s can't be removed: its entry in the inventory is that of another package",
-                     name.c_str());
+        tell_problem(
+            "%s can't be removed: its entry in the inventory is that of another package, %s; "
+            "pvrm check offers to delete that entry",
+            name.c_str(), package->name);
         return false;
     }
     if (const char *part = vrk_info_unsafe_part(package.get())) {

@@ -490,6 +490,31 @@ TEST_F(VrmChkinst, RemovesAnEntryWithAllBelowIt) {
     EXPECT_EQ(told().back(), "checked 2 entries, 1 valid , 1 invalid\n");
 }
 
+// Neither of the two could be removed or upgraded through such an entry.
+TEST_F(VrmChkinst, AnEntryWithTheRecordOfAnotherPackageIsFoundAndRemovedWithItsIndex) {
+    PackageSpec other;
+    other.name = "other";
+    repo_.install(other, {"/srv/other"});
+    fs::copy(repo_.in("installed/other"), repo_.in("installed/bash"), fs::copy_options::recursive);
+    repo_.dir().write("repo/fileindex/bash", "/srv/other\n");
+    const auto before = snapshot();
+    EXPECT_EQ(chkinst(1), 1);
+    EXPECT_THAT(told(), ElementsAre("bash holds the entry of another package, other\n",
+                                    "checked 2 entries, 1 valid , 1 invalid\n"));
+    EXPECT_THAT(log_.at(LEVEL_INFO), ElementsAre("keeping bash"));
+    EXPECT_EQ(snapshot(), before);
+
+    vote_mode = 1;
+    user_.answers = {"d"};
+    EXPECT_EQ(chkinst(), 1);
+    EXPECT_EQ(user_.questions[0].text, "remove directory " + repo_.in("installed/bash"));
+    EXPECT_FALSE(has("bash"));
+    EXPECT_FALSE(exists(repo_.in("fileindex/bash")));
+    EXPECT_TRUE(has("other/inst.txt"));
+    EXPECT_TRUE(exists(repo_.in("fileindex/other")));
+    EXPECT_EQ(chkinst(), 0);
+}
+
 TEST_F(VrmChkinst, AnyOtherLetterDoesNothing) {
     vote_mode = 1;
     damage("bad");
