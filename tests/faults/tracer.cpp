@@ -15,6 +15,7 @@
 #include <csignal>
 #include <cstddef>
 #include <cstring>
+#include <functional>
 #include <stdexcept>
 #include <system_error>
 
@@ -78,8 +79,11 @@ own_fd receive_descriptor(int socket) {
     return own_fd(descriptor);
 }
 
+// What the child does once it is prepared. Returns an exit status.
+using child_code = std::function<int()>;
+
 // The child's part: from here on nothing may go wrong that the parent would not hear of.
-[[noreturn]] void become(char *const *arguments, int output, int socket, const sock_fprog *filter) {
+[[noreturn]] void become(const child_code &code, int output, int socket, const sock_fprog *filter) {
     const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
     dup2(nothing, STDIN_FILENO);
     dup2(output, STDOUT_FILENO);
@@ -94,8 +98,20 @@ own_fd receive_descriptor(int socket) {
         }
         // Closed with the execution: an operation of this process on it would be asked about there.
     }
-    execv(arguments[0], arguments);
-    _exit(127);
+    _exit(code());
+}
+
+child_code execution_of(const std::vector<std::string> &command) {
+    std::vector<char *> arguments;
+    arguments.reserve(command.size() + 1);
+    for (const std::string &argument : command) {
+        arguments.push_back(const_cast<char *>(argument.c_str()));
+    }
+    arguments.push_back(nullptr);
+    return [arguments] {
+        execv(arguments[0], arguments.data());
+        return 127;
+    };
 }
 
 std::string content_of(int descriptor) {
@@ -156,7 +172,7 @@ class watcher {
             return;
         }
         const size_t number = run_->trace.size();
-        const bool skipped = run_->disturbed && what_->then_skipped.contains(op->call);
+        const bool skipped = what_ && run_->disturbed && what_->then_skipped.contains(op->call);
         run_->trace.push_back(std::move(*op));
         if (skipped) {
             answer->flags = 0;
@@ -182,16 +198,10 @@ class watcher {
     watched_run *run_;
 };
 
-watched_run run(const std::vector<std::string> &command, const std::vector<std::string> *places,
+watched_run run(const child_code &code, const std::vector<std::string> *places,
                 const disturbance *what) {
-    std::vector<char *> arguments;
-    arguments.reserve(command.size() + 1);
-    for (const std::string &argument : command) {
-        arguments.push_back(const_cast<char *>(argument.c_str()));
-    }
-    arguments.push_back(nullptr);
-    std::vector<sock_filter> code = make_filter();
-    const sock_fprog filter = {static_cast<unsigned short>(code.size()), code.data()};
+    std::vector<sock_filter> steps = make_filter();
+    const sock_fprog filter = {static_cast<unsigned short>(steps.size()), steps.data()};
     const own_fd output(memfd_create("output", MFD_CLOEXEC));
     int sockets[2];
     if (!output.valid() || socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) != 0) {
@@ -203,7 +213,7 @@ watched_run run(const std::vector<std::string> &command, const std::vector<std::
         fail("fork");
     }
     if (child == 0) {
-        become(arguments.data(), output.get(), childs.get(), places ? &filter : nullptr);
+        become(code, output.get(), childs.get(), places ? &filter : nullptr);
     }
     childs = own_fd();
 
@@ -231,9 +241,13 @@ watched_run run(const std::vector<std::string> &command, const std::vector<std::
 
 watched_run run_watched(const std::vector<std::string> &command,
                         const std::vector<std::string> &places, const disturbance *what) {
-    return run(command, &places, what);
+    return run(execution_of(command), &places, what);
+}
+
+watched_run run_watched(const std::function<int()> &code, const std::vector<std::string> &places) {
+    return run(code, &places, nullptr);
 }
 
 watched_run run_alone(const std::vector<std::string> &command) {
-    return run(command, nullptr, nullptr);
+    return run(execution_of(command), nullptr, nullptr);
 }

@@ -5,6 +5,7 @@
 // needed, and the program that is tested is the one that is installed.
 #pragma once
 
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -35,6 +36,10 @@ struct watched_run {
 // null. Throws std::runtime_error when the program can't be watched on this machine.
 watched_run run_watched(const std::vector<std::string> &command,
                         const std::vector<std::string> &places, const disturbance *what);
+
+// Runs code in a child process and watches all that it asks of the kernel, undisturbed. The exit
+// status is what the code returns. What the code starts is left alone here too.
+watched_run run_watched(const std::function<int()> &code, const std::vector<std::string> &places);
 
 // The program without anybody watching.
 watched_run run_alone(const std::vector<std::string> &command);
