@@ -51,6 +51,9 @@ struct vri {
 // says what, save for a missing name, version or description. A text whose first line does not
 // parse is reported on stderr. Names are taken as they are, also those that could be no part of a
 // path.
+//
+// A text that refers to another file (":<", or ":" after a name with ";binary"), in any attribute
+// and at any place, gives null and an ERROR line; no file is opened.
 vri *vrk_info_parse(const char *label, int32_t mode, const char *description, const char *inst);
 
 // Turns a record into pairs of attribute and value, in the order in which reports print them; an

@@ -20,7 +20,10 @@ namespace {
 // dependencies.
 class Attributes {
  public:
-    explicit Attributes(const char *text);
+    // False, with the reason on the log, when any line of the text refers to another file: packages
+    // are made by strangers, and what they have read here, with the rights of whoever looks at the
+    // package, would become part of a record that everybody may see.
+    bool read(const char *text);
 
     // The value of the first line of this name, names compared without regard to case; null when
     // there is none. Values may hold NUL bytes.
@@ -36,18 +39,28 @@ class Attributes {
     std::vector<Line> lines_;
 };
 
-Attributes::Attributes(const char *text) {
-    ldif_reader reader(text);
-    if (!reader.next()) {
-        fprintf(stderr, "ldif_entry_get_attr: failed to parse ldif buffer\n");
-        return;
-    }
+bool Attributes::read(const char *text) {
+    ldif_reader reader(text, ldif_reader::references::refused);
+    bool is_first = true;
+    bool is_over = false;
     do {
-        if (reader.line_kind() == ldif_reader::kind::empty) {
-            return;
+        const bool is_sound = reader.next();
+        if (!is_sound && is_first) {
+            fprintf(stderr, "ldif_entry_get_attr: failed to parse ldif buffer\n");
         }
-        lines_.push_back({reader.name(), reader.value()});
-    } while (reader.next());
+        if (is_sound && reader.line_kind() == ldif_reader::kind::reference) {
+            report({.kind = event_kind::reference_refused, .other = reader.name().substr(0, 100)});
+            return false;
+        }
+        // What follows an empty or a malformed line is searched for references and not used. Sound
+        // texts have nothing there, and another reader of the same text might go on.
+        is_over = is_over || !is_sound || reader.line_kind() == ldif_reader::kind::empty;
+        if (!is_over) {
+            lines_.push_back({reader.name(), reader.value()});
+        }
+        is_first = false;
+    } while (!reader.at_end());
+    return true;
 }
 
 const std::string *Attributes::find(const char *name) const {
@@ -248,8 +261,8 @@ static bool parse_install_info(const char *text, vri *info) {
         report({.kind = event_kind::install_info_missing});
         return false;
     }
-    const Attributes inst(text);
-    return parse_install_time(inst, info) && parse_update_times(inst, info) &&
+    Attributes inst;
+    return inst.read(text) && parse_install_time(inst, info) && parse_update_times(inst, info) &&
            parse_install_type(inst, info);
 }
 
@@ -261,7 +274,10 @@ vri *vrk_info_parse(const char *label, int32_t mode, const char *description,
     }
     info->flag = 1;
 
-    const Attributes text(description);
+    Attributes text;
+    if (!text.read(description)) {
+        return nullptr;
+    }
     if (mode != 1 && !known_format(text, label)) {
         return nullptr;
     }

@@ -20,6 +20,8 @@
     X(package_format_unknown, LEVEL_INFO, "vrk_info_parse: Unknown package format {other}")        \
     X(architecture_missing, LEVEL_INFO, "vrk_info_parse: Unspecified architecture\n")              \
     X(architecture_unknown, LEVEL_INFO, "vrk_info_parse: Unsupported architecture: {other}\n")     \
+    X(reference_refused, LEVEL_ERROR,                                                              \
+      "vrk_info_parse: refusing a reference to another file in attribute {other}")                 \
     X(install_info_missing, LEVEL_ERROR,                                                           \
       "vrk_info_parse: No install info found, package is corrupt")                                 \
     X(install_time_missing, LEVEL_ERROR,                                                           \

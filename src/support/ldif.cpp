@@ -19,6 +19,7 @@
 #include "support/own.h"
 
 using line_kind = ldif_reader::kind;
+using references = ldif_reader::references;
 
 // A terminated heap block of the bytes.
 static own_string to_heap(const std::string &bytes) {
@@ -38,7 +39,7 @@ const char *ldif_parse(const char *text, int32_t /*length*/, char **name, char *
                        int32_t *value_length, int32_t *binary) try {
     *name = *value = nullptr;
     *value_length = *binary = 0;
-    ldif_reader reader(text);
+    ldif_reader reader(text, references::followed);
     if (!reader.next()) {
         return nullptr;
     }
@@ -79,7 +80,7 @@ static void add_line(s_ekva ***rec, const ldif_reader &line) {
 s_ekva **ldif2ekva(const char *text, int32_t /*length*/) {
     s_ekva **rec = nullptr;
     try {
-        ldif_reader reader(text);
+        ldif_reader reader(text, references::followed);
         if (!reader.next()) {
             fputs("ldif2ekva: failed to parse ldif buffer\n", stderr);
             return nullptr;
@@ -222,7 +223,7 @@ enum class walk_end { unparsed, empty_line, text_end, found };
 // Shows each line of the name to `found`, until it returns true.
 template <typename Found>
 static walk_end walk_entry(const char *text, const char *name, Found found) {
-    ldif_reader reader(text);
+    ldif_reader reader(text, references::followed);
     for (bool first = true;; first = false) {
         if (!reader.next()) {
             return first ? walk_end::unparsed : walk_end::text_end;

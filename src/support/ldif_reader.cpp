@@ -71,9 +71,9 @@ bool ldif_reader::take_apart() {
         return decode(colon + 3);
     }
     if (separator == '<') {
-        read_reference(colon + 3);
+        take_reference(colon + 3);
     } else if (name_.find(";binary") != std::string::npos) {
-        read_reference(colon + 2);
+        take_reference(colon + 2);
     } else {
         value_ = text_from(colon + 2);
     }
@@ -94,7 +94,11 @@ bool ldif_reader::decode(size_t from) {
     return count > 0;
 }
 
-void ldif_reader::read_reference(size_t from) {
+void ldif_reader::take_reference(size_t from) {
+    if (policy_ != references::followed) {
+        kind_ = kind::reference;
+        return;
+    }
     binary_ = true;
     const std::string_view reference = text_from(from);
     const std::string path(reference.starts_with(file_scheme)

@@ -11,14 +11,29 @@ const char *ldif_unfold(const char *text, std::string &line);
 
 class ldif_reader {
  public:
-    // Null is an empty text.
-    explicit ldif_reader(const char *text) : at_(text ? text : "") {}
+    // What happens at a line whose value is the content of another file, in either form (":<", or
+    // ":" after a name with ";binary"). Each reader has to choose: a text that comes from outside,
+    // such as the description of a package, must never make a program read a file for its author.
+    enum class references {
+        followed,  // the file is read; one that cannot be read gives an empty value
+        refused,   // nothing is opened, the line is of the kind `reference`
+    };
 
-    enum class kind { empty, comment, attribute };
+    // Null is an empty text.
+    ldif_reader(const char *text, references policy) : at_(text ? text : ""), policy_(policy) {}
+
+    // A line of the kind `reference` has a name and no value. Only a reader that refuses references
+    // has such lines.
+    enum class kind { empty, comment, attribute, reference };
 
     // Takes the next line. False at the end of the text and at a line that ends the parse, which
-    // is one whose base64 value is malformed or empty.
+    // is one whose base64 value is malformed or empty. After such a line the next call would go on
+    // with the line that follows.
     bool next();
+
+    bool at_end() const {
+        return *at_ == '\0';
+    }
 
     kind line_kind() const {
         return kind_;
@@ -44,11 +59,12 @@ class ldif_reader {
  private:
     bool take_apart();
     bool decode(size_t from);
-    void read_reference(size_t from);
+    void take_reference(size_t from);
     // The line's text from a position on, empty when the line ends before it.
     const char *text_from(size_t from) const;
 
     const char *at_;
+    references policy_;
     const char *end_ = nullptr;
     std::string line_, name_, value_;
     kind kind_ = kind::empty;

@@ -29,6 +29,8 @@ constexpr row rows[] = {
      "it does not say for which machines it is built"},
     {event_kind::architecture_unknown, sentence_sort::cause,
      "its architecture {other} is not known here"},
+    {event_kind::reference_refused, sentence_sort::cause,
+     "its description refers to another file, which is not allowed"},
     {event_kind::install_info_missing, sentence_sort::reason,
      "No install info found, package is corrupt"},
     {event_kind::install_time_missing, sentence_sort::reason,

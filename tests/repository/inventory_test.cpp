@@ -206,6 +206,24 @@ TEST_F(VrmListVri, MatchesNameOrDescription) {
     EXPECT_THAT(list("nothing"), ElementsAre());
 }
 
+TEST_F(VrmListVri, PassesOverAnEntryThatRefersToAFile) {
+    repo_.install(named("good"));
+    PackageSpec spec = named("evil");
+    spec.more = "evrkCreator:< file:///etc/passwd\n";
+    repo_.install(spec);
+    repo_.install(named("other"), {}, "evrkInstallTime: 1\nevrkInstallType;binary: /etc/passwd\n");
+    EXPECT_EQ(vrm_vrl_info(handle(), "evil"), nullptr);
+    EXPECT_EQ(vrm_vrl_info(handle(), "other"), nullptr);
+    EXPECT_THAT(log_.at(LEVEL_ERROR),
+                ElementsAre("vrk_info_parse: refusing a reference to another file in attribute "
+                            "evrkCreator",
+                            "vrk_info_parse: refusing a reference to another file in attribute "
+                            "evrkInstallType;binary"));
+    EXPECT_THAT(list(nullptr), ElementsAre("good"));
+    EXPECT_TRUE(log_.has(LEVEL_WARNING, "Failure parsing info for <evil>, skipping entry"));
+    EXPECT_TRUE(log_.has(LEVEL_WARNING, "Failure parsing info for <other>, skipping entry"));
+}
+
 TEST_F(VrmListVri, LeavesTheOrderOfTheDirectoryUnlessAskedToSort) {
     for (const char *name : {"d", "b", "a", "c", "e"}) {
         repo_.install(named(name));

@@ -431,6 +431,20 @@ TEST_F(Scripts, RunWithoutVariablesWhereTheDescriptionIsNone) {
                 Contains("vrm_scripts_exe: failed to read package info for foo"));
 }
 
+TEST_F(Scripts, RunWithoutVariablesWhereTheDescriptionRefersToAFile) {
+    dir.write("secret", "the secret");
+    PackageSpec spec;
+    spec.name = "foo";
+    spec.more = "other:< " + (dir / "secret") + "\n";
+    dir.write("installed/foo/desc.txt", description_of(spec));
+    dir.write("installed/foo/init/99-cfg.sh", "echo \"name:$VRK_NAME\"\n");
+    add_script("foo", "99-cfg.sh");
+    EXPECT_EQ(run_scripts(), "name:\n");
+    EXPECT_THAT(log.at(LEVEL_ERROR),
+                ElementsAre("vrk_info_parse: refusing a reference to another file in attribute "
+                            "other"));
+}
+
 TEST_F(Scripts, LeaveHookCommandsToTheCaller) {
     add_script("foo", "/bin/echo first");
     add_script("foo", "/bin/echo second");
