@@ -37,7 +37,7 @@ static int copy_blocks(const char *path, FILE *in, FILE *out) {
     size_t got;
     while ((got = fread(block.data(), 1, block.size(), in)) > 0) {
         written += static_cast<int64_t>(got);
-        if (written > INT32_MAX) {
+        if (written > int64_t{largest_fetch}) {
             log_say(LEVEL_ERROR, "vrc-dirs: %s grew to 2 GiB while it was read", path);
             return -1;
         }
@@ -72,7 +72,7 @@ int fetch(const std::vector<std::string> &dirs, const vri &package, FILE *out) {
         log_say(LEVEL_ERROR, "vrc-dirs: failed to open %s: %s", path, strerror(errno));
         return -1;
     }
-    if (status.st_size > INT32_MAX) {
+    if (status.st_size > int64_t{largest_fetch}) {
         log_say(LEVEL_ERROR, "vrc-dirs: %s is too large to be fetched: %" PRId64 " bytes", path,
                 static_cast<int64_t>(status.st_size));
         return -1;

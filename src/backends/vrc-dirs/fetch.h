@@ -1,6 +1,7 @@
 // Handing a package file to the engine.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -8,6 +9,9 @@
 #include "package/vri.h"
 
 namespace vrc_dirs {
+
+// The largest package file, in bytes, whose size the result of a fetch can report.
+inline constexpr uint64_t largest_fetch = INT32_MAX;
 
 // Writes the file at the record's absolute_uri to `out`, which stays open and is flushed, so that
 // a full disk shows here. The path must lie below one of the directories and be a regular file of

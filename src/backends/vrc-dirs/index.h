@@ -16,7 +16,7 @@
 //                   u64, u64      size of the unpacked payload; of the file
 //                   strings       path, version, variant, creator, SHA-1, signer, signature
 //                   u32, strings  dependencies
-//   skipped       one entry for each file that is no package: the time as above, u64 size, path
+//   skipped       one entry for each file that was skipped: the time as above, u64 size, path
 //
 // A string is its length as a u32 and its bytes; the length absent_string stands for none, and as
 // the number of dependencies it stands for a record without any.
@@ -42,7 +42,8 @@ namespace vrc_dirs {
 
 inline constexpr char index_magic[8] = {'v', 'r', 'c', 'd', 'i', 'r', 's', '\n'};
 inline constexpr uint32_t index_order = 0x01020304;
-inline constexpr uint32_t index_version = 1;
+// What an index of version 1 holds may have been read from files that a description referred to.
+inline constexpr uint32_t index_version = 2;
 inline constexpr uint32_t absent_string = UINT32_MAX;
 
 struct IndexSection {

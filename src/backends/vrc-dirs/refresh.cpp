@@ -4,12 +4,14 @@
 
 #include <array>
 #include <cerrno>
+#include <cinttypes>
 #include <cstring>
 #include <deque>
 #include <unordered_map>
 #include <utility>
 
 #include "backends/vrc-dirs/catalogue.h"
+#include "backends/vrc-dirs/fetch.h"
 #include "backends/vrc-dirs/index_file.h"
 #include "backends/vrc-dirs/scan.h"
 #include "package/vrf.h"
@@ -108,6 +110,12 @@ class Collector {
     // Reads a file. False when it can't be told now what it is; that is nothing to remember.
     bool read(const FoundFile &file) {
         const char *path = file.path.c_str();
+        // A package that nobody could fetch is not worth the reading, which takes seconds even of a
+        // sparse file.
+        if (file.stamp.size > largest_fetch) {
+            skip(file);
+            return true;
+        }
         const own_fd opened(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
         own_vri info(opened.valid() ? vrm_vrf_info(nullptr, path, 0) : nullptr);
         const bool whole = info && info->filehash;
@@ -136,8 +144,15 @@ class Collector {
 
  private:
     void skip(const FoundFile &file) {
-        log_say(LEVEL_WARNING, "vrc-dirs: skipping %s: not a package file, or a damaged one",
-                file.path.c_str());
+        if (file.stamp.size > largest_fetch) {
+            log_say(LEVEL_WARNING,
+                    "vrc-dirs: skipping %s: too large: %" PRIu64
+                    " bytes, and a fetch delivers less than 2 GiB",
+                    file.path.c_str(), file.stamp.size);
+        } else {
+            log_say(LEVEL_WARNING, "vrc-dirs: skipping %s: not a package file, or a damaged one",
+                    file.path.c_str());
+        }
         skipped_.push_back({file.path, file.stamp});
     }
 

@@ -18,11 +18,12 @@
 //
 // What a refresh does. It lists the directories and asks for each file's size and time of
 // modification; only a file that is new or differs in one of them is read. What can't be read as a
-// package is skipped with a WARNING, a damaged file as well as one of another kind, and is not read
-// again before it changes; only a file whose bytes can't be had is tried at each refresh. A
-// directory that is missing or can't be read is told by a WARNING and holds nothing. A refresh
-// fails only when `vrc_dirs` names no directory or none of them could be read; the view then stays
-// what it was.
+// package is skipped with a WARNING, a damaged file as well as one of another kind, or one whose
+// description refers to another file, and is not read again before it changes; only a file whose
+// bytes can't be had is tried at each refresh. A file of 2 GiB or more is skipped without being
+// read, since it could not be fetched. A directory that is missing or can't be read is told by a
+// WARNING and holds nothing. A refresh fails only when `vrc_dirs` names no directory or none of
+// them could be read; the view then stays what it was.
 //
 // What is known without a refresh. The last refresh leaves its view in the index file,
 // "vrc-dirs.index". A connection starts with it, without a look at the directories, if it is of the
