@@ -52,6 +52,28 @@ class Pack : public testing::Test {
 
 }  // namespace
 
+TEST_F(Pack, APackageFileThatNoCatalogueCouldDeliverIsNotWritten) {
+    pack_options options = {tree.path(), Signer::standard().key_file, Signer::standard().cert_file,
+                            out.path()};
+    EXPECT_EQ(options.largest, (uint64_t{1} << 31) - 1);
+    const uint64_t size = std::filesystem::file_size(pack(options));
+    options.largest = size;
+    EXPECT_EQ(std::filesystem::file_size(pack(options)), size);
+    must_run("rm -r " + out.path() + "/*");
+    for (const uint64_t largest : {size - 1, size / 2, uint64_t{10}}) {
+        options.largest = largest;
+        try {
+            pack(options);
+            ADD_FAILURE() << largest;
+        } catch (const problem &reason) {
+            EXPECT_EQ(std::string(reason.what()),
+                      "the package file would be larger than " + std::to_string(largest) +
+                          " bytes, which no catalogue can deliver; split the package");
+        }
+        EXPECT_TRUE(std::filesystem::is_empty(out.path())) << largest;
+    }
+}
+
 TEST_F(Pack, TheEngineReadsTheHeadAndVerifiesTheSignature) {
     const std::string file = packed();
     EXPECT_EQ(file, out / "foo_big_x86_64_1.2.vrk");

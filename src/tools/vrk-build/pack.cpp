@@ -139,11 +139,21 @@ std::string pack(const pack_options &options) {
     tell_remarks(tree.remarks);
 
     output_file out(target.string());
-    out.append(kept.data(), kept.size());
+    uint64_t written = 0;
+    const auto append = [&](const void *bytes, size_t count) {
+        written += count;
+        if (written > options.largest) {
+            throw problem("the package file would be larger than " +
+                          std::to_string(options.largest) +
+                          " bytes, which no catalogue can deliver; split the package");
+        }
+        out.append(bytes, count);
+    };
+    append(kept.data(), kept.size());
     payload_signature signature(key.get());
     write_payload(tree, description, [&](const void *bytes, size_t count) {
         signature.add(bytes, count);
-        out.append(bytes, count);
+        append(bytes, count);
     });
     const std::string head = head_of(description, subject, signature.finish());
     if (head.size() != kept.size()) {

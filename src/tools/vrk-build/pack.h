@@ -1,6 +1,7 @@
 // Makes a signed package file of a source tree.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 struct pack_options {
@@ -9,6 +10,8 @@ struct pack_options {
     std::string certificate_file;
     std::string output;  // empty: the package's unique name in the working directory; a directory:
                          // that name in it; else a file, whose name ends in .vrk
+    uint64_t largest =
+        INT32_MAX;  // bytes of the package file: a catalogue can't deliver a larger one
 };
 
 // The file appears whole or not at all. The same tree, key and certificate give the same bytes each
