@@ -2,12 +2,12 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <utility>
 
 #include "support/own.h"
 
@@ -66,70 +66,159 @@ class key_signals {
     sigset_t for_command_;
 };
 
-// How the command starts. What can't be had of it is left out: the command matters more.
-class start_of_command {
+// Where a command writes. What nobody reads any more goes to /dev/null, if that can be opened: the
+// command matters more.
+class output_of_command {
  public:
-    explicit start_of_command(const key_signals &signals) {
-        posix_spawnattr_init(&attributes_);
-        posix_spawnattr_setsigdefault(&attributes_, signals.for_command());
-        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF);
-        posix_spawn_file_actions_init(&streams_);
+    output_of_command() {
         for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
-            if (nobody_reads(fd)) {
-                write_nowhere(fd);
+            unread_[fd] = nobody_reads(fd);
+            if (unread_[fd] && !nowhere_.valid()) {
+                nowhere_ = own_fd(open("/dev/null", O_WRONLY | O_CLOEXEC));
             }
         }
     }
-    ~start_of_command() {
-        posix_spawn_file_actions_destroy(&streams_);
-        posix_spawnattr_destroy(&attributes_);
-    }
-    start_of_command(const start_of_command &) = delete;
-    start_of_command &operator=(const start_of_command &) = delete;
 
-    // 0, or the reason of a failure.
-    int spawn(const char *line, pid_t *child) {
-        // The words are not changed.
-        char *const words[] = {const_cast<char *>("sh"), const_cast<char *>("-c"),
-                               const_cast<char *>("--"), const_cast<char *>(line), nullptr};
-        return posix_spawn(child, "/bin/sh", &streams_, &attributes_, words, environ);
+    // In the new process.
+    void set() const {
+        for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
+            if (unread_[fd] && nowhere_.valid()) {
+                dup2(nowhere_.get(), fd);
+            }
+        }
     }
 
  private:
-    void write_nowhere(int fd) {
-        if (!nowhere_.valid()) {
-            nowhere_ = own_fd(open("/dev/null", O_WRONLY | O_CLOEXEC));
+    bool unread_[STDERR_FILENO + 1] = {};
+    own_fd nowhere_;
+};
+
+// Holds a new process back until the program lets it go on.
+class start_gate {
+ public:
+    bool make() {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0) {
+            return false;
         }
-        if (nowhere_.valid()) {
-            posix_spawn_file_actions_adddup2(&streams_, nowhere_.get(), fd);
+        reader_ = own_fd(ends[0]);
+        writer_ = own_fd(ends[1]);
+        return true;
+    }
+
+    // In the program. Its own reader keeps the write from failing with SIGPIPE when the process was
+    // killed meanwhile.
+    void open_for_process() {
+        while (write(writer_.get(), "", 1) < 0 && errno == EINTR) {
         }
     }
 
-    own_fd nowhere_;
-    posix_spawnattr_t attributes_;
-    posix_spawn_file_actions_t streams_;
+    // In the new process: false when the program died instead, which closes the last writer.
+    bool wait_until_open() {
+        writer_.close();
+        char byte;
+        ssize_t got;
+        do {
+            got = read(reader_.get(), &byte, 1);
+        } while (got < 0 && errno == EINTR);
+        return got == 1;
+    }
+
+ private:
+    own_fd reader_, writer_;
 };
+
+// A forked copy of the program must not run the program's signal handlers, so signals are blocked
+// until it has reset them.
+class blocked_signals {
+ public:
+    blocked_signals() {
+        sigset_t all;
+        sigfillset(&all);
+        sigprocmask(SIG_BLOCK, &all, &before_);
+    }
+    ~blocked_signals() {
+        restore();
+    }
+    blocked_signals(const blocked_signals &) = delete;
+    blocked_signals &operator=(const blocked_signals &) = delete;
+
+    void restore() const {
+        sigprocmask(SIG_SETMASK, &before_, nullptr);
+    }
+
+ private:
+    sigset_t before_;
+};
+
+void reset_handlers(const sigset_t *to_default) {
+    struct sigaction by_default = {};
+    sigemptyset(&by_default.sa_mask);
+    by_default.sa_handler = SIG_DFL;
+    for (int signal = 1; signal < NSIG; signal++) {
+        struct sigaction present;
+        if (sigaction(signal, nullptr, &present) == 0 &&
+            (sigismember(to_default, signal) == 1 || present.sa_handler != SIG_IGN)) {
+            sigaction(signal, &by_default, nullptr);
+        }
+    }
+}
+
+constexpr int no_shell = 127;
+
+// Makes a process of the command, which waits at the gate. Result: its id, or -1 with `errno`.
+//
+// Not by posix_spawn: what it starts can't be made to wait, and so could not be noted in time.
+pid_t start_command(const char *line, const key_signals &signals, start_gate *gate) {
+    const output_of_command output;
+    const blocked_signals blocked;
+    const pid_t child = fork();
+    if (child != 0) {
+        return child;
+    }
+    // From here on only what is safe after a fork.
+    reset_handlers(signals.for_command());
+    blocked.restore();
+    if (gate->wait_until_open()) {
+        output.set();
+        execl("/bin/sh", "sh", "-c", "--", line, nullptr);
+    }
+    _exit(no_shell);
+}
+
+shell_watcher *newest_watcher = nullptr;
 
 }  // namespace
 
-static constexpr int no_shell_status = 127 << 8;
+shell_watcher::shell_watcher() : before_(std::exchange(newest_watcher, this)) {}
+
+shell_watcher::~shell_watcher() {
+    newest_watcher = before_;
+}
 
 int run_shell(const char *line) {
     const key_signals signals;
-    start_of_command command(signals);
-    pid_t child;
-    const int failure = command.spawn(line, &child);
-    if (failure == EAGAIN || failure == ENOMEM) {
-        errno = failure;
+    start_gate gate;
+    if (!gate.make()) {
         return -1;
     }
-    if (failure != 0) {
-        return no_shell_status;
+    const pid_t child = start_command(line, signals, &gate);
+    if (child < 0) {
+        return -1;
     }
+    if (newest_watcher) {
+        newest_watcher->begins(child);
+    }
+    gate.open_for_process();
     int status;
     pid_t ended;
     do {
         ended = waitpid(child, &status, 0);
     } while (ended < 0 && errno == EINTR);
+    const int reason = errno;
+    if (newest_watcher) {
+        newest_watcher->ended();
+    }
+    errno = reason;
     return ended == child ? status : -1;
 }

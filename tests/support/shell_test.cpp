@@ -8,8 +8,12 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <functional>
 #include <string>
+#include <utility>
 
+#include "kit/capture.h"
+#include "kit/lower_limit.h"
 #include "kit/temp_dir.h"
 #include "support/own.h"
 
@@ -149,6 +153,100 @@ TEST(RunShell, ACommandThatNobodyReadsDoesNotFailOfIt) {
                   7 << 8)
             << fd;
     }
+}
+
+namespace {
+
+// Notes the calls in their order, and does something at the start.
+class Watcher final : public shell_watcher {
+ public:
+    explicit Watcher(std::function<void(pid_t)> at_start = {}) : at_start_(std::move(at_start)) {}
+    void begins(pid_t shell) override {
+        calls += "begins ";
+        process = shell;
+        if (at_start_) {
+            at_start_(shell);
+        }
+    }
+    void ended() override {
+        calls += "ended ";
+    }
+
+    std::string calls;
+    pid_t process = 0;
+
+ private:
+    std::function<void(pid_t)> at_start_;
+};
+
+}  // namespace
+
+TEST(RunShell, ShowsTheShellBeforeTheCommandDoesAnything) {
+    const TempDir dir;
+    const std::string mark = dir / "mark";
+    bool too_early = false;
+    Watcher watcher([&](pid_t) {
+        usleep(200'000);
+        too_early = exists(mark);
+    });
+    EXPECT_EQ(run_shell(("echo $$ >" + mark + "; exit 4").c_str()), 4 << 8);
+    EXPECT_FALSE(too_early);
+    EXPECT_EQ(watcher.calls, "begins ended ");
+    EXPECT_EQ(read_all(mark), std::to_string(watcher.process) + "\n");
+}
+
+TEST(RunShell, ShowsAShellToTheNewestWatcher) {
+    Watcher older;
+    {
+        Watcher newer;
+        run_shell("true");
+        EXPECT_EQ(newer.calls, "begins ended ");
+        EXPECT_EQ(older.calls, "");
+    }
+    run_shell("true");
+    EXPECT_EQ(older.calls, "begins ended ");
+}
+
+TEST(RunShell, RunsNoCommandOfAProgramThatDiedAtItsStart) {
+    const TempDir dir;
+    const std::string mark = dir / "mark";
+    int ends[2];
+    // The command has a writer too, so the end of the pipe is the end of both.
+    ASSERT_EQ(pipe(ends), 0);
+    own_fd reader(ends[0]), writer(ends[1]);
+    const pid_t program = fork();
+    if (program == 0) {
+        Watcher watcher([](pid_t) { kill(getpid(), SIGKILL); });
+        _exit(run_shell(("echo >" + mark).c_str()));
+    }
+    writer = own_fd();
+    char byte;
+    EXPECT_EQ(read(reader.get(), &byte, 1), 0);
+    int status = 0;
+    EXPECT_EQ(waitpid(program, &status, 0), program);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+    EXPECT_FALSE(exists(mark));
+}
+
+TEST(RunShell, GivesTheEndOfAShellThatWasKilledAtItsStart) {
+    const SignalSet by_default(SIGPIPE, SIG_DFL);
+    const Watcher watcher([](pid_t shell) { kill(shell, SIGTERM); });
+    const int status = run_shell("sleep 5");
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+}
+
+TEST(RunShell, HandsNoDescriptorOfItsOwnOn) {
+    // Those of the test program itself are not for the command either.
+    const ShellResult before = shell("ls /proc/self/fd | wc -l");
+    StreamIntoPipe out(STDOUT_FILENO);
+    EXPECT_EQ(run_shell("ls /proc/self/fd | wc -l"), 0);
+    EXPECT_EQ(out.read_text(), before.out);
+}
+
+TEST(RunShell, TellsThatNoPipeCouldBeMade) {
+    const LowerLimit limit(RLIMIT_NOFILE, 0);
+    EXPECT_EQ(run_shell("true"), -1);
+    EXPECT_EQ(errno, EMFILE);
 }
 
 TEST(NobodyReads, OfATerminalThatWentAway) {
