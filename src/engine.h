@@ -40,6 +40,7 @@
 #include "repository/installed_walk.h"
 #include "repository/inventory.h"
 #include "repository/repository.h"
+#include "repository/running_script.h"
 #include "repository/vrc.h"
 
 #include "transaction/depend.h"

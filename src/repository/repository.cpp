@@ -13,6 +13,7 @@
 #include <string>
 
 #include "repository/hooks.h"
+#include "repository/running_script.h"
 #include "support/arch.h"
 #include "support/array.h"
 #include "support/vconf.h"
@@ -90,6 +91,7 @@ int vrm_close(vrm_handle *handle) {
         return 0;
     }
     if (handle->locked == 1) {
+        note_scripts_of(nullptr);
         remove(lock_path(handle).text);
     }
     free(handle->conf);
@@ -134,7 +136,7 @@ static int open_and_lock(const char *path) {
     }
 }
 
-int vrm_lock(vrm_handle *handle) {
+int vrm_lock(vrm_handle *handle) try {
     const lock_path path(handle);
     const int fd = open_and_lock(path.text);
     if (fd < 0) {
@@ -151,8 +153,11 @@ int vrm_lock(vrm_handle *handle) {
         return -1;
     }
     lock_taken = true;
+    note_scripts_of(handle);
     handle->locked = 1;
     return 0;
+} catch (const std::bad_alloc &) {
+    return -1;
 }
 
 int vrm_unlock(vrm_handle *handle) {
@@ -162,6 +167,7 @@ int vrm_unlock(vrm_handle *handle) {
     if (unlink(lock_path(handle).text) != 0) {
         return -1;
     }
+    note_scripts_of(nullptr);
     handle->locked = 0;
     return 0;
 }

@@ -4,6 +4,8 @@
 // `scriptdir`, whose paths the handle's `dirs` record gives by these names, and the file `lock`.
 // The lock file holds the process id of its last taker as text, for people to read; what counts is
 // the record lock on the open file, which the system drops when the process ends, however it ends.
+// While the lock is held, the scripts of packages are noted in the file `script.running`
+// (running_script.h).
 //
 // Everything here reports on stderr, as the log may not stand yet.
 #pragma once

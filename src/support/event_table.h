@@ -153,7 +153,10 @@
     X(configuration_failed, LEVEL_INFO, "Configured {package}, rc = {status}")                     \
     X(hook_lost, LEVEL_ERROR,                                                                      \
       "vrm_scripts_exe: out of memory, {other} will not run for {package}")                        \
-    X(configuration_lost, LEVEL_ERROR, "{who}: out of memory, {other} will not run for {package}")
+    X(configuration_lost, LEVEL_ERROR, "{who}: out of memory, {other} will not run for {package}") \
+    X(script_not_noted, LEVEL_WARNING,                                                             \
+      "cannot write {path}: {reason}; if the program is killed while {other} runs, "               \
+      "the next change does not wait for it")
 
 #define VRM_EVENTS_OF_HISTORY(X)                                                                   \
     X(history_not_opened, LEVEL_ERROR,                                                             \

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "repository/running_script.h"
 #include "support/arch.h"
 #include "support/cmd.h"
 #include "support/event.h"
@@ -208,9 +209,10 @@ static void show(const char *text, size_t length, FILE *stream) {
 
 int vrm_script_status = 0;
 
-int vrm_system(const char *, const char *command) {
+int vrm_system(const char *label, const char *command) {
     char *out, *err;
     size_t out_length, err_length;
+    const script_note note(getenv("VRK_NAME"), label ? label : "vrm_system");
     const int status = vrm_script_status = cmd_exec(command, &out, &out_length, &err, &err_length);
     const own_string own_out(out), own_err(err);
     if (llog && llog->ready && llog->file_enabled) {
@@ -222,9 +224,10 @@ int vrm_system(const char *, const char *command) {
     return status;
 }
 
-// Runs a command whose output goes straight to ours.
-static int run_visibly(const char *line) {
+// Runs a command of a package whose output goes straight to ours. `name` is what its note says.
+static int run_visibly(const char *package, const char *name, const char *line) {
     fflush(stdout);
+    const script_note note(package, name);
     return run_shell(line);
 }
 
@@ -264,7 +267,7 @@ static void configure(const vrm_handle *handle, const char *package, const char 
         throw std::bad_alloc();
     }
     log_say(LEVEL_DEBUG, "vrm_scripts_exe: cmdline: %s", line.c_str());
-    const int status = run_visibly(line.c_str());
+    const int status = run_visibly(package, script, line.c_str());
     report_configuration(package, script, status);
     vrm_scriptenv_del(variables);
 } catch (const std::bad_alloc &) {
@@ -318,7 +321,7 @@ int vrm_exe_hooks(s_ekva *const *commands) {
         log_say(LEVEL_DEBUG, "vrm_exe_hooks: Found hook command %s for vrk %s to execute", command,
                 package);
         log_say(LEVEL_DEBUG, "vrm_exe_hooks: cmdline: %s", command);
-        report_configuration(package, command, run_visibly(command));
+        report_configuration(package, command, run_visibly(package, command, command));
     }
     return 0;
 }

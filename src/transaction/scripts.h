@@ -59,8 +59,9 @@ char *vrm_del_script_command(const vrm_handle *handle, const char *script, const
 
 // Runs a script's command line. What it wrote to stdout and to stderr goes to the log at INFO, if
 // that writes to a file, and then to stdout and stderr, all of it after the script ended. `label`
-// is the caller's name for the run and is not used. Result: the raw wait status, so 256 for an exit
-// status of 1; -1 when it could not be run.
+// is the caller's name for the run, which with VRK_NAME of the environment says in the note of the
+// running script (repository/running_script.h) what runs; it may be null. Result: the raw wait
+// status, so 256 for an exit status of 1; -1 when it could not be run.
 int vrm_system(const char *label, const char *command);
 
 // The result of the last vrm_system. Not every executor hands it on, and whether a script died of

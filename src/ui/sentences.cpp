@@ -180,6 +180,9 @@ constexpr row rows[] = {
      "out of memory, {other} will not run for {package}"},
     {event_kind::configuration_lost, sentence_sort::reason,
      "out of memory, {other} will not run for {package}"},
+    {event_kind::script_not_noted, sentence_sort::reason,
+     "cannot write {path}: {reason}; if the program is killed while {other} runs, the next change "
+     "does not wait for it"},
     // History.
     {event_kind::history_not_opened, sentence_sort::reason,
      "the history {path} can't be written: {reason}"},

@@ -24,6 +24,7 @@ const std::vector<std::string> &compared_places() {
         stagearea,
         action_log,
         lock_file,
+        script_note + "*",
         "/tmp/out.cmd_exec*",
         "/tmp/err.cmd_exec*",
         "/var/cache/vrm",

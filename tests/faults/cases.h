@@ -16,6 +16,7 @@ inline const std::string fileindex = repository + "/fileindex/";
 inline const std::string stagearea = repository + "/stagearea";
 inline const std::string action_log = repository + "/install.log";
 inline const std::string lock_file = repository + "/lock";
+inline const std::string script_note = repository + "/script.running";
 inline const std::string engine_log = "/var/log/pvrm.log";
 
 // Directories whose content a change may touch: what is put back between runs and compared.

@@ -278,7 +278,7 @@ void failure_judge::judge_own_places() {
                 tell_if(clearing && is_below(op_.path, base), told::not_cleared, base, nullptr);
             }
         }
-        if (path.starts_with("/tmp/") || path == lock_file) {
+        if (path.starts_with("/tmp/") || path == lock_file || path.starts_with(script_note)) {
             tell_if(op_.call == "unlink" && op_.path == path, told::not_cleared, path, nullptr);
         }
     }

@@ -100,8 +100,10 @@ void repetition_judge::judge_own_places() {
                  "left over"});
         }
     }
-    if (at(now_, lock_file)) {
-        findings_.push_back({std::nullopt, lock_file, "left over"});
+    for (const std::string &path : {lock_file, script_note}) {
+        if (at(now_, path)) {
+            findings_.push_back({std::nullopt, path, "left over"});
+        }
     }
 }
 

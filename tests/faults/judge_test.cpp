@@ -188,8 +188,13 @@ TEST_F(Judge, FindsFaultWithLeftOversThatCouldHaveBeenCleared) {
     failed_.now[installed + ".p.old"] = {'d', 0755, ""};
     EXPECT_EQ(judge(), "FAULT");
     failed_.now = scene_.before;
-    failed_.now[lock_file] = regular("1\n");
-    EXPECT_EQ(judge(), "FAULT");
+    for (const std::string &path : {lock_file, script_note, script_note + ".new"}) {
+        failed_.now = scene_.before;
+        failed_.now[path] = regular("1\n");
+        EXPECT_EQ(judge(), "FAULT");
+    }
+    disturb("unlink", script_note + ".new");
+    EXPECT_EQ(judge(), "not-cleared");
 }
 
 TEST_F(Judge, FindsFaultWithAFalseHistory) {
@@ -227,6 +232,9 @@ TEST_F(Judge, FindsFaultWithARepetitionThatDoesNot) {
     EXPECT_EQ(judge_again(now), "FAULT");
     now = scene_.after;
     now[lock_file] = regular("1\n");
+    EXPECT_EQ(judge_again(now), "FAULT");
+    now = scene_.after;
+    now[script_note] = regular("1\n");
     EXPECT_EQ(judge_again(now), "FAULT");
     now = scene_.after;
     now[stage] = {'d', 0755, ""};

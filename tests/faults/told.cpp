@@ -43,7 +43,7 @@ constexpr told_text told_texts[] = {
      "a package that could not be unpacked or verified leaves its directory in the stage area"},
     {told::not_cleared, "not-cleared",
      "something of the change's own that could not be deleted stays: a stage directory, a retired "
-     "entry, a temporary file, the lock file"},
+     "entry, a temporary file, the lock file, the note of a script"},
     {told::not_logged, "not-logged", "the history lacks a line that could not be written"},
     {told::killed_mid_swap, "killed-mid-swap",
      "killed between the renames of an update: missing, or with the old list of files, until the "
