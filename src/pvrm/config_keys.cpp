@@ -5,9 +5,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <string_view>
 
+#include "pvrm/left_script.h"
 #include "repository/vrc.h"
 #include "support/arch.h"
 #include "support/own.h"
@@ -76,10 +78,20 @@ std::string refuses_cache(const std::string &value) {
     return refuses_directory(value, true);
 }
 
+std::string refuses_seconds(const std::string &value) {
+    unsigned seconds = 0;
+    const char *const end = value.data() + value.size();
+    const auto result = std::from_chars(value.data(), end, seconds);
+    const bool good = result.ec == std::errc() && result.ptr == end && seconds <= most_script_wait;
+    return good ? ""
+                : "it is not a number of seconds from 0 to " + std::to_string(most_script_wait);
+}
+
 constexpr config_key keys[] = {
     {"arch_name", nullptr, nullptr, refuses_architecture},
     {"dist_name", nullptr, nullptr, refuses_nothing},
     {"dist_vers", nullptr, nullptr, refuses_nothing},
+    {"script_wait", default_script_wait, nullptr, refuses_seconds},
     {"vrc_backend", vrm_default_backend, nullptr, refuses_backend},
     {"vrc_dirs", nullptr, "vrc-dirs.so", refuses_directories},
     {"vrc_dirs_cache", "/var/cache/vrm", "vrc-dirs.so", refuses_cache},

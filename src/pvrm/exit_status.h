@@ -7,5 +7,7 @@ enum exit_status : int {
     EXIT_FAILED = 1,         // something that was asked for did not happen
     EXIT_WRONG_USAGE = 2,    // the command line makes no sense; nothing was done
     EXIT_NOT_PERMITTED = 3,  // the caller may not change the system; nothing was done
-    EXIT_LOCKED = 4,         // another process is changing the repository; nothing was done
+    // Another process is changing the repository, or a script that was left running has not ended;
+    // nothing was done.
+    EXIT_LOCKED = 4,
 };

@@ -10,6 +10,7 @@
 #include "package/vri.h"
 #include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
+#include "pvrm/left_script.h"
 #include "pvrm/tell.h"
 #include "repository/vrc.h"
 #include "support/log.h"
@@ -126,7 +127,7 @@ int session::lock() {
     // Twice, as the other process may end between the attempt and the question who it is.
     for (int attempt = 0; attempt < 2; attempt++) {
         if (vrm_lock(handle_.get()) == 0) {
-            return EXIT_DONE;
+            return await_left_script(handle_.get());
         }
         const pid_t holder = vrm_lock_holder(handle_.get());
         if (holder > 0) {
@@ -164,6 +165,7 @@ int session::begin_change() {
         return EXIT_FAILED;
     }
     if (options.dry_run) {
+        warn_of_running_script(handle_.get());
         warn_of_cut_off();
         return EXIT_DONE;
     }

@@ -23,13 +23,15 @@ class session {
     // Whether these directories of the repository are there and can be read; tells when one is not.
     bool has_directories(std::initializer_list<const char *> roles);
 
-    // Takes the lock. Result: EXIT_DONE, or EXIT_LOCKED or EXIT_FAILED with the reason told.
+    // Takes the lock, and waits for a script that an earlier run left when it was killed. Result:
+    // EXIT_DONE, or EXIT_LOCKED or EXIT_FAILED with the reason printed. The signals must be held
+    // (interruption.h), so that the wait can be interrupted.
     int lock();
 
     // Begins a change of the system: opens the repository, whose inventory must be readable, and
     // unless nothing is really to be done holds the signals (interruption.h), takes the lock, and
-    // takes back what an update that died left half entered. A dry run only warns of that. Result
-    // as of lock().
+    // takes back what an update that died left half entered. A dry run only warns of that, and of
+    // a script that still runs. Result as of lock().
     int begin_change();
 
     // Whether a dry run warned of an update that was cut off.

@@ -31,6 +31,7 @@ assert_untouched() {
     assert_equal "$output" 'arch_name       x86_64          /etc/vrm.conf:2
 dist_name       My system       /etc/vrm.conf:3
 dist_vers       -               not set
+script_wait     60              default
 vrc_backend     vrc-dirs.so     default
 vrc_dirs        /srv/packages   /etc/vrm.conf:5
 vrc_dirs_cache  /var/cache/vrm  default'
@@ -72,7 +73,7 @@ vrc_dirs_cache  /var/cache/vrm  default'
 @test "an unknown key is refused, with the known ones" {
     run pvrm config vrc_dir
     assert_status 1
-    assert_output_has 'pvrm: there is no key vrc_dir; the keys are arch_name, dist_name, dist_vers, vrc_backend, vrc_dirs, vrc_dirs_cache;'
+    assert_output_has 'pvrm: there is no key vrc_dir; the keys are arch_name, dist_name, dist_vers, script_wait, vrc_backend, vrc_dirs, vrc_dirs_cache;'
 }
 
 @test "anybody may see it" {
@@ -224,6 +225,12 @@ vrc_dirs_cache=/var/cache/other"
 arch_name|vax|there is no such architecture
 arch_name||there is no such architecture
 arch_name|any|a machine is i686, x86_64 or mips
+script_wait||it is not a number of seconds from 0 to 86400
+script_wait|soon|it is not a number of seconds from 0 to 86400
+script_wait|-1|it is not a number of seconds from 0 to 86400
+script_wait|5s|it is not a number of seconds from 0 to 86400
+script_wait|86401|it is not a number of seconds from 0 to 86400
+script_wait|99999999999999999999|it is not a number of seconds from 0 to 86400
 vrc_backend|none.so|there is no such backend in /usr/lib/vrm
 vrc_backend||there is no such backend in /usr/lib/vrm
 vrc_backend|broken.so|/usr/lib/vrm/broken.so can't be loaded as a backend
