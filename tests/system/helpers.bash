@@ -3,7 +3,7 @@
 
 # The file is run inside the throwaway root by ctest, or by hand:
 #     scripts/sandbox bats tests/system/FILE.bats
-source_dir=$(cd "$BATS_TEST_DIRNAME/../.." && pwd -P)
+source_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd -P)
 build_dir=${VRM_BUILD_DIR:-$source_dir/build/release}
 export source_dir build_dir
 
