@@ -36,6 +36,10 @@ std::string change_job::package_name(const std::string &request) {
             tell_failure("%s is not a valid package file", request.c_str());
             return "";
         }
+        if (info->name[0] == '\0') {
+            tell_problem("%s can't be %s: its description gives the package no name",
+                         request.c_str(), done_);
+        }
         return info->name;
     }
     if (looks_like_file(request)) {
