@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "package/backup_journal.h"
+#include "package/file_attributes.h"
 #include "package/fileops.h"
 #include "support/event.h"
 #include "support/file.h"
@@ -105,30 +106,41 @@ int copy_content(int from, const char *source, int to, const char *target, int32
     return 0;
 }
 
-void tell_mode_failure(const char *path) {
-    report({.kind = event_kind::mode_not_set, .path = path, .error = errno});
-}
-
 // By the open file, so that a name that was exchanged meanwhile isn't hit.
 void set_mode(const own_fd &file, const char *path, mode_t mode) {
     if (fchmod(file.get(), mode & 07777) != 0) {
-        tell_mode_failure(path);
+        report({.kind = event_kind::mode_not_set, .path = path, .error = errno});
     }
 }
 
-int back_up(const char *target, mode_t target_mode, const char *backup_base) {
+// A file that is nobody else's to read, as its content can be a secret, until it gets the mode of
+// the original. One that was there and could not be removed keeps its old mode otherwise, be it a
+// set-id one. Where there is none any more, one that appears meanwhile is somebody's who could
+// still write to it.
+own_fd open_private(const char *path, bool is_there) {
+    own_fd file = open_output(path, is_there ? O_TRUNC | O_NOFOLLOW : O_EXCL, 0600);
+    struct stat status;
+    if (file.valid() && (fstat(file.get(), &status) != 0 ||
+                         ((status.st_mode & 07777) != 0600 && fchmod(file.get(), 0600) != 0))) {
+        fail_write(path);
+        return own_fd();
+    }
+    return file;
+}
+
+int back_up(const char *target, const char *backup_base) {
     const std::string directory = backup_base + directory_of(target);
     make_directory(directory);
     const std::string backup = directory + '/' + name_of(target);
     log_say(LEVEL_DEBUG, "Backing up %s to %s\n", target, backup.c_str());
 
     const char *why;
-    const own_fd from = open_regular(target, nullptr, &why);
+    struct stat status;
+    const own_fd from = open_regular(target, &status, &why);
     if (!from.valid()) {
         return fail_read_open(target, why);
     }
-    // Nobody else's to read until it has the mode of the original, which can be a secret.
-    own_fd to = open_output(backup.c_str(), O_TRUNC, 0600);
+    own_fd to = open_private(backup.c_str(), true);
     if (!to.valid()) {
         return -1;
     }
@@ -136,25 +148,26 @@ int back_up(const char *target, mode_t target_mode, const char *backup_base) {
     if (copy_content(from.get(), target, to.get(), backup.c_str(), &bytes) != 0) {
         return -1;
     }
-    // Listed only when it is whole and has its mode: a rollback trusts the list, and so does who
-    // puts backups back after the machine died here. A failure is told below.
-    (void)!fchmod(to.get(), target_mode & 07777);
-    if (to.close() != 0) {
-        return fail_write(backup.c_str());
-    }
-    const int noted = note_backup(backup_base, target);
-    // Also when noting it failed: the line may stand in the list all the same, and then the
-    // rollback gives the file back with this mode.
-    if (chmod(backup.c_str(), target_mode & 07777) != 0) {
-        tell_mode_failure(backup.c_str());
-    }
-    return noted;
+    // Listed only when it is complete: a rollback trusts the list, and so does whoever puts backups
+    // back after the machine died here.
+    copy_attributes(from.get(), status, to.get(), backup.c_str());
+    return to.close() == 0 ? note_backup(backup_base, target) : fail_write(backup.c_str());
 }
 
-// Takes an old target away, after it was saved if there is a backup base.
-int clear_target(const char *target, const char *backup_base) {
+// How much of the source the target becomes.
+enum class extent {
+    content,  // its mode too, when that is asked for
+    whole,    // owner, attributes and times too; never through a link
+};
+
+// Takes an old target away, after it was saved if there is a backup base. `stays` tells whether it
+// could not be removed.
+int clear_target(const char *target, const char *backup_base, extent how, bool *stays) {
     log_say(LEVEL_DEBUG, "vrm_vrf_copy: checking existence of %s", target);
     struct stat info;
+    if (how == extent::whole && lstat(target, &info) == 0 && S_ISLNK(info.st_mode)) {
+        unlink(target);
+    }
     // Links are followed on purpose: a link to a regular file is treated as a regular file, its
     // content saved and the link removed, and a dangling one counts as missing, so that the copy
     // writes through it.
@@ -172,11 +185,11 @@ int clear_target(const char *target, const char *backup_base) {
         report({.kind = event_kind::target_not_regular, .path = target});
         return -1;
     }
-    if (backup_base && back_up(target, info.st_mode, backup_base) != 0) {
+    if (backup_base && back_up(target, backup_base) != 0) {
         return -1;
     }
-    // The outcome doesn't matter: a file that can't go, such as a mount point, is written over.
-    unlink(target);
+    // A file that can't go, such as a mount point, is written over.
+    *stays = unlink(target) != 0;
     return 0;
 }
 
@@ -197,15 +210,8 @@ int note_backup(const char *backup_base, const char *path) try {
     return -1;
 }
 
-int save_backup(const char *backup_base, const char *path) try {
-    const std::string backup = std::string(backup_base) + path;
-    return vrm_vrf_copy(backup.c_str(), path, nullptr, 1) < 0 ? -1 : note_backup(backup_base, path);
-} catch (const std::bad_alloc &) {
-    return -1;
-}
-
-int32_t vrm_vrf_copy(const char *target, const char *source, const char *backup_base,
-                     int mode) try {
+static int32_t copy_over(const char *target, const char *source, const char *backup_base, int mode,
+                         extent how) {
     if (backup_base) {
         log_say(LEVEL_DEBUG, "vrm_vrf_copy: backup base is %s, will backup target", backup_base);
     } else {
@@ -220,11 +226,13 @@ int32_t vrm_vrf_copy(const char *target, const char *source, const char *backup_
     // Opened before the old target goes: a file copied onto itself keeps its content. Something
     // that never could be copied is refused while the target is still there.
     const char *why = nullptr;
-    const own_fd from = open_regular(source, nullptr, &why);
+    struct stat status;
+    const own_fd from = open_regular(source, &status, &why);
     if (!S_ISREG(info.st_mode)) {
         return fail_read_open(source, why);
     }
-    if (clear_target(target, backup_base) != 0) {
+    bool stays = false;
+    if (clear_target(target, backup_base, how, &stays) != 0) {
         return -1;
     }
 
@@ -233,7 +241,8 @@ int32_t vrm_vrf_copy(const char *target, const char *source, const char *backup_
         return fail_read_open(source, why);
     }
     make_directory(directory_of(target));
-    own_fd to = open_output(target, O_TRUNC, mode > 0 ? 0600 : 0666);
+    own_fd to = how == extent::whole ? open_private(target, stays)
+                                     : open_output(target, O_TRUNC, mode > 0 ? 0600 : 0666);
     if (!to.valid()) {
         return -1;
     }
@@ -241,10 +250,32 @@ int32_t vrm_vrf_copy(const char *target, const char *source, const char *backup_
     if (copy_content(from.get(), source, to.get(), target, &bytes) != 0) {
         return -1;
     }
-    if (mode > 0) {
+    if (how == extent::whole) {
+        copy_attributes(from.get(), status, to.get(), target);
+    } else if (mode > 0) {
         set_mode(to, target, mode == 1 ? info.st_mode : static_cast<mode_t>(mode));
     }
     return to.close() == 0 ? bytes : fail_write(target);
+}
+
+int32_t vrm_vrf_copy(const char *target, const char *source, const char *backup_base,
+                     int mode) try {
+    return copy_over(target, source, backup_base, mode, extent::content);
+} catch (const std::bad_alloc &) {
+    return -1;
+}
+
+int save_backup(const char *backup_base, const char *path) try {
+    const std::string backup = std::string(backup_base) + path;
+    return copy_over(backup.c_str(), path, nullptr, 1, extent::whole) < 0
+               ? -1
+               : note_backup(backup_base, path);
+} catch (const std::bad_alloc &) {
+    return -1;
+}
+
+int restore_backup(const char *path, const char *backup) try {
+    return copy_over(path, backup, nullptr, 1, extent::whole) < 0 ? -1 : 0;
 } catch (const std::bad_alloc &) {
     return -1;
 }

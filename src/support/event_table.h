@@ -92,6 +92,13 @@
     X(file_not_read, LEVEL_ERROR, "Failed to read {path}: {reason}")                               \
     X(file_not_found, LEVEL_ERROR, "Failed to stat {path}: {reason}\n")                            \
     X(mode_not_set, LEVEL_WARNING, "Failed to set permission on {path}: {reason}\n")               \
+    X(owner_not_set, LEVEL_WARNING, "Failed to set owner of {path}: {reason}\n")                   \
+    X(set_id_bits_dropped, LEVEL_WARNING,                                                          \
+      "Failed to keep the set-id bits of {path}, as its owner is another\n")                       \
+    X(attributes_not_read, LEVEL_WARNING, "Failed to read attributes of {path}: {reason}\n")       \
+    X(attribute_not_set, LEVEL_WARNING,                                                            \
+      "Failed to set attribute {other} of {path}: {reason}\n")                                     \
+    X(times_not_set, LEVEL_WARNING, "Failed to set times of {path}: {reason}\n")                   \
     X(target_not_regular, LEVEL_ERROR, "{path} is not a regular file, refusing to remove it")      \
     X(path_not_removed, LEVEL_ERROR, "can't remove '{path}'")                                      \
     X(path_not_found, LEVEL_ERROR, "can't stat '{path}'")                                          \

@@ -12,7 +12,7 @@
 #include <string>
 #include <unordered_set>
 
-#include "package/fileops.h"
+#include "package/backup_journal.h"
 #include "package/hashlist.h"
 #include "repository/owner_lookup.h"
 #include "support/event.h"
@@ -239,7 +239,7 @@ static bool restore(const char *path, const char *old) {
         log_say(LEVEL_DEBUG, "vrm_install_rollback: Found %s to restore", path);
         log_say(LEVEL_DEBUG, "vrm_install_rollback: Copying %s to %s", backup, path);
     }
-    if (vrm_vrf_copy(path, backup, nullptr, 1) < 0) {
+    if (restore_backup(path, backup) != 0) {
         report({.kind = event_kind::not_restored, .path = path});
         return false;
     }

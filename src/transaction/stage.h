@@ -37,6 +37,7 @@ int vrm_chk_local_insert(vrm_handle *handle, char *const *files, char ***out);
 
 // Takes a half-done change back: removes each of the paths in `written` (may be null), whether it
 // was reached or not, then copies the files that the old stage directory has saved back to their
-// places, the first saved first, so that of two backups the later one wins. 0, or -1 when a file
-// could not be restored; the others are restored all the same. Made directories stay.
+// places, the first saved first, so that of two backups the later one wins. A restored file has the
+// owner, extended attributes, mode and times of its backup. 0, or -1 when a file could not be
+// restored; the others are restored all the same. Made directories stay.
 int vrm_install_rollback(char *const *written, const char *old);

@@ -136,7 +136,8 @@ failure_judge::state failure_judge::registered_as(const package_paths &package) 
 
 bool failure_judge::mode_is_told(const std::string &path) const {
     // Of the file itself, or of its backup, from which a rollback took it.
-    return disturbed({"fchmod", "chmod"}) && op_.path.ends_with(path);
+    // A file whose access control list is not known gives its group nothing.
+    return disturbed({"fchmod", "chmod", "flistxattr"}) && op_.path.ends_with(path);
 }
 
 // A second failure, in a change that was being taken back anyway.
@@ -154,8 +155,7 @@ void failure_judge::judge_data(const std::string &path, state is) {
         return;
     }
     const bool same_content = is_same_content(present, wanted);
-    // A backup gets its mode by its name too.
-    const bool by_perm = op_.call == "chmod" && !is_below(op_.path, stagearea);
+    const bool by_perm = op_.call == "chmod";
     if (same_content && (by_perm || op_.path.ends_with("/perm.txt"))) {
         tell_if(has(perms_, path), told::perm_not_set, path, wanted);
         return;

@@ -172,7 +172,7 @@ TEST_F(Judge, TellsPermissionsOnlyOfTheFileWhoseModeCouldNotBeSet) {
     EXPECT_EQ(judge(), "mode-not-set");
     disturb("fchmod", stage + "/old" + fresh);
     EXPECT_EQ(judge(), "FAULT");
-    disturb("chmod", stage + "/old" + file);
+    disturb("flistxattr", stage + "/old" + file);
     EXPECT_EQ(judge(), "mode-not-set");
 }
 

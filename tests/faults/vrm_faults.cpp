@@ -60,7 +60,7 @@ constexpr regression regressions[] = {
     // The backup was listed before it had its mode, and came back with another.
     {"update", "ENOSPC", "close /var/lib/vrm/stagearea/app_any_2.0/old/index.txt"},
     // Put back by hand after a crash, a backup that was listed first gave the file its own mode.
-    {"update", "kill", "chmod /var/lib/vrm/stagearea/app_any_2.0/old/srv/faults/app/taken"},
+    {"update", "kill", "fchmod /var/lib/vrm/stagearea/app_any_2.0/old/srv/faults/app/taken"},
     // An archive that could not be read to its end was installed as far as it went.
     {"update", "EIO", "read /var/lib/vrm/stagearea/lib_any_1.0.vrk"},
     // Without the list of the old version its files stayed, and belonged to nobody.

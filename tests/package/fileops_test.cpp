@@ -1008,9 +1008,8 @@ TEST(VrfCopy, ListsABackupThatIsWholeAndHasItsMode) {
         order.push_back(std::string(event->name) + (event->mask & IN_ATTRIB ? " mode" : " closed"));
         at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
     }
-    // The second time is for a first that failed.
-    EXPECT_THAT(order,
-                ElementsAre("target mode", "target closed", "index.txt closed", "target mode"));
+    // Equal events in a row are one: owner, mode and times.
+    EXPECT_THAT(order, ElementsAre("target mode", "target closed", "index.txt closed"));
 }
 
 TEST(VrfCopy, OntoItselfKeepsTheContent) {

@@ -10,6 +10,7 @@
 
 #include "kit/capture.h"
 #include "kit/log_capture.h"
+#include "kit/marked_file.h"
 #include "kit/scripted_user.h"
 #include "kit/test_repo.h"
 #include "repository/inventory.h"
@@ -285,6 +286,16 @@ TEST_F(Removal, APathThatIsNotAbsoluteIsLeftAlone) {
                         "vrm_one_delete: Failed to access registered file here: Invalid argument, "
                         "skipping"));
     EXPECT_TRUE(there(live + "/here"));
+}
+
+TEST_F(Removal, ARollbackBringsBackAllThatBelongsToAFile) {
+    add("foo");
+    const file_facts before = write_marked_file(live + "/foo", "file of foo\n");
+    script("foo", "99-del.sh", "exit 1\n");
+    EXPECT_EQ(remove("foo"), 256);
+    EXPECT_EQ(facts_of(live + "/foo"), before);
+    EXPECT_THAT(log.at(LEVEL_WARNING), IsEmpty());
+    expect_whole("foo");
 }
 
 TEST_F(Removal, AFailedBackupBringsBackWhatWentBefore) {

@@ -1,5 +1,6 @@
 #include "transaction/update.h"
 
+#include "kit/marked_file.h"
 #include "transaction/executor_fixture.h"
 #include "transaction/plan_update.h"
 #include "transaction/stage.h"
@@ -393,6 +394,29 @@ TEST_F(Update, FailingPostScriptBringsEverythingBack) {
     EXPECT_TRUE(exists(live + "/new.conf")) << "no rollback knows of it";
     EXPECT_TRUE(exists(live + "/trace"));
     expect_untouched_registration("99-add.sh");
+}
+
+TEST_F(Update, ARollbackBringsBackAllThatBelongsToAFile) {
+    PackageSpec before = foo1;
+    before.data["srv/t/gone"] = "old only\n";
+    before.conf["srv/t/foo.conf"] = "shipped\n";
+    install_now(before);
+    std::map<std::string, file_facts> facts;
+    for (const std::string name : {"/foo", "/gone", "/foo.conf", "/mine"}) {
+        const std::string path = live + name;
+        facts[path] = write_marked_file(path, name == "/foo.conf" ? "shipped\n" : "x");
+    }
+    PackageSpec after = foo2;
+    after.data["srv/t/foo"] = "second\n";
+    after.data["srv/t/mine"] = "a file in the way\n";
+    after.conf["srv/t/foo.conf"] = "shipped 2\n";
+    after.init["99-add.sh"] = "exit 3\n";
+    EXPECT_EQ(update(after), -1);
+    for (const auto &[path, as_before] : facts) {
+        EXPECT_EQ(facts_of(path), as_before) << path;
+    }
+    EXPECT_THAT(log.at(LEVEL_WARNING), IsEmpty());
+    expect_untouched_registration("facts");
 }
 
 TEST_F(Update, RollbackLosesWhatWasNotReachedYet) {

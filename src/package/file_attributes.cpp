@@ -1,0 +1,113 @@
+#include "package/file_attributes.h"
+
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "support/event.h"
+
+static constexpr std::string_view access_list = "system.posix_acl_access";
+
+static bool set_owner(const struct stat &status, int to, const char *path) {
+    if (fchown(to, status.st_uid, status.st_gid) != 0) {
+        report({.kind = event_kind::owner_not_set, .path = path, .error = errno});
+        return false;
+    }
+    return true;
+}
+
+// What a call fills that gives the size needed when it is handed no room. The size can change
+// between two calls. None, with errno, on a failure.
+template <class Read>
+static std::optional<std::string> read_sized(const Read &read) {
+    for (;;) {
+        const ssize_t size = read(nullptr, 0);
+        if (size < 0) {
+            return std::nullopt;
+        }
+        std::string text(static_cast<size_t>(size), '\0');
+        const ssize_t got = size == 0 ? 0 : read(text.data(), text.size());
+        if (got >= 0) {
+            text.resize(static_cast<size_t>(got));
+            return text;
+        }
+        if (errno != ERANGE) {
+            return std::nullopt;
+        }
+    }
+}
+
+// The names of a file's extended attributes. A file system that has none gives none.
+static std::optional<std::vector<std::string>> attributes_of(int file) {
+    const auto list =
+        read_sized([file](char *room, size_t size) { return flistxattr(file, room, size); });
+    if (!list) {
+        return errno == ENOTSUP ? std::optional(std::vector<std::string>()) : std::nullopt;
+    }
+    std::vector<std::string> names;
+    for (size_t at = 0; at < list->size(); at += names.back().size() + 1) {
+        names.emplace_back(list->c_str() + at);
+    }
+    return names;
+}
+
+static bool copy_attribute(int from, int to, const std::string &name, const char *path) {
+    const auto value = read_sized([from, &name](char *room, size_t size) {
+        return fgetxattr(from, name.c_str(), room, size);
+    });
+    if (!value && errno == ENODATA) {
+        return true;  // removed meanwhile
+    }
+    if (!value || fsetxattr(to, name.c_str(), value->data(), value->size(), 0) != 0) {
+        report(
+            {.kind = event_kind::attribute_not_set, .path = path, .other = name, .error = errno});
+        return false;
+    }
+    return true;
+}
+
+// Whether the access control list, or that there is none, was copied. Of the others the log tells.
+static bool copy_extended(int from, int to, const char *path) {
+    const auto names = attributes_of(from);
+    if (!names) {
+        report({.kind = event_kind::attributes_not_read, .path = path, .error = errno});
+        return false;
+    }
+    bool has_list = false, is_list_copied = true;
+    for (const std::string &name : *names) {
+        const bool copied = copy_attribute(from, to, name, path);
+        if (name == access_list) {
+            has_list = true;
+            is_list_copied = copied;
+        }
+    }
+    if (!has_list) {
+        // One that the file got from its directory when it was made.
+        fremovexattr(to, access_list.data());
+    }
+    return is_list_copied;
+}
+
+void copy_attributes(int from, const struct stat &status, int to, const char *path) {
+    mode_t mode = status.st_mode & 07777;
+    if (!set_owner(status, to, path) && (mode & (S_ISUID | S_ISGID)) != 0) {
+        mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID);
+        report({.kind = event_kind::set_id_bits_dropped, .path = path});
+    }
+    if (!copy_extended(from, to, path)) {
+        mode &= ~static_cast<mode_t>(S_IRWXG);
+    }
+    if (fchmod(to, mode) != 0) {
+        report({.kind = event_kind::mode_not_set, .path = path, .error = errno});
+    }
+    const timespec times[] = {status.st_atim, status.st_mtim};
+    if (futimens(to, times) != 0) {
+        report({.kind = event_kind::times_not_set, .path = path, .error = errno});
+    }
+}

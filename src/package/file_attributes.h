@@ -1,0 +1,16 @@
+// Private to the library: what belongs to a file beside its name and its content.
+#pragma once
+
+#include <sys/stat.h>
+
+// Gives the file behind a descriptor the owner and group, the extended attributes (capabilities,
+// access control list and all others), the mode and the times of another one, in this order: a
+// change of the owner takes capabilities and set-id bits away, and a mode that came first would let
+// the wrong owner's program run. `status` is the other file's, taken before it was read. The file
+// must be private until now, with mode 0600, and complete.
+//
+// What can't be set is a WARNING that names `path`, the file's own, and no failure. It never makes
+// the file accessible to more users than the other one: without its owner it gets no set-id bits,
+// and without its access control list nothing for its group, since the group bits of such a mode
+// say what all entries of the list together may do.
+void copy_attributes(int from, const struct stat &status, int to, const char *path);
