@@ -51,6 +51,7 @@
 #include "transaction/removal.h"
 #include "transaction/scripts.h"
 #include "transaction/stage.h"
+#include "transaction/stage_area.h"
 #include "transaction/update.h"
 #include "transaction/vrt.h"
 

@@ -13,6 +13,7 @@
 #include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/request.h"
+#include "pvrm/stages.h"
 #include "pvrm/tell.h"
 #include "repository/inventory.h"
 #include "support/arch.h"
@@ -163,7 +164,8 @@ bool change_job::hand_over_local_dependencies(vrt *transaction) {
 
 bool change_job::run_one(own_vrt transaction) {
     const std::string name = transaction->info->name;
-    if (!hand_over_local_dependencies(transaction.get())) {
+    if (!clear_stages(work_.repository(), *transaction) ||
+        !hand_over_local_dependencies(transaction.get())) {
         tell_problem("%s was not %s", name.c_str(), done_);
         return false;
     }

@@ -15,6 +15,7 @@
 #include "repository/vrc.h"
 #include "support/log.h"
 #include "support/vconf.h"
+#include "transaction/stage_area.h"
 #include "transaction/update.h"
 #include "ui/vrmui.h"
 
@@ -170,7 +171,8 @@ int session::begin_change() {
         return EXIT_DONE;
     }
     // Found out now, and not when a package has been fetched and its files are in place.
-    if (!can_write({"installed", "stagearea", "fileindex"})) {
+    if (!can_write({"installed", "stagearea", "fileindex"}) ||
+        vrm_check_stage(handle_.get()) != 0) {
         return EXIT_FAILED;
     }
     if (const int refused = lock()) {

@@ -17,6 +17,7 @@
 #include "pvrm/request.h"
 #include "pvrm/request_order.h"
 #include "pvrm/session.h"
+#include "pvrm/stages.h"
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
 #include "repository/inventory.h"
@@ -320,6 +321,11 @@ bool removal::run(own_vrt transaction) {
         config[name] = config_to_keep(repository, name.c_str());
     }
 
+    if (!clear_stages(repository, *transaction)) {
+        tell_problem("%s was not removed", top.c_str());
+        stuck_.insert(top);
+        return false;
+    }
     vrt *raw = transaction.get();
     const int rc = vrm_exe_delete(repository, &raw);
     for (const std::string &name : names) {

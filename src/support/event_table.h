@@ -204,6 +204,11 @@
     X(not_locked, LEVEL_ERROR, "{who}: no lock on local repository")                               \
     X(interrupted, LEVEL_ERROR, "interrupted, not going on with {package}")                        \
     X(stage_path_long, LEVEL_ERROR, "{who}: path in the stage area is too long: {path}")           \
+    X(stage_area_refused, LEVEL_ERROR, "{who}: refusing stage area {path}: {reason}")              \
+    X(stage_directory_refused, LEVEL_ERROR, "{who}: refusing stage directory {path}: {reason}")    \
+    X(backups_in_the_way, LEVEL_ERROR,                                                             \
+      "vrm_clear_stage: backups of an interrupted change in {path}, not going on with {package}")  \
+    X(stage_not_cleared, LEVEL_ERROR, "vrm_clear_stage: Failed to clear {path}")                   \
     X(identity_refused, LEVEL_ERROR,                                                               \
       "{who}: refusing package <{package}>: its {other} is not allowed")                           \
     X(dependency_refused, LEVEL_ERROR,                                                             \

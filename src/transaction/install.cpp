@@ -45,7 +45,8 @@ int vrm_stage_file(vrm_handle *handle, const vri *package, int verbose) {
     return attempt([=] {
         stage_paths paths;
         if (!identity_is_safe("vrm_stage_file", package) ||
-            !stage_paths_of("vrm_stage_file", handle, package, &paths)) {
+            !stage_paths_of("vrm_stage_file", handle, package, &paths) ||
+            !is_stage_area_trusted("vrm_stage_file", handle)) {
             return -1;
         }
         return stage_copy("vrm_stage_file", verbose != 0, package, paths.file);

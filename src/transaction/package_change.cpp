@@ -16,8 +16,8 @@
 
 int unpack_staged(package_change *change) {
     const stage_paths &stage = change->stage;
-    for (std::string dir : {stage.fresh, stage.old}) {
-        vrm_vrf_mkdir(dir.data(), 0755);
+    if (!make_stage_directory(change->who, change->handle, stage, {stage.fresh, stage.old})) {
+        return -1;
     }
     // What an earlier attempt unpacked must not vouch for a payload that brings no description.
     unlink((stage.fresh + "/" + signed_description_path).c_str());

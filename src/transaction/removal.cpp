@@ -151,8 +151,9 @@ static int remove_package(const package_removal &step) {
 
     // What a former run left there must not get into a rollback of this one.
     vrm_vrf_rmdir(step.stage.base.c_str());
-    std::string old = step.stage.old;
-    vrm_vrf_mkdir(old.data(), 0755);
+    if (!make_stage_directory(me, step.handle, step.stage, {step.stage.old})) {
+        return -1;
+    }
 
     const int rc = attempt([&step] {
         return take_files_away(step) == outcome::done ? run_del_script(step, after_removal) : -1;
@@ -177,7 +178,8 @@ static int remove_package(const package_removal &step) {
 int vrm_one_delete(vrm_handle *handle, const vri *package) {
     return attempt([=] {
         package_removal step = {handle, package, {}, {}};
-        if (!identity_is_safe(me, package) || !stage_paths_of(me, handle, package, &step.stage)) {
+        if (!identity_is_safe(me, package) || !stage_paths_of(me, handle, package, &step.stage) ||
+            !is_stage_trusted(me, handle, step.stage)) {
             return -1;
         }
         step.places = places_of(handle, package->name);

@@ -78,7 +78,7 @@ bool may_carry_out(const char *who, const vrm_handle *handle, const vrt *transac
         report({.kind = event_kind::not_locked, .who = who});
         return false;
     }
-    return plan_is_safe(who, transaction);
+    return plan_is_safe(who, transaction) && is_stage_area_trusted(who, handle);
 }
 
 // The place of a staged file, created or emptied. Nothing but a regular file is written to: a pipe

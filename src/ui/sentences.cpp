@@ -235,6 +235,17 @@ constexpr row rows[] = {
     {event_kind::interrupted, sentence_sort::reason, "interrupted before {package}"},
     {event_kind::stage_path_long, sentence_sort::reason,
      "path in the stage area is too long: {path}"},
+    {event_kind::stage_area_refused, sentence_sort::reason,
+     "cannot use the stage area {path}: {reason}; it must be a directory of root's that nobody "
+     "else can write to"},
+    {event_kind::stage_directory_refused, sentence_sort::reason,
+     "cannot use the stage directory {path}: {reason}; move it away"},
+    {event_kind::backups_in_the_way, sentence_sort::reason,
+     "cannot begin with {package}: {path} holds backups of a change that was cut off; put them "
+     "back as \"Recovering\" in the administrator's guide describes, delete the directory, and "
+     "try again"},
+    {event_kind::stage_not_cleared, sentence_sort::reason,
+     "cannot delete the stage directory {path} of an earlier attempt"},
     {event_kind::identity_refused, sentence_sort::reason,
      "the package {package} is refused: its {other} holds characters that are not allowed"},
     {event_kind::dependency_refused, sentence_sort::reason,

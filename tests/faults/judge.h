@@ -77,6 +77,15 @@ std::vector<finding> judge_killed(const scene &expected, const tree &killed,
 // the administrator's guide tells.
 std::vector<finding> judge_recovery(const scene &expected, const tree &killed, const tree &now);
 
+// The stage directories whose backups are the reason, by what the tool printed, why it did not
+// begin a change.
+std::set<std::string> refused_stages(const std::string &output);
+
+// After a run that was killed, in the state `killed`, and an attempt to repeat it, which printed
+// `output`: backups are never touched, only they are a reason to refuse, and a refusal changes
+// nothing.
+std::vector<finding> judge_refusal(const tree &killed, const tree &now, const std::string &output);
+
 // After a run that was killed, in the state `killed`, and a repetition of it that got through, with
 // the good package where the run was to fail.
 std::vector<finding> judge_repetition(const scene &expected, const tree &killed, const tree &now);

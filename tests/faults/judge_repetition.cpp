@@ -125,7 +125,57 @@ void repetition_judge::judge_records() {
     }
 }
 
+// The stage directories with anything but directories below their backup base.
+std::set<std::string> stages_with_backups(const tree &all) {
+    std::set<std::string> stages;
+    for (const auto &[path, what] : part_of(all, stagearea)) {
+        const std::string base = path.substr(0, path.find('/', stagearea.size() + 1));
+        if (what.type != 'd' && is_below(path, base + "/old")) {
+            stages.insert(base);
+        }
+    }
+    return stages;
+}
+
 }  // namespace
+
+std::set<std::string> refused_stages(const std::string &output) {
+    std::set<std::string> stages;
+    for (const std::string &line : lines_of(output)) {
+        const size_t end = line.find(" holds backups of a change that was cut off");
+        const size_t begin = line.find(": " + stagearea);
+        if (line.starts_with("pvrm: cannot begin with ") && end != std::string::npos &&
+            begin < end) {
+            stages.insert(line.substr(begin + 2, end - begin - 2));
+        }
+    }
+    return stages;
+}
+
+std::vector<finding> judge_refusal(const tree &killed, const tree &now, const std::string &output) {
+    std::vector<finding> findings;
+    const auto expect_same = [&](const std::string &place, const char *what) {
+        if (part_of(now, place) != part_of(killed, place)) {
+            findings.push_back({std::nullopt, place, what});
+        }
+    };
+    const std::set<std::string> backups = stages_with_backups(killed);
+    for (const std::string &stage : backups) {
+        expect_same(stage, "a second run touched the backups");
+    }
+    const std::set<std::string> refused = refused_stages(output);
+    for (const std::string &stage : refused) {
+        if (!backups.contains(stage)) {
+            findings.push_back({std::nullopt, stage, "refused without backups"});
+        }
+    }
+    if (!refused.empty()) {
+        for (const std::string &place : {live_data, live_conf, action_log}) {
+            expect_same(place, "changed by a run that was refused");
+        }
+    }
+    return findings;
+}
 
 std::vector<finding> judge_repetition(const scene &expected, const tree &killed, const tree &now) {
     return repetition_judge(expected, killed, now).judge();

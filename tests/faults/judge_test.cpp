@@ -355,6 +355,37 @@ TEST_F(Judge, FindsFaultWithAKillThatChangedWhatBelongsToNobody) {
     EXPECT_EQ(judge_kill({"p"}), "FAULT");
 }
 
+TEST(JudgeRefusal, FindsTheStageDirectoryInTheSentence) {
+    const std::string refusal = "pvrm: cannot begin with p_any_2.0: " + stage +
+                                " holds backups of a change that was cut off; put them back\n";
+    EXPECT_EQ(refused_stages("pvrm: getting p\n" + refusal + "pvrm: p was not upgraded\n"),
+              std::set<std::string>{stage});
+    EXPECT_TRUE(refused_stages("pvrm: cannot begin with p_any_2.0: it is Monday\n").empty());
+}
+
+TEST_F(Judge, FindsFaultWithBackupsThatASecondRunTouches) {
+    const auto judge_second = [this](const tree &now, const std::string &output) {
+        return text_of(judge_refusal(killed_, now, output));
+    };
+    const std::string refusal = "pvrm: cannot begin with p_any_2.0: " + stage +
+                                " holds backups of a change that was cut off; put them back\n";
+    killed_[stage] = {'d', 0700, ""};
+    killed_[stage + "/old"] = {'d', 0755, ""};
+    // There is nothing to save.
+    EXPECT_EQ(judge_second(scene_.after, ""), "");
+    EXPECT_EQ(judge_second(killed_, refusal), "FAULT");
+
+    killed_[stage + "/old" + file] = scene_.before[file];
+    EXPECT_EQ(judge_second(killed_, refusal), "");
+    EXPECT_EQ(judge_second(scene_.after, ""), "FAULT");
+    tree now = killed_;
+    now[stage + "/old" + file].content = "another";
+    EXPECT_EQ(judge_second(now, refusal), "FAULT");
+    now = killed_;
+    now[file].content = "another";
+    EXPECT_EQ(judge_second(now, refusal), "FAULT") << "a refused run changes nothing";
+}
+
 TEST_F(Judge, ComparesARepetitionWithTheEndOfTheGoodPackage) {
     // The first run was to fail, the repetition is not.
     scene_.after = scene_.before;

@@ -204,21 +204,33 @@ static std::set<std::string> names_in_list(const std::string &output) {
     return names;
 }
 
-// What the administrator's guide tells to do with the backups of a change that died. False when
+// What the administrator's guide says to do with the backups of a change that died. False when
 // there are none.
-static bool put_backups_back() {
+static bool put_backups_back(const std::string &stage) {
+    const std::string old = stage + "/old";
+    if (read_whole(old + "/index.txt").empty()) {
+        return false;
+    }
+    run_alone(
+        {"/bin/sh", "-c",
+         "cd " + old + R"( && while read -r path; do cp -a ".$path" "$path"; done <index.txt)"});
+    return true;
+}
+
+static bool put_all_backups_back() {
     bool any = false;
     for (const auto &entry : std::filesystem::directory_iterator(stagearea)) {
-        const std::string old = entry.path().string() + "/old";
-        if (!read_whole(old + "/index.txt").empty()) {
-            any = true;
-            run_alone(
-                {"/bin/sh", "-c",
-                 "cd " + old +
-                     R"( && while read -r path; do cp -p ".$path" "$path"; done <index.txt)"});
-        }
+        any = put_backups_back(entry.path().string()) || any;
     }
     return any;
+}
+
+// What the guide says to do when a change is refused for the sake of backups.
+static void recover(const std::set<std::string> &stages) {
+    for (const std::string &stage : stages) {
+        put_backups_back(stage);
+        std::filesystem::remove_all(stage);
+    }
 }
 
 // What is left by a kill is a repository that can be used, and in which a second run gets through.
@@ -243,12 +255,23 @@ std::vector<finding> harness::judge_kill(const fault_case &which) {
         findings.insert(findings.end(), found.begin(), found.end());
     };
     add(judge_killed(scene_, killed, names_in_list(list)));
-    if (put_backups_back()) {
+    if (put_all_backups_back()) {
         add(judge_recovery(scene_, killed, take_tree(compared_places())));
         put_back(killed, compared_places());
     }
     mend(which);
-    const watched_run again = run_alone(which.command);
+    watched_run again = run_alone(which.command);
+    add(judge_refusal(killed, take_tree(compared_places()), again.output));
+    if (const std::set<std::string> refused = refused_stages(again.output); !refused.empty()) {
+        if (!WIFEXITED(again.status) || WEXITSTATUS(again.status) != 1) {
+            findings.push_back(fault_of("a refusal is no failure: " + again.output));
+        }
+        recover(refused);
+        again = run_alone(which.command);
+        if (!refused_stages(again.output).empty()) {
+            findings.push_back(fault_of("refused after the recovery"));
+        }
+    }
     add(judge_repetition(scene_, killed, take_tree(compared_places())));
     unmend(which);
     const bool ended = WIFEXITED(again.status) && WEXITSTATUS(again.status) <= 1;

@@ -46,7 +46,7 @@ assert_works_now() {
 }
 
 @test "no room to unpack" {
-    mount -t tmpfs -o size=256k tmpfs "$repository/stagearea"
+    mount -t tmpfs -o size=256k,mode=755 tmpfs "$repository/stagearea"
     run pvrm install "$file"
     umount "$repository/stagearea"
     assert_status 1

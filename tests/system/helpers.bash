@@ -194,6 +194,18 @@ version_of() { # NAME
     sed -n 's/^evrkVersion: //p' "$repository/installed/$1/desc.txt"
 }
 
+# After `run`: the change of a package was refused for the sake of the backups of one that was killed.
+assert_backups_in_the_way() { # ID
+    assert_line "pvrm: cannot begin with $1: $repository/stagearea/$1 holds backups of a change that was cut off; put them back as \"Recovering\" in the administrator's guide describes, delete the directory, and try again"
+}
+
+# What the guide says to do then.
+put_backups_back() { # ID
+    (cd "$repository/stagearea/$1/old" &&
+        while read -r path; do cp -a ".$path" "$path"; done <index.txt)
+    rm -r "$repository/stagearea/$1"
+}
+
 # The history without its dates; a line with none stays as it is and so is noticed.
 history_lines() {
     sed -E 's/^[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}: //' "$repository/install.log"

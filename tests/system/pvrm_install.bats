@@ -250,7 +250,7 @@ END
 
 @test "a full stage area is told, and nothing is installed" {
     file=$(package foo "data/usr/share/foo/big=$(head -c 300000 /dev/urandom | base64 -w 0)")
-    mount -t tmpfs -o size=64k tmpfs "$repository/stagearea"
+    mount -t tmpfs -o size=64k,mode=755 tmpfs "$repository/stagearea"
     run pvrm install "$file"
     umount "$repository/stagearea"
     assert_status 1

@@ -220,7 +220,7 @@ interrupt_script() { # SCRIPT
 
 # --- Killed ---------------------------------------------------------------------------------------
 
-@test "killed before it is entered: the old version is registered, and the next run does it all" {
+@test "killed before it is entered: the old version is registered, and after its backups are back the next run does it all" {
     # shellcheck disable=SC2016
     offer_both 'init/99-add.sh=[ ! -e /tmp/started ] || exit 0; touch /tmp/started; kill -9 $(cat /var/lib/vrm/lock)'
     run pvrm upgrade foo
@@ -229,6 +229,10 @@ interrupt_script() { # SCRIPT
     assert_equal "$(pvrm owner /usr/share/foo/about)" foo
     run pvrm list foo
     assert_status 0
+    run pvrm upgrade foo
+    assert_status 1
+    assert_backups_in_the_way foo_any_2.0
+    put_backups_back foo_any_2.0
     # The new file of the first attempt is nobody's, and replaced.
     run pvrm upgrade foo
     assert_status 0
@@ -246,14 +250,19 @@ kill_at_rename() { # NUMBER
     [[ -e $repository/lock ]]
 }
 
-# That what is left can be worked with, and that the same upgrade reaches its end.
+# That what is left can be worked with, and that the same upgrade reaches its end when the backups
+# are back.
 assert_next_run_mends() {
     run pvrm list bar
     assert_status 0
     assert_equal "$(pvrm owner /usr/share/bar/about)" bar
     run pvrm upgrade
-    assert_status 0
+    assert_status 1
     assert_line 'pvrm: warning: an upgrade of foo was cut off; it is registered in its old version again, upgrade it once more'
+    assert_backups_in_the_way foo_any_2.0
+    put_backups_back foo_any_2.0
+    run pvrm upgrade
+    assert_status 0
     assert_line 'pvrm: upgraded to foo_any_2.0'
     assert_foo_is_new
     assert_equal "$(version_of bar)" 2.0
@@ -265,6 +274,7 @@ updated foo_any_1.0 to foo_any_2.0 as requested by user'
 @test "killed before the first rename of the swap" {
     kill_at_rename 1
     assert_equal "$(version_of foo)" 1.0
+    put_backups_back foo_any_2.0
     run pvrm upgrade
     assert_status 0
     refute_output_has warning
@@ -307,6 +317,7 @@ updated foo_any_1.0 to foo_any_2.0 as requested by user'
         [[ -e $repository/installed/.foo.old ]]
         pvrm cleanup --yes
         assert_equal "$(version_of foo)" 1.0
+        put_backups_back foo_any_2.0
     done
     run pvrm upgrade --dry-run
     assert_line 'pvrm: everything is up to date'

@@ -182,7 +182,7 @@ class SmallDisk {
  public:
     explicit SmallDisk(std::string dir) : dir_(std::move(dir)) {
         fs::create_directories(dir_);
-        mounted_ = mount("small", dir_.c_str(), "tmpfs", 0, "size=64k") == 0;
+        mounted_ = mount("small", dir_.c_str(), "tmpfs", 0, "size=64k,mode=755") == 0;
         EXPECT_TRUE(mounted_) << strerror(errno);
     }
     ~SmallDisk() {

@@ -1,0 +1,126 @@
+#include "transaction/stage_area.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "package/fileops.h"
+#include "package/tree_walk.h"
+#include "support/event.h"
+#include "transaction/attempt.h"
+#include "transaction/staging.h"
+
+// Why a directory is not to be used, empty for one that may be or that doesn't exist.
+static std::string distrust(const std::string &path, mode_t writers) {
+    struct stat status;
+    if (lstat(path.c_str(), &status) != 0) {
+        // A path that is too long is reported where it is formed.
+        return errno == ENOENT || errno == ENAMETOOLONG ? "" : strerror(errno);
+    }
+    if (!S_ISDIR(status.st_mode)) {
+        return S_ISLNK(status.st_mode) ? "it is a symbolic link" : "it is not a directory";
+    }
+    if (status.st_uid != geteuid()) {
+        return "it belongs to user " + std::to_string(status.st_uid);
+    }
+    return (status.st_mode & writers) != 0 ? "others may write to it" : "";
+}
+
+static bool is_trusted(const char *who, event_kind refusal, const std::string &path,
+                       mode_t writers) {
+    const std::string why = distrust(path, writers);
+    if (!why.empty()) {
+        report({.kind = refusal, .who = who, .path = path, .other = why});
+    }
+    return why.empty();
+}
+
+bool is_stage_area_trusted(const char *who, const vrm_handle *handle) {
+    const char *area = ekva_getval(handle->dirs, "stagearea");
+    return is_trusted(who, event_kind::stage_area_refused, area ? area : "", S_IWGRP | S_IWOTH);
+}
+
+bool is_stage_trusted(const char *who, const vrm_handle *handle, const stage_paths &stage) {
+    return is_stage_area_trusted(who, handle) &&
+           is_trusted(who, event_kind::stage_directory_refused, stage.base, 0);
+}
+
+bool make_stage_directory(const char *who, const vrm_handle *handle, const stage_paths &stage,
+                          std::initializer_list<std::string> parts) {
+    if (!is_stage_trusted(who, handle, stage)) {
+        return false;
+    }
+    std::string base = stage.base;
+    vrm_vrf_mkdir(base.data(), 0700);
+    struct stat status;
+    // An older version, or somebody by hand, made it with another mode.
+    if (lstat(base.c_str(), &status) == 0 && (status.st_mode & 07777) != 0700 &&
+        chmod(base.c_str(), 0700) != 0) {
+        report({.kind = event_kind::stage_directory_refused,
+                .who = who,
+                .path = base,
+                .error = errno});
+        return false;
+    }
+    for (std::string part : parts) {
+        vrm_vrf_mkdir(part.data(), 0755);
+        if (!is_trusted(who, event_kind::stage_directory_refused, part, 0)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+int vrm_check_stage(vrm_handle *handle) {
+    return is_stage_area_trusted("vrm_check_stage", handle) ? 0 : -1;
+}
+
+namespace {
+
+// Looks for anything but directories.
+class file_finder : public TreeVisitor {
+ public:
+    int leaf(int, const char *, const struct stat &, const std::string &) override {
+        return -1;
+    }
+    int leave(int, const char *, const std::string &) override {
+        return 0;
+    }
+};
+
+}  // namespace
+
+// What can't be looked at is taken for a backup.
+static bool holds_files(const std::string &directory) {
+    file_finder finder;
+    return walk_tree(directory.c_str(), finder) != 0;
+}
+
+int vrm_clear_stage(vrm_handle *handle, const vri *package) {
+    static constexpr char me[] = "vrm_clear_stage";
+    return attempt([=] {
+        if (!handle->locked) {
+            report({.kind = event_kind::not_locked, .who = me});
+            return -1;
+        }
+        stage_paths stage;
+        if (!identity_is_safe(me, package) || !stage_paths_of(me, handle, package, &stage) ||
+            !is_stage_trusted(me, handle, stage)) {
+            return -1;
+        }
+        if (holds_files(stage.old)) {
+            report({.kind = event_kind::backups_in_the_way,
+                    .package = stage.puname,
+                    .path = stage.base});
+            return -1;
+        }
+        if (vrm_vrf_rmdir(stage.base.c_str()) != 0) {
+            report({.kind = event_kind::stage_not_cleared, .path = stage.base});
+            return -1;
+        }
+        return 0;
+    });
+}
