@@ -24,8 +24,10 @@
 #include "ui/sentences.h"
 #include "ui/vrmui.h"
 
+#include "package/certificate.h"
 #include "package/fileops.h"
 #include "package/hashlist.h"
+#include "package/ossl_own.h"
 #include "package/osslutil.h"
 #include "package/safe_name.h"
 #include "package/variant.h"

@@ -1,4 +1,4 @@
-// Owners for objects of OpenSSL. Private to the signature code.
+// Owners for objects of OpenSSL.
 #pragma once
 
 #include <openssl/bio.h>

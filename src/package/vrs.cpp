@@ -1,7 +1,6 @@
 #include "package/vrs.h"
 
 #include <fcntl.h>
-#include <openssl/pem.h>
 #include <openssl/sha.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "package/certificate.h"
 #include "package/ossl_own.h"
 #include "package/osslutil.h"
 #include "support/digest.h"
@@ -39,25 +39,12 @@ std::string store_path(const vrm_handle *handle, const char *subject) {
         report({.kind = event_kind::signer_unparsable, .other = subject ? subject : ""});
         return "";
     }
-    const unsigned long hash = X509_NAME_hash_ex(name.get(), nullptr, nullptr, nullptr);
     const char *store = ekva_getval(handle->dirs, "certstore");
-    char file[32];
-    snprintf(file, sizeof file, "%08lx.crt", hash);
-    return std::string(store ? store : "") + '/' + file;
+    return std::string(store ? store : "") + '/' + stored_certificate_name(name.get());
 }
 
-// Without this a file that holds something encrypted would ask for a password on the terminal.
-int no_password(char *, int, int, void *) {
-    return -1;
-}
-
-own_x509 read_certificate(const std::string &path) {
-    own_x509 certificate;
-    const own_file stream(fopen_regular(path.c_str()));
-    const own_bio file(stream ? BIO_new_fp(stream.get(), BIO_NOCLOSE) : nullptr);
-    if (file) {
-        certificate.reset(PEM_read_bio_X509_AUX(file.get(), nullptr, no_password, nullptr));
-    }
+own_x509 stored_certificate(const std::string &path) {
+    own_x509 certificate = certificate_read(path, nullptr);
     if (!certificate) {
         report({.kind = is_missing(path.c_str()) ? event_kind::certificate_missing
                                                  : event_kind::certificate_unreadable,
@@ -66,10 +53,8 @@ own_x509 read_certificate(const std::string &path) {
     return certificate;
 }
 
-bool subject_is(X509 *certificate, const char *subject) {
-    const std::unique_ptr<char, decltype([](char *text) { OPENSSL_free(text); })> line(
-        X509_NAME_oneline(X509_get_subject_name(certificate), nullptr, 0));
-    if (line && strcmp(line.get(), subject) == 0) {
+bool subject_is(const X509 *certificate, const char *subject) {
+    if (certificate_subject(certificate) == subject) {
         return true;
     }
     report({.kind = event_kind::certificate_of_another});
@@ -85,22 +70,33 @@ void say_date(const char *label, time_t date) {
 }
 
 // VERIFIED if the certificate is within its dates.
-Outcome check_dates(X509 *certificate, time_t now) {
-    const time_t from = asn1_utc_time(X509_getm_notBefore(certificate));
-    const time_t until = asn1_utc_time(X509_getm_notAfter(certificate));
-    say_date("Valid from", from);
-    say_date("Valid until", until);
-    // The start first: a certificate that is wrong at both ends is not yet valid.
-    if (from > now) {
-        report({.kind = event_kind::certificate_not_yet_valid});
-        return NOT_YET_VALID;
-    }
-    if (until < now) {
-        report({.kind = event_kind::certificate_expired});
-        return EXPIRED;
+Outcome check_dates(const X509 *certificate, time_t now) {
+    say_date("Valid from", asn1_utc_time(X509_get0_notBefore(certificate)));
+    say_date("Valid until", asn1_utc_time(X509_get0_notAfter(certificate)));
+    switch (certificate_validity(certificate, now)) {
+        case validity::not_yet:
+            report({.kind = event_kind::certificate_not_yet_valid});
+            return NOT_YET_VALID;
+        case validity::expired:
+            report({.kind = event_kind::certificate_expired});
+            return EXPIRED;
+        case validity::valid:
+            break;
     }
     log_say(LEVEL_DEBUG, "vrs_vferify_rsa: Certificate is valid");
     return VERIFIED;
+}
+
+// Anybody can compute the private key to a short public one, and then sign.
+bool is_long_enough(const EVP_PKEY *key) {
+    const int bits = rsa_key_bits(key);
+    if (bits == 0 || bits >= least_verified_key_bits) {
+        return true;
+    }
+    report({.kind = event_kind::certificate_key_short,
+            .number = bits,
+            .total = least_verified_key_bits});
+    return false;
 }
 
 // Feeds the rest of the stream to the digest, never holding more than a block of it.
@@ -164,7 +160,7 @@ int vrs_fverify_rsa(vrm_handle *handle, const char *subject, const unsigned char
     if (path.empty()) {
         return UNTRUSTED;
     }
-    const own_x509 certificate = read_certificate(path);
+    const own_x509 certificate = stored_certificate(path);
     if (!certificate || !subject_is(certificate.get(), subject)) {
         return UNTRUSTED;
     }
@@ -176,6 +172,9 @@ int vrs_fverify_rsa(vrm_handle *handle, const char *subject, const unsigned char
     if (!key) {
         report({.kind = event_kind::certificate_key_unusable});
         return STEP_FAILED;
+    }
+    if (!is_long_enough(key.get())) {
+        return INVALID;
     }
     return verify_payload(key.get(), signature, length, stream);
 } catch (const std::bad_alloc &) {

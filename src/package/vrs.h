@@ -21,7 +21,7 @@
 //    1  the signature fits
 //    0  an internal step failed after the certificate was accepted; no valid signature
 //   -2  untrusted: the subject doesn't parse, is not in the store, or the stored one differs
-//   -3  the signature doesn't fit
+//   -3  the signature doesn't fit, or the signer's RSA key has fewer than 1,024 bits
 //   -4  the certificate has expired
 //   -5  the certificate is not yet valid
 // Says why on the log, and for a subject that doesn't parse on stderr.

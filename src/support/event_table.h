@@ -50,6 +50,7 @@
     X(certificate_not_yet_valid, LEVEL_INFO, "Certificate is not yet valid")                       \
     X(certificate_expired, LEVEL_INFO, "Certificate has expired")                                  \
     X(certificate_key_unusable, LEVEL_INFO, "failure loading public key")                          \
+    X(certificate_key_short, LEVEL_ERROR, "The signer's RSA key of {number} bits is too short")    \
     X(payload_not_digested, LEVEL_INFO, "read erro in BIO_read")                                   \
     X(signature_not_loaded, LEVEL_INFO, "failure loading signature")                               \
     X(signature_not_started, LEVEL_INFO, "EVP_DigestVerifyInit: failure initializing signature")   \

@@ -286,6 +286,29 @@ TEST_F(VrsFverifyRsa, FailsOnAKeyThatTakesNoDigest) {
               std::vector<std::string>{"EVP_DigestVerifyInit: failure initializing signature"});
 }
 
+TEST_F(VrsFverifyRsa, RefusesASignatureByAShortKey) {
+    Signer signer;
+    signer.subject = "/O=Short/CN=x";
+    signer.key_file = dir_ / "short.key";
+    signer.cert_file = dir_ / "short.crt";
+    const auto make = [&signer](int bits) {
+        must_run("openssl req -x509 -newkey rsa:" + std::to_string(bits) +
+                 " -nodes -days 30 -subj " + signer.subject + " -keyout " + signer.key_file +
+                 " -out " + signer.cert_file + " 2>&1");
+    };
+    make(1016);
+    trust(signer);
+    {
+        const LogCapture log;
+        EXPECT_EQ(verify(signer), -3);
+        EXPECT_EQ(log.at(LEVEL_ERROR),
+                  std::vector<std::string>{"The signer's RSA key of 1016 bits is too short"});
+    }
+    make(1024);
+    trust(signer);
+    EXPECT_EQ(verify(signer), 1);
+}
+
 TEST_F(VrsFverifyRsa, FailsOnAStreamThatCannotBeRead) {
     trust(signer_);
     const std::string signature = signer_.sign(payload_);

@@ -87,8 +87,20 @@ sign_with() {
     sign_with other.key other.key
     assert_status 1
     [[ $output == "vrk-build: other.key holds no certificate in PEM form"* ]]
+    sign_with "$keys/key" nowhere
+    assert_refused "cannot open nowhere: No such file or directory"
     sign_with nowhere other.cert
     assert_refused "nowhere: No such file or directory"
+    assert_no_leftovers
+}
+
+@test "a short key and a certificate that is not for signatures are refused, as pvrm trust would" {
+    openssl req -x509 -newkey rsa:2040 -nodes -subj /O=Short -keyout short.key -out short.cert 2>log
+    sign_with short.key short.cert
+    assert_refused "short.cert can't sign packages: its RSA key has 2040 bits, and at least 2048 are needed; make a new key and certificate"
+    openssl req -x509 -new -key "$keys/key" -subj /O=Authority -addext keyUsage=keyCertSign -out ca
+    sign_with "$keys/key" ca
+    assert_refused "ca can't sign packages: it may not sign, as its key usage lacks digitalSignature; use a certificate for signatures"
     assert_no_leftovers
 }
 
@@ -102,7 +114,7 @@ sign_with() {
     local subject
     openssl req -x509 -new -key "$keys/key" -days 20000 -subj /O=x -out late
     sign_with "$keys/key" late
-    assert_refused "late can't sign packages: its end is written in the form for 2050 and later, and such a certificate counts as expired; make one that ends earlier"
+    assert_refused "late can't sign packages: its dates pass the year 2049, which counts as expired; use one that ends earlier"
     for subject in '/O=a\+b' '/O=a\/b'; do
         openssl req -x509 -new -key "$keys/key" -subj "$subject" -out odd
         sign_with "$keys/key" odd

@@ -23,9 +23,9 @@ static void check_days(int days) {
     }
 }
 
-static own_certificate make_certificate(const keygen_options &options, EVP_PKEY *key) {
-    own_name subject = subject_from(options.subject);
-    own_certificate certificate(X509_new());
+static own_x509 make_certificate(const keygen_options &options, EVP_PKEY *key) {
+    own_x509_name subject = subject_from(options.subject);
+    own_x509 certificate(X509_new());
     // As a positive number of eight bytes, by which the certificates of a subject can be told
     // apart.
     unsigned char random[8];
@@ -96,11 +96,11 @@ void keygen(const keygen_options &options) {
             throw exists_already(*path);
         }
     }
-    own_key key(EVP_RSA_gen(key_bits));
+    own_pkey key(EVP_RSA_gen(key_bits));
     if (!key) {
         throw problem("the key can't be made");
     }
-    own_certificate certificate = make_certificate(options, key.get());
+    own_x509 certificate = make_certificate(options, key.get());
     check_signer(certificate.get(), options.certificate_file, key.get(), options.key_file);
 
     write_new(options.key_file, 0600, [&key](FILE *file) {

@@ -120,15 +120,15 @@ static void tell_remarks(const std::vector<std::string> &remarks) {
 }
 
 std::string pack(const pack_options &options) {
-    own_key key = read_key(options.key_file);
-    own_certificate certificate = read_certificate(options.certificate_file);
+    own_pkey key = read_key(options.key_file);
+    own_x509 certificate = read_certificate(options.certificate_file);
     check_signer(certificate.get(), options.certificate_file, key.get(), options.key_file);
     source_tree tree = read_source_tree(options.tree);
     const fs::path target = place_of(options, tree.attributes);
     check_place(target, options.tree);
 
     const std::string description = describe(tree);
-    const std::string subject = one_line(X509_get_subject_name(certificate.get()));
+    const std::string subject = certificate_subject(certificate.get());
     // The signature is known behind the payload and stands ahead of it: its place is kept.
     const auto size = static_cast<size_t>(EVP_PKEY_get_size(key.get()));
     const std::string kept = head_of(description, subject, std::vector<unsigned char>(size));

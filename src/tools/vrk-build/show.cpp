@@ -33,10 +33,7 @@ class one_certificate_store {
         if (!mkdtemp(path_.data())) {
             throw system_problem(path_);
         }
-        char name[32];
-        snprintf(name, sizeof name, "%08lx.crt",
-                 X509_NAME_hash_ex(X509_get_subject_name(certificate_.get()), nullptr, nullptr,
-                                   nullptr));
+        const std::string name = stored_certificate_name(X509_get_subject_name(certificate_.get()));
         std::error_code failed;
         fs::copy_file(certificate_file, fs::path(path_) / name, failed);
         if (failed) {
@@ -56,7 +53,7 @@ class one_certificate_store {
     }
 
  private:
-    own_certificate certificate_;
+    own_x509 certificate_;
     std::string path_;
 };
 
@@ -75,12 +72,18 @@ class engine_reason {
     const std::string &text() const {
         return text_;
     }
+    event_kind kind() const {
+        return kind_;
+    }
 
  private:
     static void note(const event &happened, void *self) {
-        static_cast<engine_reason *>(self)->text_ = sentence_of(happened).text;
+        auto *const reason = static_cast<engine_reason *>(self);
+        reason->text_ = sentence_of(happened).text;
+        reason->kind_ = happened.kind;
     }
     std::string text_;
+    event_kind kind_ = {};
 };
 
 }  // namespace
@@ -164,7 +167,8 @@ static void print_members(const std::string &path) {
     }
 }
 
-static std::string signature_words(int status, const show_options &options) {
+// `last` is what the engine reported last.
+static std::string signature_words(int status, event_kind last, const show_options &options) {
     switch (status) {
         case 1:
             return "verified";
@@ -180,7 +184,9 @@ static std::string signature_words(int status, const show_options &options) {
             }
             return "not trusted: the signer's certificate is not in " + options.store;
         case -3:
-            return "invalid: it does not fit the payload";
+            return last == event_kind::certificate_key_short
+                       ? "invalid: the signer's RSA key is too short"
+                       : "invalid: it does not fit the payload";
         case -4:
             return "not trusted: the signer's certificate has expired";
         case -5:
@@ -224,7 +230,7 @@ bool show(const show_options &options) {
                                              : reason.text()));
     }
     print_head(package.get());
-    print_field("Signature:", signature_words(package->sig_status, options).c_str());
+    print_field("Signature:", signature_words(package->sig_status, reason.kind(), options).c_str());
     const bool head_matches = print_comparison(options.file);
     print_members(options.file);
     return package->sig_status == 1 && head_matches;

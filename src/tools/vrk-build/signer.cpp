@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <ctime>
 
 #include "package/osslutil.h"
 #include "tools/vrk-build/problem.h"
@@ -14,12 +15,6 @@ static problem crypto_problem(const std::string &what) {
     ERR_clear_error();
     const char *reason = code ? ERR_reason_error_string(code) : nullptr;
     return problem(reason ? what + ": " + reason : what);
-}
-
-std::string one_line(const X509_NAME *name) {
-    const std::unique_ptr<char, decltype([](char *text) { OPENSSL_free(text); })> text(
-        X509_NAME_oneline(name, nullptr, 0));
-    return text ? text.get() : "";
 }
 
 // Versions of OpenSSL differ in whether they put a backslash in front of these in one line, and
@@ -35,14 +30,14 @@ static bool is_written_alike_everywhere(const X509_NAME_ENTRY *entry) {
     return true;
 }
 
-own_name subject_from(const std::string &text) {
-    own_name name(x509_str2subj(text.c_str(), MBSTRING_ASC, 0));
+own_x509_name subject_from(const std::string &text) {
+    own_x509_name name(x509_str2subj(text.c_str(), MBSTRING_ASC, 0));
     ERR_clear_error();
     if (!name || X509_NAME_entry_count(name.get()) == 0) {
         throw problem("\"" + text +
                       "\" is no subject; write it like \"/O=My Distribution/CN=Jane\"");
     }
-    bool plain = one_line(name.get()) == text;
+    bool plain = name_line(name.get()) == text;
     for (int i = 0; i < X509_NAME_entry_count(name.get()); i++) {
         plain = plain && is_written_alike_everywhere(X509_NAME_get_entry(name.get(), i));
     }
@@ -54,42 +49,24 @@ own_name subject_from(const std::string &text) {
     return name;
 }
 
-// Nothing but a key is worth a question.
-static int no_passphrase(char *, int, int, void *) {
-    return -1;
-}
-
-own_certificate read_certificate(const std::string &path) {
-    own_file file(fopen(path.c_str(), "re"));
-    if (!file) {
-        throw system_problem(path);
-    }
-    own_certificate certificate(PEM_read_X509_AUX(file.get(), nullptr, no_passphrase, nullptr));
+own_x509 read_certificate(const std::string &path) {
+    std::string why;
+    own_x509 certificate = certificate_read(path, &why);
     if (!certificate) {
-        throw crypto_problem(path + " holds no certificate in PEM form");
+        throw problem(why);
     }
     return certificate;
 }
 
 void check_signer(X509 *certificate, const std::string &certificate_path, const EVP_PKEY *key,
                   const std::string &key_path) {
-    const X509_NAME *subject = X509_get_subject_name(certificate);
-    own_name read_back;
     try {
-        read_back = subject_from(one_line(subject));
+        subject_from(certificate_subject(certificate));
     } catch (const problem &wrong) {
         throw problem(certificate_path + " can't sign packages: " + wrong.what());
     }
-    // Attributes that stand together in one element look like several in one line.
-    if (X509_NAME_hash_ex(read_back.get(), nullptr, nullptr, nullptr) !=
-        X509_NAME_hash_ex(subject, nullptr, nullptr, nullptr)) {
-        throw problem(certificate_path + " can't sign packages: by the subject \"" +
-                      one_line(subject) + "\" it would not be found");
-    }
-    if (ASN1_STRING_type(X509_get0_notAfter(certificate)) != V_ASN1_UTCTIME) {
-        throw problem(certificate_path +
-                      " can't sign packages: its end is written in the form for 2050 and later, "
-                      "and such a certificate counts as expired; make one that ends earlier");
+    if (const std::string fault = certificate_fault(certificate); !fault.empty()) {
+        throw problem(certificate_path + " can't sign packages: " + fault);
     }
     if (X509_check_private_key(certificate, key) != 1) {
         ERR_clear_error();
@@ -99,13 +76,15 @@ void check_signer(X509 *certificate, const std::string &certificate_path, const 
 }
 
 std::string signer_remark(const X509 *certificate, const std::string &path) {
-    if (X509_cmp_current_time(X509_get0_notAfter(certificate)) < 0) {
-        return "the certificate " + path +
-               " has expired: the package will not be installed with it";
-    }
-    if (X509_cmp_current_time(X509_get0_notBefore(certificate)) > 0) {
-        return "the certificate " + path +
-               " is not valid yet: until then the package will not be installed with it";
+    switch (certificate_validity(certificate, time(nullptr))) {
+        case validity::expired:
+            return "the certificate " + path +
+                   " has expired: the package will not be installed with it";
+        case validity::not_yet:
+            return "the certificate " + path +
+                   " is not valid yet: until then the package will not be installed with it";
+        case validity::valid:
+            break;
     }
     return "";
 }
@@ -118,13 +97,13 @@ static int ask_passphrase(char *buffer, int size, int writing, void *was_refused
     return -1;
 }
 
-own_key read_key(const std::string &path) {
+own_pkey read_key(const std::string &path) {
     own_file file(fopen(path.c_str(), "re"));
     if (!file) {
         throw system_problem(path);
     }
     bool refused = false;
-    own_key key(PEM_read_PrivateKey(file.get(), nullptr, ask_passphrase, &refused));
+    own_pkey key(PEM_read_PrivateKey(file.get(), nullptr, ask_passphrase, &refused));
     if (refused) {
         ERR_clear_error();
         throw problem(path +

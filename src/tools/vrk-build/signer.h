@@ -12,24 +12,18 @@
 #include <string>
 #include <vector>
 
+#include "package/certificate.h"
 #include "support/own.h"
-
-using own_key = std::unique_ptr<EVP_PKEY, release_with<EVP_PKEY_free>>;
-using own_certificate = std::unique_ptr<X509, release_with<X509_free>>;
-using own_name = std::unique_ptr<X509_NAME, release_with<X509_NAME_free>>;
-
-// The subject as packages write it.
-std::string one_line(const X509_NAME *name);
 
 // Reads a subject in one line; throws a problem when it is not one, or would not come back the
 // same from a package, by whatever version of OpenSSL it is read there.
-own_name subject_from(const std::string &text);
+own_x509_name subject_from(const std::string &text);
 
 // The first certificate of a PEM file. Throws a problem; never asks for a passphrase.
-own_certificate read_certificate(const std::string &path);
+own_x509 read_certificate(const std::string &path);
 
-// Throws a problem when no machine could accept what the owner of this certificate signs: packages
-// can't name its subject, its end can't be read, or it isn't the key's.
+// Throws a problem when no machine would accept what the owner of this certificate signs: packages
+// can't name its subject, it has a fault (package/certificate.h), or it isn't the key's.
 void check_signer(X509 *certificate, const std::string &certificate_path, const EVP_PKEY *key,
                   const std::string &key_path);
 
@@ -39,7 +33,7 @@ std::string signer_remark(const X509 *certificate, const std::string &path);
 
 // An RSA key from a PEM file. The passphrase of an encrypted one is asked for if stdin is a
 // terminal; otherwise such a key is a problem.
-own_key read_key(const std::string &path);
+own_pkey read_key(const std::string &path);
 
 // RSASSA-PKCS1-v1_5 with SHA-1 over bytes that come in pieces. Problems are thrown.
 class payload_signature {
