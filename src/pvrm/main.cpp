@@ -43,11 +43,11 @@ struct command_line {
     config_options config;
     install_options install;
     remove_options remove;
-    std::string pattern, package, path, certificate, format;
+    trust_options trust;
+    std::string pattern, package, path, signer, format;
     bool oldest_first = false;
     std::vector<std::string> dirs, upgrades, audited;
     std::vector<word> words;
-
     CLI::App *add(CLI::App &app, const char *name, const char *help, bool changes_system,
                   std::function<int()> run) {
         CLI::App *command = app.add_subcommand(name, help);
@@ -181,10 +181,34 @@ void add_changing_words(CLI::App &app, command_line &line) {
 
     line.add(app, "init", "Make a fresh repository where it is missing", true,
              [&line] { return word_init(line.common); });
+}
 
+// Who is trusted can be listed by everybody.
+void add_trust_words(CLI::App &app, command_line &line) {
     CLI::App *trust = line.add(app, "trust", "Trust the signer whose certificate this is", true,
-                               [&line] { return word_trust(line.common, line.certificate); });
-    trust->add_option("CERT.pem", line.certificate, "A certificate")->required();
+                               [&line] { return word_trust(line.common, line.trust); });
+    CLI::Option *certificate =
+        trust->add_option("CERT.pem", line.trust.certificate, "A certificate");
+    CLI::Option *list =
+        trust->add_flag("--list", line.trust.list, "Show who is trusted")->excludes(certificate);
+    trust->add_flag("--replace", line.trust.replace, "Also in place of another certificate")
+        ->excludes(list);
+    trust->footer("Without a terminal to ask on it needs --yes.");
+    const size_t entry = line.words.size() - 1;
+    trust->parse_complete_callback([&line, entry, certificate] {
+        if (!line.trust.list && certificate->count() == 0) {
+            throw CLI::RequiredError("CERT.pem");
+        }
+        line.words[entry].changes_system = !line.trust.list;
+    });
+
+    CLI::App *distrust = line.add(app, "distrust", "Trust a signer no more", true,
+                                  [&line] { return word_distrust(line.common, line.signer); });
+    distrust
+        ->add_option("SUBJECT|SHA-256", line.signer,
+                     "The signer, or the beginning of the certificate's fingerprint")
+        ->required();
+    distrust->footer("Without a terminal to ask on it needs --yes.");
 }
 
 // A standard stream that the caller closed would else be the first file that is opened, such as the
@@ -230,6 +254,7 @@ int run_command_line(int argc, char **argv) {
     app.footer(footer);
     add_common_options(app, line.common);
     add_changing_words(app, line);
+    add_trust_words(app, line);
     add_reading_words(app, line);
     add_config(app, line);
 

@@ -29,3 +29,9 @@ struct remove_options {
     std::vector<std::string> requests;  // names of installed packages
     bool keep_deps = false;             // what only they needed stays
 };
+
+struct trust_options {
+    std::string certificate;  // the path of the certificate to trust
+    bool list = false;        // show who is trusted, and trust nobody
+    bool replace = false;     // also in place of another certificate of the subject
+};

@@ -1,198 +1,142 @@
-#include <openssl/evp.h>
-#include <openssl/pem.h>
-#include <openssl/x509.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cinttypes>
 #include <cstdio>
-#include <cstring>
-#include <ctime>
 #include <string>
 
-#include "package/osslutil.h"
+#include "package/certificate.h"
 #include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/session.h"
-#include "pvrm/sizes.h"
 #include "pvrm/tell.h"
+#include "pvrm/trust_prompt.h"
+#include "pvrm/trust_store.h"
 #include "pvrm/words.h"
-#include "support/terminal_text.h"
 #include "ui/vrmui.h"
 
-using own_certificate = std::unique_ptr<X509, release_with<X509_free>>;
-using own_name = std::unique_ptr<X509_NAME, release_with<X509_NAME_free>>;
+namespace {
 
-// A certificate needs no password, and a file that wants one holds something else.
-static int no_password(char *, int, int, void *) {
-    return -1;
-}
+// What is in the store where a certificate is to go.
+enum class place { free, holds_it, holds_other, taken };
 
-static own_certificate read_certificate(const std::string &path) {
-    struct stat status;
-    // Looked at before it is opened: opening a pipe would wait for a writer.
-    if (stat(path.c_str(), &status) != 0) {
-        tell_problem("%s: %s", path.c_str(), strerror(errno));
-        return nullptr;
+}  // namespace
+
+// Looks at the file, and prints what it holds when that is not this certificate.
+static place look_at(const std::string &path, const X509 *certificate) {
+    if (access(path.c_str(), F_OK) != 0) {
+        return place::free;
     }
-    if (!S_ISREG(status.st_mode)) {
-        tell_problem("%s is not a regular file", path.c_str());
-        return nullptr;
+    std::string why;
+    const own_x509 present = certificate_read(path, &why);
+    if (!present) {
+        tell_problem("%s; trusting this signer replaces it", why.c_str());
+        return place::holds_other;
     }
-    own_file file(fopen(path.c_str(), "re"));
-    if (!file) {
-        tell_problem("%s: %s", path.c_str(), strerror(errno));
-        return nullptr;
+    if (X509_cmp(present.get(), certificate) == 0) {
+        return place::holds_it;
     }
-    own_certificate certificate(PEM_read_X509_AUX(file.get(), nullptr, no_password, nullptr));
-    if (!certificate) {
-        tell_problem("%s holds no certificate in PEM form", path.c_str());
-    }
-    return certificate;
-}
-
-static std::string subject_of(const X509 *certificate) {
-    char *text = X509_NAME_oneline(X509_get_subject_name(certificate), nullptr, 0);
-    std::string subject = text ? text : "";
-    OPENSSL_free(text);
-    return subject;
-}
-
-static std::string fingerprint_of(const X509 *certificate) {
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned length = 0;
-    if (X509_digest(certificate, EVP_sha256(), digest, &length) != 1) {
-        return "";
-    }
-    std::string text;
-    for (unsigned i = 0; i < length; i++) {
-        char byte[4];
-        snprintf(byte, sizeof byte, "%s%02X", i ? ":" : "", digest[i]);
-        text += byte;
-    }
-    return text;
-}
-
-static unsigned long hash_of(X509_NAME *name) {
-    return X509_NAME_hash_ex(name, nullptr, nullptr, nullptr);
-}
-
-// Whether the verification will find the certificate: it looks for it by the signer's name as the
-// package writes it, the one-line form, which does not carry every name.
-static bool can_be_found(const X509 *certificate, const std::string &subject) {
-    own_name parsed(x509_str2subj(subject.c_str(), MBSTRING_ASC, 0));
-    return parsed && hash_of(parsed.get()) == hash_of(X509_get_subject_name(certificate));
-}
-
-// Whether the certificate can ever verify a package; tells why not.
-static bool is_of_use(const X509 *certificate, const std::string &subject) {
-    if (!can_be_found(certificate, subject)) {
+    const std::string subject = certificate_subject(present.get());
+    if (subject != certificate_subject(certificate)) {
         tell_problem(
-            "the certificate's subject %s can't be written in a package: use one with plain "
-            "names and no slashes in them",
-            subject.c_str());
-        return false;
+            "cannot trust this signer: %s holds the certificate of %s, and the store can't hold "
+            "both; use another subject, or remove that one with: pvrm distrust %s",
+            path.c_str(), subject.c_str(), certificate_fingerprint(present.get()).c_str());
+        return place::taken;
     }
-    const ASN1_TIME *end = X509_get0_notAfter(certificate);
-    if (ASN1_STRING_type(X509_get0_notBefore(certificate)) != V_ASN1_UTCTIME ||
-        ASN1_STRING_type(end) != V_ASN1_UTCTIME) {
-        tell_problem(
-            "the certificate's dates pass the year 2049, which counts as expired: use one "
-            "that ends earlier");
-        return false;
-    }
-    const EVP_PKEY *key = X509_get0_pubkey(certificate);
-    if (!key || EVP_PKEY_get_base_id(key) != EVP_PKEY_RSA) {
-        tell_problem("the certificate's key is not an RSA key, and packages are signed with RSA");
-        return false;
-    }
-    return true;
+    tell_problem(
+        "%s holds another certificate of this subject, with the SHA-256 %s; trusting this one, "
+        "with the SHA-256 %s, replaces it",
+        path.c_str(), certificate_fingerprint(present.get()).c_str(),
+        certificate_fingerprint(certificate).c_str());
+    return place::holds_other;
 }
 
-// Not by asn1_utc_time: dates from 2050 on have another form, which it takes for one long past, and
-// what is shown must be true.
-static std::string date_of(const ASN1_TIME *date) {
-    struct tm parts = {};
-    return ASN1_TIME_to_tm(date, &parts) == 1 ? nice_date(timegm(&parts)) : "unknown";
-}
-
-static void show(const X509 *certificate, const std::string &subject) {
-    printf("Subject:      %s\n", terminal_safe_cell(subject).c_str());
-    printf("Valid from:   %s\n", date_of(X509_get0_notBefore(certificate)).c_str());
-    printf("Valid until:  %s\n", date_of(X509_get0_notAfter(certificate)).c_str());
-    printf("SHA-256:      %s\n", fingerprint_of(certificate).c_str());
-    fflush(stdout);
-    if (X509_cmp_current_time(X509_get0_notAfter(certificate)) < 0) {
-        tell_problem("warning: this certificate has expired");
-    } else if (X509_cmp_current_time(X509_get0_notBefore(certificate)) > 0) {
-        tell_problem("warning: this certificate is not valid yet");
+// Whether the user wants it, by an answer or by the options.
+static int ask_to_trust(const session &work, const trust_options &what, bool replaces) {
+    if (!may_ask_about_trust(work.options, "trust")) {
+        return EXIT_WRONG_USAGE;
     }
-}
-
-// Writes the certificate under its name in one move, so that a reader never meets half of it.
-static bool store(const X509 *certificate, const std::string &path) {
-    const std::string unfinished = path + ".new";
-    own_file file(fopen(unfinished.c_str(), "we"));
-    bool good = file && PEM_write_X509(file.get(), certificate) == 1 && fflush(file.get()) == 0 &&
-                fchmod(fileno(file.get()), 0644) == 0;
-    if (file) {
-        good = fclose(file.release()) == 0 && good;
+    if (!replaces || what.replace) {
+        return user_consents("Trust packages of this signer?", 1) ? EXIT_DONE : EXIT_FAILED;
     }
-    good = good && rename(unfinished.c_str(), path.c_str()) == 0;
-    if (!good) {
-        tell_problem("%s can't be written: %s", path.c_str(), strerror(errno));
-        unlink(unfinished.c_str());
-    }
-    return good;
-}
-
-int word_trust(const common_options &options, const std::string &path) {
-    session work(options);
-    if (!work.open_repository() || !work.has_directories({"certstore"})) {
+    // A default answer is no consent to give up the certificate that was trusted so far.
+    if (vote_mode != 1) {
+        tell_problem("nothing was changed: to replace what the store holds, add --replace");
         return EXIT_FAILED;
     }
-    own_certificate certificate = read_certificate(path);
+    return user_consents("Trust this signer instead?", 0) ? EXIT_DONE : EXIT_FAILED;
+}
+
+static int trust(session &work, const trust_options &what) {
+    std::string why;
+    const own_x509 certificate = certificate_read(what.certificate, &why);
     if (!certificate) {
+        tell_problem("%s", why.c_str());
         return EXIT_FAILED;
     }
-    const std::string subject = subject_of(certificate.get());
-    show(certificate.get(), subject);
-    if (!is_of_use(certificate.get(), subject)) {
+    show_certificate(certificate.get());
+    if (const std::string fault = certificate_fault(certificate.get()); !fault.empty()) {
+        tell_problem("cannot trust %s: %s", what.certificate.c_str(), fault.c_str());
         return EXIT_FAILED;
     }
-
-    if (!options.dry_run) {
+    if (!work.options.dry_run) {
         hold_signals();
         if (const int locked = work.lock()) {
             return locked;
         }
     }
-    char name[32];
-    snprintf(name, sizeof name, "%08lx.crt", hash_of(X509_get_subject_name(certificate.get())));
-    const std::string target =
-        std::string(ekva_getval(work.repository()->dirs, "certstore")) + "/" + name;
-    struct stat status;
-    if (lstat(target.c_str(), &status) == 0) {
-        own_certificate present = read_certificate(target);
-        if (present && X509_cmp(present.get(), certificate.get()) == 0) {
-            tell_step("this certificate is trusted already");
-            return EXIT_DONE;
-        }
-        tell_problem("%s holds another certificate for this subject; it would be replaced",
-                     target.c_str());
+    const std::string target = store_of(work.repository()) + "/" +
+                               stored_certificate_name(X509_get_subject_name(certificate.get()));
+    const place found = look_at(target, certificate.get());
+    if (found == place::holds_it) {
+        tell_step("this certificate is trusted already");
+        return EXIT_DONE;
     }
-    if (options.dry_run) {
+    if (found == place::taken) {
+        return EXIT_FAILED;
+    }
+    if (work.options.dry_run) {
         tell_step("would trust it as %s", target.c_str());
         return EXIT_DONE;
     }
-    if (vrmui_yesno(vrmui, "Trust packages of this signer?", 1) != 1 || was_interrupted()) {
-        tell_problem("nothing was changed");
-        return EXIT_FAILED;
+    if (const int refused = ask_to_trust(work, what, found == place::holds_other)) {
+        return refused;
     }
-    if (!store(certificate.get(), target)) {
+    if (!store_certificate(certificate.get(), target)) {
         return EXIT_FAILED;
     }
     tell_step("trusted as %s", target.c_str());
     return EXIT_DONE;
+}
+
+// Lists the certificates that the verification can find, and reports what else is in the store.
+static int list_trusted(const session &work) {
+    const store_content content = read_store(store_of(work.repository()));
+    bool good = content.was_read, first = true;
+    for (const stored_certificate &file : content.files) {
+        if (!file.problem.empty()) {
+            tell_problem("%s", file.problem.c_str());
+            good = false;
+            continue;
+        }
+        if (!first) {
+            printf("\n");
+        }
+        first = false;
+        show_certificate(file.certificate.get());
+        if (const std::string fault = certificate_fault(file.certificate.get()); !fault.empty()) {
+            tell_problem("warning: %s should not be trusted: %s", file.path.c_str(), fault.c_str());
+        }
+    }
+    if (content.was_read && content.files.empty()) {
+        tell_step("nobody is trusted");
+    }
+    return good ? EXIT_DONE : EXIT_FAILED;
+}
+
+int word_trust(const common_options &options, const trust_options &what) {
+    session work(options);
+    if (!work.open_repository() || !work.has_directories({"certstore"})) {
+        return EXIT_FAILED;
+    }
+    return what.list ? list_trusted(work) : trust(work, what);
 }

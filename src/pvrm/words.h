@@ -29,4 +29,6 @@ int word_why(const common_options &options, const std::string &name);
 int word_log(const common_options &options, const std::string &format, bool oldest_first);
 int word_config(const common_options &options, const config_options &what);
 int word_init(const common_options &options);
-int word_trust(const common_options &options, const std::string &certificate);
+int word_trust(const common_options &options, const trust_options &what);
+// `signer` is a subject, or the beginning of a fingerprint.
+int word_distrust(const common_options &options, const std::string &signer);

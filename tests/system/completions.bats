@@ -90,6 +90,10 @@ alps"
     assert_equal "$(complete_line pvrm install two.vrk --dir '')" "al dir
 dir.vrk"
     assert_equal "$(complete_line pvrm trust ce)" cert.pem
+    assert_equal "$(complete_line pvrm trust --l)" --list
+    fingerprint=$(pvrm trust --list | sed -n 's/^SHA-256: *//p' | tr -d :)
+    [[ ${#fingerprint} == 64 ]]
+    assert_equal "$(complete_line pvrm distrust '')" "${fingerprint:0:16}"
     assert_equal "$(complete_line pvrm owner /etc/hostn)" /etc/hostname
 }
 

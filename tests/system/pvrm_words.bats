@@ -22,7 +22,7 @@ setup() {
     assert_status 0
     assert_output_has 'Exit status: 0 done, 1 something failed, 2 wrong usage, 3 not permitted,'
     assert_output_has '4 the repository is locked.'
-    for word in allowed refresh install list search info files owner depends init trust; do
+    for word in allowed refresh install list search info files owner depends init trust distrust; do
         assert_output_has "  $word"
         run pvrm "$word" --help
         assert_status 0
@@ -33,6 +33,7 @@ setup() {
 
 @test "wrong usage is 2, on stderr" {
     for arguments in '' 'nonsense' 'install' 'search' 'info' 'files' 'owner' 'depends' 'trust' \
+        'distrust' 'trust --list x' 'trust --list --replace' 'trust --replace' \
         'install --nonsense foo' 'list a b' 'owner /a /b'; do
         # shellcheck disable=SC2086
         run --separate-stderr pvrm $arguments
@@ -406,7 +407,7 @@ pvrm: the directory $repository/installed can't be read: Permission denied"
     assert_status 0
     assert_equal "$output" "pvrm: the repository $repository is complete already"
 
-    run pvrm trust "$signer_cert"
+    run pvrm trust --yes "$signer_cert"
     assert_status 0
     # shellcheck disable=SC2016
     run pvrm install "$(package foo 'init/00-add.sh=echo 1 2 | awk "{ print \$2 }" | sed s/2/two/')"
@@ -424,61 +425,4 @@ pvrm: the directory $repository/installed can't be read: Permission denied"
     [[ -x $repository/scriptdir/sed ]]
     assert_equal "$(cat "$repository/scriptdir/extra")" mine
     rm "$repository/scriptdir/extra"
-}
-
-# --- Trusting -------------------------------------------------------------------------------------
-
-@test "trust shows a certificate and stores it under its right name" {
-    mv "$(signer_in_store)" /tmp/aside
-    run pvrm trust --dry-run "$signer_cert"
-    assert_status 0
-    assert_line "pvrm: would trust it as $(signer_in_store)"
-    [[ ! -e $(signer_in_store) ]]
-    run pvrm trust "$signer_cert"
-    assert_status 0
-    assert_line 'Subject:      /O=Test/CN=Builder'
-    assert_output_has 'Valid from:   '
-    assert_output_has 'Valid until:  '
-    assert_line "SHA-256:      $(openssl x509 -noout -fingerprint -sha256 -in "$signer_cert" | sed 's/.*=//')"
-    assert_line "pvrm: trusted as $(signer_in_store)"
-    [[ $(openssl x509 -in "$(signer_in_store)") == "$(openssl x509 -in "$signer_cert")" ]]
-    run pvrm trust "$signer_cert"
-    assert_status 0
-    assert_line 'pvrm: this certificate is trusted already'
-    rm /tmp/aside
-    pvrm install "$(package foo)"
-}
-
-@test "on a terminal trust asks, and no is no" {
-    rm "$(signer_in_store)"
-    run on_terminal "pvrm trust $signer_cert" <<<n
-    assert_status 1
-    assert_output_has 'Trust packages of this signer? [Y/n]'
-    assert_output_has 'pvrm: nothing was changed'
-    [[ ! -e $(signer_in_store) ]]
-    run on_terminal "pvrm trust $signer_cert" <<<y
-    assert_status 0
-    [[ -e $(signer_in_store) ]]
-}
-
-@test "what is no usable certificate is not trusted" {
-    run pvrm trust /etc/passwd
-    assert_status 1
-    assert_equal "$output" 'pvrm: /etc/passwd holds no certificate in PEM form'
-    run pvrm trust /nowhere
-    assert_equal "$output" 'pvrm: /nowhere: No such file or directory'
-    mkfifo /tmp/fifo
-    run timeout 5 pvrm trust /tmp/fifo
-    assert_equal "$output" 'pvrm: /tmp/fifo is not a regular file'
-    openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -subj '/CN=Elliptic' \
-        -days 30 -keyout /tmp/ec.key -out /tmp/ec.pem 2>/dev/null
-    run pvrm trust /tmp/ec.pem
-    assert_status 1
-    assert_line "pvrm: the certificate's key is not an RSA key, and packages are signed with RSA"
-    openssl req -x509 -newkey rsa:2048 -nodes -subj '/CN=Eternal' -days 20000 -keyout /tmp/long.key \
-        -out /tmp/long.pem 2>/dev/null
-    run pvrm trust /tmp/long.pem
-    assert_status 1
-    assert_line "pvrm: the certificate's dates pass the year 2049, which counts as expired: use one that ends earlier"
-    assert_output_has "Valid until:  20"
 }

@@ -275,7 +275,7 @@ other.vrk"
     has_words=$(pvrm --help)
     grep -q '^  install ' <<<"$has_words"
     pack
-    pvrm trust "$keys/cert"
+    pvrm trust --yes "$keys/cert"
     run pvrm -y install ./foo_any_1.2.vrk
     assert_status 0
     assert_equal "$(/usr/bin/foo)" foo
