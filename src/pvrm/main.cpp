@@ -18,6 +18,7 @@
 #include "pvrm/options.h"
 #include "pvrm/privilege.h"
 #include "pvrm/report_format.h"
+#include "pvrm/restricted.h"
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
 #include "support/shell.h"
@@ -27,7 +28,8 @@ namespace {
 constexpr char footer[] =
     "For all words: -y --yes takes the default answers, -n --dry-run only shows what would be "
     "done,\n"
-    "-q --quiet tells no steps, -v --verbose logs every detail.\n"
+    "-q --quiet tells no steps, -v --verbose logs every detail, --restricted refuses what\n"
+    "could make the caller root.\n"
     "Exit status: 0 done, 1 something failed, 2 wrong usage, 3 not permitted,\n"
     "4 the repository is locked. The manual page pvrm(8) tells more.";
 
@@ -48,6 +50,8 @@ struct command_line {
     bool oldest_first = false;
     std::vector<std::string> dirs, upgrades, audited;
     std::vector<word> words;
+    bool restricted = false;
+
     CLI::App *add(CLI::App &app, const char *name, const char *help, bool changes_system,
                   std::function<int()> run) {
         CLI::App *command = app.add_subcommand(name, help);
@@ -61,6 +65,13 @@ void add_common_options(CLI::App &app, common_options &options) {
     app.add_flag("-n,--dry-run", options.dry_run, "Show what would be done, and do nothing");
     app.add_flag("-q,--quiet", options.quiet, "Tell no steps, only results and problems");
     app.add_flag("-v,--verbose", options.verbose, "Let the log take every detail");
+}
+
+void add_restricted_option(CLI::App &app, command_line &line) {
+    // No value: nothing behind it on the command line may take it back.
+    app.add_flag("--restricted", line.restricted,
+                 "Refuse what a user who is not to become root may not do")
+        ->disable_flag_override();
 }
 
 void add_format_option(CLI::App *word, command_line &line, const std::vector<std::string> &names) {
@@ -143,7 +154,7 @@ void add_config(CLI::App &app, command_line &line) {
 
 void add_changing_words(CLI::App &app, command_line &line) {
     line.add(app, "allowed", "Tell by the exit status whether the caller may change the system",
-             false, word_allowed);
+             false, [&line] { return word_allowed(line.restricted); });
 
     line.add(app, "refresh", "Bring the package catalogue up to date", true,
              [&line] { return word_refresh(line.common); });
@@ -231,13 +242,41 @@ int check_output(int status) {
     return EXIT_FAILED;
 }
 
-int run(const word &chosen, const common_options &options, int argc, char **argv) {
+// What a command line gives to the tool and to one of its words.
+std::vector<given_argument> arguments_of(const CLI::App &app, const CLI::App &word) {
+    std::vector<given_argument> given;
+    for (const CLI::App *part : {&app, &word}) {
+        for (const CLI::Option *option : part->get_options()) {
+            if (option->count() > 0) {
+                given.push_back({option->get_name(), option->results()});
+            }
+        }
+    }
+    return given;
+}
+
+// Whether the restricted mode permits the command line; prints when it does not. From here on
+// nothing of the caller counts but that.
+bool enter_restricted_mode(const CLI::App &app, const word &chosen) {
+    std::string refusal =
+        restricted_refusal(chosen.command->get_name(), arguments_of(app, *chosen.command));
+    if (refusal.empty() && geteuid() == 0) {
+        const std::string failure = forget_caller();
+        refusal = chosen.changes_system ? failure : "";
+    }
+    if (!refusal.empty()) {
+        tell_problem("%s", refusal.c_str());
+    }
+    return refusal.empty();
+}
+
+int run(const word &chosen, const command_line &line, int argc, char **argv) {
     if (!chosen.changes_system) {
         signal(SIGPIPE, SIG_IGN);
         return check_output(chosen.run());
     }
-    if (!options.dry_run && geteuid() != 0) {
-        return run_as_root({argv + 1, argv + argc});
+    if (!line.common.dry_run && geteuid() != 0) {
+        return run_as_root({argv + 1, argv + argc}, chosen.command->get_name(), line.restricted);
     }
     return chosen.run();
 }
@@ -253,6 +292,7 @@ int run_command_line(int argc, char **argv) {
     app.fallthrough();  // the common options may stand behind the word as well
     app.footer(footer);
     add_common_options(app, line.common);
+    add_restricted_option(app, line);
     add_changing_words(app, line);
     add_trust_words(app, line);
     add_reading_words(app, line);
@@ -265,7 +305,10 @@ int run_command_line(int argc, char **argv) {
     }
     for (const word &candidate : line.words) {
         if (candidate.command->parsed()) {
-            return run(candidate, line.common, argc, argv);
+            if (line.restricted && !enter_restricted_mode(app, candidate)) {
+                return EXIT_NOT_PERMITTED;
+            }
+            return run(candidate, line, argc, argv);
         }
     }
     fprintf(stderr, "%s", app.help().c_str());

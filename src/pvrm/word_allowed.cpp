@@ -2,6 +2,6 @@
 #include "pvrm/privilege.h"
 #include "pvrm/words.h"
 
-int word_allowed() {
-    return may_change_system() ? EXIT_DONE : EXIT_NOT_PERMITTED;
+int word_allowed(bool restricted) {
+    return may_change_system(restricted) ? EXIT_DONE : EXIT_NOT_PERMITTED;
 }

@@ -7,7 +7,8 @@
 
 #include "pvrm/options.h"
 
-int word_allowed();
+// `restricted`: whether that counts only which the restricted mode permits.
+int word_allowed(bool restricted);
 int word_refresh(const common_options &options);
 int word_cleanup(const common_options &options);
 int word_install(const common_options &options, const install_options &what);

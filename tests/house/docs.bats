@@ -139,3 +139,46 @@ x.md: no such file: none.md" ]]
     done
     ((found >= 3))
 }
+
+# The tests that a document names, as `FILE`: "NAME", a line each with a tab between the two.
+tests_named_in() { # FILE
+    grep -oE '`[a-z_/]+\.(bats|cpp)`: "[^"]+"' "$1" | sed -E 's/^`([^`]+)`: "(.*)"$/\1\t\2/'
+}
+
+# Prints each of them that is not below this directory.
+missing_tests() { # FILE DIRECTORY
+    local file name
+    while IFS=$'\t' read -r file name; do
+        case $file in
+        *.bats) grep -qxF "@test \"$name\" {" "$2/$file" ;;
+        *) tr -d '\n' <"$2/$file" | grep -qE "TEST(_F)?\(${name%%.*}, *${name#*.}\)" ;;
+        esac 2>"$BATS_TEST_TMPDIR/reason" || printf '%s has no test "%s"\n' "$file" "$name"
+    done < <(tests_named_in "$1")
+}
+
+@test "every test that the security guide names is there" {
+    nothing "$(missing_tests docs/security.md tests)"
+    (($(tests_named_in docs/security.md | wc -l) >= 30))
+    # Lines that name a test in another way would not be looked at.
+    assert_same_number "$(grep -oE '\.(bats|cpp)`:' docs/security.md | wc -l)" \
+        "$(tests_named_in docs/security.md | wc -l)"
+}
+
+assert_same_number() {
+    (($1 == $2)) || {
+        printf '%d is not %d\n' "$1" "$2" >&2
+        return 1
+    }
+}
+
+@test "a test that is not there is found" {
+    cd "$BATS_TEST_TMPDIR"
+    mkdir system
+    printf '@test "one" {\n' >system/x.bats
+    printf 'TEST_F(Suite,\n       Long) {\n' >system/x_test.cpp
+    printf '%s\n' '`system/x.bats`: "one" `system/x.bats`: "on" `system/y.bats`: "one"' \
+        '`system/x_test.cpp`: "Suite.Long" `system/x_test.cpp`: "Suite.Lon"' >doc.md
+    [[ $(missing_tests doc.md .) == 'system/x.bats has no test "on"
+system/y.bats has no test "one"
+system/x_test.cpp has no test "Suite.Lon"' ]]
+}

@@ -94,6 +94,7 @@ dir.vrk"
     fingerprint=$(pvrm trust --list | sed -n 's/^SHA-256: *//p' | tr -d :)
     [[ ${#fingerprint} == 64 ]]
     assert_equal "$(complete_line pvrm distrust '')" "${fingerprint:0:16}"
+    assert_equal "$(complete_line pvrm --r)" --restricted
     assert_equal "$(complete_line pvrm owner /etc/hostn)" /etc/hostname
 }
 

@@ -33,7 +33,7 @@ setup() {
 
 @test "wrong usage is 2, on stderr" {
     for arguments in '' 'nonsense' 'install' 'search' 'info' 'files' 'owner' 'depends' 'trust' \
-        'distrust' 'trust --list x' 'trust --list --replace' 'trust --replace' \
+        'distrust' 'trust --list x' 'trust --list --replace' 'trust --replace' '--restricted=0 list' \
         'install --nonsense foo' 'list a b' 'owner /a /b'; do
         # shellcheck disable=SC2086
         run --separate-stderr pvrm $arguments
