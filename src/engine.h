@@ -30,6 +30,7 @@
 #include "package/ossl_own.h"
 #include "package/osslutil.h"
 #include "package/safe_name.h"
+#include "package/signed_record.h"
 #include "package/variant.h"
 #include "package/vrf.h"
 #include "package/vri.h"

@@ -18,7 +18,7 @@ enum class event_kind : uint16_t {
 #undef VRM_EVENT_KIND
 };
 
-#define VRM_EVENT_COUNT(kind, level, line) +1
+#define VRM_EVENT_COUNT(kind, level, line) +1  // NOLINT(bugprone-macro-parentheses)
 inline constexpr size_t number_of_event_kinds = 0 VRM_EVENTS(VRM_EVENT_COUNT);
 #undef VRM_EVENT_COUNT
 
