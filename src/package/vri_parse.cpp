@@ -245,7 +245,8 @@ static bool parse_install_type(const Attributes &inst, vri *info) {
         return true;
     }
     if (info->install_type != 'D') {
-        report({.kind = event_kind::install_type_invalid, .other = std::string_view(&info->install_type, 1)});
+        report({.kind = event_kind::install_type_invalid,
+                .other = std::string_view(&info->install_type, 1)});
         return false;
     }
     const std::string *head = inst.find("evrkInstallHead");

@@ -54,9 +54,15 @@ rollback take_rollback() {
 }
 
 std::string with_rollback(const std::string &failed, rollback how) {
-    return failed + (how == rollback::incomplete
-                         ? ", and not all that it had changed could be taken back"
-                         : ", and what it had changed was taken back");
+    switch (how) {
+        case rollback::complete:
+            return failed + ", and what it had changed was rolled back";
+        case rollback::incomplete:
+            return failed + ", and not all that it had changed could be rolled back";
+        case rollback::none:
+            break;
+    }
+    return failed;
 }
 
 static void note_rollback(event_kind kind) {
@@ -104,7 +110,8 @@ void tell_reasons(kept_reasons given) {
 
 static void take(const event &happened) {
     // An interruption may be sent to a configuration command alone; only its end says so.
-    if (happened.kind == event_kind::configuration_failed) {
+    if (happened.kind == event_kind::configuration_failed ||
+        happened.kind == event_kind::hook_failed) {
         was_interrupted(happened.status);
     }
     note_rollback(happened.kind);

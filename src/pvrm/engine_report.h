@@ -23,16 +23,16 @@ std::string take_cause();
 
 // What became of the changes of a package that failed.
 enum class rollback {
-    none,        // there were none to take back
-    complete,    // taken back
+    none,        // there were none to undo
+    complete,    // all of it undone
     incomplete,  // something could not be put back
 };
 
 // Forgets the last rollback that no failure has told. Result: how it went.
 rollback take_rollback();
 
-// The sentence that a change failed, with what the rollback made of it behind. Where there was
-// none, nothing was left changed either.
+// The sentence that a change failed, with what the rollback did. Without a rollback there was
+// nothing to undo, and the sentence is as it was.
 std::string with_rollback(const std::string &failed, rollback how);
 
 // What the engine said of an attempt that may yet be repeated.

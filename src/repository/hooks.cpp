@@ -177,7 +177,8 @@ static bool holds(const char *condition, const changed_package &package) {
         return vrm_hook_match_file(package.attributes, argument, package.conf);
     }
     if (!got("info")) {
-        report({.kind = event_kind::hook_kind_unknown, .other = std::string_view(condition).substr(0, 4)});
+        report({.kind = event_kind::hook_kind_unknown,
+                .other = std::string_view(condition).substr(0, 4)});
     }
     return false;
 }

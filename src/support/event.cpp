@@ -1,5 +1,7 @@
 #include "support/event.h"
 
+#include <sys/wait.h>
+
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -27,6 +29,17 @@ const row &row_of(event_kind kind) {
 event_receiver receiver_function = nullptr;
 void *receiver_context = nullptr;
 
+// How a command ended, by its raw wait status.
+std::string ending_of(int status) {
+    if (status == -1) {
+        return "it could not be run";
+    }
+    if (WIFSIGNALED(status)) {
+        return std::string("it was ended by the signal ") + strsignal(WTERMSIG(status));
+    }
+    return "exit status " + std::to_string(WEXITSTATUS(status));
+}
+
 // Appends the value of that name; false when there is none.
 bool append_value(std::string *out, std::string_view name, const event &happened) {
     if (name == "package") {
@@ -44,6 +57,8 @@ bool append_value(std::string *out, std::string_view name, const event &happened
         out->append(has_text ? happened.other : strerror(happened.error));
     } else if (name == "status") {
         out->append(std::to_string(happened.status));
+    } else if (name == "ending") {
+        out->append(ending_of(happened.status));
     } else if (name == "number") {
         out->append(std::to_string(happened.number));
     } else if (name == "total") {

@@ -66,5 +66,5 @@ const char *event_name(event_kind kind);
 std::string event_line(const event &happened);
 
 // A text with the event's values in place of {package}, {path}, {other}, {found}, {who}, {reason},
-// {status}, {number} and {total}. Other text in braces stays as it is.
+// {ending}, {status}, {number} and {total}. Other text in braces stays as it is.
 std::string fill_in(std::string_view text, const event &happened);

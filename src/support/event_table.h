@@ -1,10 +1,10 @@
-// The kinds of events, each with its level in the log and its log line. The texts of these lines are
-// here and nowhere else.
+// The kinds of events, each with its level in the log and its log line. The texts of these lines
+// are here and nowhere else.
 //
-// {package}, {path}, {other}, {found}, {who}, {status}, {number} and {total} stand for the values of the
-// event, {reason} for the system's text for its `error` or, without one, for `other`. A kind of the
-// level 0 is not logged. Scripts of users match these lines, so spelling and line feeds stay as they
-// are.
+// {package}, {path}, {other}, {found}, {who}, {status}, {number} and {total} are the values of the
+// event. {reason} is the system's text for its `error` or, without one, `other`. {ending} is what
+// the wait status `status` says. A kind of the level 0 is not logged. Scripts of users match these
+// lines, so spelling and line feeds stay as they are.
 #pragma once
 
 // clang-format off
@@ -159,6 +159,7 @@
       "vrm_scripts_exe: failed to read package info for {package}")                                \
     X(configured, LEVEL_INFO, "Configured {package}, rc = {status}")                               \
     X(configuration_failed, LEVEL_INFO, "Configured {package}, rc = {status}")                     \
+    X(hook_failed, LEVEL_INFO, "Configured {package}, rc = {status}")                              \
     X(hook_lost, LEVEL_ERROR,                                                                      \
       "vrm_scripts_exe: out of memory, {other} will not run for {package}")                        \
     X(configuration_lost, LEVEL_ERROR, "{who}: out of memory, {other} will not run for {package}") \
@@ -190,15 +191,15 @@
     X(already_installed, LEVEL_INFO, "{package} is already installed")                             \
     X(update_not_installed, LEVEL_INFO, "{package} is not installed")                              \
     X(architecture_differs, LEVEL_INFO,                                                            \
-      "Package arch {found} doesn't match local arch {other}, bye")                                 \
+      "Package arch {found} doesn't match local arch {other}, bye")                                \
     X(dependency_not_found, LEVEL_INFO,                                                            \
       "{who}: Failed to resovle dependency {other} for {package}")                                 \
     X(dependency_gone, LEVEL_WARNING,                                                              \
       "dependency {package} has already ben deleted, this should not really happen")               \
     X(dependents_not_closed, LEVEL_WARNING,                                                        \
       "vrm_chk_delete_reqs: Failure closing directory {path}")                                     \
-    X(removal_not_installed, 0, "{package} is not installed, skipping") \
-    X(removal_needed, 0, "{package} cannot be deleted, {other} depends on it") \
+    X(removal_not_installed, 0, "{package} is not installed, skipping")                            \
+    X(removal_needed, 0, "{package} cannot be deleted, {other} depends on it")                     \
     X(not_removable, LEVEL_INFO, "{package} cannot be removed")
 
 #define VRM_EVENTS_OF_FETCHING(X)                                                                  \
@@ -345,7 +346,7 @@
     X(audited_not_installed, LEVEL_ERROR, "vrm_chkhash: {package} is not installed")               \
     X(audited_file_missing, LEVEL_ERROR, "vrm_chkhash: {path} not found")                          \
     X(audited_file_changed, LEVEL_ERROR,                                                           \
-      "vrm_chkhash: mismatch on {path}: expected: {other}, found: {found}")                      \
+      "vrm_chkhash: mismatch on {path}: expected: {other}, found: {found}")                        \
     X(conf_missing, LEVEL_ERROR, "{path} was not found on fs, this can happen.\n")                 \
     X(dump_list_unusable, LEVEL_ERROR,                                                             \
       "vrm_chkhash: insternal error reading hases on fork: {other}")                               \
@@ -359,16 +360,16 @@
     X(entry_kept, LEVEL_INFO, "keeping {package}")                                                 \
     X(entry_removed, LEVEL_INFO, "removing {package}")                                             \
     X(install_type_changed, LEVEL_ERROR,                                                           \
-      "{who}: change install_type from {found} to {other} for package {package}")                   \
+      "{who}: change install_type from {found} to {other} for package {package}")                  \
     X(fixed_record_not_written, LEVEL_ERROR,                                                       \
       "{who}: Failed to write new install info for package {package}")
 
 #define VRM_EVENTS_OF_REPORTS(X)                                                                   \
     X(report_file_not_created, LEVEL_ERROR, "Error creating tempfile for list: {reason}")          \
     X(report_table_not_made, LEVEL_ERROR, "Failed to initiallize ftable")                          \
-    X(report_table_failed, LEVEL_ERROR, "Error creating ui table") \
-    X(report_row_failed, LEVEL_ERROR, "Error adding entry to ui table") \
-    X(report_table_not_shown, LEVEL_ERROR, "Error writing ui table") \
+    X(report_table_failed, LEVEL_ERROR, "Error creating ui table")                                 \
+    X(report_row_failed, LEVEL_ERROR, "Error adding entry to ui table")                            \
+    X(report_table_not_shown, LEVEL_ERROR, "Error writing ui table")                               \
     X(report_line_empty, LEVEL_ERROR, "vrm_showlogline: csv_line is empty\n")                      \
     X(text_cut, LEVEL_ERROR, "vrmui_line_add: there is no room for all of the text, it is cut")    \
     X(memory_short, LEVEL_ERROR, "{who}: there is not enough memory")                              \

@@ -231,8 +231,9 @@ static int run_visibly(const char *package, const char *name, const char *line) 
     return run_shell(line);
 }
 
-static void report_configuration(const char *package, const char *command, int status) {
-    report({.kind = status == 0 ? event_kind::configured : event_kind::configuration_failed,
+// `failed` is the kind of event that reports a failure.
+static void report_end(const char *package, const char *command, int status, event_kind failed) {
+    report({.kind = status == 0 ? event_kind::configured : failed,
             .package = package,
             .other = command,
             .status = status});
@@ -268,7 +269,7 @@ static void configure(const vrm_handle *handle, const char *package, const char 
     }
     log_say(LEVEL_DEBUG, "vrm_scripts_exe: cmdline: %s", line.c_str());
     const int status = run_visibly(package, script, line.c_str());
-    report_configuration(package, script, status);
+    report_end(package, script, status, event_kind::configuration_failed);
     vrm_scriptenv_del(variables);
 } catch (const std::bad_alloc &) {
     report({.kind = event_kind::memory_exhausted, .who = "vrm_scripts_exe"});
@@ -321,7 +322,8 @@ int vrm_exe_hooks(s_ekva *const *commands) {
         log_say(LEVEL_DEBUG, "vrm_exe_hooks: Found hook command %s for vrk %s to execute", command,
                 package);
         log_say(LEVEL_DEBUG, "vrm_exe_hooks: cmdline: %s", command);
-        report_configuration(package, command, run_visibly(package, command, command));
+        report_end(package, command, run_visibly(package, command, command),
+                   event_kind::hook_failed);
     }
     return 0;
 }

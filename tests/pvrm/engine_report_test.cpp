@@ -150,16 +150,18 @@ TEST_F(EngineReport, AnOutcomeIsKeptUntilItIsTaken) {
 
 TEST_F(EngineReport, AFailureSaysWhatTheRollbackDid) {
     const std::string not_all =
-        "the installation of a_any_1 failed, and not all that it had changed could be taken back\n";
+        "the installation of a_any_1 failed, and not all that it had changed could be rolled "
+        "back\n";
     const std::string all =
-        "pvrm: the installation of a_any_1 failed, and what it had changed was taken back\n";
+        "pvrm: the installation of a_any_1 failed, and what it had changed was rolled back\n";
+    const std::string without = "pvrm: the installation of a_any_1 failed\n";
     EXPECT_EQ(stderr_of([] {
                   install_failed();
                   report({.kind = event_kind::rollback_finished});
                   reason("/x");
                   install_failed();
               }),
-              all + "pvrm: /x can't be removed\n" + all);
+              without + "pvrm: /x can't be removed\n" + all);
     for (const event_kind kind : {event_kind::not_restored, event_kind::backup_list_not_read}) {
         const std::string said = stderr_of([=] {
             report({.kind = kind, .path = "/x"});
@@ -172,7 +174,7 @@ TEST_F(EngineReport, AFailureSaysWhatTheRollbackDid) {
                   reason("/more");
                   install_failed();
               }),
-              "pvrm: /more can't be removed\n" + all)
+              "pvrm: /more can't be removed\n" + without)
         << "what another package could not put back is over";
 }
 

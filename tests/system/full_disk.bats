@@ -149,7 +149,7 @@ missing_files() {
     run pvrm upgrade "$newer"
     assert_status 1
     assert_output_has 'No space left on device'
-    assert_line 'pvrm: the upgrade to foo_any_2.0 failed, and what it had changed was taken back'
+    assert_line 'pvrm: the upgrade to foo_any_2.0 failed, and what it had changed was rolled back'
     assert_line 'pvrm: foo was not upgraded'
     assert_equal "$(version_of foo)" 1.0
     lost=$(missing_files)

@@ -410,10 +410,10 @@ install_chain() { # [WHAT=VALUE-OF-A]... -- [WHAT=VALUE-OF-X]...
     pvrm install "$(package foo 'init/00-del.sh=exit 3')" "$(package bar 'init/99-del.sh=exit 4')"
     run pvrm remove foo bar
     assert_status 1
-    assert_line 'pvrm: the script that the package runs before its removal failed'
+    assert_line 'pvrm: the script 00-del.sh of foo_any_1.0, which runs before the removal, failed: exit status 3'
     assert_line 'pvrm: the removal of foo_any_1.0 failed, and it stays installed'
     assert_line 'pvrm: foo was not removed'
-    assert_line 'pvrm: the script that the package runs after its removal failed'
+    assert_line 'pvrm: the script 99-del.sh of bar_any_1.0, which runs after the removal, failed: exit status 4'
     assert_line 'pvrm: bar was not removed'
     is_installed foo
     is_installed bar

@@ -93,7 +93,7 @@ pvrm: /etc/baz.d/plain came with the old version of baz and not with the new one
 @test "a script that fails takes the upgrade back" {
     run pvrm upgrade "$(package foo version=2.0 data/usr/share/foo/about=two init/99-add.sh='exit 1')"
     assert_status 1
-    assert_line 'pvrm: the script that the package runs after its upgrade failed'
+    assert_line 'pvrm: the script 99-add.sh of foo_any_2.0, which runs after the upgrade, failed: exit status 1'
     assert_line 'pvrm: foo was not upgraded'
     assert_equal "$(cat /usr/share/foo/about)" one
     assert_equal "$(version_of foo)" 1.0

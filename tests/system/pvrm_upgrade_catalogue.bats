@@ -363,7 +363,7 @@ END
     put_on_offer a version=2.0 'init/99-cfg.sh=exit 3'
     run pvrm upgrade
     assert_status 0
-    assert_line 'pvrm: a configuration command of a failed; the package stays installed'
+    assert_line 'pvrm: the configuration script 99-cfg.sh of a failed: exit status 3; the package stays installed'
     assert_equal "$(version_of a)" 2.0
 }
 

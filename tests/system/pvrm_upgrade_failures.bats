@@ -55,11 +55,11 @@ two'
     run pvrm upgrade foo bar
     assert_status 1
     assert_line 'pvrm: executing pre-install script for foo_any_2.0'
-    assert_line 'pvrm: the script that the package runs before its upgrade failed'
+    assert_line 'pvrm: the script 00-add.sh of foo_any_2.0, which runs before the upgrade, failed: exit status 3'
     assert_line 'pvrm: foo was not upgraded'
     assert_line 'pvrm: upgraded to bar_any_2.0'
     refute_output_has 'pvrm: upgrading to foo_any_2.0'
-    refute_output_has 'taken back'
+    refute_output_has 'rolled back'
     assert_foo_as_before
     assert_equal "$(version_of bar)" 2.0
     assert_equal "$(history_lines)" \
@@ -71,8 +71,8 @@ two'
     run pvrm upgrade foo bar
     assert_status 1
     assert_line two
-    assert_line 'pvrm: the script that the package runs after its upgrade failed'
-    assert_line 'pvrm: the upgrade to foo_any_2.0 failed, and what it had changed was taken back'
+    assert_line 'pvrm: the script 99-add.sh of foo_any_2.0, which runs after the upgrade, failed: exit status 3'
+    assert_line 'pvrm: the upgrade to foo_any_2.0 failed, and what it had changed was rolled back'
     assert_line 'pvrm: foo was not upgraded'
     refute_output_has lost
     assert_line 'pvrm: upgraded to bar_any_2.0'
@@ -96,10 +96,10 @@ two'
     rm /usr/share/foo
     assert_status 1
     assert_line 'pvrm: /usr/share/foo/about could not be put back as it was before: restore it from a backup'
-    assert_line 'pvrm: the upgrade to foo_any_2.0 failed, and not all that it had changed could be taken back'
+    assert_line 'pvrm: the upgrade to foo_any_2.0 failed, and not all that it had changed could be rolled back'
     assert_line 'pvrm: /usr/share/foo/about of foo was lost in the rollback'
     assert_line 'pvrm: upgraded to bar_any_2.0'
-    refute_output_has 'was taken back'
+    refute_output_has 'was rolled back'
 }
 
 @test "a new dependency that can't be taken back is told so, and not the package that wants it" {
@@ -110,9 +110,9 @@ two'
     run pvrm upgrade foo
     rm /usr/share/foo
     assert_status 1
-    assert_line 'pvrm: the installation of lib_any_1.0 failed, and not all that it had changed could be taken back'
+    assert_line 'pvrm: the installation of lib_any_1.0 failed, and not all that it had changed could be rolled back'
     assert_line 'pvrm: foo was not upgraded'
-    refute_output_has 'was taken back'
+    refute_output_has 'was rolled back'
     refute_output_has 'the upgrade to foo'
 }
 
@@ -131,8 +131,8 @@ two'
     offer_both needs=lib
     run pvrm upgrade
     assert_status 1
-    assert_line 'pvrm: the script that the package runs after its installation failed'
-    assert_line 'pvrm: the installation of lib_any_1.0 failed, and what it had changed was taken back'
+    assert_line 'pvrm: the script 99-add.sh of lib_any_1.0, which runs after the installation, failed: exit status 1'
+    assert_line 'pvrm: the installation of lib_any_1.0 failed, and what it had changed was rolled back'
     assert_line 'pvrm: foo was not upgraded'
     refute_installed lib
     assert_foo_as_before

@@ -157,6 +157,12 @@ TEST(Events, FillInTheValuesOfAnEvent) {
         << "a value is not filled in again";
     EXPECT_EQ(fill_in("{reason}", {.kind = event_kind::fetching, .other = "x", .error = EIO}),
               strerror(EIO));
+    const auto ending = [](int status) {
+        return fill_in("{ending}", {.kind = event_kind::fetching, .status = status});
+    };
+    EXPECT_EQ(ending(3 << 8), "exit status 3");
+    EXPECT_EQ(ending(9), "it was ended by the signal Killed");
+    EXPECT_EQ(ending(-1), "it could not be run");
     const char *const none = nullptr;
     EXPECT_EQ(fill_in("{path}", {.kind = event_kind::fetching, .path = none}), "(null)");
 }
