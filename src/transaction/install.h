@@ -25,7 +25,10 @@ int vrm_exe_install(vrm_handle *handle, vrt **transaction, void *connection, int
 // the doings of the scripts stay, and a file that was to be written over and had not been reached
 // yet is lost. A stage directory that is found is unpacked over, not cleared.
 //
-// `package` is the record of the staged file. `head` is the name of the package for whose sake it
+// What the plan and the head of the file say must be in the signed description of the payload
+// (package/signed_record.h), which is believed from there on.
+//
+// `package` is the record of the plan. `head` is the name of the package for whose sake it
 // is installed, its own name for one that was asked for. `connection` isn't used. What is left for
 // the end of the transaction, 99-cfg.sh and hook commands, is added to the transaction's `scripts`.
 // Touches have_so, and through its steps the environment and, while unpacking and linking, the

@@ -28,7 +28,8 @@ int vrm_exe_update(vrm_handle *handle, vrt **transaction, void *connection, int 
 // the doings of the scripts stay, and a file of the new version that was to be written over and had
 // not been reached yet is lost.
 //
-// `old_package` is the inventory's record, `new_package` that of the staged file. `connection`
+// `old_package` is the inventory's record, `new_package` that of the plan, which must be in the
+// signed description of the payload, as in an install; both have one name. `connection`
 // isn't used. Touches have_so, and through its steps the environment and, while unpacking and
 // linking, the working directory.
 // Result: 0, or the code of the step that failed: -1, that of the unpacking or verification, or the
