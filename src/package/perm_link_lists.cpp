@@ -7,10 +7,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <new>
 #include <string>
 
 #include "package/fileops.h"
+#include "package/link_list.h"
 #include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
@@ -25,7 +27,7 @@ constexpr size_t field_limit = 2063;
 template <size_t field_count>
 class FieldList {
  public:
-    // `function` stands in front of the messages.
+    // `function` stands in front of the messages; null for no messages.
     FieldList(const char *path, const char *function) : path_(path), function_(function) {
         file_.reset(fopen_regular(path));
     }
@@ -42,7 +44,7 @@ class FieldList {
         for (;;) {
             const char *refusal = nullptr;
             if (!read_line(&refusal)) {
-                if (broke_off()) {
+                if (broke_off() && function_) {
                     report({.kind = event_kind::list_broke_off,
                             .who = function_,
                             .path = path_,
@@ -56,17 +58,19 @@ class FieldList {
                 refusal = "a field is longer than 2063 bytes";
             }
             if (refusal) {
-                report({.kind = event_kind::list_line_refused,
-                        .who = function_,
-                        .path = path_,
-                        .other = refusal,
-                        .number = static_cast<int64_t>(number_)});
+                if (function_) {
+                    report({.kind = event_kind::list_line_refused,
+                            .who = function_,
+                            .path = path_,
+                            .other = refusal,
+                            .number = static_cast<int64_t>(number_)});
+                }
                 return Read::refused;
             }
             if (!line_.empty()) {
                 return Read::entry;
             }
-            if (log_wants(LEVEL_DEBUG)) {
+            if (function_ && log_wants(LEVEL_DEBUG)) {
                 log_say(LEVEL_DEBUG, "%s: Skipping empty line no %d in %s", function_, number_,
                         path_);
             }
@@ -258,8 +262,15 @@ void create_link(const char *target, const char *name, int *outcome) {
     }
 }
 
-// Goes through the list; the working directory is then the last one that could be reached.
-int apply_links(FieldList<3> &list, bool remove, bool create) try {
+// What a path means in a directory.
+std::string path_in(const std::string &directory, const std::string &path) {
+    return path.starts_with('/') ? path : directory + '/' + path;
+}
+
+// Goes through the list; the working directory is then the last one that could be reached. `entry`
+// begins with the working directory.
+int apply_links(FieldList<3> &list, bool remove, bool create, link_entry entry,
+                const link_condition &may_remove) try {
     using Read = FieldList<3>::Read;
     int outcome = 0;
     bool unreachable = false;
@@ -274,9 +285,12 @@ int apply_links(FieldList<3> &list, bool remove, bool create) try {
         }
         if (!directory.empty()) {
             unreachable = !enter_directory(directory, &outcome);
+            if (!unreachable) {
+                entry.directory = path_in(entry.directory, directory);
+            }
         }
-        const std::string &target = list.field(1);
-        const std::string &name = list.field(2);
+        const std::string &target = entry.target = list.field(1);
+        const std::string &name = entry.name = list.field(2);
         if (target.empty() || name.empty()) {
             continue;
         }
@@ -287,7 +301,10 @@ int apply_links(FieldList<3> &list, bool remove, bool create) try {
             }
             continue;
         }
-        if (remove) {
+        if (remove && may_remove && !may_remove(entry)) {
+            log_say(LEVEL_DEBUG, "vrm_vrf_links: Will not remove symbolic link named %s",
+                    name.c_str());
+        } else if (remove) {
             remove_link(name.c_str(), &outcome);
         }
         if (create) {
@@ -301,7 +318,8 @@ int apply_links(FieldList<3> &list, bool remove, bool create) try {
 
 }  // namespace
 
-int vrm_vrf_links(const char *path, int remove, int create) {
+int apply_link_list(const char *path, bool remove, bool create,
+                    const link_condition &may_remove) try {
     const own_string start(getcwd(nullptr, 0));
     if (!start) {
         report({.kind = event_kind::link_directory_unknown});
@@ -312,10 +330,66 @@ int vrm_vrf_links(const char *path, int remove, int create) {
         report({.kind = event_kind::link_list_not_opened, .path = path});
         return -1;
     }
-    const int outcome = apply_links(list, remove != 0, create != 0);
+    const int outcome = apply_links(list, remove, create, {start.get(), {}, {}}, may_remove);
     if (chdir(start.get()) != 0) {
         report({.kind = event_kind::link_directory_lost, .path = start.get()});
         return -1;
     }
     return outcome;
+} catch (const std::bad_alloc &) {
+    return -1;
+}
+
+int vrm_vrf_links(const char *path, int remove, int create) {
+    return apply_link_list(path, remove != 0, create != 0, nullptr);
+}
+
+bool read_link_list(const std::string &path, std::vector<link_entry> *entries) {
+    const own_string start(getcwd(nullptr, 0));
+    if (!start) {
+        return false;
+    }
+    FieldList<3> list(path.c_str(), nullptr);
+    if (!list.opened()) {
+        return false;
+    }
+    using Read = FieldList<3>::Read;
+    std::string directory = start.get();
+    bool unreachable = false;
+    for (Read read; (read = list.next()) != Read::end;) {
+        if (!list.field(0).empty()) {
+            unreachable = read == Read::refused;
+            directory = unreachable ? directory : path_in(directory, list.field(0));
+        }
+        if (read != Read::refused && !unreachable && !list.field(1).empty() &&
+            !list.field(2).empty()) {
+            entries->push_back({directory, list.field(1), list.field(2)});
+        }
+    }
+    return !list.broke_off();
+}
+
+std::string link_resolver::place_of(const link_entry &entry) {
+    return place_of(path_in(entry.directory, entry.name));
+}
+
+std::string link_resolver::place_of(const std::string &path) {
+    const size_t slash = path.rfind('/');
+    const std::string name = path.substr(slash + 1);
+    if (name.empty() || name == "." || name == "..") {
+        return "";
+    }
+    const auto [known, is_new] = directories_.try_emplace(path.substr(0, slash + 1));
+    if (is_new) {
+        std::error_code failed;
+        auto resolved = std::filesystem::weakly_canonical(known->first, failed);
+        if (failed) {
+            resolved = std::filesystem::path(known->first).lexically_normal();
+        }
+        known->second = resolved.string();
+        if (!known->second.ends_with('/')) {
+            known->second += '/';
+        }
+    }
+    return known->second + name;
 }

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string_view>
 
+#include "package/link_list.h"
 #include "repository/inventory.h"
 #include "repository/owner_lookup.h"
 #include "support/event.h"
@@ -194,4 +195,38 @@ own_string owner_lookup::owner(const char *path) {
         }
     }
     return own_string(place < names_.size() ? strdup(names_[place].c_str()) : nullptr);
+}
+
+static std::string_view last_component(std::string_view path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+std::unordered_map<std::string, std::string> owners_of_places(
+    const vrm_handle *handle, const std::unordered_set<std::string> &places) {
+    std::unordered_map<std::string, std::string> owners;
+    if (places.empty()) {
+        return owners;
+    }
+    // To find out where a path leads costs more than all else, so it is done for few of them.
+    std::unordered_set<std::string_view> wanted;
+    for (const std::string &place : places) {
+        wanted.insert(last_component(place));
+    }
+    link_resolver resolver;
+    walk_indexes(
+        handle,
+        [&](const char *name, std::string_view index) {
+            each_path(index, [&](std::string_view path) {
+                if (wanted.contains(last_component(path))) {
+                    const std::string place = resolver.place_of(std::string(path));
+                    if (places.contains(place)) {
+                        owners.emplace(place, name);
+                    }
+                }
+                return true;
+            });
+            return true;
+        },
+        [](const unread_index &index) { index.report(); });
+    return owners;
 }

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -40,3 +41,9 @@ class owner_lookup {
     // What could not be read is reported in each search that comes to its place.
     std::vector<std::pair<size_t, unread_index>> unread_;
 };
+
+// The owners of files by where they lie: each of `places` is an absolute path whose directory is
+// spelled without links, and an index may spell it in any way. What nobody owns is not in the
+// result. All indexes are read once, and what can't be read of them is an ERROR line.
+std::unordered_map<std::string, std::string> owners_of_places(
+    const vrm_handle *handle, const std::unordered_set<std::string> &places);

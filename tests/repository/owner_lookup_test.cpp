@@ -109,3 +109,15 @@ TEST_F(OwnerLookup, MissingDirectoryIsComplainedOfEachTime) {
     EXPECT_TRUE(log_.has(LEVEL_ERROR, "Failure opening <" + repo_.in("fileindex") +
                                           "> for reading: No such file or directory"));
 }
+
+TEST_F(OwnerLookup, OwnersOfPlacesAreFoundHoweverAnIndexSpellsThem) {
+    fs::create_directory(dir_ / "real");
+    fs::create_directory_symlink("real", dir_ / "alias");
+    index("three", (dir_ / "alias/x") + "\n" + (dir_ / "real/../alias//y") + "\n");
+    const std::string real = fs::canonical(dir_ / "real").string();
+    const auto owners =
+        owners_of_places(repo_.handle(), {real + "/x", real + "/y", real + "/z", dir_ / "a"});
+    EXPECT_EQ(owners, (std::unordered_map<std::string, std::string>{
+                          {real + "/x", "three"}, {real + "/y", "three"}, {dir_ / "a", "one"}}));
+    EXPECT_TRUE(owners_of_places(repo_.handle(), {}).empty());
+}

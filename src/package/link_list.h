@@ -1,0 +1,35 @@
+// Private to the library: the entries of a link list (package/fileops.h), for those who have to
+// know of links before they are made or removed, and for lists that are applied in part.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+struct link_entry {
+    std::string directory;  // absolute; that of an earlier line where the own line has none
+    std::string target;
+    std::string name;  // a path in the directory
+};
+
+// The links of a list in its order. Lines that are refused are left out, without a message.
+// Result: false with the reason in errno when the list can't be read to its end.
+bool read_link_list(const std::string &path, std::vector<link_entry> *entries);
+
+// vrm_vrf_links, with which it shares the log, but a symbolic link is only removed when
+// `may_remove` allows it. With `create` the attempt to make the link is made all the same.
+using link_condition = std::function<bool(const link_entry &)>;
+int apply_link_list(const char *path, bool remove, bool create, const link_condition &may_remove);
+
+// Finds out which entries mean the same link, also when directories above them are links.
+class link_resolver {
+ public:
+    // Where the link of an entry lies: its directory without links, as far as it is there, and the
+    // last component of its name. Empty for a name that no link can have, as "a/" or "..".
+    std::string place_of(const link_entry &entry);
+    std::string place_of(const std::string &path);
+
+ private:
+    std::unordered_map<std::string, std::string> directories_;  // as spelled, without links
+};
