@@ -44,6 +44,7 @@
 #include "repository/inventory.h"
 #include "repository/repository.h"
 #include "repository/running_script.h"
+#include "repository/saved_files.h"
 #include "repository/vrc.h"
 
 #include "transaction/depend.h"
