@@ -6,14 +6,15 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
+#include <string>
 #include <string_view>
 #include <vector>
 
+#include "support/event.h"
 #include "support/file.h"
-#include "support/log.h"
 
 namespace {
 
@@ -70,8 +71,11 @@ bool copy_attribute(const char *source, const char *target, const char *name) {
     if (errno != ENOTSUP) {
         return false;
     }
-    log_say(LEVEL_WARNING, "cannot keep the extended attribute %s of %s in %s: %s", name, source,
-            target, strerror(errno));
+    report({.kind = event_kind::attribute_not_kept,
+            .path = source,
+            .other = target,
+            .found = name,
+            .error = errno});
     return true;
 }
 
@@ -94,17 +98,14 @@ bool copy_attributes(const char *source, const char *target) {
 
 }  // namespace
 
-bool copy_preserved(const char *source, const char *target, std::string *why) {
+bool copy_preserved(const char *source, const char *target) {
     struct stat status;
-    const bool looked_at = lstat(source, &status) == 0;
-    const std::array<timespec, 2> times = {status.st_atim, status.st_mtim};
-    const bool done = looked_at && copy_content(source, target, status) &&
-                      lchown(target, status.st_uid, status.st_gid) == 0 &&
-                      copy_attributes(source, target) &&
-                      (S_ISLNK(status.st_mode) || chmod(target, status.st_mode & 07777) == 0) &&
-                      utimensat(AT_FDCWD, target, times.data(), AT_SYMLINK_NOFOLLOW) == 0;
-    if (!done) {
-        *why = strerror(errno);
+    if (lstat(source, &status) != 0) {
+        return false;
     }
-    return done;
+    const std::array<timespec, 2> times = {status.st_atim, status.st_mtim};
+    return copy_content(source, target, status) &&
+           lchown(target, status.st_uid, status.st_gid) == 0 && copy_attributes(source, target) &&
+           (S_ISLNK(status.st_mode) || chmod(target, status.st_mode & 07777) == 0) &&
+           utimensat(AT_FDCWD, target, times.data(), AT_SYMLINK_NOFOLLOW) == 0;
 }

@@ -46,6 +46,7 @@ struct command_line {
     install_options install;
     remove_options remove;
     trust_options trust;
+    saved_options saved;
     std::string pattern, package, path, signer, format;
     bool oldest_first = false;
     std::vector<std::string> dirs, upgrades, audited;
@@ -222,6 +223,23 @@ void add_trust_words(CLI::App &app, command_line &line) {
     distrust->footer("Without a terminal to ask on it needs --yes.");
 }
 
+// It changes the system only when it deletes something.
+void add_saved(CLI::App &app, command_line &line) {
+    CLI::App *saved = line.add(app, "saved", "List the files of nobody's that packages replaced",
+                               false, [&line] { return word_saved(line.common, line.saved); });
+    saved
+        ->add_option("--prune", line.saved.days,
+                     "Delete those that were kept DAYS days ago or before")
+        ->type_name("DAYS")
+        ->check(CLI::Range(0, 36500));
+    saved->footer("Each is kept as /var/lib/vrm/saved/TIME_PACKAGE/PATH. Only root may read it.");
+    const size_t entry = line.words.size() - 1;
+    saved->parse_complete_callback([saved, &line, entry] {
+        line.saved.prune = saved->get_option("--prune")->count() > 0;
+        line.words[entry].changes_system = line.saved.prune;
+    });
+}
+
 // A standard stream that the caller closed would else be the first file that is opened, such as the
 // lock, and messages would go there.
 void open_standard_streams() {
@@ -297,6 +315,7 @@ int run_command_line(int argc, char **argv) {
     add_trust_words(app, line);
     add_reading_words(app, line);
     add_config(app, line);
+    add_saved(app, line);
 
     try {
         app.parse(argc, argv);

@@ -12,6 +12,12 @@ struct common_options {
     bool verbose = false;  // the log takes DEBUG too
 };
 
+// Of a dry run the steps are its result: they are shown with --quiet too.
+inline common_options with_a_dry_run_told(common_options options) {
+    options.quiet = options.quiet && !options.dry_run;
+    return options;
+}
+
 struct install_options {
     std::vector<std::string> requests;  // names of packages or paths of package files
     std::string variant;                // empty: whichever the engine prefers
@@ -34,4 +40,9 @@ struct trust_options {
     std::string certificate;  // the path of the certificate to trust
     bool list = false;        // show who is trusted, and trust nobody
     bool replace = false;     // also in place of another certificate of the subject
+};
+
+struct saved_options {
+    int days = 0;  // how old the files must be that are deleted
+    bool prune = false;
 };

@@ -16,12 +16,6 @@ static std::string number_of_entries(int count) {
     return std::to_string(count) + (count == 1 ? " entry" : " entries");
 }
 
-// What a dry run tells is its result and not a step of something.
-static common_options with_a_dry_run_told(common_options options) {
-    options.quiet = options.quiet && !options.dry_run;
-    return options;
-}
-
 int word_cleanup(const common_options &options) {
     session work(with_a_dry_run_told(options));
     if (const int refused = work.begin_change()) {

@@ -11,6 +11,7 @@
 int word_allowed(bool restricted);
 int word_refresh(const common_options &options);
 int word_cleanup(const common_options &options);
+int word_saved(const common_options &options, const saved_options &what);
 int word_install(const common_options &options, const install_options &what);
 int word_remove(const common_options &options, const remove_options &what);
 int word_upgrade(const common_options &options, const std::vector<std::string> &requests);

@@ -15,7 +15,7 @@
 #include "package/fileops.h"
 #include "package/preserved_copy.h"
 #include "package/tree_walk.h"
-#include "support/log.h"
+#include "support/event.h"
 #include "support/own.h"
 
 static constexpr char time_format[] = "%Y-%m-%dT%H:%M:%S";
@@ -28,8 +28,8 @@ std::string saved_directory(const vrm_handle *handle) {
     return std::string(handle->dir) + "/saved";
 }
 
-static bool cannot_keep(const std::string &path, const std::string &place, const char *why) {
-    log_say(LEVEL_ERROR, "cannot keep a copy of %s in %s: %s", path.c_str(), place.c_str(), why);
+static bool cannot_keep(const std::string &path, const std::string &place, int error) {
+    report({.kind = event_kind::copy_not_kept, .path = path, .other = place, .error = error});
     return false;
 }
 
@@ -78,17 +78,15 @@ bool saved_change::make_directory() {
 
 bool saved_change::keep(const std::string &path) {
     if (directory_.empty() && !make_directory()) {
-        return cannot_keep(path, all_, strerror(errno));
+        return cannot_keep(path, all_, errno);
     }
     const std::filesystem::path copy = copy_of(path);
     std::error_code failed;
     std::filesystem::create_directories(copy.parent_path(), failed);
     if (failed) {
-        return cannot_keep(path, directory_, failed.message().c_str());
+        return cannot_keep(path, directory_, failed.value());
     }
-    std::string why;
-    return copy_preserved(path.c_str(), copy.c_str(), &why) ||
-           cannot_keep(path, directory_, why.c_str());
+    return copy_preserved(path.c_str(), copy.c_str()) || cannot_keep(path, directory_, errno);
 }
 
 // Of the whole file system at once: with names and directories, and in one turn for thousands of
@@ -101,8 +99,7 @@ bool saved_change::sync() const {
     if (directory.valid() && syncfs(directory.get()) == 0) {
         return true;
     }
-    log_say(LEVEL_ERROR, "cannot write the copies in %s to the disk: %s", directory_.c_str(),
-            strerror(errno));
+    report({.kind = event_kind::copies_not_written, .path = directory_, .error = errno});
     return false;
 }
 

@@ -260,6 +260,18 @@
     X(install_aborted_by_user, LEVEL_ERROR, "aborting installation due to user request")           \
     X(update_aborted_by_user, LEVEL_ERROR,                                                         \
       "aborting installation on already existing file not belonging to any package")               \
+    X(link_listed_otherwise, LEVEL_ERROR,                                                          \
+      "{who}: the link {path} would point to {other}, but the package {package} has it pointing "  \
+      "to {found}")                                                                                \
+    X(link_over_owned_file, LEVEL_ERROR,                                                           \
+      "{who}: the link {path} to {other} would replace a file that belongs to the package "        \
+      "{package}")                                                                                 \
+    X(links_not_known, LEVEL_ERROR, "{who}: cannot read {path}: {reason}")                         \
+    X(copy_not_kept, LEVEL_ERROR, "cannot keep a copy of {path} in {other}: {reason}")             \
+    X(copies_not_written, LEVEL_ERROR, "cannot write the copies in {path} to the disk: {reason}")  \
+    X(attribute_not_kept, LEVEL_WARNING,                                                           \
+      "cannot keep the extended attribute {found} of {path} in {other}: {reason}")                 \
+    X(replaced_file_kept, LEVEL_INFO, "the replaced file {path} is kept as {other}")               \
     X(install_conflicts, LEVEL_ERROR, "vrm_install_vrk: Aborting")                                 \
     X(update_conflicts, LEVEL_ERROR, "Failure processing update, rc={status}")
 

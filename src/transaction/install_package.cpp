@@ -10,6 +10,7 @@
 #include "transaction/attempt.h"
 #include "transaction/install.h"
 #include "transaction/package_change.h"
+#include "transaction/replaced_files.h"
 #include "transaction/stage.h"
 
 namespace {
@@ -19,6 +20,7 @@ struct package_install : package_change {
     const char *head;
     std::string entry;  // the inventory directory
     own_array files;    // the data files that are really written; null without data
+    settled_links links;
 };
 
 }  // namespace
@@ -34,6 +36,9 @@ static int verify(package_install *step) {
 }
 
 static int settle_conflicts(package_install *step) {
+    if (!settle_links(*step, nullptr, &step->links)) {
+        return -1;
+    }
     if (step->forks.data) {
         char **files = nullptr;
         if (vrm_chk_local_insert(step->handle, step->forks.data.get(), &files) != 0) {
@@ -41,6 +46,9 @@ static int settle_conflicts(package_install *step) {
             return -1;
         }
         step->files.reset(files);
+    }
+    if (!keep_replaced_files(*step, step->files.get(), nullptr, step->links)) {
+        return -1;
     }
     if (step->verbose) {
         report({.kind = event_kind::installing, .package = step->stage.puname});
@@ -160,7 +168,7 @@ static int install_package(package_install *step) {
         if (place_data(*step) != 0 || place_conf(*step) != 0) {
             return -1;
         }
-        apply_links_and_perms("vrm_install_vrk", step->stage.fresh, step->forks.info);
+        apply_links_and_perms("vrm_install_vrk", step->stage.fresh, step->forks.info, step->links);
         return run_add_script(*step, nullptr, after_change, event_kind::post_install_failed);
     });
     if (rc != 0) {

@@ -11,6 +11,7 @@
 #include "support/ldif.h"
 #include "support/log.h"
 #include "support/shell.h"
+#include "transaction/link_conflicts.h"
 #include "transaction/stage.h"
 
 int verify_forks(const std::string &stage, package_forks *forks) {
@@ -30,11 +31,12 @@ bool fork_has(const own_array &fork, const char *path) {
     return in_array(fork.get(), path) != 0;
 }
 
-void apply_links_and_perms(const char *who, const std::string &stage, const own_array &info) {
+void apply_links_and_perms(const char *who, const std::string &stage, const own_array &info,
+                           const settled_links &links) {
     for (char **path = info.get(); path && *path; path++) {
         const std::string list = stage + "/info" + *path;
         if (strcmp(*path, "/link.txt") == 0) {
-            const int rc = vrm_vrf_links(list.c_str(), 1, 1);
+            const int rc = make_links(list, links);
             log_say(LEVEL_DEBUG, "%s: rc of vrm_vrf_links: %d", who, rc);
         } else if (strcmp(*path, "/perm.txt") == 0) {
             const int rc = vrm_vrf_perms(list.c_str());

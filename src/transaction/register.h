@@ -9,6 +9,8 @@
 #include "package/vri.h"
 #include "support/own.h"
 
+struct settled_links;
+
 // The files of an unpacked package by fork, as verified: paths relative to the fork, with a leading
 // slash. A fork without files is null.
 struct package_forks {
@@ -23,8 +25,10 @@ int verify_forks(const std::string &stage, package_forks *forks);
 bool fork_has(const own_array &fork, const char *path);
 
 // Applies the link list and the permission list of an unpacked package, in the order of its info
-// files. `who` begins the DEBUG lines that tell the results, which nobody else looks at.
-void apply_links_and_perms(const char *who, const std::string &stage, const own_array &info);
+// files. Only the links that were settled replace something (link_conflicts.h). `who` begins the
+// DEBUG lines that tell the results, which nobody else looks at.
+void apply_links_and_perms(const char *who, const std::string &stage, const own_array &info,
+                           const settled_links &links);
 
 // Copies what the inventory keeps of an unpacked package into `entry`, which is made with its
 // `hash` directory: the info files, the hash lists, the scripts, and the forks conf and dump.

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <unordered_set>
 
 #include "package/backup_journal.h"
 #include "package/fileops.h"
@@ -17,6 +18,7 @@
 #include "support/log.h"
 #include "transaction/attempt.h"
 #include "transaction/change_run.h"
+#include "transaction/link_conflicts.h"
 #include "transaction/scripts.h"
 #include "transaction/stage.h"
 #include "transaction/staging.h"
@@ -30,6 +32,7 @@ struct package_removal {
     const vri *package;
     stage_paths stage;
     inventory_places places;
+    std::unordered_set<std::string> shared_links;
 };
 
 enum class outcome { done, failed };
@@ -131,7 +134,7 @@ static void take_links_away(const package_removal &step) {
         log_say(LEVEL_DEBUG, "%s: no link script found", me);
         return;
     }
-    const int rc = vrm_vrf_links(list.c_str(), 1, 0);
+    const int rc = remove_links(list, step.shared_links);
     log_say(LEVEL_DEBUG, "%s: rc of vrm_vrf_links: %d", me, rc);
 }
 
@@ -177,13 +180,16 @@ static int remove_package(const package_removal &step) {
 
 int vrm_one_delete(vrm_handle *handle, const vri *package) {
     return attempt([=] {
-        package_removal step = {handle, package, {}, {}};
+        package_removal step = {handle, package, {}, {}, {}};
         if (!identity_is_safe(me, package) || !stage_paths_of(me, handle, package, &step.stage) ||
             !is_stage_trusted(me, handle, step.stage)) {
             return -1;
         }
         step.places = places_of(handle, package->name);
-        return remove_package(step);
+        return find_shared_links(me, handle, package->name, step.places.entry + "/link.txt",
+                                 &step.shared_links)
+                   ? remove_package(step)
+                   : -1;
     });
 }
 

@@ -16,6 +16,7 @@
 #include "support/log.h"
 #include "transaction/attempt.h"
 #include "transaction/package_change.h"
+#include "transaction/replaced_files.h"
 #include "transaction/stage.h"
 #include "transaction/swap.h"
 #include "transaction/update.h"
@@ -28,6 +29,7 @@ struct package_update : package_change {
     inventory_places places;
     own_array old_files;  // of the file index; null without one
     own_array del_files, add_files;
+    settled_links links;
 };
 
 }  // namespace
@@ -66,6 +68,9 @@ static int read_old_files(package_update *step) {
 }
 
 static int settle_files(package_update *step) {
+    if (!settle_links(*step, step->old_package, &step->links)) {
+        return -1;
+    }
     char **del_files = nullptr, **add_files = nullptr;
     const int rc = vrm_chk_local_update(step->handle, step->old_files.get(), step->forks.data.get(),
                                         &del_files, &add_files);
@@ -75,6 +80,9 @@ static int settle_files(package_update *step) {
     }
     step->del_files.reset(del_files);
     step->add_files.reset(add_files);
+    if (!keep_replaced_files(*step, step->add_files.get(), step->old_files.get(), step->links)) {
+        return -1;
+    }
     if (step->verbose) {
         report({.kind = event_kind::updating, .package = step->stage.puname});
     }
@@ -244,7 +252,7 @@ static int update_package(package_update *step) {
         if (remove_old_files(*step) != 0 || place_data(*step) != 0 || place_conf(*step) != 0) {
             return -1;
         }
-        apply_links_and_perms(me, step->stage.fresh, step->forks.info);
+        apply_links_and_perms(me, step->stage.fresh, step->forks.info, step->links);
         return run_add_script(*step, step->old_package, after_change,
                               event_kind::post_update_failed);
     });

@@ -54,6 +54,8 @@ install"
     assert_equal "$(complete_line pvrm list --d)" "--dry-run"
     assert_equal "$(complete_line pvrm install --variant '')" ""
     assert_equal "$(complete_line pvrm list --f)" "--format"
+    assert_equal "$(complete_line pvrm saved --p)" "--prune"
+    assert_equal "$(complete_line pvrm saved --prune '')" ""
 }
 
 @test "pvrm offers the forms of a word" {

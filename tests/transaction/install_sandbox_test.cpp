@@ -614,14 +614,71 @@ TEST_F(Install, LinksModesAndNewConfigurationOutliveARollback) {
 
 TEST_F(Install, LinksAndModesThatCannotBeMadeAreNoFailure) {
     PackageSpec spec = simple("foo");
-    std::ofstream(live + "/taken") << "no link\n";
+    fs::create_directories(live + "/taken/below");
     spec.info["link.txt"] = "/srv/t|foo|taken\n";
     spec.info["perm.txt"] = "/srv/t/none|0600\n";
     offer(spec);
     EXPECT_EQ(install("foo"), 0);
-    EXPECT_EQ(read_all(live + "/taken"), "no link\n");
+    EXPECT_TRUE(fs::is_directory(live + "/taken/below"));
     EXPECT_TRUE(log.has(LEVEL_DEBUG, "vrm_install_vrk: rc of vrm_vrf_links: -1"));
     EXPECT_TRUE(log.has(LEVEL_DEBUG, "vrm_install_vrk: rc of vrm_vrf_perms: -1"));
+}
+
+TEST_F(Install, FilesOfNobodysAreKeptBeforeAnythingIsWritten) {
+    PackageSpec spec = simple("foo");
+    spec.data["srv/t/new"] = "n";
+    spec.info["link.txt"] = "/srv/t|foo|link\n|foo|file\n|foo|fresh\n";
+    std::ofstream(live + "/foo") << "mine\n";
+    std::ofstream(live + "/file") << "mine too\n";
+    fs::create_symlink("elsewhere", live + "/link");
+    ScriptedUser::instance().answers = {"r"};
+    offer(spec);
+    ASSERT_EQ(install("foo"), 0);
+    const std::vector<std::string> saved = tree(repo.in("saved"));
+    ASSERT_EQ(saved.size(), 6u) << testing::PrintToString(saved);
+    const std::string copies = repo.in("saved/") + saved[0];
+    EXPECT_EQ(read_all(copies + "srv/t/foo"), "mine\n");
+    EXPECT_EQ(read_all(copies + "srv/t/file"), "mine too\n");
+    EXPECT_EQ(fs::read_symlink(copies + "srv/t/link"), "elsewhere");
+    EXPECT_TRUE(
+        log.has(LEVEL_INFO, "the replaced file /srv/t/foo is kept as " + copies + "srv/t/foo"));
+    for (const char *link : {"/link", "/file", "/fresh"}) {
+        EXPECT_EQ(fs::read_symlink(live + link), "foo") << link;
+    }
+}
+
+TEST_F(Install, WhatCannotBeKeptEndsItBeforeAnythingIsWritten) {
+    PackageSpec spec = simple("foo");
+    spec.data["srv/t/new"] = "n";
+    std::ofstream(live + "/foo") << "mine\n";
+    std::ofstream(repo.in("saved")) << "in the way\n";
+    ScriptedUser::instance().answers = {"r"};
+    offer(spec);
+    EXPECT_EQ(install("foo"), -1);
+    EXPECT_EQ(tree(live), (std::vector<std::string>{"foo"}));
+    EXPECT_EQ(read_all(live + "/foo"), "mine\n");
+    EXPECT_FALSE(exists(staged("foo_any_1.0")));
+    EXPECT_TRUE(log.has(LEVEL_ERROR, "cannot keep a copy of /srv/t/foo in " + repo.in("saved") +
+                                         ": Not a directory"));
+}
+
+TEST_F(Install, ALinkThatAnotherPackageListsOtherwiseEndsItBeforeAnythingIsAsked) {
+    PackageSpec other = simple("other");
+    other.info["link.txt"] = "/srv/t|other|link\n";
+    offer(other);
+    ASSERT_EQ(install("other"), 0);
+    PackageSpec spec = simple("foo");
+    spec.info["link.txt"] = "/srv/t|foo|link\n";
+    std::ofstream(live + "/foo") << "mine\n";
+    offer(spec);
+    EXPECT_EQ(install("foo"), -1);
+    EXPECT_EQ(fs::read_symlink(live + "/link"), "other");
+    EXPECT_FALSE(exists(staged("foo_any_1.0")));
+    EXPECT_FALSE(exists(repo.in("saved")));
+    EXPECT_TRUE(ScriptedUser::instance().questions.empty());
+    EXPECT_TRUE(log.has(LEVEL_ERROR,
+                        "vrm_install_vrk: the link /srv/t/link would point to foo, but the package "
+                        "other has it pointing to other"));
 }
 
 TEST_F(Install, HookCommandsAreGatheredForTheEnd) {

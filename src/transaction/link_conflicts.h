@@ -1,0 +1,38 @@
+// Private to the transactions: what stands in the places of a package's links, and whose it is.
+//
+// Two packages may list the same link with the same target; each then leaves it to the other. A
+// link is known by where it lies, however a list spells the directory.
+#pragma once
+
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "transaction/package_change.h"
+
+// What the links of a package may replace.
+struct settled_links {
+    std::unordered_set<std::string> places;  // of all links of the package
+    std::vector<std::string> unowned;        // links and files there that belong to nobody,
+    std::vector<std::string> files;          // and which of them are files
+};
+
+// Looks at the links of an unpacked package before anything is written. Another package that lists
+// one of them with another target, or that owns a file in the place of one, is a conflict. Without
+// a link list nothing is read. Of other kinds than files and links nothing is replaced.
+// `old_package` is what is replaced, null in an install: its links are the package's own.
+// Result: false, with an ERROR line, for a conflict and when a list can't be read.
+bool settle_links(const package_change &change, const vri *old_package, settled_links *links);
+
+// Removes the files that are in the way of links, and applies the link list. Result: as of
+// vrm_vrf_links.
+int make_links(const std::string &list, const settled_links &links);
+
+// For a removal: the links of the package that other installed packages list too.
+// Result: false, with an ERROR line that begins with `who`, when a list can't be read.
+bool find_shared_links(const char *who, const vrm_handle *handle, const char *package_name,
+                       const std::string &list, std::unordered_set<std::string> *shared);
+
+// Removes the links of a list that still have the target that is listed and are not shared. Result:
+// as of vrm_vrf_links.
+int remove_links(const std::string &list, const std::unordered_set<std::string> &shared);
