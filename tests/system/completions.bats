@@ -127,7 +127,8 @@ al one.vrk"
     assert_equal "$(complete_line vrk-build '')" "keygen
 pack
 show"
-    assert_equal "$(complete_line vrk-build pack --)" "--cert
+    assert_equal "$(complete_line vrk-build pack --)" "--base
+--cert
 --help
 --key
 --output"

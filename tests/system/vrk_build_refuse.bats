@@ -163,6 +163,11 @@ refuse_ldif() {
     run pack
     assert_refused "data/var/lib/vrm/installed/foo/desc.txt can't be packed: /var/lib/vrm/installed is the package manager's own"
     rm -r tree/data/var/lib/vrm/installed
+    mkdir -p tree/data/var/lib/vrm/saved
+    touch tree/data/var/lib/vrm/saved/x
+    run pack
+    assert_refused "data/var/lib/vrm/saved/x can't be packed: /var/lib/vrm/saved is the package manager's own"
+    rm -r tree/data/var/lib/vrm/saved
     pack
 }
 
@@ -206,6 +211,28 @@ refuse_list() {
     refuse_list link.txt '/a||c' 'target and name must both be given'
     refuse_list link.txt '/a|b|..' '".." is no name for a link'
     printf '/usr/bin\n|foo|bar\n/usr/lib|foo|x/bar\n/etc||\n' >tree/info/link.txt
+    pack
+}
+
+@test "a link in the place of a directory of the base layout is refused without --base" {
+    local line path
+    for path in /bin /boot /dev /etc /home /lib /lib64 /media /mnt /opt /proc /root /run /sbin /srv \
+        /sys /tmp /usr /usr/bin /usr/lib /usr/sbin /var; do
+        refuse_list link.txt "${path%/*}/|target|${path##*/}" \
+            "the link $path would take the place of a directory of the base layout; only a package that makes this layout may do so, with --base"
+    done
+    for line in '//|x|lib' '/usr/..|x|lib' '/..|x|lib' '/usr/./bin/../..//|x|lib' '/opt/x|x|../../lib' \
+        '/opt|x|/lib' '/opt|x|//usr/../lib' '/opt|x|.././lib'; do
+        refuse_list link.txt "$line" \
+            "the link /lib would take the place of a directory of the base layout; only a package that makes this layout may do so, with --base"
+    done
+    refuse_list link.txt '/usr/./lib/../\n\n|x|y\n|x|lib' \
+        "the link /usr/lib would take the place of a directory of the base layout; only a package that makes this layout may do so, with --base" 4
+    printf '/|usr/lib|lib\n/usr||\n' >tree/info/link.txt
+    pack --base
+    rm foo_any_1.2.vrk
+    # What lies in them is no matter, nor is a name that only looks alike.
+    printf '/lib|a|b\n/|a|libx\n/usr/lib|a|lib\n/usr|a|share\n/opt/|a|bin\n/bin||\n' >tree/info/link.txt
     pack
 }
 

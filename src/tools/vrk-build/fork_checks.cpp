@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <filesystem>
 #include <set>
 #include <string_view>
 
@@ -20,7 +21,15 @@ constexpr const char *taken_names[] = {"desc.txt", "inst.txt", "hash", "init", "
 // and may well come in a package.
 constexpr const char *own_paths[] = {
     "/var/lib/vrm/installed", "/var/lib/vrm/fileindex",   "/var/lib/vrm/stagearea",
-    "/var/lib/vrm/lock",      "/var/lib/vrm/install.log",
+    "/var/lib/vrm/lock",      "/var/lib/vrm/install.log", "/var/lib/vrm/saved",
+};
+
+// The directories that every machine has, or has links for. A link of a package in the place of one
+// goes with the package, and with it all programs.
+constexpr const char *base_layout[] = {
+    "/bin", "/boot", "/dev",     "/etc",     "/home",     "/lib",  "/lib64", "/media",
+    "/mnt", "/opt",  "/proc",    "/root",    "/run",      "/sbin", "/srv",   "/sys",
+    "/tmp", "/usr",  "/usr/bin", "/usr/lib", "/usr/sbin", "/var",
 };
 
 }  // namespace
@@ -158,9 +167,22 @@ static std::set<std::string> read_permissions(const source_tree &tree) {
     return paths;
 }
 
-static void check_links(const source_tree &tree) {
-    bool in_directory = false;
-    read_list(tree, "info/link.txt", [&in_directory](const std::vector<std::string> &fields) {
+static void check_base_layout(const std::string &directory, const std::string &name) {
+    // As text: a path that consists of slashes alone keeps all of them otherwise.
+    const std::string text = name.starts_with('/') ? name : directory + "/" + name;
+    const std::string path = std::filesystem::path(text).lexically_normal().string();
+    for (const char *base : base_layout) {
+        if (path == base) {
+            throw problem("the link " + path +
+                          " would take the place of a directory of the base layout; only a package "
+                          "that makes this layout may do so, with --base");
+        }
+    }
+}
+
+static void check_links(const source_tree &tree, bool makes_base_layout) {
+    std::string current;  // the directory that counts for a line
+    read_list(tree, "info/link.txt", [&](const std::vector<std::string> &fields) {
         if (fields.size() > 3) {
             throw problem("it must read directory|target|name");
         }
@@ -170,8 +192,8 @@ static void check_links(const source_tree &tree) {
         if (!directory.empty() && !directory.starts_with('/')) {
             throw problem("the directory must begin with a slash");
         }
-        in_directory = in_directory || !directory.empty();
-        if (!in_directory) {
+        current = directory.empty() ? current : directory;
+        if (current.empty()) {
             throw problem("the first line must name a directory");
         }
         if (target.empty() != name.empty() || (directory.empty() && target.empty())) {
@@ -180,6 +202,9 @@ static void check_links(const source_tree &tree) {
         if (name == "." || name == ".." || name.ends_with('/') || name.ends_with("/.") ||
             name.ends_with("/..")) {
             throw problem("\"" + name + "\" is no name for a link");
+        }
+        if (!name.empty() && !makes_base_layout) {
+            check_base_layout(current, name);
         }
     });
 }
@@ -204,11 +229,11 @@ static void remark_permissions(source_tree *tree, const std::set<std::string> &t
     }
 }
 
-void check_forks(source_tree *tree) {
+void check_forks(source_tree *tree, bool makes_base_layout) {
     check_own_names(*tree);
     check_collisions(*tree);
     const std::set<std::string> told = read_permissions(*tree);
-    check_links(*tree);
+    check_links(*tree, makes_base_layout);
     remark_scripts(tree);
     remark_permissions(tree, told);
 }

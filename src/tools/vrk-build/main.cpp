@@ -82,6 +82,8 @@ CLI::App *add_pack(CLI::App &app, pack_options &packing) {
     word->add_option("-o,--output", packing.output,
                      "The package file, or a directory for it (else the working directory)")
         ->check(not_empty);
+    word->add_flag("--base", packing.base,
+                   "Let info/link.txt name directories of the base layout, such as /lib");
     word->footer(pack_footer);
     return word;
 }

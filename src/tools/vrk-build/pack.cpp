@@ -123,7 +123,7 @@ std::string pack(const pack_options &options) {
     own_pkey key = read_key(options.key_file);
     own_x509 certificate = read_certificate(options.certificate_file);
     check_signer(certificate.get(), options.certificate_file, key.get(), options.key_file);
-    source_tree tree = read_source_tree(options.tree);
+    source_tree tree = read_source_tree(options.tree, options.base);
     const fs::path target = place_of(options, tree.attributes);
     check_place(target, options.tree);
 

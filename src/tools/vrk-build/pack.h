@@ -10,6 +10,7 @@ struct pack_options {
     std::string certificate_file;
     std::string output;  // empty: the package's unique name in the working directory; a directory:
                          // that name in it; else a file, whose name ends in .vrk
+    bool base = false;   // links may take the places of the directories of the base layout
     uint64_t largest =
         INT32_MAX;  // bytes of the package file: a catalogue can't deliver a larger one
 };

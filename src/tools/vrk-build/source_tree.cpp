@@ -114,7 +114,7 @@ static void add_files(source_tree *tree, const std::string &dir, const std::stri
     }
 }
 
-source_tree read_source_tree(const std::string &dir) {
+source_tree read_source_tree(const std::string &dir, bool makes_base_layout) {
     if (std::error_code failed; !std::filesystem::is_directory(dir, failed)) {
         throw problem(failed ? dir + ": " + failed.message() : dir + " is no directory");
     }
@@ -133,6 +133,6 @@ source_tree read_source_tree(const std::string &dir) {
         }
         add_files(&tree, path, name);
     }
-    check_forks(&tree);
+    check_forks(&tree, makes_base_layout);
     return tree;
 }

@@ -24,5 +24,6 @@ struct source_tree {
 
 // Reads a tree and refuses, by a thrown problem, what the package manager could not install or
 // should not be asked to: names that mean something to a shell, an unknown architecture, links and
-// special files, files and file names that no package can hold, broken link and permission lists.
-source_tree read_source_tree(const std::string &dir);
+// special files, files and file names that no package can hold, broken link and permission lists,
+// and, unless the package `makes_base_layout`, links in the places of its directories.
+source_tree read_source_tree(const std::string &dir, bool makes_base_layout);
