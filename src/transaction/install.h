@@ -11,11 +11,12 @@
 // `handle` must hold the repository lock. `connection` is the catalogue's, needed for packages
 // whose status or source is `R`. `verbose` asks for progress lines at INFO. `rmpkg` asks to delete,
 // after each install, the staged file that was staged last; with dependencies the others stay.
-// Result: 0; -1 without the lock, for a name that is not allowed, when staging failed or when the
-// program asked to stop (transaction/interrupt.h); else the code of the package that failed.
-// Packages installed before it stay installed, and the configuration scripts of those run also
-// then, by vrm_scripts_exe, which leaves hook commands in `hookcmds` for vrm_exe_hooks. The reasons
-// stand on the log. The transaction stays the caller's.
+// Result: 0; -1 without the lock, for a name that is not allowed, for a stage area that others can
+// write to (transaction/stage_area.h), when staging failed or when the program asked to stop
+// (transaction/interrupt.h); else the code of the package that failed. Packages installed before it
+// stay installed, and the configuration scripts of those run also then, by vrm_scripts_exe, which
+// leaves hook commands in `hookcmds` for vrm_exe_hooks. The reasons stand on the log. The
+// transaction stays the caller's.
 int vrm_exe_install(vrm_handle *handle, vrt **transaction, void *connection, int verbose,
                     int rmpkg);
 
@@ -33,8 +34,8 @@ int vrm_exe_install(vrm_handle *handle, vrt **transaction, void *connection, int
 // the end of the transaction, 99-cfg.sh and hook commands, is added to the transaction's `scripts`.
 // Touches have_so, and through its steps the environment and, while unpacking and linking, the
 // working directory.
-// Result: 0, or the code of the step that failed: -1, that of the verification, or a script's raw
-// wait status.
+// Result: 0; -1 for a stage directory that is not the user's own; or the code of the step that
+// failed: -1, that of the verification, or a script's raw wait status.
 int vrm_install_vrk(vrm_handle *handle, vrt **transaction, const vri *package, const char *head,
                     void *connection, int verbose);
 

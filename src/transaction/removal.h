@@ -22,10 +22,11 @@ vrt *vrm_pre_delete(vrm_handle *handle, const char *name, int mode, vrt **out);
 
 // Carries a removal out: the top package first, then its dependencies from the first to the last,
 // each written to the action log when it is gone. `handle` must hold the repository lock.
-// Result: 0; -1 without the lock, for a name that is not allowed and when the program asked to stop
-// (transaction/interrupt.h); else the code of the package that failed. Packages that went before it
-// stay gone. No configuration scripts and no hooks are run. The reasons stand on the log. The
-// transaction stays the caller's.
+// Result: 0; -1 without the lock, for a name that is not allowed, for a stage area that others can
+// write to (transaction/stage_area.h) and when the program asked to stop (transaction/interrupt.h);
+// else the code of the package that failed. Packages that went before it stay gone. No
+// configuration scripts and no hooks are run. The reasons stand on the log. The transaction stays
+// the caller's.
 int vrm_exe_delete(vrm_handle *handle, vrt **transaction);
 
 // Removes one installed package: its 00-del.sh, its files with a backup of each, its 99-del.sh, its

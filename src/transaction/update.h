@@ -12,12 +12,13 @@
 // `handle` must hold the repository lock. `connection` is the catalogue's, needed for packages
 // whose status or source is `R`. `verbose` asks for progress lines at INFO. `rmpkg` asks to delete,
 // after each change, the staged file that was staged last; with dependencies the others stay.
-// Result: 0; -1 without the lock, for a name that is not allowed, when staging failed or when the
-// program asked to stop (transaction/interrupt.h); 99 when the top package is not installed (`U`)
-// or is so by now (`I`); else the code of the package that failed. Packages changed before it stay
-// changed, and their configuration scripts run also then, by vrm_scripts_exe, which leaves hook
-// commands in `hookcmds` for vrm_exe_hooks; only a top package to be installed that is there by now
-// ends it without them. The reasons stand on the log. The transaction stays the caller's.
+// Result: 0; -1 without the lock, for a name that is not allowed, for a stage area that others can
+// write to (transaction/stage_area.h), when staging failed or when the program asked to stop
+// (transaction/interrupt.h); 99 when the top package is not installed (`U`) or is so by now (`I`);
+// else the code of the package that failed. Packages changed before it stay changed, and their
+// configuration scripts run also then, by vrm_scripts_exe, which leaves hook commands in `hookcmds`
+// for vrm_exe_hooks; only a top package to be installed that is there by now ends it without them.
+// The reasons stand on the log. The transaction stays the caller's.
 int vrm_exe_update(vrm_handle *handle, vrt **transaction, void *connection, int verbose, int rmpkg);
 
 // Replaces one installed package by a staged new version. Configuration files that are as they were
