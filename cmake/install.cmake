@@ -5,12 +5,8 @@
 # Where backends are loaded from is one fixed path, so this is no multiarch directory.
 set(VRM_BACKEND_DIR lib/vrm)
 
-# The headers that a backend is built against: the contract, and what it includes.
-foreach(header
-    repository/vrc.h package/vri.h support/array.h support/ekva.h support/own.h)
-  get_filename_component(folder ${header} DIRECTORY)
-  install(FILES src/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vrm/${folder})
-endforeach()
+# The one header that a backend is built against.
+install(FILES src/vrm/vrc_backend.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vrm)
 configure_file(packaging/vrm.pc.in ${PROJECT_BINARY_DIR}/vrm.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vrm.pc DESTINATION ${CMAKE_INSTALL_DATADIR}/pkgconfig)
 

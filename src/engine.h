@@ -1,6 +1,8 @@
 // Every public header of the engine.
 #pragma once
 
+#include "vrm/vrc_backend.h"
+
 #include "support/arch.h"
 #include "support/array.h"
 #include "support/base64.h"

@@ -69,6 +69,7 @@ static int connect_to_catalogue() {
         vrm = nullptr;
         return START_UP_FAILED;
     }
+    vrm_vrc_watch(vrc);
     // What the backend knew before is better than nothing.
     if (pvrm_vrc_refresh(vrc) != 0) {
         const auto limit = static_cast<size_t>(vrmui->text_limit);

@@ -7,39 +7,14 @@
 //   install info  inst.txt of an installed package: evrkInstallTime, evrkInstallType,
 //                 evrkInstallHead for the type D, one evrkUpdateTime line per update
 //
-// All strings belong to the record; a string that is absent is null.
+// The record itself, `vri`, is declared in the interface to backends, which it crosses. All strings
+// belong to the record. In a record that was parsed, name, version and description are not null,
+// arch is not the unknown one, and flag is 1.
 #pragma once
-
-#include <cstdint>
 
 #include "support/ekva.h"
 #include "support/own.h"
-
-struct vri {
-    char *name;             // evrkName; never null in a parsed record
-    char *variant;          // evrkVariant; null is the default variant, "" is not
-    char *version;          // evrkVersion; never null in a parsed record
-    char *creator;          // evrkCreator: who built the package
-    int32_t arch;           // evrkArchitecture as an id of support/arch.h, never the unknown one
-    char *description;      // evrkDescription; never null in a parsed record
-    char **deps;            // evrkDependency in file order, null when there are none
-    int32_t flag;           // 1 in a parsed record; for backends, the engine doesn't read it
-    uint64_t datasize;      // evrkDataSize: bytes of the unpacked payload
-    uint64_t filesize;      // evrkFileSize: bytes of the package file
-    char *filehash;         // evrkFileHash: SHA-1 of the whole file, 40 lower-case hex digits
-    char *absolute_uri;     // evrkAbsoluteURI: where the file lies, in full
-    char *relative_uri;     // evrkRelativeURI: relative to a repository, or as the user gave it
-    int64_t install_time;   // evrkInstallTime: seconds since the epoch
-    char install_type;      // evrkInstallType: 'X' in its own right, 'D' as a dependency
-    char *install_head;     // evrkInstallHead: for 'D', for whose sake it was installed
-    int64_t *update_times;  // evrkUpdateTime: ends with 0, oldest first; null when never
-    char *rsa_sig_subj;     // evrkRsaSigSubj: the signer's subject in one line
-    unsigned char *rsa_sig_data;  // evrkRsaSigData: the raw signature
-    int32_t rsa_sig_len;          // bytes in rsa_sig_data
-    int32_t sig_status;           // outcome of verification: 1 verified, 0 not checked, -1 missing,
-                                  // -2 untrusted, -3 invalid, -4 expired, -5 not yet valid
-    s_ekva **ekva;  // further attributes of a backend; freed with the record, not copied
-};
+#include "vrm/vrc_backend.h"
 
 // Builds a record from its texts.
 //

@@ -18,6 +18,7 @@ static std::set<std::string> told_warnings;
 static size_t reasons = 0;
 static rollback undone = rollback::none;
 static std::optional<kept_reasons> kept;
+static int directories = 0;
 
 bool was_explained() {
     return !last_cause.empty();
@@ -47,6 +48,10 @@ void tell_failure(const char *format, ...) {
     vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     tell_with_cause(text);
+}
+
+int unreadable_directories() {
+    return directories;
 }
 
 rollback take_rollback() {
@@ -115,6 +120,10 @@ static void take(const event &happened) {
         was_interrupted(happened.status);
     }
     note_rollback(happened.kind);
+    if (happened.kind == event_kind::catalogue_directory_unreadable ||
+        happened.kind == event_kind::catalogue_directory_cut) {
+        directories++;
+    }
     sentence said = sentence_of(happened);
     switch (said.sort) {
         case sentence_sort::nothing:

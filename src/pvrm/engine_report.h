@@ -35,6 +35,9 @@ rollback take_rollback();
 // nothing to undo, and the sentence is as it was.
 std::string with_rollback(const std::string &failed, rollback how);
 
+// How many directories of the catalogue could not be read, or only in part, so far.
+int unreadable_directories();
+
 // What the engine said of an attempt that may yet be repeated.
 struct kept_reasons {
     struct given {

@@ -200,8 +200,10 @@ bool session::connect() {
     if (!vrc) {
         tell_failure("the catalogue backend %s gives no connection; its settings are in %s",
                      vrc_filename, vrm_default_conf);
+        return false;
     }
-    return vrc != nullptr;
+    vrm_vrc_watch(vrc);
+    return true;
 }
 
 bool session::refresh() {

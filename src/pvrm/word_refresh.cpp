@@ -20,6 +20,10 @@ int word_refresh(const common_options &options) {
         tell_failure("the package catalogue can't be refreshed");
         return EXIT_FAILED;
     }
+    if (unreadable_directories() > 0) {
+        tell_problem("the package catalogue is up to date, except for what cannot be read");
+        return EXIT_FAILED;
+    }
     tell_step("the package catalogue is up to date");
     return EXIT_DONE;
 }

@@ -7,9 +7,10 @@
 // may do without the header; its maker then leaves room for what is added, since such a record
 // cannot tell when it is full.
 //
-// A record takes its memory from malloc, and so may be handed to a backend and back. Who shortens
-// one by hand clears every slot that it gives up, not only the first: additions trust a count kept
-// beside the header and look no further than at the slots around the end.
+// The pair, `s_ekva`, is declared in the interface to backends; both strings are heap strings of
+// the record. A record takes its memory from malloc, and so may be handed to a backend and back.
+// Who shortens one by hand clears every slot that it gives up, not only the first: additions trust
+// a count kept beside the header and look no further than at the slots around the end.
 //
 // Nothing here logs: records are filled before the log stands. When memory fails, what returns a
 // pointer returns null.
@@ -17,11 +18,7 @@
 
 #include <cstdio>
 
-// One pair. Both strings are heap strings of the record; `val` may be null, `key` never is.
-struct s_ekva {
-    char *key;
-    char *val;
-};
+#include "vrm/vrc_backend.h"
 
 // Whether slot 0 of the record is a header: 1, with both numbers stored, or 0 with nothing stored.
 // A null record has none.

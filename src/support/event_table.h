@@ -138,6 +138,16 @@
     X(owner_index_not_read, LEVEL_ERROR, "Failure reading <{path}>: {reason}")
 
 #define VRM_EVENTS_OF_CATALOGUE(X)                                                                 \
+    X(backend_refused, LEVEL_ERROR,                                                                \
+      "backend {path} was built for interface {number}; this program supports {other}")            \
+    X(catalogue_directory_unreadable, LEVEL_WARNING,                                               \
+      "{who}: cannot read the directory {path}: {reason}")                                         \
+    X(catalogue_directory_cut, LEVEL_WARNING,                                                      \
+      "{who}: cannot read all of the directory {path}: {reason}")                                  \
+    X(catalogue_file_damaged, LEVEL_WARNING, "{who}: skipping {path}: {reason}")                   \
+    X(catalogue_file_skipped, LEVEL_WARNING, "{who}: skipping {path}: {reason}")                   \
+    X(catalogue_warning, LEVEL_WARNING, "{who}: {reason}")                                         \
+    X(catalogue_error, LEVEL_ERROR, "{who}: {reason}")                                             \
     X(catalogue_not_connected, LEVEL_ERROR, "vrc-http: Not connected")                             \
     X(search_directory_not_opened, LEVEL_INFO, "Failure opening <{path}> for reading: {reason}")   \
     X(search_limit_passed, LEVEL_WARNING,                                                          \

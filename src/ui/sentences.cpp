@@ -166,6 +166,16 @@ constexpr row rows[] = {
      "Failure opening <{path}> for reading: {reason}"},
     {event_kind::owner_index_not_read, sentence_sort::reason, "Failure reading <{path}>: {reason}"},
     // Catalogue.
+    // The loader writes this one to stderr itself.
+    {event_kind::backend_refused, sentence_sort::nothing, ""},
+    {event_kind::catalogue_directory_unreadable, sentence_sort::reason,
+     "cannot read directory {path}: {reason}"},
+    {event_kind::catalogue_directory_cut, sentence_sort::reason,
+     "cannot read all of directory {path}: {reason}"},
+    {event_kind::catalogue_file_damaged, sentence_sort::reason, "skipping {path}: {reason}"},
+    {event_kind::catalogue_file_skipped, sentence_sort::reason, "skipping {path}: {reason}"},
+    {event_kind::catalogue_warning, sentence_sort::reason, "warning: {reason}"},
+    {event_kind::catalogue_error, sentence_sort::reason, "{reason}"},
     {event_kind::catalogue_not_connected, sentence_sort::reason,
      "there is no connection to a package catalogue"},
     {event_kind::search_directory_not_opened, sentence_sort::reason,

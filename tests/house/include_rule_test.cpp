@@ -28,7 +28,7 @@ using testing::SizeIs;
 
 namespace {
 
-constexpr std::array library = {"support",    "ui",          "package",
+constexpr std::array library = {"vrm",        "support",     "ui",         "package",
                                 "repository", "transaction", "maintenance"};
 constexpr std::array programs = {"gui", "pvrm"};
 constexpr std::array groups_of_programs = {"backends", "tools"};

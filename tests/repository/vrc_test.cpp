@@ -11,13 +11,24 @@
 #include "kit/failing_memory.h"
 #include "kit/log_capture.h"
 #include "kit/temp_dir.h"
+#include "support/event.h"
 
 using testing::ElementsAre;
 
 namespace {
 
+std::string test_backend(const std::string &name) {
+    return VRM_BINARY_DIR "/tests/backends/test-backend-" + name + ".so";
+}
 std::string backend_without(const std::string &function) {
-    return VRM_BINARY_DIR "/tests/backends/test-backend-without-" + function + ".so";
+    return test_backend("without-" + function);
+}
+
+// The events of a backend's reports, and what their log lines are.
+std::vector<std::string> reports;
+
+void note_report(const event &happened, void *) {
+    reports.push_back(std::string(event_name(happened.kind)) + " " + event_line(happened));
 }
 
 vri *new_record(const std::string &name, const std::string &version,
@@ -145,6 +156,116 @@ TEST(VrmVrcLoad, NeedsEveryFunction) {
         EXPECT_EQ(pvrm_vrc_readpkg, nullptr);
         EXPECT_EQ(pvrm_vrc_release, nullptr);
     }
+}
+
+TEST(VrmVrcLoad, TakesTheVersionsThatItSupports) {
+    for (const std::string abi : {"1", "2"}) {
+        void *library = nullptr;
+        EXPECT_EQ(stderr_of([&] { library = vrm_vrc_load(test_backend("abi-" + abi).c_str()); }),
+                  "");
+        ASSERT_TRUE(library) << abi;
+        EXPECT_TRUE(pvrm_vrc_release);
+        EXPECT_EQ(pvrm_vrc_set_report, nullptr);
+        EXPECT_EQ(vrm_vrc_close(library), 0);
+    }
+}
+
+TEST(VrmVrcLoad, RefusesOtherVersionsWithTheirNumber) {
+    for (const std::string abi : {"0", "3", "99"}) {
+        const LogCapture log;
+        void *library = &library;
+        const std::string reason = "backend test-backend-abi-" + abi +
+                                   ".so was built for interface " + abi +
+                                   "; this program supports 1 to 2";
+        EXPECT_EQ(stderr_of([&] { library = vrm_vrc_load(test_backend("abi-" + abi).c_str()); }),
+                  reason + "\n");
+        EXPECT_EQ(library, nullptr);
+        EXPECT_THAT(log.at(LEVEL_ERROR), ElementsAre(reason));
+        EXPECT_EQ(pvrm_vrc_connect, nullptr);
+        EXPECT_EQ(pvrm_vrc_release, nullptr);
+    }
+}
+
+TEST(VrmVrcLoad, WritesARefusalOnceWhereErrorsOfTheLogGoToStderr) {
+    const LogCapture log;
+    llog->stderr_levels = LEVEL_ERROR;
+    EXPECT_EQ(stderr_of([] { vrm_vrc_load(test_backend("abi-3").c_str()); }),
+              "backend test-backend-abi-3.so was built for interface 3; this program supports 1 to "
+              "2\n");
+}
+
+// A later version may have other functions.
+TEST(VrmVrcLoad, LooksAtTheVersionBeforeTheFunctions) {
+    EXPECT_EQ(
+        stderr_of([] { EXPECT_EQ(vrm_vrc_load(test_backend("later").c_str()), nullptr); }),
+        "backend test-backend-later.so was built for interface 99; this program supports 1 to "
+        "2\n");
+}
+
+TEST(VrmVrcLoad, ReadsTheRecordsOfVersion1) {
+    void *library = vrm_vrc_load(test_backend("version-1").c_str());
+    ASSERT_TRUE(library);
+    EXPECT_EQ(pvrm_vrc_set_report, nullptr);
+    s_ekva *conf[] = {nullptr};
+    void *connection = pvrm_vrc_connect(conf, nullptr);
+    EXPECT_EQ(vrm_vrc_watch(connection), 0);
+    vri **found = nullptr;
+    ASSERT_EQ(pvrm_vrc_findpkg(connection, nullptr, nullptr, nullptr, 5, nullptr, &found), 1);
+    const own_vri_list owner(found);
+    const vri &record = *found[0];
+    EXPECT_STREQ(record.name, "name");
+    EXPECT_STREQ(record.variant, "variant");
+    EXPECT_STREQ(record.version, "version");
+    EXPECT_STREQ(record.creator, "creator");
+    EXPECT_EQ(record.arch, 8);
+    EXPECT_STREQ(record.description, "description");
+    EXPECT_STREQ(record.deps[0], "dependency");
+    EXPECT_EQ(record.flag, 7);
+    EXPECT_EQ(record.datasize, 0x123456789aU);
+    EXPECT_EQ(record.filesize, 0xa987654321U);
+    EXPECT_STREQ(record.filehash, "hash");
+    EXPECT_STREQ(record.absolute_uri, "/absolute");
+    EXPECT_STREQ(record.relative_uri, "relative");
+    EXPECT_EQ(record.install_time, 0x100000001);
+    EXPECT_EQ(record.install_type, 'D');
+    EXPECT_STREQ(record.install_head, "head");
+    EXPECT_EQ(record.update_times[0], 0x100000002);
+    EXPECT_STREQ(record.rsa_sig_subj, "subject");
+    EXPECT_EQ(memcmp(record.rsa_sig_data, "data", 4), 0);
+    EXPECT_EQ(record.rsa_sig_len, 4);
+    EXPECT_EQ(record.sig_status, -5);
+    EXPECT_STREQ(record.ekva[0]->val, "value");
+    EXPECT_EQ(vrm_vrc_close(library), 0);
+}
+
+TEST(VrmVrcWatch, MakesEventsOfTheReportsOfTheBackend) {
+    const LogCapture log;
+    void *library = vrm_vrc_load(test_backend("reporting").c_str());
+    ASSERT_TRUE(library);
+    s_ekva *conf[] = {nullptr};
+    void *connection = pvrm_vrc_connect(conf, nullptr);
+    reports.clear();
+    receive_events(note_report, nullptr);
+    EXPECT_EQ(pvrm_vrc_refresh(connection), 0);
+    EXPECT_THAT(reports, ElementsAre());
+
+    EXPECT_EQ(vrm_vrc_watch(connection), 1);
+    EXPECT_THAT(reports, ElementsAre("catalogue_warning test-backend-reporting: found by connect"));
+    reports.clear();
+    pvrm_vrc_refresh(connection);
+    const std::string who = "test-backend-reporting: ";
+    EXPECT_THAT(reports,
+                ElementsAre("catalogue_directory_unreadable " + who +
+                                "cannot read the directory /none: No such file or directory",
+                            "catalogue_directory_cut " + who +
+                                "cannot read all of the directory (not named): no reason given",
+                            "catalogue_file_damaged " + who + "skipping /a.vrk: it is cut",
+                            "catalogue_file_skipped " + who + "skipping /b.vrk: Permission denied",
+                            "catalogue_error " + who + "of a later version: Input/output error"));
+    EXPECT_TRUE(log.has(LEVEL_ERROR, who + "of a later version: Input/output error"));
+    receive_events(nullptr, nullptr);
+    EXPECT_EQ(vrm_vrc_watch(nullptr), 0);
+    EXPECT_EQ(vrm_vrc_close(library), 0);
 }
 
 TEST(VrmVrcLoadConfigured, DropsTheDirectoryOfTheConfiguredName) {

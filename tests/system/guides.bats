@@ -30,7 +30,7 @@ make_packages() {
 
 # Puts the example backend in the place of the configured one.
 install_example_backend() {
-    cp "$source_dir/examples/backend/vrc-list.cpp" .
+    cp "$source_dir/examples/backend/vrc-list.c" .
     run_guide backend-author.md backend
     sed -i '/^vrc_/d' /etc/vrm.conf
     printf 'vrc_backend = vrc-list.so\nvrc_list = /srv/packages/catalogue\n' >>/etc/vrm.conf
@@ -58,9 +58,9 @@ setup() {
 }
 
 @test "the example backend is built without a warning" {
-    cp "$source_dir/examples/backend/vrc-list.cpp" .
-    run g++ -std=c++20 -O2 -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wold-style-cast \
-        -Werror -shared -fPIC -I/usr/include/vrm -o vrc-list.so vrc-list.cpp
+    cp "$source_dir/examples/backend/vrc-list.c" .
+    run cc -std=c99 -O2 -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -shared -fPIC \
+        -o vrc-list.so vrc-list.c
     assert_status 0
     assert_equal "$output" ""
     # It must load where the program exports nothing.
@@ -104,13 +104,17 @@ setup() {
     assert_status 1
 }
 
-@test "a catalogue that can't be read is told and is no crash" {
+@test "a catalogue that can't be read is reported and is no crash" {
     install_example_backend
     rm -f /srv/packages/catalogue
     run pvrm refresh
     assert_status 1
-    assert_line "vrc-list: /srv/packages/catalogue can't be read"
+    assert_line "pvrm: cannot read the catalogue /srv/packages/catalogue: No such file or directory"
     assert_line "pvrm: the package catalogue can't be refreshed"
+    printf 'not a package\n' >/srv/packages/catalogue
+    run pvrm refresh
+    assert_status 0
+    assert_line "pvrm: warning: line 1 of the catalogue is left out: it is not a package"
     sed -i '/^vrc_list/d' /etc/vrm.conf
     run pvrm refresh
     assert_status 1

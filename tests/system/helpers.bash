@@ -131,12 +131,17 @@ package() { # NAME [WHAT=VALUE]...
 
 # --- The catalogue --------------------------------------------------------------------------------
 
-# Builds backends/text_backend.cpp, which tells what it can do, and makes it the configured one, with
+# Builds backends/text_backend.cpp under a name.
+build_text_backend() { # NAME [OPTION]...
+    mkdir -p /usr/lib/vrm
+    g++ -std=c++20 -shared -fPIC -I "$source_dir/src" "${@:2}" -o "/usr/lib/vrm/$1" \
+        "$source_dir/tests/system/backends/text_backend.cpp"
+}
+
+# Builds that backend, whose source says what it can do, and makes it the configured one, with
 # an empty catalogue that is known. Called by setup_file.
 use_text_backend() {
-    mkdir -p /usr/lib/vrm
-    g++ -std=c++20 -shared -fPIC -I "$source_dir/src" -o /usr/lib/vrm/text.so \
-        "$source_dir/tests/system/backends/text_backend.cpp"
+    build_text_backend text.so
     sed -i 's/^vrc_backend=.*/vrc_backend=text.so/' /etc/vrm.conf
     : >"$repository/catalogue.txt"
     : >"$repository/catalogue.known"

@@ -1,6 +1,7 @@
 #!/usr/bin/env bats
 # The command line tool and the package catalogue.
 
+bats_require_minimum_version 1.5.0
 load helpers
 
 setup_file() {
@@ -274,6 +275,97 @@ $(report_row foo 2.0 '[1.0 installed] A newer foo')"
     assert_status 0
     assert_line "pvrm: the catalogue backend missing.so can't be loaded: correct vrc_backend in /etc/vrm.conf, or install the backend in /usr/lib/vrm"
     is_installed foo
+}
+
+# Names another backend in the configuration.
+use_backend() { # NAME
+    sed -i "s/^vrc_backend=.*/vrc_backend=$1/" /etc/vrm.conf
+}
+
+@test "a backend for another interface is refused, and one without a number is of the first" {
+    build_text_backend later.so -DABI=99
+    use_backend later.so
+    run --separate-stderr pvrm refresh
+    use_backend text.so
+    assert_status 1
+    assert_equal "$stderr" "\
+backend later.so was built for interface 99; this program supports 1 to 2
+pvrm: the catalogue backend later.so can't be loaded: correct vrc_backend in /etc/vrm.conf, or install the backend in /usr/lib/vrm"
+    grep -q '\[ERROR\] backend later.so was built for interface 99; this program supports 1 to 2$' \
+        /var/log/pvrm.log
+
+    run --separate-stderr pvrm config vrc_backend later.so
+    assert_status 1
+    assert_equal "${stderr_lines[0]}" \
+        'backend later.so was built for interface 99; this program supports 1 to 2'
+
+    build_text_backend first.so -DABI=0
+    echo '5|0||not asked for' >"$repository/catalogue.reports"
+    offer foo '' 1.0 1 'The package foo' '' "$(package foo)"
+    use_backend first.so
+    run --separate-stderr pvrm install foo
+    use_backend text.so
+    assert_status 0
+    assert_equal "$stderr" ''
+    is_installed foo
+}
+
+@test "what a backend reports is printed, and a directory that can't be read is a failure of refresh" {
+    cat >"$repository/catalogue.reports" <<'END'
+1|2|/srv/none|
+2|5|/srv/part|
+3|0|/srv/bad.vrk|not a package file, or a damaged one
+4|13|/srv/closed.vrk|
+4|13|/srv/closed.vrk|
+5|0||a warning
+6|5||an error
+END
+    reported=$'pvrm: cannot read directory /srv/none: No such file or directory
+pvrm: cannot read all of directory /srv/part: Input/output error
+pvrm: skipping /srv/bad.vrk: not a package file, or a damaged one
+pvrm: skipping /srv/closed.vrk: Permission denied
+pvrm: warning: a warning
+pvrm: an error: Input/output error'
+    run --separate-stderr pvrm refresh
+    assert_status 1
+    assert_equal "$output" 'pvrm: refreshing the package catalogue'
+    assert_equal "$stderr" "$reported
+pvrm: the package catalogue is up to date, except for what cannot be read"
+
+    # A word that finds the catalogue empty refreshes it, and then goes on.
+    offer foo '' 1.0 1 'The package foo' '' "$(package foo)"
+    for word in 'search foo' 'info foo' 'depends foo' 'install foo'; do
+        : >"$repository/catalogue.known"
+        # shellcheck disable=SC2086
+        run --separate-stderr pvrm $word
+        assert_status 0
+        [[ $stderr == "$reported"* ]]
+        refute_output_has "can't be refreshed"
+    done
+
+    touch "$repository/catalogue.no-refresh"
+    run --separate-stderr pvrm refresh
+    assert_status 1
+    assert_equal "$stderr" "$reported
+pvrm: the package catalogue can't be refreshed"
+    : >"$repository/catalogue.known"
+    run --separate-stderr pvrm install bar
+    assert_equal "$stderr" "$reported
+pvrm: warning: the package catalogue can't be refreshed
+pvrm: bar was not found in the package catalogue
+pvrm: bar can't be installed"
+}
+
+@test "reports other than of a directory leave refresh a success" {
+    echo '3|0|/srv/bad.vrk|it is cut short' >"$repository/catalogue.reports"
+    run pvrm refresh
+    assert_status 0
+    assert_equal "$output" $'pvrm: refreshing the package catalogue
+pvrm: skipping /srv/bad.vrk: it is cut short
+pvrm: the package catalogue is up to date'
+    printf '5|0||a\e[31m text\n' >"$repository/catalogue.reports"
+    run pvrm refresh
+    assert_line 'pvrm: warning: a\x1B[31m text'
 }
 
 @test "depends shows the tree, with what is installed, circles and repetitions" {

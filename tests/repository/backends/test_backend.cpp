@@ -1,10 +1,11 @@
-// A catalogue backend for the tests of the loader. Its connection tells what it was connected with.
-// Built as it is and, by the macros, with one function missing.
+// A catalogue backend for the tests of the loader. Its connection holds what it was connected with.
+// By the macros it is built with one function missing, with a number in vrc_abi, and with reports.
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include "repository/vrc.h"
+#include "vrm/vrc_backend.h"
 
 namespace {
 
@@ -25,9 +26,41 @@ struct connection {
     return record;
 }
 
+#ifdef REPORTS
+vrc_report_function reporter;
+void *reporter_context;
+
+void report(const vrc_report &what) {
+    if (reporter) {
+        reporter(&what, reporter_context);
+    }
+}
+
+// A report of a later version of the interface, which has another field at its end.
+struct later_report {
+    vrc_report known;
+    uint64_t more;
+};
+#endif
+
 }  // namespace
 
 extern "C" {
+
+#ifdef ABI
+const uint32_t vrc_abi = ABI;
+#endif
+
+#ifdef REPORTS
+void vrc_set_report(void *opaque, vrc_report_function function, void *context) {
+    reporter = function;
+    reporter_context = context;
+    if (opaque == &the_connection) {
+        report(
+            {sizeof(vrc_report), VRC_REPORT_WARNING, 0, 0, nullptr, "found by connect", nullptr});
+    }
+}
+#endif
 
 #ifndef WITHOUT_connect
 void *vrc_connect(s_ekva **sys_conf, void *log) {
@@ -39,6 +72,20 @@ void *vrc_connect(s_ekva **sys_conf, void *log) {
 #ifndef WITHOUT_refresh
 // The number of refreshes before this one, so that only the first one succeeds.
 int vrc_refresh(void *opaque) {
+#ifdef REPORTS
+    report({sizeof(vrc_report), VRC_REPORT_DIRECTORY, ENOENT, 0, "/none", nullptr, nullptr});
+    report({sizeof(vrc_report), VRC_REPORT_DIRECTORY_PART, 0, 0, nullptr, nullptr, nullptr});
+    report({sizeof(vrc_report), VRC_REPORT_DAMAGED, 0, 0, "/a.vrk", "it is cut", "a"});
+    report({sizeof(vrc_report), VRC_REPORT_SKIPPED, EACCES, 0, "/b.vrk", nullptr, nullptr});
+    // What a program must not believe or can't know: one that is too short, and kinds of a later
+    // version.
+    report({sizeof(vrc_report) - 1, VRC_REPORT_ERROR, 0, 0, nullptr, "short", nullptr});
+    report({sizeof(vrc_report), 0, 0, 0, nullptr, "no kind", nullptr});
+    report({sizeof(vrc_report), 1000, 0, 0, nullptr, "a later kind", nullptr});
+    const later_report later = {
+        {sizeof later, VRC_REPORT_ERROR, EIO, 0, nullptr, "of a later version", nullptr}, 1};
+    report(later.known);
+#endif
     return static_cast<connection *>(opaque)->refreshed++;
 }
 #endif

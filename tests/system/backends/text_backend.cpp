@@ -4,7 +4,10 @@
 // /var/lib/vrm/catalogue.known, which is what is searched. Files beside these make it misbehave:
 // catalogue.no-connection, catalogue.no-refresh, catalogue.no-list (hits are counted, and the list
 // is null), catalogue.short (packages arrive cut), catalogue.no-memory (there is none left to
-// connect with).
+// connect with). Each line of catalogue.reports, the kind, the errno value, the path and the text
+// with a | after each, is reported by a refresh.
+//
+// By ABI it is built for another version of the interface; ABI=0 leaves the number out.
 #include <fnmatch.h>
 #include <sys/stat.h>
 
@@ -18,7 +21,11 @@
 #include <string>
 #include <vector>
 
-#include "repository/vrc.h"
+#include "vrm/vrc_backend.h"
+
+#ifndef ABI
+#define ABI VRC_ABI
+#endif
 
 namespace {
 
@@ -40,6 +47,27 @@ std::vector<std::string> fields_of(const std::string &line, char separator) {
 
 bool fits(const char *pattern, const std::string &text) {
     return text == pattern || fnmatch(pattern, text.c_str(), 0) == 0;
+}
+
+vrc_report_function reporter;
+void *reporter_context;
+
+void report_all() {
+    std::ifstream in(std::string(base) + "reports");
+    for (std::string line; reporter && std::getline(in, line);) {
+        const auto fields = fields_of(line, '|');
+        const auto text = [&](size_t i) {
+            return fields.size() > i && !fields[i].empty() ? fields[i].c_str() : nullptr;
+        };
+        const vrc_report report = {sizeof report,
+                                   static_cast<uint32_t>(std::stoi(fields[0])),
+                                   std::stoi(fields[1]),
+                                   0,
+                                   text(2),
+                                   text(3),
+                                   nullptr};
+        reporter(&report, reporter_context);
+    }
 }
 
 vri *record_of(const std::vector<std::string> &fields) {
@@ -69,6 +97,15 @@ vri *record_of(const std::vector<std::string> &fields) {
 
 extern "C" {
 
+#if ABI != 0
+const uint32_t vrc_abi = ABI;
+#endif
+
+void vrc_set_report(void *, vrc_report_function report, void *context) {
+    reporter = report;
+    reporter_context = context;
+}
+
 void *vrc_connect(s_ekva **, void *) {
     static int connection;
     if (asked_to("no-memory")) {
@@ -78,6 +115,7 @@ void *vrc_connect(s_ekva **, void *) {
 }
 
 int vrc_refresh(void *) {
+    report_all();
     if (asked_to("no-refresh")) {
         return 1;
     }
