@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kit/package_maker.h"
@@ -45,8 +47,10 @@ class Connection {
         }
         connection_ = pvrm_vrc_connect(conf_.get(), llog);
         EXPECT_TRUE(connection_);
+        watch();
     }
     ~Connection() {
+        pvrm_vrc_set_report(connection_, nullptr, nullptr);
         pvrm_vrc_release(connection_);
     }
     Connection(const Connection &) = delete;
@@ -55,8 +59,19 @@ class Connection {
     void *get() const {
         return connection_;
     }
+    void watch() {
+        pvrm_vrc_set_report(connection_, take_report, this);
+    }
+    s_ekva **configuration() const {
+        return conf_.get();
+    }
     int refresh() const {
         return pvrm_vrc_refresh(connection_);
+    }
+    // What was reported since the last call: "<kind>: <path>: <text>: <error>", without what a
+    // report leaves out.
+    std::vector<std::string> reports() {
+        return std::exchange(reports_, {});
     }
     own_vri_list all() const {
         return find(nullptr);
@@ -89,6 +104,18 @@ class Connection {
         ekva_addval(&record, key, value.c_str(), 0);
         conf_.reset(record);
     }
+    static void take_report(const vrc_report *report, void *context) {
+        static constexpr const char *kinds[] = {"",        "directory", "part", "damaged",
+                                                "skipped", "warning",   "error"};
+        std::string line = kinds[report->kind];
+        for (const char *part : {report->path, report->text, report->package}) {
+            line += part ? std::string(": ") + part : "";
+        }
+        line += report->error ? std::string(": ") + strerror(report->error) : "";
+        static_cast<Connection *>(context)->reports_.push_back(line);
+        vrm_vrc_report(report, "vrc-dirs");  // as a program has it logged
+    }
+    std::vector<std::string> reports_;
     own_ekva conf_;
     void *connection_;
 };

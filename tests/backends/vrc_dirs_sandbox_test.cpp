@@ -101,6 +101,22 @@ TEST_F(VrcDirsAsRoot, AUserStartsWithRootsIndexAndGoesOnFromMemory) {
     EXPECT_EQ(read_all(default_index), before);
 }
 
+// A user who may not write there expects nothing else; what root refreshed is lost with the
+// process.
+TEST_F(VrcDirsAsRoot, ReportsToRootAloneThatTheIndexCannotBeKept) {
+    const std::string cache = dir_ / "file/cache";
+    dir_.write("file", "no directory");
+    Connection connection(packages(), cache);
+    ASSERT_EQ(connection.refresh(), 0);
+    EXPECT_THAT(connection.reports(),
+                testing::ElementsAre("warning: " + cache + ": cannot keep the index in " + cache +
+                                     ", working from memory: Not a directory"));
+    EXPECT_TRUE(holds_for(user, [&] {
+        Connection users(packages(), cache);
+        return users.refresh() == 0 && users.reports().empty();
+    }));
+}
+
 // A file without permission is skipped, and is not taken for a damaged one from then on.
 TEST_F(VrcDirsAsRoot, AFileWithoutPermissionIsReadOnceItMay) {
     fs::permissions(dir_ / "packages/a.vrk", fs::perms{0600});

@@ -75,9 +75,10 @@ std::vector<std::string> all_of(const own_vri_list &list) {
 
 }  // namespace
 
-TEST(VrcDirsLibrary, ExportsTheFiveFunctionsAlone) {
+TEST(VrcDirsLibrary, ExportsTheInterfaceAlone) {
     EXPECT_EQ(must_run("nm -D --defined-only " + shell_word(VRC_DIRS_SO) + " | sed 's/.* //'"),
-              "vrc_connect\nvrc_findpkg\nvrc_readpkg\nvrc_refresh\nvrc_release\n");
+              "vrc_abi\nvrc_connect\nvrc_findpkg\nvrc_readpkg\nvrc_refresh\nvrc_release\n"
+              "vrc_set_report\n");
 }
 
 TEST(VrcDirsLibrary, NeedsNothingOfTheProgram) {
@@ -284,6 +285,71 @@ TEST_F(VrcDirs, AFileThatCannotBeReadIsNotTakenForDamaged) {
     }
 }
 
+TEST_F(VrcDirs, EachRefreshReportsWhatItLeavesOut) {
+    write_head(file("good.vrk"), "good", "1", "");
+    dir_.write("packages/damaged.vrk", "no package");
+    ASSERT_EQ(mkfifo(file("fifo.vrk").c_str(), 0644), 0);
+    fs::create_symlink("nowhere", file("dangling.vrk"));
+    fs::create_symlink("/proc/self/mem", file("unreadable.vrk"));
+    Connection connection(dir_ / "none" + "," + packages(), cache());
+    EXPECT_THAT(connection.reports(), IsEmpty());
+    for (int refresh = 0; refresh < 3; refresh++) {
+        EXPECT_EQ(connection.refresh(), 0);
+        EXPECT_THAT(
+            connection.reports(),
+            testing::UnorderedElementsAre(
+                "directory: " + dir_ / "none" + ": No such file or directory",
+                "skipped: " + file("dangling.vrk") + ": No such file or directory",
+                "skipped: " + file("fifo.vrk") + ": not a regular file",
+                "damaged: " + file("damaged.vrk") + ": not a package file, or a damaged one",
+                "skipped: " + file("unreadable.vrk") + ": Input/output error"));
+    }
+    // Another process starts with the index, and reports them all the same.
+    Connection later(packages(), cache());
+    EXPECT_EQ(later.refresh(), 0);
+    EXPECT_THAT(later.reports(), Contains("damaged: " + file("damaged.vrk") +
+                                          ": not a package file, or a damaged one"));
+}
+
+TEST_F(VrcDirs, ReportsWhyARefreshFails) {
+    Connection unset("", cache());
+    EXPECT_NE(unset.refresh(), 0);
+    EXPECT_THAT(unset.reports(), ElementsAre("error: vrc_dirs names no directory"));
+    Connection missing(dir_ / "none", cache());
+    EXPECT_NE(missing.refresh(), 0);
+    EXPECT_THAT(missing.reports(),
+                ElementsAre("directory: " + dir_ / "none" + ": No such file or directory"));
+}
+
+TEST_F(VrcDirs, ReportsWhatConnectFoundOnceThereIsAReceiver) {
+    fs::create_directory(dir_ / "cache");
+    dir_.write("cache/vrc-dirs.index", "garbage");
+    Connection connection("relative," + packages(), cache());
+    const std::string damaged = "warning: " + index() + ": not using the index " + index() +
+                                ": it is damaged or of another version";
+    EXPECT_THAT(connection.reports(),
+                ElementsAre("warning: vrc_dirs: <relative> is not an absolute path, leaving it out",
+                            damaged));
+    EXPECT_TRUE(logged(LEVEL_WARNING, "vrc-dirs: " + damaged.substr(damaged.find("not using"))));
+    // To another receiver it is no news.
+    connection.watch();
+    EXPECT_THAT(connection.reports(), IsEmpty());
+}
+
+TEST_F(VrcDirs, LogsOnceWhatNobodyReceives) {
+    dir_.write("packages/damaged.vrk", "no package");
+    const Connection connection("relative," + packages(), cache());
+    void *const unwatched = pvrm_vrc_connect(connection.configuration(), llog);
+    log_.clear();
+    EXPECT_EQ(pvrm_vrc_refresh(unwatched), 0);
+    EXPECT_THAT(
+        log_.at(LEVEL_WARNING),
+        ElementsAre("vrc-dirs: vrc_dirs: <relative> is not an absolute path, leaving it out",
+                    "vrc-dirs: skipping " + file("damaged.vrk") +
+                        ": not a package file, or a damaged one"));
+    pvrm_vrc_release(unwatched);
+}
+
 TEST_F(VrcDirs, OnlyDamagedFilesAreNoFailure) {
     dir_.write("packages/text.vrk", "no package");
     const Connection connection(packages(), cache());
@@ -410,8 +476,10 @@ TEST_F(VrcDirs, WorksFromMemoryWhereTheIndexCannotBeWritten) {
     const std::string no_directory = dir_.write("file", "") + "/cache";
     const Connection connection(packages(), no_directory);
     ASSERT_EQ(connection.refresh(), 0);
-    EXPECT_TRUE(logged(LEVEL_INFO, "vrc-dirs: cannot keep the index in " + no_directory +
-                                       ", working from memory: Not a directory"));
+    // For root, who could change that, it is a warning.
+    EXPECT_TRUE(logged(geteuid() == 0 ? LEVEL_WARNING : LEVEL_INFO,
+                       "vrc-dirs: cannot keep the index in " + no_directory +
+                           ", working from memory: Not a directory"));
     EXPECT_THAT(connection.names(), ElementsAre("aaa 1"));
     // What was read is remembered here too.
     write_head(dir_ / "other", "bbb", "1", "");
@@ -749,8 +817,11 @@ TEST_F(VrcDirsReadpkg, AShortWriteIsAFailure) {
 }
 
 TEST_F(VrcDirsReadpkg, AFileThatIsGoneIsAFailure) {
-    const Connection connection(packages(), cache());
+    Connection connection(packages(), cache());
     EXPECT_EQ(fetch_path(connection, file("gone.vrk"), dir_ / "out"), -1);
+    EXPECT_THAT(connection.reports(),
+                ElementsAre("error: " + file("gone.vrk") + ": failed to open " + file("gone.vrk") +
+                            ": No such file or directory"));
     EXPECT_TRUE(logged(LEVEL_ERROR, "vrc-dirs: failed to open " + file("gone.vrk") +
                                         ": No such file or directory"));
 }

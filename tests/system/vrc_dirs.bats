@@ -1,6 +1,7 @@
 #!/usr/bin/env bats
 # The installed default backend, as the privileged tool uses it.
 
+bats_require_minimum_version 1.5.0
 load helpers
 
 packages=/var/lib/vrm/packages
@@ -28,11 +29,11 @@ setup() {
     sed -i 's,^vrc_dirs=.*,vrc_dirs=/var/lib/vrm/packages,' /etc/vrm.conf
 }
 
-@test "it exports the five functions and nothing else" {
+@test "it exports the interface and nothing else" {
     run nm -D --defined-only "$backend"
     assert_status 0
     assert_equal "$(awk '{ print $3 }' <<<"$output" | LC_ALL=C sort | xargs)" \
-        "vrc_connect vrc_findpkg vrc_readpkg vrc_refresh vrc_release"
+        "vrc_abi vrc_connect vrc_findpkg vrc_readpkg vrc_refresh vrc_release vrc_set_report"
 }
 
 @test "every symbol that it needs is in a library that it names" {
@@ -75,19 +76,74 @@ setup() {
     head -c 5000 /dev/urandom >"$packages/noise.vrk"
     mkfifo "$packages/fifo.vrk"
     ln -s . "$packages/loop"
-    run timeout 60 pvrm refresh
-    assert_status 0
+    # What an earlier refresh has found is still missing in the catalogue.
+    for _ in first again; do
+        run --separate-stderr timeout 60 pvrm refresh
+        assert_status 0
+        assert_line 'pvrm: the package catalogue is up to date'
+        assert_equal "$(LC_ALL=C sort <<<"$stderr")" "\
+pvrm: skipping $packages/cut.vrk: not a package file, or a damaged one
+pvrm: skipping $packages/empty.vrk: not a package file, or a damaged one
+pvrm: skipping $packages/fifo.vrk: not a regular file
+pvrm: skipping $packages/noise.vrk: not a package file, or a damaged one"
+    done
     run pvrm search apple
     assert_status 0
 }
 
-@test "without a directory that can be read a refresh fails" {
+@test "without a directory that can be read a refresh fails, and says which" {
+    make_package apple 1.0 "$packages"
+    local unreadable='pvrm: cannot read directory /no/such/directory: No such file or directory'
     sed -i 's,^vrc_dirs=.*,vrc_dirs=/no/such/directory,' /etc/vrm.conf
-    run pvrm refresh
+    run --separate-stderr pvrm refresh
     assert_status 1
+    assert_equal "$stderr" "$unreadable
+pvrm: the package catalogue can't be refreshed"
+    run --separate-stderr pvrm -y install apple
+    assert_status 1
+    assert_equal "$stderr" "$unreadable
+pvrm: warning: the package catalogue can't be refreshed
+pvrm: apple was not found in the package catalogue
+pvrm: apple can't be installed"
     sed -i 's,^vrc_dirs=.*,vrc_dirs=/no/such/directory\, /var/lib/vrm/packages,' /etc/vrm.conf
-    run pvrm refresh
+    run --separate-stderr pvrm refresh
+    assert_status 1
+    assert_equal "$stderr" "$unreadable
+pvrm: the package catalogue is up to date, except for what cannot be read"
+    run --separate-stderr pvrm search apple
     assert_status 0
+    assert_equal "$stderr" ''
+    sed -i 's,^vrc_dirs=.*,vrc_dirs=,' /etc/vrm.conf
+    run --separate-stderr pvrm refresh
+    assert_status 1
+    assert_equal "$stderr" "pvrm: vrc_dirs names no directory
+pvrm: the package catalogue can't be refreshed"
+}
+
+@test "an index that can't be used is reported by the word that wants it" {
+    make_package apple 1.0 "$packages"
+    pvrm refresh
+    chmod 666 "$index"
+    run --separate-stderr pvrm search apple
+    assert_status 0
+    assert_equal "$stderr" "pvrm: warning: not using the index $index: it is not a file that only root or the caller can write to"
+    run --separate-stderr pvrm search apple
+    assert_status 0
+    assert_equal "$stderr" ''
+    chmod 700 /var/cache/vrm
+    run --separate-stderr as_nobody pvrm search apple
+    assert_status 0
+    assert_equal "$stderr" "pvrm: warning: cannot open the index $index: Permission denied"
+}
+
+@test "a package file that is gone is named where it is wanted" {
+    make_package apple 1.0 "$packages"
+    pvrm refresh
+    rm "$packages"/apple*.vrk
+    run --separate-stderr pvrm -y install apple
+    assert_status 1
+    assert_equal "${stderr_lines[0]}" \
+        "pvrm: failed to open $packages/apple_any_1.0.vrk: No such file or directory"
 }
 
 @test "an index that the machine can't keep is no failure" {
@@ -95,6 +151,7 @@ setup() {
     : >/var/cache/vrm
     run pvrm refresh
     assert_status 0
+    assert_line 'pvrm: warning: cannot keep the index in /var/cache/vrm, working from memory: Not a directory'
     rm /var/cache/vrm
 }
 

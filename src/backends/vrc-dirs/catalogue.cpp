@@ -11,7 +11,7 @@
 namespace vrc_dirs {
 
 // A path in the one form in which paths are compared; empty when it isn't absolute.
-static std::string clean_path(std::string_view text, const char *key) {
+static std::string clean_path(std::string_view text, const char *key, Reports *reports) {
     constexpr std::string_view blanks = " \t\r\n";
     const size_t start = text.find_first_not_of(blanks);
     if (start == std::string_view::npos) {
@@ -19,8 +19,8 @@ static std::string clean_path(std::string_view text, const char *key) {
     }
     text = text.substr(start, text.find_last_not_of(blanks) - start + 1);
     if (text.front() != '/') {
-        log_say(LEVEL_WARNING, "vrc-dirs: %s: <%.*s> is not an absolute path, leaving it out", key,
-                static_cast<int>(std::min<size_t>(text.size(), INT_MAX)), text.data());
+        reports->warn(std::string(key) + ": <" + std::string(text) +
+                      "> is not an absolute path, leaving it out");
         return "";
     }
     std::string path = std::filesystem::path(text).lexically_normal();
@@ -30,24 +30,24 @@ static std::string clean_path(std::string_view text, const char *key) {
     return path;
 }
 
-Settings read_settings(s_ekva *const *conf) {
+Settings read_settings(s_ekva *const *conf, Reports *reports) {
     Settings settings;
     const char *dirs = ekva_getval(conf, "vrc_dirs");
     for (std::string_view left = dirs ? dirs : ""; !left.empty();) {
         const size_t comma = std::min(left.find(','), left.size());
-        std::string dir = clean_path(left.substr(0, comma), "vrc_dirs");
+        std::string dir = clean_path(left.substr(0, comma), "vrc_dirs", reports);
         if (!dir.empty() && std::ranges::find(settings.dirs, dir) == settings.dirs.end()) {
             settings.dirs.push_back(std::move(dir));
         }
         left.remove_prefix(std::min(comma + 1, left.size()));
     }
     const char *cache = ekva_getval(conf, "vrc_dirs_cache");
-    settings.cache = clean_path(cache ? cache : "/var/cache/vrm", "vrc_dirs_cache");
+    settings.cache = clean_path(cache ? cache : "/var/cache/vrm", "vrc_dirs_cache", reports);
     return settings;
 }
 
 void Catalogue::load() {
-    index_ = open_index(settings_.cache);
+    index_ = open_index(settings_.cache, &reports_);
     if (index_ && !index_->is_of(settings_.dirs)) {
         log_say(LEVEL_INFO, "vrc-dirs: the index is of other directories; a refresh is needed");
         index_ = nullptr;
@@ -56,7 +56,7 @@ void Catalogue::load() {
 
 void Catalogue::drop_if_damaged() {
     if (index_ && index_->is_damaged()) {
-        log_say(LEVEL_WARNING, "vrc-dirs: the index is damaged; a refresh is needed");
+        reports_.warn("the index is damaged; a refresh is needed");
         index_ = nullptr;
     }
 }

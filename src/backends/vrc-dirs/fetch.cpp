@@ -4,9 +4,9 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cinttypes>
-#include <cstring>
+#include <cstdint>
 #include <filesystem>
+#include <string>
 #include <string_view>
 
 #include "support/file.h"
@@ -31,54 +31,54 @@ static bool lies_below(const std::vector<std::string> &dirs, std::string_view pa
     return false;
 }
 
-static int copy_blocks(const char *path, FILE *in, FILE *out) {
+// Reports why the file of a package can't be had; the result of the fetch.
+static int fail(const vri &package, Reports *reports, const std::string &text, int error = 0) {
+    reports->fail(text, error, package.absolute_uri, package.name);
+    return -1;
+}
+
+static int copy_blocks(const vri &package, FILE *in, FILE *out, Reports *reports) {
+    const std::string path = package.absolute_uri;
     std::string block(block_size, '\0');
     int64_t written = 0;
     size_t got;
     while ((got = fread(block.data(), 1, block.size(), in)) > 0) {
         written += static_cast<int64_t>(got);
         if (written > int64_t{largest_fetch}) {
-            log_say(LEVEL_ERROR, "vrc-dirs: %s grew to 2 GiB while it was read", path);
-            return -1;
+            return fail(package, reports, path + " grew to 2 GiB while it was read");
         }
         if (fwrite(block.data(), 1, got, out) != got) {
-            log_say(LEVEL_ERROR, "vrc-dirs: failed to write the bytes of %s: %s", path,
-                    strerror(errno));
-            return -1;
+            return fail(package, reports, "failed to write the bytes of " + path, errno);
         }
     }
     if (ferror(in)) {
-        log_say(LEVEL_ERROR, "vrc-dirs: failed to read %s: %s", path, strerror(errno));
-        return -1;
+        return fail(package, reports, "failed to read " + path, errno);
     }
     if (fflush(out) != 0) {
-        log_say(LEVEL_ERROR, "vrc-dirs: failed to write the bytes of %s: %s", path,
-                strerror(errno));
-        return -1;
+        return fail(package, reports, "failed to write the bytes of " + path, errno);
     }
     return static_cast<int>(written);
 }
 
-int fetch(const std::vector<std::string> &dirs, const vri &package, FILE *out) {
-    const char *path = package.absolute_uri;
-    if (!path || !lies_below(dirs, path)) {
-        log_say(LEVEL_ERROR, "vrc-dirs: %s lies in none of the configured directories",
-                path ? path : "a record without a path");
-        return -1;
+int fetch(const std::vector<std::string> &dirs, const vri &package, FILE *out, Reports *reports) {
+    const std::string path = package.absolute_uri ? package.absolute_uri : "";
+    if (path.empty() || !lies_below(dirs, path)) {
+        return fail(package, reports,
+                    (package.absolute_uri ? path : "a record without a path") +
+                        " lies in none of the configured directories");
     }
     struct stat status = {};
-    const own_file in(fopen_regular(path, &status));
+    const own_file in(fopen_regular(path.c_str(), &status));
     if (!in) {
-        log_say(LEVEL_ERROR, "vrc-dirs: failed to open %s: %s", path, strerror(errno));
-        return -1;
+        return fail(package, reports, "failed to open " + path, errno);
     }
     if (status.st_size > int64_t{largest_fetch}) {
-        log_say(LEVEL_ERROR, "vrc-dirs: %s is too large to be fetched: %" PRId64 " bytes", path,
-                static_cast<int64_t>(status.st_size));
-        return -1;
+        return fail(
+            package, reports,
+            path + " is too large to be fetched: " + std::to_string(status.st_size) + " bytes");
     }
     static_cast<void>(posix_fadvise(fileno(in.get()), 0, 0, POSIX_FADV_SEQUENTIAL));
-    return copy_blocks(path, in.get(), out);
+    return copy_blocks(package, in.get(), out, reports);
 }
 
 }  // namespace vrc_dirs

@@ -54,7 +54,7 @@ bool write_and_rename(int file, std::string_view bytes, const char *from, const 
 
 }  // namespace
 
-std::unique_ptr<Index> open_index(const std::string &directory) {
+std::unique_ptr<Index> open_index(const std::string &directory, Reports *reports) {
     if (directory.empty()) {
         return nullptr;
     }
@@ -65,29 +65,26 @@ std::unique_ptr<Index> open_index(const std::string &directory) {
     struct stat status = {};
     if (!file.valid() || fstat(file.get(), &status) != 0) {
         if (errno != ENOENT && errno != ENOTDIR) {
-            log_say(LEVEL_WARNING, "vrc-dirs: cannot open the index %s: %s", path.c_str(),
-                    strerror(errno));
+            reports->warn("cannot open the index " + path, errno, path.c_str());
         }
         return nullptr;
     }
     const bool is_ours = status.st_uid == 0 || status.st_uid == geteuid();
     if (!S_ISREG(status.st_mode) || !is_ours || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        log_say(LEVEL_WARNING,
-                "vrc-dirs: not using the index %s: it is not a file that only root or the caller "
-                "can write to",
-                path.c_str());
+        reports->warn("not using the index " + path +
+                          ": it is not a file that only root or the caller can write to",
+                      0, path.c_str());
         return nullptr;
     }
     auto index = Index::mapped(file.get(), static_cast<uint64_t>(status.st_size));
     if (!index) {
-        log_say(LEVEL_WARNING,
-                "vrc-dirs: not using the index %s: it is damaged or of another version",
-                path.c_str());
+        reports->warn("not using the index " + path + ": it is damaged or of another version", 0,
+                      path.c_str());
     }
     return index;
 }
 
-bool store_index(const std::string &directory, std::string_view bytes) {
+bool store_index(const std::string &directory, std::string_view bytes, Reports *reports) {
     if (directory.empty()) {
         return false;
     }
@@ -100,8 +97,12 @@ bool store_index(const std::string &directory, std::string_view bytes) {
     const bool stored = file.valid() && write_and_rename(file.get(), bytes, temporary.c_str(),
                                                          path_in(directory).c_str());
     if (!stored) {
-        log_say(LEVEL_INFO, "vrc-dirs: cannot keep the index in %s, working from memory: %s",
-                directory.c_str(), strerror(errno));
+        const std::string text = "cannot keep the index in " + directory + ", working from memory";
+        if (geteuid() == 0) {
+            reports->warn(text, errno, directory.c_str());
+        } else {
+            log_say(LEVEL_INFO, "vrc-dirs: %s: %s", text.c_str(), strerror(errno));
+        }
         if (file.valid()) {
             unlink(temporary.c_str());
         }

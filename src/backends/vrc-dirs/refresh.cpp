@@ -4,8 +4,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cinttypes>
-#include <cstring>
 #include <deque>
 #include <unordered_map>
 #include <utility>
@@ -90,6 +88,8 @@ class KnownFiles {
 // Puts the next index together.
 class Collector {
  public:
+    explicit Collector(Reports *reports) : reports_(reports) {}
+
     // True when the file was known to the source.
     bool take_known(const KnownFiles &source, const FoundFile &file) {
         const KnownFiles::File *known = source.find(file);
@@ -120,12 +120,12 @@ class Collector {
         own_vri info(opened.valid() ? vrm_vrf_info(nullptr, path, 0) : nullptr);
         const bool whole = info && info->filehash;
         if (!opened.valid() || (!whole && !is_readable(opened.get(), file.stamp.size))) {
-            log_say(LEVEL_WARNING, "vrc-dirs: skipping %s: %s", path, strerror(errno));
+            reports_->skipped_file(file.path, errno);
             return false;
         }
         struct stat status = {};
         if (stat(path, &status) != 0 || stamp_of(status) != file.stamp) {
-            log_say(LEVEL_WARNING, "vrc-dirs: skipping %s: it changed while it was read", path);
+            reports_->skipped_file(file.path, "it changed while it was read");
             return false;
         }
         if (!info) {
@@ -145,17 +145,15 @@ class Collector {
  private:
     void skip(const FoundFile &file) {
         if (file.stamp.size > largest_fetch) {
-            log_say(LEVEL_WARNING,
-                    "vrc-dirs: skipping %s: too large: %" PRIu64
-                    " bytes, and a fetch delivers less than 2 GiB",
-                    file.path.c_str(), file.stamp.size);
+            reports_->skipped_file(file.path, "too large: " + std::to_string(file.stamp.size) +
+                                                  " bytes, and a fetch delivers less than 2 GiB");
         } else {
-            log_say(LEVEL_WARNING, "vrc-dirs: skipping %s: not a package file, or a damaged one",
-                    file.path.c_str());
+            reports_->damaged_file(file.path);
         }
         skipped_.push_back({file.path, file.stamp});
     }
 
+    Reports *reports_;
     std::vector<NewRecord> records_;
     std::vector<NewSkip> skipped_;
     // What the views of records that were read are views of.
@@ -166,11 +164,11 @@ class Collector {
 }  // namespace
 
 void Catalogue::store() {
-    if (!store_index(settings_.cache, index_->bytes())) {
+    if (!store_index(settings_.cache, index_->bytes(), &reports_)) {
         return;
     }
     // From here on it needs no memory of ours, unless someone else has just put another there.
-    auto stored = open_index(settings_.cache);
+    auto stored = open_index(settings_.cache, &reports_);
     if (stored && stored->is_of(settings_.dirs)) {
         index_ = std::move(stored);
     }
@@ -178,11 +176,12 @@ void Catalogue::store() {
 
 bool Catalogue::refresh() {
     if (settings_.dirs.empty()) {
-        log_say(LEVEL_ERROR, "vrc-dirs: vrc_dirs names no directory");
+        reports_.fail("vrc_dirs names no directory");
         return false;
     }
-    const Scan found = scan(settings_.dirs);
+    const Scan found = scan(settings_.dirs, &reports_);
     if (found.directories_read == 0) {
+        // Each of them was reported.
         log_say(LEVEL_ERROR, "vrc-dirs: none of the configured directories can be read");
         return false;
     }
@@ -190,7 +189,7 @@ bool Catalogue::refresh() {
     // Another process may have left a newer index since. A mapped one of ours is its predecessor
     // and has nothing to add; one in memory has. What was read of a file holds for any list of
     // directories.
-    std::unique_ptr<Index> on_disk = open_index(settings_.cache);
+    std::unique_ptr<Index> on_disk = open_index(settings_.cache, &reports_);
     const bool ours_adds = index_ && !(on_disk && index_->is_mapped());
     std::vector<KnownFiles> sources;
     for (const Index *index : {on_disk.get(), ours_adds ? index_.get() : nullptr}) {
@@ -203,7 +202,7 @@ bool Catalogue::refresh() {
         }
     }
 
-    Collector collector;
+    Collector collector(&reports_);
     std::vector<size_t> taken(sources.size());
     size_t fresh = 0;
     for (const FoundFile &file : found.files) {

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "support/log.h"
 #include "support/own.h"
 
 namespace vrc_dirs {
@@ -17,13 +16,12 @@ namespace {
 
 // The first directory may be a link, those below may not. Each is opened by its whole path, so that
 // a deep tree costs no descriptors.
-own_dir open_directory(const std::string &path, bool may_be_link) {
+own_dir open_directory(const std::string &path, bool may_be_link, Reports *reports) {
     const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
     const int fd = open(path.c_str(), may_be_link ? flags : flags | O_NOFOLLOW);
     own_dir stream(fd < 0 ? nullptr : fdopendir(fd));
     if (!stream) {
-        log_say(LEVEL_WARNING, "vrc-dirs: cannot read the directory %s: %s", path.c_str(),
-                strerror(errno));
+        reports->unreadable_directory(path, errno, false);
         if (fd >= 0) {
             close(fd);
         }
@@ -46,12 +44,12 @@ bool is_package_name(const char *name) {
 }
 
 void add_file(int parent, const char *name, const std::string &path, size_t relative_at,
-              std::vector<FoundFile> *files) {
+              std::vector<FoundFile> *files, Reports *reports) {
     struct stat status = {};
     if (fstatat(parent, name, &status, 0) != 0) {
-        log_say(LEVEL_WARNING, "vrc-dirs: skipping %s: %s", path.c_str(), strerror(errno));
+        reports->skipped_file(path, errno);
     } else if (!S_ISREG(status.st_mode)) {
-        log_say(LEVEL_WARNING, "vrc-dirs: skipping %s: not a regular file", path.c_str());
+        reports->skipped_file(path, "not a regular file");
     } else {
         files->push_back({path, static_cast<uint32_t>(relative_at), stamp_of(status)});
     }
@@ -59,8 +57,9 @@ void add_file(int parent, const char *name, const std::string &path, size_t rela
 
 // Adds a directory's files, and its directories to those that wait.
 bool list_directory(const std::string &path, bool is_first, size_t relative_at,
-                    std::vector<FoundFile> *files, std::vector<std::string> *waiting) {
-    const own_dir stream = open_directory(path, is_first);
+                    std::vector<FoundFile> *files, std::vector<std::string> *waiting,
+                    Reports *reports) {
+    const own_dir stream = open_directory(path, is_first, reports);
     if (!stream) {
         return false;
     }
@@ -73,32 +72,31 @@ bool list_directory(const std::string &path, bool is_first, size_t relative_at,
             if (is_directory(fd, *entry)) {
                 waiting->push_back(base + name);
             } else if (is_package_name(name)) {
-                add_file(fd, name, base + name, relative_at, files);
+                add_file(fd, name, base + name, relative_at, files, reports);
             }
         }
         errno = 0;
     }
     if (errno != 0) {
-        log_say(LEVEL_WARNING, "vrc-dirs: cannot read all of the directory %s: %s", path.c_str(),
-                strerror(errno));
+        reports->unreadable_directory(path, errno, true);
     }
     return true;
 }
 
 }  // namespace
 
-Scan scan(const std::vector<std::string> &dirs) {
+Scan scan(const std::vector<std::string> &dirs, Reports *reports) {
     Scan result;
     for (const std::string &dir : dirs) {
         const size_t relative_at = dir == "/" ? 1 : dir.size() + 1;
         std::vector<std::string> waiting;
-        if (list_directory(dir, true, relative_at, &result.files, &waiting)) {
+        if (list_directory(dir, true, relative_at, &result.files, &waiting, reports)) {
             result.directories_read++;
         }
         while (!waiting.empty()) {
             const std::string path = std::move(waiting.back());
             waiting.pop_back();
-            list_directory(path, false, relative_at, &result.files, &waiting);
+            list_directory(path, false, relative_at, &result.files, &waiting, reports);
         }
     }
     std::vector<FoundFile> &files = result.files;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "backends/vrc-dirs/index.h"
+#include "backends/vrc-dirs/reports.h"
 
 namespace vrc_dirs {
 
@@ -22,7 +23,7 @@ struct Scan {
 
 // Lists the regular files, or links to such, named *.vrk in the directories and below. A file below
 // two of them counts for the first. What can't be read, and what bears the name but is of another
-// kind, is told at WARNING and left out. No file is opened.
-Scan scan(const std::vector<std::string> &dirs);
+// kind, is reported and left out. No file is opened.
+Scan scan(const std::vector<std::string> &dirs, Reports *reports);
 
 }  // namespace vrc_dirs

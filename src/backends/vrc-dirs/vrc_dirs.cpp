@@ -21,9 +21,10 @@
 // package is skipped with a WARNING, a damaged file as well as one of another kind, or one whose
 // description refers to another file, and is not read again before it changes; only a file whose
 // bytes can't be had is tried at each refresh. A file of 2 GiB or more is skipped without being
-// read, since it could not be fetched. A directory that is missing or can't be read is told by a
-// WARNING and holds nothing. A refresh fails only when `vrc_dirs` names no directory or none of
-// them could be read; the view then stays what it was.
+// read, since it could not be fetched. A directory that is missing or can't be read holds nothing.
+// Each refresh reports all of these, also those that an earlier one reported: they are missing in
+// the catalogue still. A refresh fails only when `vrc_dirs` names no directory or none of them could
+// be read; the view then stays what it was.
 //
 // What is known without a refresh. The last refresh leaves its view in the index file,
 // "vrc-dirs.index". A connection starts with it, without a look at the directories, if it is of the
@@ -37,12 +38,13 @@
 // name and the description makes and tests every record.
 //
 // A backend owns nothing in the program but its connection: it is linked with a copy of the engine
-// of its own, exports the five functions alone, and shares only the log object that it is given.
-#include "repository/vrc.h"
+// of its own, exports what vrm/vrc_backend.h declares alone, and shares only the log object that it
+// is given. What the user should know it reports to the program, which logs it, or logs it itself.
+#include "vrm/vrc_backend.h"
 
 #include <exception>
 #include <memory>
-#include <type_traits>
+#include <string>
 
 #include "backends/vrc-dirs/catalogue.h"
 #include "backends/vrc-dirs/fetch.h"
@@ -50,13 +52,23 @@
 
 using vrc_dirs::Catalogue;
 
+static void report_failure(Catalogue *catalogue, const char *what,
+                           const std::exception &problem) try {
+    catalogue->reports().fail(std::string("failed to ") + what + ": " + problem.what());
+} catch (const std::exception &) {
+    // There is no memory for a sentence either.
+    log_say(LEVEL_ERROR, "vrc-dirs: failed to %s: %s", what, problem.what());
+}
+
 extern "C" {
+
+const uint32_t vrc_abi = VRC_ABI;
 
 void *vrc_connect(s_ekva **sys_conf, void *log) {
     // This copy of the engine logs to the program's log, whichever connection came last.
     llog = static_cast<log_object *>(log);
     try {
-        auto catalogue = std::make_unique<Catalogue>(vrc_dirs::read_settings(sys_conf));
+        auto catalogue = std::make_unique<Catalogue>(sys_conf);
         catalogue->load();
         return catalogue.release();
     } catch (const std::exception &problem) {
@@ -65,40 +77,51 @@ void *vrc_connect(s_ekva **sys_conf, void *log) {
     }
 }
 
+void vrc_set_report(void *connection, vrc_report_function report, void *context) {
+    if (connection) {
+        static_cast<Catalogue *>(connection)->reports().set_receiver(report, context);
+    }
+}
+
 int vrc_refresh(void *connection) {
-    if (!connection) {
+    auto *const catalogue = static_cast<Catalogue *>(connection);
+    if (!catalogue) {
         return 1;
     }
     try {
-        return static_cast<Catalogue *>(connection)->refresh() ? 0 : 1;
+        catalogue->reports().end_waiting();
+        return catalogue->refresh() ? 0 : 1;
     } catch (const std::exception &problem) {
-        log_say(LEVEL_ERROR, "vrc-dirs: failed to refresh: %s", problem.what());
+        report_failure(catalogue, "refresh", problem);
         return 1;
     }
 }
 
 int vrc_findpkg(void *connection, const char *name, const char *variant, const char *version, int,
                 s_ekva **filter, vri ***out) {
-    if (!connection || !out) {
+    auto *const catalogue = static_cast<Catalogue *>(connection);
+    if (!catalogue || !out) {
         return 0;
     }
     try {
-        return static_cast<Catalogue *>(connection)->find({name, variant, version, filter}, out);
+        catalogue->reports().end_waiting();
+        return catalogue->find({name, variant, version, filter}, out);
     } catch (const std::exception &problem) {
-        log_say(LEVEL_ERROR, "vrc-dirs: failed to search: %s", problem.what());
+        report_failure(catalogue, "search", problem);
         return 0;
     }
 }
 
 int vrc_readpkg(void *connection, vri *package, FILE *out) {
-    if (!connection || !package || !out) {
+    auto *const catalogue = static_cast<Catalogue *>(connection);
+    if (!catalogue || !package || !out) {
         return -1;
     }
     try {
-        const Catalogue &catalogue = *static_cast<Catalogue *>(connection);
-        return vrc_dirs::fetch(catalogue.settings().dirs, *package, out);
+        catalogue->reports().end_waiting();
+        return vrc_dirs::fetch(catalogue->settings().dirs, *package, out, &catalogue->reports());
     } catch (const std::exception &problem) {
-        log_say(LEVEL_ERROR, "vrc-dirs: failed to read a package: %s", problem.what());
+        report_failure(catalogue, "read a package", problem);
         return -1;
     }
 }
@@ -108,10 +131,3 @@ void vrc_release(void *connection) {
 }
 
 }  // extern "C"
-
-// The functions are those that the loader calls.
-static_assert(std::is_same_v<decltype(&vrc_connect), vrc_connect_function>);
-static_assert(std::is_same_v<decltype(&vrc_refresh), vrc_refresh_function>);
-static_assert(std::is_same_v<decltype(&vrc_findpkg), vrc_findpkg_function>);
-static_assert(std::is_same_v<decltype(&vrc_readpkg), vrc_readpkg_function>);
-static_assert(std::is_same_v<decltype(&vrc_release), vrc_release_function>);
