@@ -18,6 +18,7 @@ static std::set<std::string> told_warnings;
 static size_t reasons = 0;
 static rollback undone = rollback::none;
 static std::optional<kept_reasons> kept;
+static bool no_catalogue = false;
 static int directories = 0;
 
 bool was_explained() {
@@ -48,6 +49,10 @@ void tell_failure(const char *format, ...) {
     vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     tell_with_cause(text);
+}
+
+void expect_no_catalogue() {
+    no_catalogue = true;
 }
 
 int unreadable_directories() {
@@ -113,6 +118,20 @@ void tell_reasons(kept_reasons given) {
     last_cause = std::move(given.cause);
 }
 
+// The sentence of an event where there is no catalogue.
+static sentence sentence_without_catalogue(const event &happened) {
+    switch (happened.kind) {
+        case event_kind::catalogue_not_connected:
+        case event_kind::not_in_catalogue:
+            return {sentence_sort::nothing, ""};
+        case event_kind::dependency_not_found:
+            return {sentence_sort::reason,
+                    fill_in("{package} needs {other}, which is not installed", happened)};
+        default:
+            return sentence_of(happened);
+    }
+}
+
 static void take(const event &happened) {
     // An interruption may be sent to a configuration command alone; only its end says so.
     if (happened.kind == event_kind::configuration_failed ||
@@ -124,7 +143,7 @@ static void take(const event &happened) {
         happened.kind == event_kind::catalogue_directory_cut) {
         directories++;
     }
-    sentence said = sentence_of(happened);
+    sentence said = no_catalogue ? sentence_without_catalogue(happened) : sentence_of(happened);
     switch (said.sort) {
         case sentence_sort::nothing:
             break;

@@ -35,6 +35,10 @@ rollback take_rollback();
 // nothing to undo, and the sentence is as it was.
 std::string with_rollback(const std::string &failed, rollback how);
 
+// There is no catalogue, and the reason was printed. From here on nothing is said that only follows
+// from it: what nobody could look up was not looked for in vain.
+void expect_no_catalogue();
+
 // How many directories of the catalogue could not be read, or only in part, so far.
 int unreadable_directories();
 

@@ -194,12 +194,14 @@ bool session::connect() {
             "backend in %s",
             vrc_filename ? vrc_filename : "of the configuration", vrm_default_conf,
             vrm_backend_dir);
+        expect_no_catalogue();
         return false;
     }
     vrc = pvrm_vrc_connect(config_.get(), llog);
     if (!vrc) {
         tell_failure("the catalogue backend %s gives no connection; its settings are in %s",
                      vrc_filename, vrm_default_conf);
+        expect_no_catalogue();
         return false;
     }
     vrm_vrc_watch(vrc);

@@ -37,7 +37,8 @@ int word_depends(const common_options &options, const std::string &what,
     if (!work.has_directories({"installed"})) {
         return EXIT_FAILED;
     }
-    work.connect();  // without a catalogue the walk ends at what can't be found, and says so
+    // Without a catalogue the walk ends at what can't be found.
+    const bool connected = work.connect();
     std::vector<char *> dir_array = as_array(dirs);
     const own_vrt tree = work.look_up([&] {
         vrt *made = nullptr;
@@ -47,7 +48,7 @@ int word_depends(const common_options &options, const std::string &what,
         return own_vrt(made);
     });
     if (!tree) {
-        const std::string said = vrmui->text;
+        const std::string said = connected ? vrmui->text : "";
         const std::string reason = said.substr(0, said.find('\n'));
         tell_failure("%s", reason.empty() ? ("what " + what + " needs can't be told").c_str()
                                           : reason.c_str());

@@ -64,10 +64,14 @@ void upgrade::tell_not_offered(const std::string &name) {
     if (all_) {
         return;
     }
+    failed_ = true;
+    if (!work_.catalogue()) {
+        tell_problem("%s can't be upgraded", name.c_str());
+        return;
+    }
     const own_vri installed(vrm_vrl_info(work_.repository(), name.c_str()));
     tell_problem("%s can't be upgraded: its variant %s is not in the package catalogue",
                  name.c_str(), installed && installed->variant ? installed->variant : "default");
-    failed_ = true;
 }
 
 // Tells why there is no plan for a package, if there is none for the package's own sake. What is

@@ -282,6 +282,39 @@ use_backend() { # NAME
     sed -i "s/^vrc_backend=.*/vrc_backend=$1/" /etc/vrm.conf
 }
 
+@test "without a backend nothing is said of what the catalogue lacks" {
+    local gone="pvrm: the catalogue backend missing.so can't be loaded: correct vrc_backend in /etc/vrm.conf, or install the backend in /usr/lib/vrm"
+    file=$(package app needs=lib)
+    pvrm install "$(package have)"
+    use_backend missing.so
+    local failed=''
+    check() { # EXPECTED WORD...
+        run --separate-stderr pvrm "${@:2}"
+        # The first line is the loader's.
+        [[ $status == 1 && ${stderr#*$'\n'} == "$gone$1" ]] || failed+="${*:2}: $stderr"$'\n'
+    }
+    check $'\npvrm: foo can\'t be installed' install foo
+    check $'\npvrm: foo can\'t be installed\npvrm: bar can\'t be installed' install -n foo bar
+    check $'\npvrm: app needs lib, which is not installed\npvrm: '"$file can't be installed" \
+        install "$file"
+    check $'\npvrm: have can\'t be upgraded' upgrade have
+    check '' upgrade
+    check $'\npvrm: what foo needs can\'t be told' depends foo
+    check $'\npvrm: app needs lib, which is not installed\npvrm: what '"$file needs can't be told" \
+        depends "$file"
+    check '' info foo
+    check '' search foo
+    check '' refresh
+    use_backend text.so
+    touch "$repository/catalogue.no-connection"
+    run --separate-stderr pvrm install foo
+    use_backend text.so
+    assert_equal "$failed" ''
+    assert_equal "$stderr" "\
+pvrm: the catalogue backend text.so gives no connection; its settings are in /etc/vrm.conf
+pvrm: foo can't be installed"
+}
+
 @test "a backend for another interface is refused, and one without a number is of the first" {
     build_text_backend later.so -DABI=99
     use_backend later.so
