@@ -104,7 +104,7 @@ assert_name_refused() { # NAME
 @test "a name of 300 letters" {
     with_value evrkName "$(printf 'a%.0s' {1..300})"
     attack pvrm -y install "$vrk"
-    assert_repelled 'File name too long'
+    assert_repelled 'too long'
 }
 
 @test "a name of 3,000 letters" {

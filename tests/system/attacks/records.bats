@@ -21,8 +21,8 @@ sound() { # NAME VERSION
     seal
 }
 
-assert_record_refused() { # WHAT THE CATALOGUE SAYS, AND OTHERS
-    assert_repelled 'cannot install' 'the catalogue says' "$@"
+assert_record_refused() { # WORD...
+    assert_repelled 'cannot install' 'the catalogue' 'its signed description' "$@"
 }
 
 @test "a record of a higher version" {
@@ -66,14 +66,14 @@ assert_record_refused() { # WHAT THE CATALOGUE SAYS, AND OTHERS
     seal
     offer known foo '' 1.0 1 'The package foo for tests' '' "$vrk"
     attack pvrm -y install foo
-    assert_record_refused missing
+    assert_record_refused dependencies
 }
 
 @test "a record with a dependency more" {
     sound foo 1.0
     offer known foo '' 1.0 1 'The package foo for tests' hello "$vrk"
     attack pvrm -y install foo
-    assert_record_refused hello
+    assert_record_refused dependencies
 }
 
 @test "a record of another architecture" {
@@ -91,7 +91,7 @@ assert_record_refused() { # WHAT THE CATALOGUE SAYS, AND OTHERS
     sound foo 1.0
     offer known foo '' 1.0 1 'What everybody needs' '' "$vrk"
     attack pvrm -y install foo
-    assert_record_refused 'What everybody needs'
+    assert_record_refused 'differ in the description'
 }
 
 @test "a name in a catalogue that leads elsewhere" {
