@@ -135,7 +135,11 @@ static bool unpack(FILE *stream, const char *path) {
         archive_write_free(writer);
         return false;
     }
-    archive_write_disk_set_options(writer, ARCHIVE_EXTRACT_PERM | ARCHIVE_EXTRACT_TIME);
+    // What is in the payload is not believed before it is compared with its description, so nothing
+    // of it may get out of the working directory.
+    archive_write_disk_set_options(
+        writer, ARCHIVE_EXTRACT_PERM | ARCHIVE_EXTRACT_TIME | ARCHIVE_EXTRACT_SECURE_NODOTDOT |
+                    ARCHIVE_EXTRACT_SECURE_NOABSOLUTEPATHS | ARCHIVE_EXTRACT_SECURE_SYMLINKS);
     if (!open_payload(reader.get(), stream)) {
         report({.kind = event_kind::payload_not_readable, .other = error_of(reader.get())});
         archive_write_free(writer);

@@ -111,6 +111,12 @@ int vrm_clear_stage(vrm_handle *handle, const vri *package) {
             !is_stage_trusted(me, handle, stage)) {
             return -1;
         }
+        // A path that is too long is reported where it is formed.
+        struct stat status;
+        if (lstat(stage.base.c_str(), &status) != 0 &&
+            (errno == ENOENT || errno == ENAMETOOLONG)) {
+            return 0;
+        }
         if (holds_files(stage.old)) {
             report({.kind = event_kind::backups_in_the_way,
                     .package = stage.puname,

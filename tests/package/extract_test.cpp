@@ -287,11 +287,10 @@ TEST_F(VrmVrfExtract, ReportsAWorkingDirectoryThatIsGone) {
 }
 
 TEST_F(VrmVrfExtract, ReportsThatItCannotGoBack) {
-    // Paths of members are trusted: one of them replaces the directory that the caller stands in.
-    repo_.dir().write("tree/one/two", "");
+    // A member replaces the directory that the caller stands in.
     repo_.dir().write("tree/caller", "a file");
-    cpio_of(repo_.dir() / "tree/one", "../caller\\n");
-    const std::string caller = repo_.dir() / "caller";
+    cpio_of(repo_.dir() / "tree", "caller\\n");
+    const std::string caller = fs::path(target_) / "caller";
     fs::create_directory(caller);
     {
         const WorkingDir there(caller);
