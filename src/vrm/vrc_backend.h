@@ -30,10 +30,8 @@
 #ifndef VRM_VRC_BACKEND_H
 #define VRM_VRC_BACKEND_H
 
-// NOLINTBEGIN(modernize-deprecated-headers): a C compiler has no others.
 #include <stdint.h>
 #include <stdio.h>
-// NOLINTEND(modernize-deprecated-headers)
 
 #define VRC_ABI 2
 
