@@ -9,14 +9,14 @@
 #include "repository/saved_files.h"
 #include "support/event.h"
 
-// Whether there is something that could be lost. A directory is never replaced. What can't be
-// looked at is not passed over: it can't be kept.
+// Whether there is something that could be lost: only files and links are ever replaced. What can't
+// be looked at is not passed over: it can't be kept.
 static bool can_be_lost(const char *path) {
     struct stat status;
     if (lstat(path, &status) != 0) {
         return errno != ENOENT && errno != ENOTDIR;
     }
-    return !S_ISDIR(status.st_mode);
+    return S_ISREG(status.st_mode) || S_ISLNK(status.st_mode);
 }
 
 static std::vector<std::string> unowned_files(char *const *written, char *const *old_files,

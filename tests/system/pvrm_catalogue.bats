@@ -334,7 +334,7 @@ pvrm: the catalogue backend later.so can't be loaded: correct vrc_backend in /et
 
     build_text_backend first.so -DABI=0
     echo '5|0||not asked for' >"$repository/catalogue.reports"
-    offer foo '' 1.0 1 'The package foo' '' "$(package foo)"
+    offer foo '' 1.0 1 'The package foo for tests' '' "$(package foo)"
     use_backend first.so
     run --separate-stderr pvrm install foo
     use_backend text.so
@@ -366,7 +366,7 @@ pvrm: an error: Input/output error'
 pvrm: the package catalogue is up to date, except for what cannot be read"
 
     # A word that finds the catalogue empty refreshes it, and then goes on.
-    offer foo '' 1.0 1 'The package foo' '' "$(package foo)"
+    offer foo '' 1.0 1 'The package foo for tests' '' "$(package foo)"
     for word in 'search foo' 'info foo' 'depends foo' 'install foo'; do
         : >"$repository/catalogue.known"
         # shellcheck disable=SC2086
