@@ -1,5 +1,7 @@
 #include "pvrm/engine_report.h"
 
+#include <unistd.h>
+
 #include <cstdarg>
 #include <cstdio>
 #include <exception>
@@ -9,6 +11,8 @@
 
 #include "pvrm/interruption.h"
 #include "pvrm/tell.h"
+#include "repository/repository.h"
+#include "support/file.h"
 #include "support/log.h"
 #include "ui/sentences.h"
 
@@ -132,7 +136,26 @@ static sentence sentence_without_catalogue(const event &happened) {
     }
 }
 
+static vrm_handle *open_repository = nullptr;
+
+void report_engine_of(vrm_handle *repository) {
+    open_repository = repository;
+}
+
+static bool is_being_made(const event &happened) {
+    if (happened.kind != event_kind::entry_damaged || !open_repository) {
+        return false;
+    }
+    const pid_t holder = vrm_lock_holder(open_repository);
+    const std::string record = std::string(ekva_getval(open_repository->dirs, "installed")) + "/" +
+                               std::string(happened.package) + "/inst.txt";
+    return holder > 0 && holder != getpid() && is_missing(record.c_str());
+}
+
 static void take(const event &happened) {
+    if (is_being_made(happened)) {
+        return;
+    }
     // An interruption may be sent to a configuration command alone; only its end says so.
     if (happened.kind == event_kind::configuration_failed ||
         happened.kind == event_kind::hook_failed) {

@@ -7,10 +7,15 @@
 #include <vector>
 
 #include "support/event.h"
+#include "support/handle.h"
 
 // Receives the engine's events from here on: steps go to tell_step, reasons to tell_problem. A
 // reason that was just said is not said again, and a warning is said once.
 void report_engine();
+
+// The repository of this run; null for none. An entry without its record, which is written last, is
+// not called damaged while another process changes the repository: it is just being made.
+void report_engine_of(vrm_handle *repository);
 
 // Tells a failure that the tool itself found, with the cause that the engine gave last behind it.
 void tell_failure(const char *format, ...) __attribute__((format(printf, 1, 2)));

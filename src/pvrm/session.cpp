@@ -61,6 +61,7 @@ session::session(const common_options &given) : options(given) {
 
 session::~session() {
     receive_events(nullptr, nullptr);
+    report_engine_of(nullptr);
     // The connection stays in `vrc`: the backend has no word for its end, and the process ends.
     vrm_cache_free(vrc_cache);
     vrc_cache = nullptr;
@@ -72,6 +73,7 @@ session::~session() {
 
 bool session::open_repository() {
     handle_.reset(vrm_open(nullptr, nullptr));
+    report_engine_of(handle_.get());
     if (!handle_) {
         tell_problem(
             "the configuration %s can't be used; /usr/share/vrm/vrm.conf.sample shows a "

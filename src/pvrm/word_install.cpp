@@ -1,11 +1,16 @@
+#include <set>
 #include <string>
 
+#include "package/vrf.h"
+#include "package/vri.h"
 #include "pvrm/change_job.h"
 #include "pvrm/engine_report.h"
 #include "pvrm/exit_status.h"
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
+#include "repository/choice.h"
 #include "repository/inventory.h"
+#include "repository/vrc.h"
 #include "transaction/install.h"
 #include "transaction/plan_install.h"
 
@@ -22,11 +27,59 @@ class installation : public change_job {
         return vrm_exe_install(work_.repository(), transaction, work_.catalogue(), 1, 0);
     }
     own_vrt make_plan(const std::string &request);
+    std::string missing_choice(const std::string &name) const;
 
     const install_options &what_;
 };
 
 }  // namespace
+
+// "x", "x and y", "x, y and z".
+static std::string enumerated(const std::set<std::string> &names) {
+    std::string text;
+    size_t left = names.size();
+    for (const std::string &name : names) {
+        left--;
+        text += name + (left > 1 ? ", " : left == 1 ? " and " : "");
+    }
+    return (names.size() == 1 ? "there is " : "there are ") + text;
+}
+
+// Why the catalogue has packages of a name and none that was asked for; empty when it has one, or
+// knows nothing of the name.
+std::string installation::missing_choice(const std::string &name) const {
+    const char *variant = what_.has_variant ? what_.variant.c_str() : nullptr;
+    const char *version = what_.version.empty() ? nullptr : what_.version.c_str();
+    void *const catalogue = work_.catalogue();
+    if (!catalogue ||
+        own_vri(vrm_findone_vrc(work_.repository(), name.c_str(), variant, version, catalogue))) {
+        return "";
+    }
+    vri **raw = nullptr;
+    vrm_findpkg(catalogue, name.c_str(), nullptr, nullptr, 5, nullptr, &raw);
+    const own_vri_list offered(raw);
+    std::set<std::string> variants, versions;
+    for (vri *const *one = offered.get(); one && *one; one++) {
+        if ((*one)->name != name) {
+            continue;
+        }
+        variants.insert((*one)->variant && *(*one)->variant ? (*one)->variant : "default");
+        if (!variant || vrm_vri_match(*one, 1, nullptr, variant, nullptr, 5, nullptr)) {
+            versions.insert((*one)->version);
+        }
+    }
+    if (variants.empty()) {
+        return "";
+    }
+    if (variant && versions.empty()) {
+        return name + " has no variant " + (*variant ? variant : "default") + "; " +
+               enumerated(variants);
+    }
+    if (version && !versions.contains(version)) {
+        return name + " has no version " + version + "; " + enumerated(versions);
+    }
+    return name + " has no default variant; " + enumerated(variants) + ": use --variant";
+}
 
 own_vrt installation::make_plan(const std::string &request) {
     vrt *made = nullptr;
@@ -46,6 +99,13 @@ own_vrt installation::plan(const std::string &request) {
     if (own_vri installed{vrm_vrl_info(work_.repository(), name.c_str())}) {
         tell_step("%s is already installed, version %s", name.c_str(), installed->version);
         return nullptr;
+    }
+    if (!vrk_file_is_vrk(request.c_str())) {
+        if (const std::string missing = missing_choice(name); !missing.empty()) {
+            tell_problem("%s", missing.c_str());
+            failed_ = true;
+            return nullptr;
+        }
     }
     own_vrt transaction = work_.look_up([&] { return make_plan(request); });
     if (!transaction) {

@@ -320,6 +320,8 @@
       "to do the rest.")                                                                           \
     X(nothing_to_restore, LEVEL_INFO, "vrm_install_rollback: no files to restore registered")      \
     X(backup_list_not_read, LEVEL_ERROR, "vrm_install_rollback: Failure reading {path}")           \
+    X(new_file_stays, 0, "{path} of {package} was made and stays")                                 \
+    X(replaced_file_lost, 0, "{path} was lost in the rollback of {package}")                       \
     X(rollback_finished, LEVEL_ERROR, "vrm_install_rollback: finished")
 
 #define VRM_EVENTS_OF_REGISTERING(X)                                                               \

@@ -11,6 +11,7 @@
 #include "transaction/install.h"
 #include "transaction/package_change.h"
 #include "transaction/replaced_files.h"
+#include "transaction/rollback_remains.h"
 #include "transaction/stage.h"
 
 namespace {
@@ -21,6 +22,7 @@ struct package_install : package_change {
     std::string entry;  // the inventory directory
     own_array files;    // the data files that are really written; null without data
     settled_links links;
+    rollback_notes notes;
 };
 
 }  // namespace
@@ -47,9 +49,10 @@ static int settle_conflicts(package_install *step) {
         }
         step->files.reset(files);
     }
-    if (!keep_replaced_files(*step, step->files.get(), nullptr, step->links)) {
+    if (!keep_replaced_files(*step, step->files.get(), nullptr, step->links, &step->notes.kept)) {
         return -1;
     }
+    note_absent_places(*step, step->links, &step->notes);
     if (step->verbose) {
         report({.kind = event_kind::installing, .package = step->stage.puname});
     }
@@ -152,6 +155,7 @@ static int install_package(package_install *step) {
     const auto drop_stage = [step] { vrm_vrf_rmdir(step->stage.base.c_str()); };
     const auto roll_back = [step] {
         vrm_install_rollback(step->files.get(), step->stage.old.c_str());
+        report_remains(*step, step->notes);
     };
 
     rc = attempt([step] {

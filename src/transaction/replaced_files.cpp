@@ -42,7 +42,8 @@ static std::vector<std::string> unowned_files(char *const *written, char *const 
 }
 
 bool keep_replaced_files(const package_change &change, char *const *written, char *const *old_files,
-                         const settled_links &links) {
+                         const settled_links &links,
+                         std::vector<std::pair<std::string, std::string>> *kept_files) {
     const std::vector<std::string> files = unowned_files(written, old_files, links);
     saved_change copies(change.handle, change.stage.puname);
     bool kept = true;
@@ -56,6 +57,7 @@ bool keep_replaced_files(const package_change &change, char *const *written, cha
     for (const std::string &file : files) {
         report(
             {.kind = event_kind::replaced_file_kept, .path = file, .other = copies.copy_of(file)});
+        kept_files->emplace_back(file, copies.copy_of(file));
     }
     return true;
 }

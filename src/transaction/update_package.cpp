@@ -17,6 +17,7 @@
 #include "transaction/attempt.h"
 #include "transaction/package_change.h"
 #include "transaction/replaced_files.h"
+#include "transaction/rollback_remains.h"
 #include "transaction/stage.h"
 #include "transaction/swap.h"
 #include "transaction/update.h"
@@ -30,6 +31,7 @@ struct package_update : package_change {
     own_array old_files;  // of the file index; null without one
     own_array del_files, add_files;
     settled_links links;
+    rollback_notes notes;
 };
 
 }  // namespace
@@ -80,9 +82,11 @@ static int settle_files(package_update *step) {
     }
     step->del_files.reset(del_files);
     step->add_files.reset(add_files);
-    if (!keep_replaced_files(*step, step->add_files.get(), step->old_files.get(), step->links)) {
+    if (!keep_replaced_files(*step, step->add_files.get(), step->old_files.get(), step->links,
+                             &step->notes.kept)) {
         return -1;
     }
+    note_absent_places(*step, step->links, &step->notes);
     if (step->verbose) {
         report({.kind = event_kind::updating, .package = step->stage.puname});
     }
@@ -233,6 +237,7 @@ static int update_package(package_update *step) {
     const auto drop_stage = [step] { vrm_vrf_rmdir(step->stage.base.c_str()); };
     const auto roll_back = [step] {
         vrm_install_rollback(step->add_files.get(), step->stage.old.c_str());
+        report_remains(*step, step->notes);
     };
 
     rc = attempt([step] {

@@ -371,6 +371,10 @@ constexpr row rows[] = {
      "{path} could not be put back as it was before: restore it from a backup"},
     {event_kind::nothing_to_restore, sentence_sort::nothing, ""},
     {event_kind::backup_list_not_read, sentence_sort::reason, "Failure reading {path}"},
+    {event_kind::new_file_stays, sentence_sort::reason,
+     "{path} is new and stays: a rollback of {package} leaves it"},
+    {event_kind::replaced_file_lost, sentence_sort::reason,
+     "{path} was lost in the rollback of {package}; its copy is {other}"},
     {event_kind::rollback_finished, sentence_sort::nothing, ""},
     // Registering.
     {event_kind::registration_not_copied, sentence_sort::reason,

@@ -49,13 +49,19 @@ textlib 1.10 -'
     mv "$BATS_TEST_TMPDIR"/kept/* "$repository/packages/"
     pvrm refresh
     assert_status 1
-    assert_line 'pvrm: greet was not found in the package catalogue'
+    assert_line 'pvrm: greet has no variant default; there is lite'
 }
 
 @test "between two variants that are both not the default one nothing is chosen" {
     run pvrm install --dry-run atlas
     assert_status 1
-    assert_line 'pvrm: atlas was not found in the package catalogue'
+    assert_line 'pvrm: atlas has no default variant; there are large and small: use --variant'
+    run pvrm install --dry-run --version 9.9 --variant small atlas
+    assert_status 1
+    assert_line 'pvrm: atlas has no version 9.9; there is 2024.2'
+    run pvrm install --dry-run --variant huge atlas
+    assert_status 1
+    assert_line 'pvrm: atlas has no variant huge; there are large and small'
     assert_equal "$(plan --variant small atlas)" 'atlas 2024.2 small'
 }
 

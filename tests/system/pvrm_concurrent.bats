@@ -20,6 +20,18 @@ teardown() {
     [[ -z $writer ]] || wait "$writer" || true
 }
 
+@test "an entry that is just being made is not called damaged, one that was left is" {
+    mkdir "$repository/installed/half"
+    rm -f /tmp/started /tmp/go
+    start_pvrm install "$(package foo "init/00-add.sh=$waiting_script")"
+    run pvrm list
+    refute_output_has damaged
+    finish
+    assert_status 0
+    run pvrm list
+    assert_line "pvrm: the inventory's entry of half is damaged, and passed over"
+}
+
 # The package "big" with many files, and a configuration file.
 big() { # VERSION
     local files=() i

@@ -217,6 +217,28 @@ setup() {
     refute_installed foo
 }
 
+@test "what a rollback leaves is named" {
+    mkdir -p /usr/share/foo
+    echo mine >/usr/share/foo/mine
+    run pvrm install "$(package foo data/usr/share/foo/mine=theirs conf/etc/foo.conf=new \
+        'info/link.txt=/usr/share|foo|foolink' \
+        'init/99-add.sh=rm -r /usr/share/foo; echo in the way >/usr/share/foo; exit 3')"
+    rm /usr/share/foo
+    assert_status 1
+    assert_line 'pvrm: /etc/foo.conf is new and stays: a rollback of foo_any_1.0 leaves it'
+    assert_line 'pvrm: /usr/share/foolink is new and stays: a rollback of foo_any_1.0 leaves it'
+    assert_output_has 'pvrm: /usr/share/foo/mine was lost in the rollback of foo_any_1.0; its copy is /var/lib/vrm/saved/'
+    rm /etc/foo.conf /usr/share/foolink
+    assert_equal "$(cat /var/lib/vrm/saved/*/usr/share/foo/mine)" mine
+}
+
+@test "a package that fails before it changes anything leaves nothing to name" {
+    run pvrm install "$(package foo conf/etc/foo.conf=new 'init/00-add.sh=exit 3')"
+    assert_status 1
+    refute_output_has stays
+    refute_output_has 'rolled back'
+}
+
 @test "a configuration script that fails is told, and the package stays" {
     run pvrm install "$(package foo 'init/99-cfg.sh=exit 3')"
     assert_status 0
