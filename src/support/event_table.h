@@ -225,6 +225,7 @@
       "{who}: refusing package <{package}>: its {other} is not allowed")                           \
     X(dependency_refused, LEVEL_ERROR,                                                             \
       "{who}: refusing dependency {package} of <{other}>: that name is not allowed")               \
+    X(staged_file_refused, LEVEL_ERROR, "{who}: refusing staged file {path}: {other}")             \
     X(staged_file_not_created, LEVEL_ERROR, "{who}: Failed to open {path} for writing: {reason}")  \
     X(staged_file_not_written, LEVEL_ERROR, "{who}: Failed to write {path}: {reason}")             \
     X(fetched_size_wrong, LEVEL_ERROR,                                                             \

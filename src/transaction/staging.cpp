@@ -81,18 +81,39 @@ bool may_carry_out(const char *who, const vrm_handle *handle, const vrt *transac
     return plan_is_safe(who, transaction) && is_stage_area_trusted(who, handle);
 }
 
-// The place of a staged file, created or emptied. Nothing but a regular file is written to: a pipe
-// without a reader would hold the change up for ever, and behind a link lies anybody's file. The
-// look comes first, as a device must not even be opened. Null with the reason of a failure.
+// Why somebody else could exchange the content of a staged file while it is verified and unpacked,
+// empty when nobody could. Who wrote to the stage area of a former time may have left such a file.
+static std::string foreign_hand(const struct stat &found) {
+    if (found.st_uid != geteuid()) {
+        return "it belongs to user " + std::to_string(found.st_uid);
+    }
+    if ((found.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        return "others may write to it";
+    }
+    return found.st_nlink != 1 ? "it has a second name (a hard link)" : "";
+}
+
+static bool is_own_regular_file(const char *path) {
+    struct stat found;
+    return lstat(path, &found) == 0 && S_ISREG(found.st_mode) && foreign_hand(found).empty();
+}
+
+// The place of a staged file, always a new file: somebody could hold an old one open. Nothing but a
+// regular file gives way to it. Null with the reason of a failure.
 static own_file open_for_fetch(const char *path, const char **why) {
     struct stat found;
-    if (lstat(path, &found) == 0 && !S_ISREG(found.st_mode) && !S_ISDIR(found.st_mode)) {
-        *why = "Not a regular file";
-        return nullptr;
+    if (lstat(path, &found) == 0) {
+        if (!S_ISREG(found.st_mode)) {
+            *why = S_ISDIR(found.st_mode) ? strerror(EISDIR) : "Not a regular file";
+            return nullptr;
+        }
+        if (unlink(path) != 0) {
+            *why = strerror(errno);
+            return nullptr;
+        }
     }
-    static constexpr int flags =
-        O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
-    own_fd fd(open(path, flags, 0666));
+    static constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    own_fd fd(open(path, flags, 0644));
     own_file file = fd.stream("w");
     *why = file ? nullptr : strerror(errno);
     return file;
@@ -125,7 +146,7 @@ static bool is_planned_file(const char *who, const char *staged, const vri *pack
 
 int stage_fetch(const char *who, std::optional<event_kind> announce, void *connection, vri *package,
                 const std::string &path) {
-    if (vrm_stage_have_vrk(path.c_str(), package)) {
+    if (is_own_regular_file(path.c_str()) && vrm_stage_have_vrk(path.c_str(), package)) {
         return 0;
     }
     const char *why;
@@ -169,10 +190,12 @@ int stage_fetch(const char *who, std::optional<event_kind> announce, void *conne
     return 0;
 }
 
-static bool is_same_file(const char *a, const char *b) {
-    struct stat first, second;
-    return stat(a, &first) == 0 && stat(b, &second) == 0 && first.st_dev == second.st_dev &&
-           first.st_ino == second.st_ino;
+// Whether a source is the staged file itself, with its status in `*found`. A link in the place of
+// the staged file is not: the copy takes it away.
+static bool is_staged_file(const char *source, const char *staged, struct stat *found) {
+    struct stat first;
+    return stat(source, &first) == 0 && lstat(staged, found) == 0 &&
+           first.st_dev == found->st_dev && first.st_ino == found->st_ino;
 }
 
 int stage_copy(const char *who, bool announce, const vri *package, const std::string &path) {
@@ -186,12 +209,18 @@ int stage_copy(const char *who, bool announce, const vri *package, const std::st
         return is_planned_file(who, path.c_str(), package, event_kind::copied_file_exchanged,
                                source);
     };
-    if (is_same_file(source, path.c_str())) {
+    struct stat link;
+    if (is_staged_file(source, path.c_str(), &link)) {
+        // It may be the user's only one, so it isn't deleted.
+        if (const std::string why = foreign_hand(link); !why.empty()) {
+            report(
+                {.kind = event_kind::staged_file_refused, .who = who, .path = path, .other = why});
+            return -1;
+        }
         return is_planned() ? 0 : -1;
     }
     // It takes away a link, too, but does not see one that leads nowhere: it would create what that
     // one names.
-    struct stat link;
     if (is_missing(path.c_str()) && lstat(path.c_str(), &link) == 0) {
         unlink(path.c_str());
     }

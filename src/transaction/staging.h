@@ -50,7 +50,9 @@ bool make_stage_directory(const char *who, const vrm_handle *handle, const stage
 // Result: false, with an ERROR line that begins with `who`.
 bool may_carry_out(const char *who, const vrm_handle *handle, const vrt *transaction);
 
-// Gets a package of the catalogue into `path`, unless the very file lies there already.
+// Gets a package of the catalogue into `path`, unless the very file lies there already, as one that
+// the user of the process alone can change: another user's, one that others may write to and one
+// with a second name are replaced.
 // `announce` is the kind of event that says that it begins; none for a quiet fetch.
 // Result: 0, or -1 with an ERROR line that begins with `who`. A half-written file stays: the next
 // attempt sees by its size and digest that it is not the one. A whole file with another SHA-1 than
@@ -59,5 +61,5 @@ int stage_fetch(const char *who, std::optional<event_kind> announce, void *conne
                 const std::string &path);
 
 // Copies a package file of the local system to `path`. Result as above; a staged file that the user
-// named himself stays in any case.
+// named himself stays in any case, and is refused when somebody else could change it.
 int stage_copy(const char *who, bool announce, const vri *package, const std::string &path);

@@ -265,6 +265,9 @@ constexpr row rows[] = {
      "the package {package} is refused: its {other} holds characters that are not allowed"},
     {event_kind::dependency_refused, sentence_sort::reason,
      "the package {package} is refused: it is needed by {other}, a name that is not allowed"},
+    {event_kind::staged_file_refused, sentence_sort::reason,
+     "cannot use the staged file {path}: {other}; copy it to another directory, delete it here, "
+     "and name the copy"},
     {event_kind::staged_file_not_created, sentence_sort::reason,
      "{path} can't be opened for writing: {reason}"},
     {event_kind::staged_file_not_written, sentence_sort::reason,
