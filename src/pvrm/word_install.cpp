@@ -97,6 +97,14 @@ own_vrt installation::plan(const std::string &request) {
         return nullptr;
     }
     if (own_vri installed{vrm_vrl_info(work_.repository(), name.c_str())}) {
+        if (installed->name != name) {
+            tell_problem(
+                "%s can't be installed: its entry in the inventory is that of another package, %s; "
+                "pvrm check offers to delete that entry",
+                name.c_str(), installed->name);
+            failed_ = true;
+            return nullptr;
+        }
         tell_step("%s is already installed, version %s", name.c_str(), installed->version);
         return nullptr;
     }

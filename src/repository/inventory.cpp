@@ -100,6 +100,11 @@ vri *vrm_vrl_info(vrm_handle *handle, const char *name) try {
     return nullptr;
 }
 
+vri *vrm_vrl_own_info(vrm_handle *handle, const char *name) {
+    own_vri info(vrm_vrl_info(handle, name));
+    return info && strcmp(info->name, name) == 0 ? info.release() : nullptr;
+}
+
 vri *vrm_vrl_retired_info(vrm_handle *handle, const char *name) try {
     return is_entry_name(name) ? read_directory(handle, std::string(".") + name + ".old") : nullptr;
 } catch (const std::bad_alloc &) {

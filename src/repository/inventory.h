@@ -24,7 +24,11 @@ const char *vrk_stat_desc(int status);
 // that is empty, begins with a dot or holds a slash is never installed, nor is a link.
 vri *vrm_vrl_info(vrm_handle *handle, const char *name);
 
-// The same of the entry that an update sets aside before it enters the new version. It is there
+// The same, but null when the record has another name than the entry: that of another package says
+// nothing about this one.
+vri *vrm_vrl_own_info(vrm_handle *handle, const char *name);
+
+// As vrm_vrl_info, of the entry that an update sets aside before it enters the new version. It is there
 // only after an update that was cut off.
 vri *vrm_vrl_retired_info(vrm_handle *handle, const char *name);
 

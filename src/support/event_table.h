@@ -210,6 +210,8 @@
       "vrm_chk_delete_reqs: Failure closing directory {path}")                                     \
     X(removal_not_installed, 0, "{package} is not installed, skipping")                            \
     X(removal_needed, 0, "{package} cannot be deleted, {other} depends on it")                     \
+    X(removal_entry_of_another, LEVEL_WARNING,                                                     \
+      "not removing {package}: its entry in the inventory is that of {other}")                     \
     X(not_removable, LEVEL_INFO, "{package} cannot be removed")
 
 #define VRM_EVENTS_OF_FETCHING(X)                                                                  \

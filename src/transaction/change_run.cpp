@@ -71,7 +71,7 @@ void drop_staged_file(const change_run &run, const vri *package) {
 }
 
 bool is_installed_by_now(vrm_handle *handle, const vri *package) {
-    own_vri present(vrm_vrl_info(handle, package->name));
+    own_vri present(vrm_vrl_own_info(handle, package->name));
     if (present) {
         log_say(LEVEL_DEBUG, "skipping installation of %s, was already installed", package->name);
     }

@@ -35,7 +35,7 @@ bool resolve(vrd *record, vri *info, char status, char action) {
 }
 
 bool find_installed(vrm_handle *handle, vrd *record) {
-    if (!resolve(record, vrm_vrl_info(handle, record->name), 'I', 'N')) {
+    if (!resolve(record, vrm_vrl_own_info(handle, record->name), 'I', 'N')) {
         log_say(LEVEL_DEBUG, "ok, dependency %s in not yet installed", record->name);
         return false;
     }

@@ -132,7 +132,7 @@ vrt *vrm_pre_install(vrm_handle *handle, void *vrc, const char *name, const char
         }
         return nullptr;
     }
-    if (own_vri(vrm_vrl_info(handle, candidate->name))) {
+    if (own_vri(vrm_vrl_own_info(handle, candidate->name))) {
         report({.kind = event_kind::already_installed, .package = candidate->name});
         return nullptr;
     }

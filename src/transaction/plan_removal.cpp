@@ -133,6 +133,16 @@ bool orphan_search::make_room(level *opened, int names) {
     return true;
 }
 
+// Whether the entry of that name holds another package's record, which is reported. The removal
+// would take the files and the entry of that other package.
+static bool is_of_another(const char *name, const vri *package) {
+    if (strcmp(package->name, name) == 0) {
+        return false;
+    }
+    report({.kind = event_kind::removal_entry_of_another, .package = name, .other = package->name});
+    return true;
+}
+
 // Puts a candidate on the levels when it has dependencies.
 bool orphan_search::enter(const vri *candidate) {
     if (log_wants(LEVEL_DEBUG)) {
@@ -212,7 +222,8 @@ own_vri orphan_search::find_orphan(const vri *candidate, const char *name) {
         report({.kind = event_kind::dependency_gone, .package = name});
         return nullptr;
     }
-    if (!came_for(candidate, package.get()) || is_needed_elsewhere(candidate, package.get())) {
+    if (is_of_another(name, package.get()) || !came_for(candidate, package.get()) ||
+        is_needed_elsewhere(candidate, package.get())) {
         return nullptr;
     }
     if (telling) {
@@ -327,6 +338,9 @@ vrt *vrm_pre_delete(vrm_handle *handle, const char *name, int mode, vrt **out) t
     if (!package) {
         vrmui_say("%s is not installed, skipping\n", name);
         report({.kind = event_kind::removal_not_installed, .package = name});
+        return nullptr;
+    }
+    if (is_of_another(name, package.get())) {
         return nullptr;
     }
     const dependents_index dependents(handle);

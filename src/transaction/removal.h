@@ -13,7 +13,8 @@
 // value the dependencies that nobody else needs go with it. Reads the disk and changes nothing.
 // Result: a new transaction for vrt_free, also stored in `*out`, with source `L`, action `D`, and
 // in `deps` records with status `I` and action `D` in the order in which they were found. Null, and
-// `*out` left alone, when the package isn't installed or another package needs it. What was found
+// `*out` left alone, when the package isn't installed, when its entry holds the record of another
+// package, or when another package needs it. A dependency with such an entry stays. What was found
 // is appended to the text of the user interface object, one sentence a line.
 //
 // At most two dependents are looked at (vrm_chk_delete_reqs), and the last one decides: one that

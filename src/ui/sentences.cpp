@@ -244,6 +244,9 @@ constexpr row rows[] = {
     {event_kind::removal_not_installed, sentence_sort::reason, "{package} is not installed"},
     {event_kind::removal_needed, sentence_sort::reason,
      "{package} can't be removed, as {other} needs it"},
+    {event_kind::removal_entry_of_another, sentence_sort::reason,
+     "warning: {package} is not removed: its entry in the inventory is that of {other}; pvrm check "
+     "offers to delete that entry"},
     {event_kind::not_removable, sentence_sort::reason, "{package} can't be removed"},
     // Fetching.
     {event_kind::not_locked, sentence_sort::reason, "no lock on local repository"},

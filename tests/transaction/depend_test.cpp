@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -179,4 +180,15 @@ TEST_F(VrmGetDependency, LooksForNothingWithoutMemoryForTheNames) {
         EXPECT_EQ(record_.info, nullptr);
         EXPECT_THAT(asked, IsEmpty());
     }
+}
+
+TEST_F(VrmGetDependency, TheEntryOfAnotherPackageIsNotTheDependency) {
+    repo_.install(package("dep", "1.0"));
+    repo_.install(package("victim", "1.0"));
+    std::filesystem::copy_file(repo_.in("installed/victim/desc.txt"),
+                               repo_.in("installed/dep/desc.txt"),
+                               std::filesystem::copy_options::overwrite_existing);
+    catalogue = {"dep"};
+    get();
+    expect('R', 'I', "5.0");
 }

@@ -40,6 +40,13 @@ class PlanRemoval : public testing::Test {
                                         head + "\n");
     }
 
+    // Puts the record of another package into the entry.
+    void take_over(const std::string &entry, const std::string &other) {
+        fs::copy_file(repo.in("installed/" + other + "/desc.txt"),
+                      repo.in("installed/" + entry + "/desc.txt"),
+                      fs::copy_options::overwrite_existing);
+    }
+
     own_vrt plan(const std::string &name, int mode = 0) {
         vrt *out = nullptr;
         vrt *made = vrm_pre_delete(repo.handle(), name.c_str(), mode, &out);
@@ -377,4 +384,19 @@ TEST_F(PlanRemoval, AllDependentsAreNamedForTheAudit) {
     EXPECT_EQ(vrm_dependson(repo.handle(), "nobody"), nullptr);
     names.reset(vrm_dependson(repo.handle(), "missing-too"));
     EXPECT_FALSE(names);
+}
+
+TEST_F(PlanRemoval, AnEntryWithTheRecordOfAnotherPackageIsNotRemoved) {
+    add("victim");
+    add("lib", {}, "top");
+    add("top", {"lib"});
+    take_over("lib", "victim");
+    const std::string warning = "not removing lib: its entry in the inventory is that of victim";
+    EXPECT_FALSE(plan("lib"));
+    EXPECT_THAT(log.at(LEVEL_WARNING), ElementsAre(warning));
+    log.clear();
+    const own_vrt transaction = plan("top");
+    ASSERT_TRUE(transaction);
+    EXPECT_THAT(along(transaction), IsEmpty());
+    EXPECT_THAT(log.at(LEVEL_WARNING), ElementsAre(warning));
 }

@@ -262,6 +262,32 @@ assert_staged_file_refused() { # WORD
     is_installed hello
 }
 
+@test "a package is not removed along with another by an entry with its record" {
+    local name
+    for name in victim lib; do
+        begin $name 1.0
+        seal
+        mkdir -p "$BATS_TEST_TMPDIR/dir"
+        cp "$vrk" "$BATS_TEST_TMPDIR/dir"
+    done
+    pvrm install "$BATS_TEST_TMPDIR/dir/victim_any_1.0.vrk"
+    begin top 1.0
+    description top 1.0 'evrkDependency: lib' | tee "$tree/info/desc.txt" >"$work/head"
+    make_lists
+    seal
+    pvrm install --dir "$BATS_TEST_TMPDIR/dir" "$vrk"
+    cp "$repository/installed/"{victim,lib}/desc.txt
+    attack pvrm -y install "$BATS_TEST_TMPDIR/dir/lib_any_1.0.vrk"
+    assert_repelled "lib can't be installed: its entry in the inventory is that of another package, victim"
+    run pvrm -y remove top
+    assert_output_has 'warning: lib is not removed: its entry in the inventory is that of victim'
+    is_installed victim
+    [[ -e /usr/share/victim/about ]]
+    refute_installed top
+    rm -r "$repository/"{installed,fileindex}/lib
+    pvrm -y remove victim
+}
+
 # A part of the entry of hello, exchanged for something else for the time of one command.
 exchange() { # FILE COMMAND... : the last argument of COMMAND is the file
     mv "$1" "$BATS_TEST_TMPDIR/kept"
