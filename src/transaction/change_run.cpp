@@ -8,6 +8,7 @@
 #include "support/log.h"
 #include "transaction/install.h"
 #include "transaction/interrupt.h"
+#include "transaction/plan_proof.h"
 #include "transaction/staging.h"
 
 bool must_stop(const vri *next) {
@@ -60,7 +61,7 @@ int stage_all(change_run *run, const staging_words &words) {
             return -1;
         }
     }
-    return 0;
+    return prove_dependencies(*run);
 }
 
 void drop_staged_file(const change_run &run, const vri *package) {

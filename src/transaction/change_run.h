@@ -28,7 +28,8 @@ struct staging_words {
 bool must_stop(const vri *next);
 
 // Stages the top package and then the dependencies, in the order of the array, without what is
-// installed. Result: 0, or -1 with the reason on the log; what was staged by then stays.
+// installed, and proves what brings dependencies in (prove_dependencies). Result: 0, or -1 with the
+// reason on the log; what was staged by then stays.
 int stage_all(change_run *run, const staging_words &words);
 
 // Deletes the file that was staged last, whichever package it was for, if `rmpkg` asks for it.

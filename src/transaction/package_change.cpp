@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <utility>
 
@@ -12,6 +11,7 @@
 #include "repository/hooks.h"
 #include "support/event.h"
 #include "support/log.h"
+#include "transaction/plan_proof.h"
 #include "transaction/scripts.h"
 
 int unpack_staged(package_change *change) {
@@ -46,43 +46,6 @@ int verify_unpacked(package_change *change) {
     return verify_forks(change->stage.fresh, &change->forks);
 }
 
-// The package file under the name by which the user or the catalogue knows it.
-static std::string file_name_of(const package_change &change) {
-    const char *uri = change.package->relative_uri;
-    const std::string path = uri ? uri : "";
-    const std::string name = path.substr(path.rfind('/') + 1);
-    const bool fit = !name.empty() && std::none_of(name.begin(), name.end(), [](unsigned char c) {
-        return c < 0x20 || c == 0x7f;
-    });
-    return fit ? name : change.stage.puname + ".vrk";
-}
-
-// Where the plan has the record of the change's package from, in a word for messages.
-static const char *source_of(const package_change &change) {
-    const vrt *plan = change.transaction;
-    char source = plan->info == change.package ? plan->source : 'L';
-    for (int32_t i = 0; plan->deps && i < plan->num_deps; i++) {
-        if (plan->deps[i]->info == change.package) {
-            source = plan->deps[i]->status;
-        }
-    }
-    return source == 'R' ? "the catalogue" : "the plan";
-}
-
-// What the plan says differently. A catalogue may know nothing of creator and data size, which play
-// no part in a plan.
-static std::string plan_difference(const package_change &change, const vri *signed_record,
-                                   const char *of_signed) {
-    vri planned = *change.package;
-    if (!planned.creator) {
-        planned.creator = signed_record->creator;
-    }
-    if (planned.datasize == 0) {
-        planned.datasize = signed_record->datasize;
-    }
-    return difference_in_words(source_of(change), &planned, of_signed, signed_record);
-}
-
 // The record of the signed description. It bears the signature that the payload was verified with,
 // whatever the description says of one.
 static own_vri signed_record_of(const package_change &change, std::string *why) {
@@ -97,7 +60,7 @@ static own_vri signed_record_of(const package_change &change, std::string *why) 
                ? "its signed description is not in its list of info files"
                : difference_in_words("its head", head, ours, record.get());
     if (why->empty()) {
-        *why = plan_difference(change, record.get(), ours);
+        *why = plan_difference(change.transaction, change.package, record.get());
     }
     if (!why->empty()) {
         return nullptr;
@@ -116,7 +79,7 @@ int believe_signed_record(package_change *change) {
         report({.kind = event_kind::package_not_believed,
                 .who = change->who,
                 .package = change->stage.puname,
-                .path = file_name_of(*change),
+                .path = file_name_of(change->package),
                 .other = why});
         return -1;
     }

@@ -365,3 +365,77 @@ TEST_F(SignedRecord, ASoundPackageSaysWhatItAlwaysSaid) {
         ElementsAre("getting foo_any_1.0.vrk", "unpacking foo_any_1.0.vrk", "verifying foo_any_1.0",
                     "installing foo_any_1.0", "installation of foo_any_1.0 succeeded"));
 }
+
+// ---- What brings dependencies in ----
+
+TEST_F(SignedRecord, ADependencyThatOnlyTheHeadClaimsIsNotInstalled) {
+    offer(with_scripts(simple("extra")));
+    offer_with_head(simple("foo", {"extra"}), simple("foo"));
+    const auto before = machine();
+    const std::string refusal =
+        "vrm_exe_install: cannot install foo.vrk: its head and its signed description differ in "
+        "the dependencies";
+    EXPECT_EQ(install("foo"), -1);
+    EXPECT_EQ(machine(), before);
+    EXPECT_THAT(log.at(LEVEL_ERROR), ElementsAre(refusal));
+
+    // The same of a dependency.
+    offer(simple("top", {"foo"}));
+    log.clear();
+    EXPECT_EQ(install("top"), -1);
+    EXPECT_EQ(machine(), before);
+    EXPECT_THAT(log.at(LEVEL_ERROR), ElementsAre(refusal));
+}
+
+TEST_F(SignedRecord, ADependencyOfAnUpgradeThatOnlyTheHeadClaimsIsNotInstalled) {
+    install_now(simple("foo"));
+    offer(with_scripts(simple("extra")));
+    offer_with_head(version(simple("foo", {"extra"}), "2.0"), version(simple("foo"), "2.0"));
+    const auto before = machine();
+    EXPECT_EQ(update("foo"), -1);
+    EXPECT_EQ(machine(), before);
+    EXPECT_THAT(log.at(LEVEL_ERROR),
+                Contains("vrm_exe_update: cannot install foo.vrk: its head and its signed "
+                         "description differ in the dependencies"));
+}
+
+TEST_F(SignedRecord, ADependencyOfAPackageThatNobodySignedIsNotInstalled) {
+    offer(with_scripts(simple("extra")));
+    PackageSpec spec = simple("foo", {"extra"});
+    spec.sign = false;
+    offer(spec);
+    const auto before = machine();
+    EXPECT_EQ(install("foo"), -1);
+    EXPECT_EQ(machine(), before);
+    EXPECT_TRUE(
+        log.has(LEVEL_ERROR, "Failure verifying signature of " + staged("foo_any_1.0") + ".vrk"));
+}
+
+TEST_F(SignedRecord, ADependencyThatOnlyTheCatalogueClaimsIsNotInstalled) {
+    offer(with_scripts(simple("extra")));
+    offer(simple("foo", {"extra"}));
+    own_vrt transaction = plan("foo");
+    // The package is not the one that the record is of, and the catalogue knows no hash.
+    const std::string file = offer(simple("foo"));
+    vri *record = transaction->info;
+    free(record->filehash);
+    record->filehash = nullptr;
+    record->filesize = fs::file_size(file);
+    const auto before = machine();
+    EXPECT_EQ(run(transaction), -1);
+    EXPECT_EQ(machine(), before);
+    EXPECT_THAT(log.at(LEVEL_ERROR),
+                ElementsAre("vrm_exe_install: cannot install foo.vrk: the catalogue and its signed "
+                            "description differ in the dependencies"));
+}
+
+TEST_F(SignedRecord, OnlyARecordOfTheCatalogueMayKnowNoCreator) {
+    const std::string file = offer(simple("foo"));
+    for (const bool is_file : {true, false}) {
+        own_vrt transaction = plan(is_file ? file : "foo");
+        free(transaction->info->creator);
+        transaction->info->creator = nullptr;
+        EXPECT_EQ(run(transaction), is_file ? -1 : 0);
+        EXPECT_EQ(is_installed("foo"), !is_file);
+    }
+}

@@ -70,10 +70,29 @@ assert_field() { # WORD...
 }
 
 @test "a dependency that is added to the head" {
+    dir=$BATS_TEST_TMPDIR/dir
+    mkdir "$dir"
+    begin extra 1.0 init/00-add.sh='echo >/srv/victim/run' init/99-add.sh='echo >/srv/victim/run'
+    vrk=$dir/extra_any_1.0.vrk
+    seal
     begin field 1.0
-    forge_head field 1.0 'evrkDependency: hello'
-    attack pvrm -y install "$vrk"
+    forge_head field 1.0 'evrkDependency: extra'
+    attack pvrm -y install --dir "$dir" "$vrk"
     assert_field dependencies
+    refute_installed extra
+    [[ ! -e /srv/victim/run ]]
+
+    # The same of a dependency.
+    mv "$vrk" "$dir"
+    begin needing 1.0
+    description needing 1.0 'evrkDependency: field' | tee "$tree/info/desc.txt" >"$work/head"
+    make_lists
+    seal
+    attack pvrm -y install --dir "$dir" "$vrk"
+    vrk=field_any_1.0.vrk
+    assert_field dependencies
+    refute_installed extra
+    refute_installed needing
 }
 
 @test "another architecture in the head" {

@@ -70,10 +70,16 @@ assert_record_refused() { # WORD...
 }
 
 @test "a record with a dependency more" {
+    begin extra 1.0 init/00-add.sh='echo >/srv/victim/run'
+    seal
+    offer known extra '' 1.0 1 'The package extra for tests' '' "$vrk"
     sound foo 1.0
-    offer known foo '' 1.0 1 'The package foo for tests' hello "$vrk"
+    offer known foo '' 1.0 1 'The package foo for tests' extra "$vrk"
     attack pvrm -y install foo
     assert_record_refused dependencies
+    refute_installed extra
+    refute_installed foo
+    [[ ! -e /srv/victim/run ]]
 }
 
 @test "a record of another architecture" {
