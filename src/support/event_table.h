@@ -222,6 +222,8 @@
     X(stage_directory_refused, LEVEL_ERROR, "{who}: refusing stage directory {path}: {reason}")    \
     X(backups_in_the_way, LEVEL_ERROR,                                                             \
       "vrm_clear_stage: backups of an interrupted change in {path}, not going on with {package}")  \
+    X(other_backups_found, LEVEL_WARNING,                                                          \
+      "vrm_clear_stage: backups of an interrupted change of {package} in {path}")                  \
     X(stage_not_cleared, LEVEL_ERROR, "vrm_clear_stage: Failed to clear {path}")                   \
     X(identity_refused, LEVEL_ERROR,                                                               \
       "{who}: refusing package <{package}>: its {other} is not allowed")                           \

@@ -1,5 +1,6 @@
 #include "transaction/stage_area.h"
 
+#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,7 +10,9 @@
 
 #include "package/fileops.h"
 #include "package/tree_walk.h"
+#include "support/ekva.h"
 #include "support/event.h"
+#include "support/own.h"
 #include "transaction/attempt.h"
 #include "transaction/staging.h"
 
@@ -99,6 +102,31 @@ static bool holds_files(const std::string &directory) {
     return walk_tree(directory.c_str(), finder) != 0;
 }
 
+// Warns of backups of other changes of the same package, such as an upgrade to another version that
+// was killed. They do not bar this change, which has a stage directory of its own.
+static void note_other_backups(const vrm_handle *handle, const vri *package,
+                               const stage_paths &stage) {
+    const std::string area = ekva_getval(handle->dirs, "stagearea");
+    const std::string prefix = std::string(package->name) + "_";
+    const own_dir dir(opendir(area.c_str()));
+    while (const dirent *entry = dir ? readdir(dir.get()) : nullptr) {
+        // What can't be a unique name of this package is not decoded, which would log an error.
+        const std::string name(entry->d_name);
+        if (!name.starts_with(prefix) || name == stage.puname) {
+            continue;
+        }
+        struct stat status;
+        const std::string base = std::string(area).append("/").append(name), old = base + "/old";
+        if (lstat(old.c_str(), &status) != 0 || !own_ekva(vrk_puname_decode(name.c_str()))) {
+            continue;
+        }
+        if (holds_files(old)) {
+            report(
+                {.kind = event_kind::other_backups_found, .package = package->name, .path = base});
+        }
+    }
+}
+
 int vrm_clear_stage(vrm_handle *handle, const vri *package) {
     static constexpr char me[] = "vrm_clear_stage";
     return attempt([=] {
@@ -111,10 +139,10 @@ int vrm_clear_stage(vrm_handle *handle, const vri *package) {
             !is_stage_trusted(me, handle, stage)) {
             return -1;
         }
+        note_other_backups(handle, package, stage);
         // A path that is too long is reported where it is formed.
         struct stat status;
-        if (lstat(stage.base.c_str(), &status) != 0 &&
-            (errno == ENOENT || errno == ENAMETOOLONG)) {
+        if (lstat(stage.base.c_str(), &status) != 0 && (errno == ENOENT || errno == ENAMETOOLONG)) {
             return 0;
         }
         if (holds_files(stage.old)) {

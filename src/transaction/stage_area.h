@@ -17,6 +17,8 @@ int vrm_check_stage(vrm_handle *handle);
 // directory, or writes its own backups over those that are there. So one with backups is left as it
 // is, and the change must not begin: after a kill they are all that is left of what was replaced.
 //
+// Backups of another change of a package of that name are reported as a warning.
+//
 // `package` is the one to be installed, upgraded to or removed. `handle` must hold the repository
 // lock. Result: 0 when there is no stage directory now; -1, with an ERROR line that names the
 // directory, when it holds a file below `old`, can't be removed or is refused, as by

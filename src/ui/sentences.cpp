@@ -260,8 +260,11 @@ constexpr row rows[] = {
      "cannot use the stage directory {path}: {reason}; move it away"},
     {event_kind::backups_in_the_way, sentence_sort::reason,
      "cannot begin with {package}: {path} holds backups of a change that was cut off; put them "
-     "back as \"Recovering\" in the administrator's guide describes, delete the directory, and "
-     "try again"},
+     "back as \"Recovering\" in the administrator's guide describes and delete the directory, "
+     "or only delete the directory when that change had come to its end, and try again"},
+    {event_kind::other_backups_found, sentence_sort::reason,
+     "warning: {path} holds backups of a change of {package} that was cut off; see \"Recovering\" "
+     "in the administrator's guide"},
     {event_kind::stage_not_cleared, sentence_sort::reason,
      "cannot delete the stage directory {path} of an earlier attempt"},
     {event_kind::identity_refused, sentence_sort::reason,

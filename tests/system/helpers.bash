@@ -201,7 +201,7 @@ version_of() { # NAME
 
 # After `run`: the change of a package was refused for the sake of the backups of one that was killed.
 assert_backups_in_the_way() { # ID
-    assert_line "pvrm: cannot begin with $1: $repository/stagearea/$1 holds backups of a change that was cut off; put them back as \"Recovering\" in the administrator's guide describes, delete the directory, and try again"
+    assert_line "pvrm: cannot begin with $1: $repository/stagearea/$1 holds backups of a change that was cut off; put them back as \"Recovering\" in the administrator's guide describes and delete the directory, or only delete the directory when that change had come to its end, and try again"
 }
 
 # What the guide says to do then.

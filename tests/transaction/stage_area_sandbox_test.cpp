@@ -223,6 +223,20 @@ TEST_F(StageArea, BackupsAreNotCleared) {
     EXPECT_TRUE(exists(base + "/old"));
 }
 
+TEST_F(StageArea, BackupsOfAnotherVersionAreNamedAndBarNothing) {
+    const std::string other = staged("foo_any_0.9");
+    put(other + "/old/srv/t/file", "x");
+    put(staged("foobar_any_1.0") + "/old/srv/t/file", "x");
+    put(staged("foo_nothing") + "/old/srv/t/file", "x");
+    fs::create_directories(staged("foo_any_0.8") + "/old/srv");
+    EXPECT_EQ(clear(), 0);
+    EXPECT_THAT(
+        log.at(LEVEL_WARNING),
+        ElementsAre("vrm_clear_stage: backups of an interrupted change of foo in " + other));
+    EXPECT_TRUE(exists(other + "/old/srv/t/file"));
+    EXPECT_EQ(run(transaction), 0);
+}
+
 TEST_F(StageArea, ClearingNeedsTheLockAndAName) {
     put(base + "/new/x", "x");
     repo.handle()->locked = 0;
