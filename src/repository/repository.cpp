@@ -152,8 +152,19 @@ int vrm_lock(vrm_handle *handle) try {
         }
         return -1;
     }
+    try {
+        note_scripts_of(handle);
+    } catch (const std::bad_alloc &) {
+        // Nothing of a lock that is not reported as taken may be left.
+        if (handle->locked != 1) {
+            unlink(path.text);
+        }
+        if (!lock_taken) {
+            close(fd);
+        }
+        return -1;
+    }
     lock_taken = true;
-    note_scripts_of(handle);
     handle->locked = 1;
     return 0;
 } catch (const std::bad_alloc &) {
