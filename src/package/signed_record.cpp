@@ -176,8 +176,8 @@ static own_vri find_signed_record(FILE *payload, std::string *why) {
     std::optional<std::string> text;
     archive_entry *entry = nullptr;
     int result = archive_read_next_header(reader.get(), &entry);
-    for (; result == ARCHIVE_OK || result == ARCHIVE_WARN;
-         result = archive_read_next_header(reader.get(), &entry)) {
+    // The unpacking stops at anything else, too.
+    for (; result == ARCHIVE_OK; result = archive_read_next_header(reader.get(), &entry)) {
         if (is_signed_description(entry)) {
             text = read_member(reader.get(), entry, why);
         }

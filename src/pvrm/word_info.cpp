@@ -48,14 +48,19 @@ int word_info(const common_options &options, const std::string &what,
     if (is_file && package->sig_status != 1) {
         tell_failure("warning: %s can't be trusted", what.c_str());
     }
-    // Without a valid signature nothing is signed; that was said.
-    const bool matches = is_file && head_is_signed(what) && package->sig_status == 1;
+    // A payload that nobody who is trusted signed is not unpacked either.
+    const bool matches = is_file && package->sig_status == 1 && head_is_signed(what);
     if (vrm_vrk_info_write(package.get(), stream_for(format), mode, static_cast<unsigned>(format),
                            0) != 0) {
         return EXIT_FAILED;
     }
-    if (matches && is_for_people(format) && !options.quiet) {
-        tell_problem("the head of %s matches its signed description", what.c_str());
+    if (is_file && is_for_people(format) && !options.quiet) {
+        if (package->sig_status != 1) {
+            tell_problem("the head of %s is not compared: its description is not signed",
+                         what.c_str());
+        } else if (matches) {
+            tell_problem("the head of %s matches its signed description", what.c_str());
+        }
     }
     if (format == FORMAT_FORM && mode != 2 && !options.quiet) {
         tell_state(work, package.get());

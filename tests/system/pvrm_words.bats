@@ -228,8 +228,10 @@ $(report_row foo 1.0 'The package foo for tests')"
     mv /tmp/aside "$(signer_in_store)"
     assert_status 0
     assert_line 'Name: foo'
-    assert_equal "${stderr%%: its signer*}" "pvrm: warning: $file can't be trusted"
-    assert_equal "${stderr##*; }" 'pvrm trust puts one there'
+    assert_equal "${stderr_lines[0]%%: its signer*}" "pvrm: warning: $file can't be trusted"
+    assert_equal "${stderr_lines[0]##*; }" 'pvrm trust puts one there'
+    assert_equal "${stderr_lines[1]}" \
+        "pvrm: the head of $file is not compared: its description is not signed"
 }
 
 @test "files lists the paths, one a line, of a package and of a file" {
