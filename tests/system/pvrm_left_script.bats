@@ -162,6 +162,8 @@ upgrade
 cleanup
 check
 trust $signer_cert
+distrust Nobody
+saved --prune 1
 END
     is_installed old
 }
