@@ -28,15 +28,16 @@ void hold_signals() {
     outlive_watchers();
     set_handler(SIGINT, ask_for_an_end);
     set_handler(SIGTERM, ask_for_an_end);
+    // Its default would end a change half way, and leave the lock.
+    set_handler(SIGQUIT, ask_for_an_end);
 }
 
 bool was_interrupted(int status) {
     // One from the keyboard reaches us as well, one that was sent to the command alone does not.
-    const bool killed = status > 0 && WIFSIGNALED(status) &&
-                        (WTERMSIG(status) == SIGINT || WTERMSIG(status) == SIGTERM);
-    const bool told_by_shell =
-        status > 0 && WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGINT;
-    if (killed || told_by_shell) {
+    const int signal = status > 0 && WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    const bool killed = signal == SIGINT || signal == SIGQUIT || signal == SIGTERM;
+    const int shell = status > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : 0;
+    if (killed || shell == 128 + SIGINT || shell == 128 + SIGQUIT) {
         vrm_stop_requested = 1;
     }
     return vrm_stop_requested;

@@ -5,7 +5,7 @@
 // nobody watches any more.
 void outlive_watchers();
 
-// The same, and INT and TERM only ask for an end: a question is left without an answer, and the
+// The same, and INT, QUIT and TERM only ask for an end: a question is left without an answer, and the
 // engine ends before the next package.
 void hold_signals();
 

@@ -195,13 +195,52 @@ install_over() { # KEYS
     assert_output_has 'pvrm: interrupted: '
 }
 
-@test "the quit key during a script takes the package back, and the next one is installed" {
+@test "the quit key during a script takes the package back, and ends before the next one" {
     run on_terminal "trap : QUIT; ulimit -c 0; pvrm install --yes $(package foo "init/99-add.sh=$waiting_script") $(package bar)" \
         < <(wait_until has_started; printf '\034'; sleep 1)
     assert_status 1
+    assert_output_has 'pvrm: interrupted: '
     refute_installed foo
     [[ ! -e /usr/share/foo/about ]]
-    is_installed bar
+    refute_installed bar
+    assert_no_lock
+}
+
+# As on_terminal, without its filter, which keeps back what is printed until the end.
+on_plain_terminal() { # COMMAND-LINE
+    SHELL=/bin/bash script -qefc "$1" /dev/null
+}
+
+# Answers the questions of an installation with the given keys until one asks for TEXT, and sends
+# QUIT to the tool there.
+quit_at() { # TEXT KEYS ARGUMENT...
+    local terminal
+    # A background job ignores QUIT, and so would the tool.
+    on_plain_terminal "ulimit -c 0; env --default-signal=QUIT pvrm install ${*:3}" \
+        < <(exec 3>&-; printf '%b' "$2"; sleep 10) >/tmp/out 3>&- &
+    terminal=$!
+    wait_until grep -qF "$1" /tmp/out
+    kill -QUIT "$(cat "$repository/lock")"
+    status=0
+    wait "$terminal" || status=$?
+    output=$(cat /tmp/out)
+}
+
+@test "QUIT at the question ends with the lock released" {
+    quit_at '[Y/n]' '' "$(package foo)"
+    assert_status 1
+    assert_output_has 'pvrm: interrupted: nothing was installed'
+    refute_installed foo
+    assert_no_lock
+}
+
+@test "QUIT in the middle of a change takes the package back" {
+    echo mine >/usr/share/one
+    quit_at 'already exists on the filesystem' 'y\n' "$(package foo data/usr/share/one=new)"
+    assert_status 1
+    assert_output_has 'pvrm: the installation is aborted, as you asked for'
+    assert_equal "$(cat /usr/share/one)" mine
+    refute_installed foo
     assert_no_lock
 }
 
