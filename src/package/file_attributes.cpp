@@ -72,14 +72,26 @@ static bool copy_attribute(int from, int to, const std::string &name, const char
     return true;
 }
 
-// Whether the access control list, or that there is none, was copied. Of the others the log tells.
+// Takes away the access control list that a file got from its directory when it was made.
+static bool remove_access_list(int file, const char *path) {
+    if (fremovexattr(file, access_list.data()) == 0 || errno == ENODATA || errno == ENOTSUP) {
+        return true;
+    }
+    report({.kind = event_kind::attribute_not_set,
+            .path = path,
+            .other = std::string(access_list),
+            .error = errno});
+    return false;
+}
+
+// Whether the access control list, or that there is none, was copied. What fails is logged.
 static bool copy_extended(int from, int to, const char *path) {
     const auto names = attributes_of(from);
     if (!names) {
         report({.kind = event_kind::attributes_not_read, .path = path, .error = errno});
         return false;
     }
-    bool has_list = false, is_list_copied = true;
+    bool has_list = false, is_list_copied = false;
     for (const std::string &name : *names) {
         const bool copied = copy_attribute(from, to, name, path);
         if (name == access_list) {
@@ -87,21 +99,22 @@ static bool copy_extended(int from, int to, const char *path) {
             is_list_copied = copied;
         }
     }
-    if (!has_list) {
-        // One that the file got from its directory when it was made.
-        fremovexattr(to, access_list.data());
-    }
-    return is_list_copied;
+    return has_list ? is_list_copied : remove_access_list(to, path);
 }
 
 void copy_attributes(int from, const struct stat &status, int to, const char *path) {
     mode_t mode = status.st_mode & 07777;
-    if (!set_owner(status, to, path) && (mode & (S_ISUID | S_ISGID)) != 0) {
-        mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID);
-        report({.kind = event_kind::set_id_bits_dropped, .path = path});
+    if (!set_owner(status, to, path)) {
+        // Its group can be any, such as that of its directory.
+        const mode_t lost = mode & (S_ISUID | S_ISGID | S_IRWXG);
+        mode &= ~lost;
+        if (lost != 0) {
+            report({.kind = event_kind::set_id_bits_dropped, .path = path});
+        }
     }
     if (!copy_extended(from, to, path)) {
-        mode &= ~static_cast<mode_t>(S_IRWXG);
+        // A list also says what a user may not do that all others may.
+        mode &= S_IRWXU;
     }
     if (fchmod(to, mode) != 0) {
         report({.kind = event_kind::mode_not_set, .path = path, .error = errno});

@@ -10,7 +10,8 @@
 // must be private until now, with mode 0600, and complete.
 //
 // What can't be set is a WARNING that names `path`, the file's own, and no failure. It never makes
-// the file accessible to more users than the other one: without its owner it gets no set-id bits,
-// and without its access control list nothing for its group, since the group bits of such a mode
-// say what all entries of the list together may do.
+// the file accessible to more users than the other one: without its owner and group it gets no
+// set-id bits and no group bits. Without its access control list it gets the bits of its owner
+// alone: the group bits of such a mode say what all entries of the list together may do, and an
+// entry can deny what others may.
 void copy_attributes(int from, const struct stat &status, int to, const char *path);

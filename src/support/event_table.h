@@ -95,7 +95,7 @@
     X(mode_not_set, LEVEL_WARNING, "Failed to set permission on {path}: {reason}\n")               \
     X(owner_not_set, LEVEL_WARNING, "Failed to set owner of {path}: {reason}\n")                   \
     X(set_id_bits_dropped, LEVEL_WARNING,                                                          \
-      "Failed to keep the set-id bits of {path}, as its owner is another\n")                       \
+      "Failed to keep set-id and group bits of {path}, as its owner is another\n")                 \
     X(attributes_not_read, LEVEL_WARNING, "Failed to read attributes of {path}: {reason}\n")       \
     X(attribute_not_set, LEVEL_WARNING,                                                            \
       "Failed to set attribute {other} of {path}: {reason}\n")                                     \

@@ -119,7 +119,7 @@ constexpr row rows[] = {
     {event_kind::owner_not_set, sentence_sort::reason,
      "the owner of {path} can't be set: {reason}"},
     {event_kind::set_id_bits_dropped, sentence_sort::reason,
-     "{path} gets no set-id bits, as its owner can't be set"},
+     "{path} gets no set-id bits and no rights for its group, as its owner can't be set"},
     {event_kind::attributes_not_read, sentence_sort::reason,
      "the extended attributes of {path} can't be read: {reason}"},
     {event_kind::attribute_not_set, sentence_sort::reason,

@@ -31,7 +31,7 @@ using testing::IsEmpty;
 
 static constexpr uid_t owner = 65534;
 static std::vector<std::string> calls;
-static bool chown_fails = false;
+static bool chown_fails = false, removal_fails = false;
 static std::string failing_attribute;
 // Moments at which a file had a set-id bit and an owner that is not to have it.
 static int set_id_of_another = 0;
@@ -60,6 +60,11 @@ extern "C" int fsetxattr(int file, const char *name, const void *value, size_t s
     return static_cast<int>(result);
 }
 
+extern "C" int fremovexattr(int file, const char *name) noexcept {
+    errno = EIO;
+    return removal_fails ? -1 : static_cast<int>(syscall(SYS_fremovexattr, file, name));
+}
+
 extern "C" int fchmod(int file, mode_t mode) noexcept {
     const long result = syscall(SYS_fchmod, file, mode);
     note_call("fchmod", file);
@@ -81,6 +86,7 @@ class BackupJournal : public testing::Test {
     BackupJournal() : before(write_marked_file(file, "a program\n")) {
         calls.clear();
         chown_fails = false;
+        removal_fails = false;
         failing_attribute.clear();
         set_id_of_another = 0;
     }
@@ -147,34 +153,35 @@ TEST_F(BackupJournal, WithoutItsOwnerAFileGetsNoSetIdBits) {
     chown_fails = true;
     EXPECT_EQ(restore_backup(file.c_str(), backup.c_str()), 0);
     EXPECT_EQ(facts_of(file).uid, 0U);
-    EXPECT_EQ(facts_of(file).mode & 07777, 0755U);
+    EXPECT_EQ(facts_of(file).mode & 07777, 0705U);
     EXPECT_EQ(read_all(file), "a program\n");
     EXPECT_EQ(set_id_of_another, 0);
-    EXPECT_THAT(
-        log.at(LEVEL_WARNING),
-        ElementsAre("Failed to set owner of " + file + ": " + strerror(EPERM),
-                    "Failed to keep the set-id bits of " + file + ", as its owner is another"));
+    EXPECT_THAT(log.at(LEVEL_WARNING),
+                ElementsAre("Failed to set owner of " + file + ": " + strerror(EPERM),
+                            "Failed to keep set-id and group bits of " + file +
+                                ", as its owner is another"));
 }
 
 TEST_F(BackupJournal, NorDoesItsBackup) {
     chown_fails = true;
     EXPECT_EQ(save_backup(base.c_str(), file.c_str()), 0);
-    EXPECT_EQ(facts_of(backup).mode & 07777, 0755U);
+    EXPECT_EQ(facts_of(backup).mode & 07777, 0705U);
     const std::string next = dir.write("next", "the next program\n", 0755);
     EXPECT_EQ(vrm_vrf_copy(file.c_str(), next.c_str(), (dir / "older").c_str(), 1), 17);
-    EXPECT_EQ(facts_of((dir / "older") + file).mode & 07777, 0755U);
+    EXPECT_EQ(facts_of((dir / "older") + file).mode & 07777, 0705U);
     EXPECT_EQ(set_id_of_another, 0);
     chown_fails = false;
     EXPECT_EQ(restore_backup(file.c_str(), backup.c_str()), 0);
-    EXPECT_EQ(facts_of(file).mode & 07777, 0755U) << "a program of root's by now";
+    EXPECT_EQ(facts_of(file).mode & 07777, 0705U) << "a program of root's by now";
 }
 
-// The group bits of its mode are those of the list's mask, and meant for others than the group.
-TEST_F(BackupJournal, WithoutItsAccessControlListAFileGivesTheGroupNothing) {
+// The group bits of its mode are those of the list's mask, and meant for others than the group; an
+// entry of the list can deny what others may.
+TEST_F(BackupJournal, WithoutItsAccessControlListAFileIsItsOwnersAlone) {
     take_away();
     failing_attribute = "system.posix_acl_access";
     EXPECT_EQ(restore_backup(file.c_str(), backup.c_str()), 0);
-    EXPECT_EQ(facts_of(file).mode & 07777, 04705U);
+    EXPECT_EQ(facts_of(file).mode & 07777, 0700U);
     EXPECT_THAT(log.at(LEVEL_WARNING),
                 ElementsAre("Failed to set attribute system.posix_acl_access of " + file + ": " +
                             strerror(ENOSPC)));
@@ -205,6 +212,16 @@ TEST_F(BackupJournal, ARestoredFileGetsNoListFromItsDirectory) {
     ASSERT_EQ(restore_backup(plain.c_str(), (base + plain).c_str()), 0);
     EXPECT_THAT(facts_of(plain).attributes, IsEmpty());
     EXPECT_EQ(facts_of(plain).mode & 07777, 0640U);
+}
+
+TEST_F(BackupJournal, WithAListThatCannotBeRemovedAFileIsItsOwnersAlone) {
+    const std::string plain = dir.write("live/plain", "x", 0644);
+    removal_fails = true;
+    ASSERT_EQ(save_backup(base.c_str(), plain.c_str()), 0);
+    EXPECT_EQ(facts_of(base + plain).mode & 07777, 0600U);
+    EXPECT_THAT(log.at(LEVEL_WARNING),
+                ElementsAre("Failed to set attribute system.posix_acl_access of " + base + plain +
+                            ": " + strerror(EIO)));
 }
 
 // What a change made there while the file was away may lead anywhere.
