@@ -102,6 +102,13 @@ int rsa_key_bits(const EVP_PKEY *key) {
     return is_rsa ? EVP_PKEY_get_bits(key) : 0;
 }
 
+bool is_sound_key(EVP_PKEY *key) {
+    const OsslErrorsDropped errors;
+    const own_pkey_ctx context(EVP_PKEY_CTX_new(key, nullptr));
+    return context && EVP_PKEY_get_bits(key) <= most_key_bits &&
+           EVP_PKEY_public_check(context.get()) == 1;
+}
+
 // Whether the verification can find the certificate by the line that packages name its signer by,
 // which does not carry every name.
 static bool can_be_found(const X509_NAME *subject) {
@@ -131,13 +138,22 @@ std::string certificate_fault(const X509 *certificate) {
     if (!has_utc_dates(certificate)) {
         return "its dates pass the year 2049, which counts as expired; use one that ends earlier";
     }
-    const EVP_PKEY *key = X509_get0_pubkey(certificate);
+    EVP_PKEY *key = X509_get0_pubkey(certificate);
     if (!key || EVP_PKEY_get_base_id(key) != EVP_PKEY_RSA) {
         return "its key is not an RSA key, and packages are signed with RSA";
     }
-    if (const int bits = rsa_key_bits(key); bits < least_key_bits) {
+    const int bits = rsa_key_bits(key);
+    if (bits < least_key_bits) {
         return "its RSA key has " + std::to_string(bits) + " bits, and at least " +
                std::to_string(least_key_bits) + " are needed; make a new key and certificate";
+    }
+    if (bits > most_key_bits) {
+        return "its RSA key has " + std::to_string(bits) + " bits, and at most " +
+               std::to_string(most_key_bits) + " can be used; make a new key and certificate";
+    }
+    if (!is_sound_key(key)) {
+        return "its RSA key is not sound, anybody could sign with it; make a new key and "
+               "certificate";
     }
     if (!may_sign(certificate)) {
         return "it may not sign, as its key usage lacks digitalSignature; use a certificate for "

@@ -5,6 +5,7 @@
 // subject, so a certificate is found only when its subject can be read back from that line.
 #pragma once
 
+#include <openssl/rsa.h>
 #include <openssl/x509.h>
 
 #include <ctime>
@@ -17,6 +18,8 @@
 // for a signature to count at all.
 inline constexpr int least_key_bits = 2048;
 inline constexpr int least_verified_key_bits = 1024;
+// The largest size that OpenSSL computes with.
+inline constexpr int most_key_bits = OPENSSL_RSA_MAX_MODULUS_BITS;
 
 // The first certificate of a PEM file, which must be a regular file; a link to one is followed. No
 // passphrase is ever asked for. Null on a failure; `why`, unless null, then receives the message
@@ -49,6 +52,10 @@ validity certificate_validity(const X509 *certificate, time_t now);
 
 // The size of an RSA key in bits, 0 for a key of another type and for none.
 int rsa_key_bits(const EVP_PKEY *key);
+
+// Whether the numbers of a public key can be those of a key that was made for signatures. With the
+// exponent 1, for one, everybody can sign. A key of more than most_key_bits never is.
+bool is_sound_key(EVP_PKEY *key);
 
 // Why a machine should not begin to trust packages of this certificate's owner, or could never
 // verify one: a clause such as "its key is not an RSA key, ...". Empty when nothing speaks against

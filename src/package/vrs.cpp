@@ -99,6 +99,15 @@ bool is_long_enough(const EVP_PKEY *key) {
     return false;
 }
 
+// Anybody can sign for a public key that was not made as one, such as one with the exponent 1.
+bool is_sound(EVP_PKEY *key) {
+    if (rsa_key_bits(key) == 0 || is_sound_key(key)) {
+        return true;
+    }
+    report({.kind = event_kind::certificate_key_unsound});
+    return false;
+}
+
 // Feeds the rest of the stream to the digest, never holding more than a block of it.
 bool digest_stream(EVP_MD_CTX *context, FILE *stream) {
     const own_bio data(BIO_new_fp(stream, BIO_NOCLOSE));
@@ -173,7 +182,7 @@ int vrs_fverify_rsa(vrm_handle *handle, const char *subject, const unsigned char
         report({.kind = event_kind::certificate_key_unusable});
         return STEP_FAILED;
     }
-    if (!is_long_enough(key.get())) {
+    if (!is_long_enough(key.get()) || !is_sound(key.get())) {
         return INVALID;
     }
     return verify_payload(key.get(), signature, length, stream);

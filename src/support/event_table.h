@@ -51,6 +51,7 @@
     X(certificate_expired, LEVEL_INFO, "Certificate has expired")                                  \
     X(certificate_key_unusable, LEVEL_INFO, "failure loading public key")                          \
     X(certificate_key_short, LEVEL_ERROR, "The signer's RSA key of {number} bits is too short")    \
+    X(certificate_key_unsound, LEVEL_ERROR, "The signer's RSA key is not sound")                   \
     X(payload_not_digested, LEVEL_INFO, "read erro in BIO_read")                                   \
     X(signature_not_loaded, LEVEL_INFO, "failure loading signature")                               \
     X(signature_not_started, LEVEL_INFO, "EVP_DigestVerifyInit: failure initializing signature")   \

@@ -68,6 +68,8 @@ constexpr row rows[] = {
     {event_kind::certificate_key_short, sentence_sort::cause,
      "the RSA key of its signer has {number} bits, and a signature by fewer than {total} proves "
      "nothing"},
+    {event_kind::certificate_key_unsound, sentence_sort::cause,
+     "the RSA key of its signer is not sound, anybody could sign with it"},
     {event_kind::payload_not_digested, sentence_sort::nothing, ""},
     {event_kind::signature_not_loaded, sentence_sort::cause, "its signature can't be read"},
     {event_kind::signature_not_started, sentence_sort::nothing, ""},

@@ -123,6 +123,24 @@ Signer Signer::make(const TempDir &dir, const std::string &subject, const std::s
     return signer;
 }
 
+std::string certificate_of_numbers(const TempDir &dir, const std::string &subject,
+                                   const std::string &modulus, const std::string &exponent) {
+    const Signer &issuer = Signer::standard();
+    const std::string key = dir / "numbers.key", path = dir / "numbers.pem";
+    dir.write("numbers.conf",
+              "asn1=SEQUENCE:key\n[key]\na=SEQUENCE:algorithm\nb=BITWRAP,SEQUENCE:numbers\n"
+              "[algorithm]\na=OID:rsaEncryption\nb=NULL\n"
+              "[numbers]\na=INTEGER:" +
+                  modulus + "\nb=INTEGER:" + exponent + "\n");
+    must_run("openssl asn1parse -genconf " + shell_word(dir / "numbers.conf") + " -noout -out " +
+             shell_word(dir / "numbers.der") + " && openssl pkey -pubin -inform DER -in " +
+             shell_word(dir / "numbers.der") + " -out " + shell_word(key));
+    must_run("openssl x509 -new -days 30 -force_pubkey " + shell_word(key) + " -subj " +
+             shell_word(subject) + " -CA " + shell_word(issuer.cert_file) + " -CAkey " +
+             shell_word(issuer.key_file) + " -out " + shell_word(path) + " 2>&1");
+    return path;
+}
+
 std::string Signer::trust_in(const std::string &certstore) const {
     std::string hash = must_run("openssl x509 -noout -subject_hash -in " + shell_word(cert_file));
     hash.resize(hash.find('\n'));

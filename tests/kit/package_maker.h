@@ -74,5 +74,10 @@ void make_package(const PackageSpec &spec, const std::string &path);
 void make_package_with_head(const PackageSpec &head, const PackageSpec &payload,
                             const std::string &path);
 
+// A certificate of an RSA key of any numbers, "0x..." or decimal, also of such as no tool would
+// make: its path in `dir`. Signed by the standard signer.
+std::string certificate_of_numbers(const TempDir &dir, const std::string &subject,
+                                   const std::string &modulus, const std::string &exponent);
+
 // The SHA-1 of a file by the sha1sum command.
 std::string sha1_of(const std::string &path);

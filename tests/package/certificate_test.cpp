@@ -119,6 +119,27 @@ TEST(CertificateFault, IsAKeyThatIsShortOrOfAnotherType) {
     EXPECT_EQ(fault_of("rsa-pss -pkeyopt rsa_keygen_bits:2048", "-days 30 -subj /O=x"), other);
 }
 
+TEST(CertificateFault, IsAKeyThatEverybodyCanSignFor) {
+    const TempDir dir;
+    std::string modulus =
+        openssl("rsa -noout -modulus -in " + Signer::standard().key_file).substr(8);
+    const auto fault = [&dir](const std::string &numbers, const std::string &exponent) {
+        const own_x509 certificate = certificate_read(
+            certificate_of_numbers(dir, "/O=x", "0x" + numbers, exponent), nullptr);
+        return certificate ? certificate_fault(certificate.get()) : "not read";
+    };
+    const std::string unsound =
+        "its RSA key is not sound, anybody could sign with it; make a new key and certificate";
+    EXPECT_EQ(fault(modulus, "65537"), "");
+    EXPECT_EQ(fault(modulus, "1"), unsound);
+    EXPECT_EQ(fault(modulus, "2"), unsound);
+    // A number of 2,048 bits whose factors everybody finds, and one that takes too long.
+    EXPECT_EQ(fault("8" + std::string(510, '0') + "1", "65537"), unsound);
+    EXPECT_EQ(fault("1" + std::string(4095, '0') + "1", "65537"),
+              "its RSA key has 16385 bits, and at most 16384 can be used; make a new key and "
+              "certificate");
+}
+
 TEST(CertificateFault, IsAUseThatExcludesSignatures) {
     const std::string may_not =
         "it may not sign, as its key usage lacks digitalSignature; use a certificate for "

@@ -309,6 +309,24 @@ TEST_F(VrsFverifyRsa, RefusesASignatureByAShortKey) {
     EXPECT_EQ(verify(signer), 1);
 }
 
+// What fits a key with the exponent 1 is the padded digest itself.
+TEST_F(VrsFverifyRsa, RefusesASignatureThatNeedsNoKey) {
+    const std::string modulus =
+        must_run("openssl rsa -noout -modulus -in " + signer_.key_file + " | cut -d= -f2");
+    Signer open;
+    open.subject = "/O=Open/CN=x";
+    open.cert_file = certificate_of_numbers(dir_, open.subject, "0x" + modulus.substr(0, 512), "1");
+    trust(open);
+    const std::string signature =
+        std::string("\0\1", 2) + std::string(218, '\xff') +
+        std::string("\0\x30\x21\x30\x09\x06\x05\x2b\x0e\x03\x02\x1a\x05\0\x04\x14", 16) +
+        must_run("openssl dgst -sha1 -binary " + payload_);
+    ASSERT_EQ(signature.size(), 256u);
+    const LogCapture log;
+    EXPECT_EQ(verify(open.subject, signature), -3);
+    EXPECT_EQ(log.at(LEVEL_ERROR), std::vector<std::string>{"The signer's RSA key is not sound"});
+}
+
 TEST_F(VrsFverifyRsa, FailsOnAStreamThatCannotBeRead) {
     trust(signer_);
     const std::string signature = signer_.sign(payload_);

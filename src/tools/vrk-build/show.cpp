@@ -184,8 +184,11 @@ static std::string signature_words(int status, event_kind last, const show_optio
             }
             return "not trusted: the signer's certificate is not in " + options.store;
         case -3:
-            return last == event_kind::certificate_key_short
-                       ? "invalid: the signer's RSA key is too short"
+            if (last == event_kind::certificate_key_short) {
+                return "invalid: the signer's RSA key is too short";
+            }
+            return last == event_kind::certificate_key_unsound
+                       ? "invalid: the signer's RSA key is not sound"
                        : "invalid: it does not fit the payload";
         case -4:
             return "not trusted: the signer's certificate has expired";

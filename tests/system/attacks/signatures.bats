@@ -12,6 +12,7 @@ setup_file() {
     make_key weak /O=Test/CN=Weak 512
     make_key short /O=Test/CN=Short 1024
     make_key busy /O=Test/CN=Busy 2048 -addext keyUsage=critical,keyEncipherment
+    make_open_key open /O=Test/CN=Open
     make_dated_key expired /O=Test/CN=Expired 20200101000000Z 20210101000000Z
     make_dated_key early /O=Test/CN=Early 20480101000000Z 20490101000000Z
     openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -subj /CN=Curve \
@@ -181,6 +182,24 @@ assert_subject_refused() { # SUBJECT REASON
     assert_untrusted 512
 }
 
+@test "a signature that nobody's key made, for a key with the exponent 1 in the store" {
+    store open
+    begin foo 1.0
+    archive | gzip -n >"$work/payload"
+    {
+        printf 'evrkRsaSigSubj: %s\n' "$(<"$keys/open.subject")"
+        printf 'evrkRsaSigData:: %s\n' "$(padded_digest | base64 -w 0)"
+    } >"$work/signature"
+    # It fits: only the key is wrong.
+    padded_digest >"$work/raw"
+    openssl dgst -sha1 -verify "$keys/open.pub" -signature "$work/raw" "$work/payload"
+    seal
+    assert_untrusted 'not sound'
+    run vrk-build show "$vrk" --cert "$keys/open.pem"
+    assert_status 1
+    assert_line "Signature:     invalid: the signer's RSA key is not sound"
+}
+
 # --- The store ------------------------------------------------------------------------------------
 
 # Where the store keeps the certificate of a signer that it does not know.
@@ -237,6 +256,10 @@ assert_not_trusted() { # NAME WORD...
 
 @test "a key of 1,024 bits is not trusted" {
     assert_not_trusted short 1024 2048
+}
+
+@test "a key with the exponent 1 is not trusted" {
+    assert_not_trusted open 'not sound'
 }
 
 @test "a key of another type is not trusted" {
