@@ -163,8 +163,13 @@ int session::begin_change() {
     if (!open_repository()) {
         return EXIT_FAILED;
     }
-    // A dry run refuses what a real one would, but not for want of a right that only that needs.
+    // A dry run refuses what a real one would, as far as its user can see that, but not for want of
+    // a right that only a real one needs.
     if (!has_directories({"installed"}) || !are_there({"stagearea", "fileindex"})) {
+        return EXIT_FAILED;
+    }
+    // A stage area that others may write to is root's to judge: only root may own it.
+    if (options.dry_run && geteuid() == 0 && vrm_check_stage(handle_.get()) != 0) {
         return EXIT_FAILED;
     }
     if (options.dry_run) {

@@ -17,7 +17,7 @@
 #include "transaction/staging.h"
 
 // Why a directory is not to be used, empty for one that may be or that doesn't exist.
-static std::string distrust(const std::string &path, mode_t writers) {
+static std::string fault_of_directory(const std::string &path) {
     struct stat status;
     if (lstat(path.c_str(), &status) != 0) {
         // A path that is too long is reported where it is formed.
@@ -29,12 +29,11 @@ static std::string distrust(const std::string &path, mode_t writers) {
     if (status.st_uid != geteuid()) {
         return "it belongs to user " + std::to_string(status.st_uid);
     }
-    return (status.st_mode & writers) != 0 ? "others may write to it" : "";
+    return (status.st_mode & (S_IWGRP | S_IWOTH)) != 0 ? "others may write to it" : "";
 }
 
-static bool is_trusted(const char *who, event_kind refusal, const std::string &path,
-                       mode_t writers) {
-    const std::string why = distrust(path, writers);
+static bool is_own_directory(const char *who, event_kind refusal, const std::string &path) {
+    const std::string why = fault_of_directory(path);
     if (!why.empty()) {
         report({.kind = refusal, .who = who, .path = path, .other = why});
     }
@@ -43,12 +42,12 @@ static bool is_trusted(const char *who, event_kind refusal, const std::string &p
 
 bool is_stage_area_trusted(const char *who, const vrm_handle *handle) {
     const char *area = ekva_getval(handle->dirs, "stagearea");
-    return is_trusted(who, event_kind::stage_area_refused, area ? area : "", S_IWGRP | S_IWOTH);
+    return is_own_directory(who, event_kind::stage_area_refused, area ? area : "");
 }
 
 bool is_stage_trusted(const char *who, const vrm_handle *handle, const stage_paths &stage) {
     return is_stage_area_trusted(who, handle) &&
-           is_trusted(who, event_kind::stage_directory_refused, stage.base, 0);
+           is_own_directory(who, event_kind::stage_directory_refused, stage.base);
 }
 
 bool make_stage_directory(const char *who, const vrm_handle *handle, const stage_paths &stage,
@@ -70,7 +69,7 @@ bool make_stage_directory(const char *who, const vrm_handle *handle, const stage
     }
     for (std::string part : parts) {
         vrm_vrf_mkdir(part.data(), 0755);
-        if (!is_trusted(who, event_kind::stage_directory_refused, part, 0)) {
+        if (!is_own_directory(who, event_kind::stage_directory_refused, part)) {
             return false;
         }
     }

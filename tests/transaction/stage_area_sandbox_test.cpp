@@ -128,7 +128,7 @@ TEST_F(StageArea, NobodyElseCanEnterTheDirectoryOfAChange) {
     package.init["99-del.sh"] = package.init["00-add.sh"];
     // One that is there, made by an older version.
     fs::create_directories(staged("app_any_2.0") + "/old");
-    ASSERT_EQ(chmod(staged("app_any_2.0").c_str(), 0777), 0);
+    ASSERT_EQ(chmod(staged("app_any_2.0").c_str(), 0755), 0);
     ASSERT_EQ(update(package), 0);
     EXPECT_THAT(read_all(live + "/seen"), testing::StartsWith("drwx------ "));
 
@@ -146,16 +146,20 @@ TEST_F(StageArea, WhatStandsInPlaceOfAStageDirectoryIsRefused) {
         std::string why;
     } const cases[] = {{"link", "it is a symbolic link"},
                        {"file", "it is not a directory"},
-                       {"foreign", "it belongs to user 65534"}};
+                       {"foreign", "it belongs to user 65534"},
+                       {"shared", "others may write to it"}};
     for (const auto &one : cases) {
         fs::remove_all(base);
         if (one.what == std::string("link")) {
             fs::create_symlink("/srv/elsewhere", base);
         } else if (one.what == std::string("file")) {
             put(base, "x");
-        } else {
+        } else if (one.what == std::string("foreign")) {
             fs::create_directory(base);
             ASSERT_EQ(chown(base.c_str(), 65534, 0), 0);
+        } else {
+            fs::create_directory(base);
+            ASSERT_EQ(chmod(base.c_str(), 0770), 0);
         }
         log.clear();
         EXPECT_EQ(clear(), -1) << one.what;
@@ -175,6 +179,13 @@ TEST_F(StageArea, WhatStandsInPlaceOfAStageDirectoryIsRefused) {
         EXPECT_EQ(run(transaction), -1) << part;
         EXPECT_THAT(log.at(LEVEL_ERROR), Contains("vrm_install_vrk: refusing stage directory " +
                                                   base + part + ": it is a symbolic link"));
+        fs::remove_all(base);
+        fs::create_directories(base + part);
+        ASSERT_EQ(chmod((base + part).c_str(), 0757), 0);
+        log.clear();
+        EXPECT_EQ(run(transaction), -1) << part;
+        EXPECT_THAT(log.at(LEVEL_ERROR), Contains("vrm_install_vrk: refusing stage directory " +
+                                                  base + part + ": others may write to it"));
         fs::remove_all(base);
     }
     EXPECT_EQ(tree("/srv/elsewhere"), elsewhere);

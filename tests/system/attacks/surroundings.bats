@@ -68,6 +68,12 @@ assert_area_refused() {
     is_installed hello
 }
 
+@test "a dry run refuses such a stage area, too" {
+    chmod 777 "$area"
+    attack pvrm -y install --dry-run "$vrk"
+    assert_repelled "$area"
+}
+
 @test "an upgrade uses such a stage area as little" {
     chmod 777 "$area"
     begin hello 2.0
@@ -123,8 +129,7 @@ assert_stage_refused() {
     ln -s /srv/victim "$stage/old"
     mkdir -p /usr/share/foo
     echo mine >/usr/share/foo/about
-    attack pvrm -y install "$vrk"
-    # What is refused, and what is taken away and made anew, are both right.
+    assert_stage_refused
     assert_equal "$(ls /srv/victim)" file
     rm -rf /usr/share/foo
 }
@@ -132,9 +137,14 @@ assert_stage_refused() {
 @test "a link in the place of the unpacked package is not followed" {
     mkdir "$stage"
     ln -s /srv/victim "$stage/new"
-    attack pvrm -y install "$vrk"
+    assert_stage_refused
     assert_equal "$(ls /srv/victim)" file
-    run pvrm -y remove foo
+}
+
+@test "a stage directory that a group may write to" {
+    mkdir "$stage"
+    chmod 770 "$stage"
+    assert_stage_refused
 }
 
 @test "what an earlier attempt left is not in the way of a corrected package" {
