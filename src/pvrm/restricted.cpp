@@ -1,6 +1,8 @@
 #include "pvrm/restricted.h"
 
+#include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +14,7 @@
 
 #include "package/vrf.h"
 #include "pvrm/request.h"
+#include "support/own.h"
 
 namespace {
 
@@ -20,9 +23,10 @@ namespace {
 // by a trusted signer, with a hole that is known since.
 //
 // Left out on purpose are --dir, for the same reason; --version, which asks for an old package of
-// the catalogue; `trust`, `distrust` and `init`, which decide whose packages are believed; `check`,
-// whose repairs change the inventory; `config`, as the configuration may hold passwords; `verify`
-// and `owner`, which look at files that the caller may not look at.
+// the catalogue, and --variant, whose other variant can be an old one; `trust`, `distrust` and
+// `init`, which decide whose packages are believed; `check`, whose repairs change the inventory;
+// `config`, as the configuration may hold passwords; `verify` and `owner`, which look at files that
+// the caller may not look at.
 struct permitted_word {
     std::string_view word;
     std::initializer_list<std::string_view> arguments;
@@ -31,7 +35,7 @@ struct permitted_word {
 const permitted_word permitted_words[] = {
     {"allowed", {}},
     {"refresh", {}},
-    {"install", {"NAME|FILE", "--variant"}},
+    {"install", {"NAME|FILE"}},
     {"upgrade", {"NAME|FILE"}},
     {"remove", {"NAME", "--keep-deps"}},
     {"cleanup", {}},
@@ -111,6 +115,15 @@ static std::string lift(const least_limit &limit) {
     return "cannot raise the limit of " + std::string(limit.what) + ": " + strerror(errno);
 }
 
+// Takes back what the caller said of who is to be killed first when memory runs out. Best effort:
+// not every container lets it be written.
+static void take_back_killing_order() {
+    const own_fd file(open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC));
+    if (file.valid()) {
+        [[maybe_unused]] const ssize_t written = write(file.get(), "0", 1);
+    }
+}
+
 std::string forget_caller() {
     clearenv();
     setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1);
@@ -123,11 +136,19 @@ std::string forget_caller() {
             return failure;
         }
     }
-    alarm(0);
+    for (const auto timer : {ITIMER_REAL, ITIMER_VIRTUAL, ITIMER_PROF}) {
+        const struct itimerval never = {};
+        setitimer(timer, &never, nullptr);
+    }
+    take_back_killing_order();
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
     // Whoever ignores the ends of children can't learn how a script ended.
     signal(SIGCHLD, SIG_DFL);
+    // The keys of the caller's terminal must not stop a change that holds the lock.
+    for (const int stop : {SIGTSTP, SIGTTIN, SIGTTOU}) {
+        signal(stop, SIG_IGN);
+    }
     return "";
 }

@@ -219,8 +219,10 @@ not_permitted='pvrm: you are not permitted to change the system: run this as roo
     old=$(package foo version=1.0 out=/tmp/for-all)
     put_on_offer foo version=1.0
     put_on_offer foo version=2.0
+    put_on_offer foo version=1.0 variant=old
     as_user member pvrm --yes install foo
-    for arguments in "upgrade $old" 'install --version 1.0 foo' 'upgrade --version 1.0 foo'; do
+    for arguments in "upgrade $old" 'install --version 1.0 foo' 'upgrade --version 1.0 foo' \
+        'install --variant old foo'; do
         # shellcheck disable=SC2086
         run as_user member pvrm $arguments
         [[ $status == [23] ]]
