@@ -1,12 +1,12 @@
 // Private to the transactions: where a package lies in the stage area, and how it gets there.
 #pragma once
 
-#include <initializer_list>
 #include <optional>
 #include <string>
 
 #include "support/event.h"
 #include "support/handle.h"
+#include "transaction/stage_directory.h"
 #include "transaction/vrt.h"
 
 // The places of one package in the stage area, by its unique name.
@@ -27,22 +27,6 @@ bool stage_paths_of(const char *who, vrm_handle *handle, const vri *package, sta
 // (package/safe_name.h). Result: false, with an ERROR line that begins with `who` and names the
 // package.
 bool identity_is_safe(const char *who, const vri *package);
-
-// Whether the stage area is a directory that only the user of the process can write to, or is still
-// to be made. Result: false, with an ERROR line that begins with `who`.
-bool is_stage_area_trusted(const char *who, const vrm_handle *handle);
-
-// The same, and that the stage directory of a package, where it exists, is a directory of that
-// user.
-bool is_stage_trusted(const char *who, const vrm_handle *handle, const stage_paths &stage);
-
-// Makes the stage directory of a package, which only its owner may enter: set-id programs are saved
-// there. One that exists is kept and gets the mode 0700. `parts` are the directories to make in it,
-// with 0755. As with vrm_vrf_mkdir, whoever opens a file there finds out what could not be made.
-// Result: false, with an ERROR line that begins with `who`, for what is_stage_trusted refuses and
-// for a part that is a link or not the user's own.
-bool make_stage_directory(const char *who, const vrm_handle *handle, const stage_paths &stage,
-                          std::initializer_list<std::string> parts);
 
 // Whether an executor may begin: the handle holds the lock, nothing in the plan would leave its
 // place in a path or on a command line, and the stage area is trusted. Asked before anything is
