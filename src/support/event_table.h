@@ -285,8 +285,6 @@
     X(links_not_known, LEVEL_ERROR, "{who}: cannot read {path}: {reason}")                         \
     X(copy_not_kept, LEVEL_ERROR, "cannot keep a copy of {path} in {other}: {reason}")             \
     X(copies_not_written, LEVEL_ERROR, "cannot write the copies in {path} to the disk: {reason}")  \
-    X(attribute_not_kept, LEVEL_WARNING,                                                           \
-      "cannot keep the extended attribute {found} of {path} in {other}: {reason}")                 \
     X(replaced_file_kept, LEVEL_INFO, "the replaced file {path} is kept as {other}")               \
     X(install_conflicts, LEVEL_ERROR, "vrm_install_vrk: Aborting")                                 \
     X(update_conflicts, LEVEL_ERROR, "Failure processing update, rc={status}")

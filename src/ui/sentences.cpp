@@ -335,8 +335,6 @@ constexpr row rows[] = {
      "cannot keep a copy of {path} in {other}: {reason}"},
     {event_kind::copies_not_written, sentence_sort::reason,
      "cannot write the copies in {path} to the disk: {reason}"},
-    {event_kind::attribute_not_kept, sentence_sort::reason,
-     "warning: cannot keep the extended attribute {found} of {path} in {other}: {reason}"},
     {event_kind::replaced_file_kept, sentence_sort::step,
      "the replaced file {path} is kept as {other}"},
     {event_kind::install_conflicts, sentence_sort::nothing, ""},
