@@ -1,8 +1,13 @@
-// The question that stands between a plan and its doing.
+// The questions that are asked before something is changed.
 #pragma once
 
 #include <cstddef>
+#include <string>
 
-// Asks whether the packages that were shown shall be changed: `verb` begins the question, as in
-// "Install". False too when an end was asked for meanwhile.
-bool user_agrees(const char *verb, size_t packages);
+// Asks a question; `default_answer` is 1 for yes and 0 for no. False too when an end was asked for,
+// before or meanwhile.
+bool user_agrees(const std::string &question, int default_answer);
+
+// Whether the packages that were shown shall be changed; `verb` begins the question, as in
+// "Install".
+std::string question_of_packages(const char *verb, size_t packages);

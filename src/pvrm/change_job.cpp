@@ -226,7 +226,7 @@ int change_job::run(const common_options &options) {
             shown.print();
         }
         if (!options.dry_run) {
-            if (!user_agrees(verb_, shown.size())) {
+            if (!user_agrees(question_of_packages(verb_, shown.size()), 1)) {
                 tell_problem(was_interrupted() ? "interrupted: nothing was %s" : "nothing was %s",
                              done_);
                 return EXIT_FAILED;

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "package/certificate.h"
-#include "pvrm/interruption.h"
+#include "pvrm/agreement.h"
 #include "pvrm/sizes.h"
 #include "pvrm/tell.h"
 #include "support/terminal_text.h"
@@ -34,7 +34,7 @@ bool may_ask_about_trust(const common_options &options, const char *word) {
 }
 
 bool user_consents(const char *question, int default_answer) {
-    if (vrmui_yesno(vrmui, question, default_answer) == 1 && !was_interrupted()) {
+    if (user_agrees(question, default_answer)) {
         return true;
     }
     tell_problem("nothing was changed");

@@ -391,7 +391,7 @@ int word_remove(const common_options &options, const remove_options &what) {
             shown.print_removal();
         }
         if (!options.dry_run) {
-            if (!user_agrees("Remove", shown.size())) {
+            if (!user_agrees(question_of_packages("Remove", shown.size()), 1)) {
                 tell_problem(was_interrupted() ? "interrupted: nothing was removed"
                                                : "nothing was removed");
                 return EXIT_FAILED;

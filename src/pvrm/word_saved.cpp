@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "pvrm/agreement.h"
 #include "pvrm/columns.h"
 #include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
@@ -48,7 +49,7 @@ static std::string number_of_files(size_t count) {
 
 namespace {
 
-// Deletes old sets, or tells of it, and counts what goes.
+// Deletes old sets, or prints that it would, and counts what goes.
 class pruning {
  public:
     explicit pruning(bool dry_run) : dry_run_(dry_run) {}
@@ -97,8 +98,7 @@ static bool user_agrees_to_delete(const std::vector<saved_set> &sets) {
     for (const saved_set &set : sets) {
         files += set.files.size();
     }
-    const std::string question = "Delete " + number_of_files(files) + "?";
-    return vrmui_yesno(vrmui, question.c_str(), 1) == 1 && !was_interrupted();
+    return user_agrees("Delete " + number_of_files(files) + "?", 1);
 }
 
 static int prune(session *work, int days) {
