@@ -22,9 +22,9 @@
 // was set before an entry.
 int vrm_chkhead(vrm_handle *handle);
 
-// Finds entries that are no valid packages or hold the record of another package than they are
+// Finds entries that are not valid packages or hold the record of another package than they are
 // named after, and removes those that the user wants removed, the latter with their file index.
-// With `report` not 0 the sums are told at the end. What can't be removed is logged at ERROR and
+// With `report` not 0 the sums are printed at the end. What can't be removed is logged at ERROR and
 // stays.
 //
 // `handle` is the repository, whose lock the caller holds. Returns the number of invalid entries,

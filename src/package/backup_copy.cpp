@@ -160,7 +160,7 @@ enum class extent {
     whole,    // owner, attributes and times too; never through a link
 };
 
-// Takes an old target away, after it was saved if there is a backup base. `stays` tells whether it
+// Takes an old target away, after it was saved if there is a backup base. `stays` says whether it
 // could not be removed.
 int clear_target(const char *target, const char *backup_base, extent how, bool *stays) {
     log_say(LEVEL_DEBUG, "vrm_vrf_copy: checking existence of %s", target);

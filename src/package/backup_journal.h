@@ -16,7 +16,7 @@ int note_backup(const char *backup_base, const char *path);
 // Result: 0, or -1 with the reason on the log; the file itself is untouched in any case.
 int save_backup(const char *backup_base, const char *path);
 
-// Restores a file from its backup in place of what stands there now; a symbolic link is replaced,
+// Restores a file from its backup in place of what is there now; a symbolic link is replaced,
 // not followed. Result: 0, or -1 with the reason on the log, and then the file can be missing or
 // incomplete. The backup stays.
 int restore_backup(const char *path, const char *backup);

@@ -27,7 +27,7 @@ constexpr size_t field_limit = 2063;
 template <size_t field_count>
 class FieldList {
  public:
-    // `function` stands in front of the messages; null for no messages.
+    // `function` begins the messages; null for no messages.
     FieldList(const char *path, const char *function) : path_(path), function_(function) {
         file_.reset(fopen_regular(path));
     }

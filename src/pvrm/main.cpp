@@ -28,7 +28,7 @@ namespace {
 constexpr char footer[] =
     "For all words: -y --yes takes the default answers, -n --dry-run only shows what would be "
     "done,\n"
-    "-q --quiet tells no steps, -v --verbose logs every detail, --restricted refuses what\n"
+    "-q --quiet prints no steps, -v --verbose logs every detail, --restricted refuses what\n"
     "could make the caller root.\n"
     "Exit status: 0 done, 1 something failed, 2 wrong usage, 3 not permitted,\n"
     "4 the repository is locked. The manual page pvrm(8) tells more.";
@@ -69,7 +69,7 @@ void add_common_options(CLI::App &app, common_options &options) {
 }
 
 void add_restricted_option(CLI::App &app, command_line &line) {
-    // No value: nothing behind it on the command line may take it back.
+    // No value: nothing after it on the command line may take it back.
     app.add_flag("--restricted", line.restricted,
                  "Refuse what a user who is not to become root may not do")
         ->disable_flag_override();
@@ -225,7 +225,7 @@ void add_trust_words(CLI::App &app, command_line &line) {
 
 // It changes the system only when it deletes something.
 void add_saved(CLI::App &app, command_line &line) {
-    CLI::App *saved = line.add(app, "saved", "List the files of nobody's that packages replaced",
+    CLI::App *saved = line.add(app, "saved", "List the replaced files that belonged to no package",
                                false, [&line] { return word_saved(line.common, line.saved); });
     saved
         ->add_option("--prune", line.saved.days,

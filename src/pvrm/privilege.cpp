@@ -85,7 +85,7 @@ static bool is_permitted(const argument_list &arguments, const argument_list &qu
     return sudo_agrees(sudo_use::run, question) && !is_left_out(arguments, question);
 }
 
-// The command line as a rule for the restricted mode names it, whatever stands before the word.
+// The command line as a rule for the restricted mode names it, whatever comes before the word.
 static argument_list restricted_form(const argument_list &arguments, const std::string &word) {
     argument_list form = {"--restricted", word};
     bool word_is_to_come = true;

@@ -2,7 +2,7 @@
 // being asked for a password. There is no rule of our own beside that.
 //
 // A rule of sudo may permit the tool as it is, or only `pvrm --restricted WORD ...`, with the
-// option first and the word behind it (pvrm/restricted.h). The full form is preferred.
+// option first and the word after it (pvrm/restricted.h). The full form is preferred.
 #pragma once
 
 #include <string>

@@ -22,7 +22,7 @@ static void tell_state(session &work, const vri *package) {
 }
 
 // What is shown of a package file is its head, which nobody signed. Result: whether it is what the
-// signed description says, else a warning was printed.
+// signed description says; if not, a warning was printed.
 static bool head_is_signed(const std::string &file) {
     const head_comparison head = compare_head(file.c_str());
     if (head.result != head_comparison::matches) {

@@ -58,7 +58,7 @@ static int ask_to_trust(const session &work, const trust_options &what, bool rep
     if (!replaces || what.replace) {
         return user_consents("Trust packages of this signer?", 1) ? EXIT_DONE : EXIT_FAILED;
     }
-    // A default answer is no consent to give up the certificate that was trusted so far.
+    // A default answer does not agree to give up the certificate that was trusted so far.
     if (vote_mode != 1) {
         tell_problem("nothing was changed: to replace what the store holds, add --replace");
         return EXIT_FAILED;

@@ -139,7 +139,7 @@ class file_lister : public TreeVisitor {
 
 }  // namespace
 
-// What the name of a directory tells. False when it is none of ours.
+// What the name of a directory says. False when it is not one of ours.
 static bool parse_name(const std::string &name, saved_set *set) {
     struct tm parts = {};
     parts.tm_isdst = -1;

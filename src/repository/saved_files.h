@@ -3,9 +3,9 @@
 //   saved/2026-11-21T20:00:00_hello_any_1.0/opt/x
 //
 // The directory `saved` of the repository is for root alone, and made when the first file goes
-// there. It holds a directory for each change of a package that replaced files of nobody's: local
-// time, the package's unique name, and "#2" and so on for a further one of the same second. Each
-// file lies in it at its own absolute path.
+// there. It holds a directory for each change of a package that replaced files that belong to no
+// package: local time, the package's unique name, and "#2" and so on for a further one of the same
+// second. Each file lies in it at its own absolute path.
 #pragma once
 
 #include <cstdint>

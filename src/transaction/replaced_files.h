@@ -1,4 +1,4 @@
-// Private to the transactions: the files of nobody's that a change replaces.
+// Private to the transactions: the files that belong to no package and that a change replaces.
 #pragma once
 
 #include <string>

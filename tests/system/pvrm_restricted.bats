@@ -124,7 +124,7 @@ options_of() { # PROGRAM [WORD]
     done
     run pvrm --restricted install --version 1.0 -- foo
     assert_status 3
-    # Behind the end of the options, and behind a word, there are names.
+    # After the end of the options, and after a word, there are names.
     run pvrm --restricted install -- --dir trust
     assert_status 1
     assert_output_has '--dir was not found in the package catalogue'
@@ -252,7 +252,7 @@ not_permitted='pvrm: you are not permitted to change the system: run this as roo
     refute_installed foo
 }
 
-@test "who is not a member may do nothing" {
+@test "a user who is not a member may do nothing" {
     use_rule restricted
     for arguments in allowed '--restricted allowed'; do
         # shellcheck disable=SC2086

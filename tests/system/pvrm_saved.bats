@@ -29,7 +29,7 @@ attributes() {
     stat -c '%u:%g %a %.Y' "$1"
 }
 
-@test "a file of nobody's is kept with all that belongs to it, and where is printed" {
+@test "a file that belongs to no package is kept with all that belongs to it, and where is printed" {
     local copy
     printf 'my own\n' >/srv/s/a
     chown 65534:12 /srv/s/a
@@ -53,7 +53,7 @@ attributes() {
     assert_equal "$(cat "$copy")" 'my own'
 }
 
-@test "a link of nobody's is kept as a link, and what it leads to stays" {
+@test "a link that belongs to no package is kept as a link, and what it leads to stays" {
     echo target >/srv/s/target
     ln -s target /srv/s/a
     ln -s nowhere /srv/s/dangling
@@ -75,7 +75,7 @@ attributes() {
     [[ ! -e $saved ]]
 }
 
-@test "an upgrade keeps what is nobody's, and not what the old version had" {
+@test "an upgrade keeps what belongs to no package, and not what the old version had" {
     pvrm install "$(package foo data/srv/s/a=1)"
     echo edited >/srv/s/a
     echo mine >/srv/s/b
@@ -330,7 +330,7 @@ whatever"
     assert_equal "$(cat /srv/real/x)" one
 }
 
-@test "a link of nobody's is kept and replaced" {
+@test "a link that belongs to no package is kept and replaced" {
     ln -s mine /srv/s/lib
     run pvrm install "$(package foo info/link.txt='/srv/s|lib.1|lib')"
     assert_status 0
@@ -339,7 +339,7 @@ whatever"
     assert_equal "$(readlink /srv/s/lib)" lib.1
 }
 
-@test "a file of nobody's in the place of a link is kept and replaced" {
+@test "a file that belongs to no package in the place of a link is kept and replaced" {
     echo mine >/srv/s/lib
     run pvrm install "$(package foo info/link.txt='/srv/s|lib.1|lib')"
     assert_status 0

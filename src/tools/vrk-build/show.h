@@ -11,6 +11,6 @@ struct show_options {
 
 // Prints the head, the members of the payload, whether the signature holds and whether the head is
 // the signed description, with nothing that could steer the terminal. Result: whether both do.
-// Throws a problem for a file that is no package, and for a damaged payload, behind what could be
+// Throws a problem for a file that is not a package, and for a damaged payload, after what could be
 // printed.
 bool show(const show_options &options);
