@@ -23,8 +23,8 @@
 // bytes can't be had is tried at each refresh. A file of 2 GiB or more is skipped without being
 // read, since it could not be fetched. A directory that is missing or can't be read holds nothing.
 // Each refresh reports all of these, also those that an earlier one reported: they are missing in
-// the catalogue still. A refresh fails only when `vrc_dirs` names no directory or none of them could
-// be read; the view then stays what it was.
+// the catalogue still. A refresh fails only when `vrc_dirs` names no directory or none of them
+// could be read; the view then stays what it was.
 //
 // What is known without a refresh. The last refresh leaves its view in the index file,
 // "vrc-dirs.index". A connection starts with it, without a look at the directories, if it is of the
