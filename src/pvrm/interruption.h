@@ -5,8 +5,8 @@
 // nobody watches any more.
 void outlive_watchers();
 
-// The same, and INT, QUIT and TERM only ask for an end: a question is left without an answer, and the
-// engine ends before the next package.
+// The same, and INT, QUIT and TERM only ask for an end: a question is left without an answer, and
+// the engine ends before the next package.
 void hold_signals();
 
 // Whether an end was asked for; also when a command of a package died of it (`status` is a raw wait

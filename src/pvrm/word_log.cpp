@@ -52,7 +52,8 @@ void note(const event &happened, void *context) {
     auto *const found = static_cast<findings *>(context);
     const bool skipped = happened.kind == event_kind::history_line_skipped;
     const bool unread = skipped && std::exchange(found->unread, false);
-    // Nothing is lost with an empty line. The reader also finds one at the end of a history of one line.
+    // Nothing is lost with an empty line. The reader also finds one at the end of a history of one
+    // line.
     const bool empty = skipped && happened.other.empty();
     if (unread || empty || event_level(happened.kind) != LEVEL_ERROR ||
         is_reason_of_damage(happened.kind)) {

@@ -28,8 +28,8 @@ vri *vrm_vrl_info(vrm_handle *handle, const char *name);
 // nothing about this one.
 vri *vrm_vrl_own_info(vrm_handle *handle, const char *name);
 
-// As vrm_vrl_info, of the entry that an update sets aside before it enters the new version. It is there
-// only after an update that was cut off.
+// As vrm_vrl_info, of the entry that an update sets aside before it enters the new version. It is
+// there only after an update that was cut off.
 vri *vrm_vrl_retired_info(vrm_handle *handle, const char *name);
 
 // The installed packages whose name or description equals the pattern or matches it as a shell

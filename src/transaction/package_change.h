@@ -20,8 +20,8 @@ struct package_change {
     own_vri signed_record;
 };
 
-// Unpacks the staged file to its stage directory (make_stage_directory), and takes its head. Result:
-// 0, -1 when that is refused, or the code of vrm_vrf_extract; with an ERROR line.
+// Unpacks the staged file to its stage directory (make_stage_directory), and takes its head.
+// Result: 0, -1 when that is refused, or the code of vrm_vrf_extract; with an ERROR line.
 int unpack_staged(package_change *change);
 
 // Tells what is about to be verified, and verifies it (verify_forks).
