@@ -74,13 +74,19 @@ static bool copy_attribute(int from, int to, const std::string &name, const char
 
 // Takes away the access control list that a file got from its directory when it was made.
 static bool remove_access_list(int file, const char *path) {
-    if (fremovexattr(file, access_list.data()) == 0 || errno == ENODATA || errno == ENOTSUP) {
+    // Most files have none: then it does not matter why it can't be taken away.
+    const auto is_gone = [] { return errno == ENODATA || errno == ENOTSUP; };
+    if (fremovexattr(file, access_list.data()) == 0 || is_gone()) {
+        return true;
+    }
+    const int error = errno;
+    if (fgetxattr(file, access_list.data(), nullptr, 0) < 0 && is_gone()) {
         return true;
     }
     report({.kind = event_kind::attribute_not_set,
             .path = path,
             .other = std::string(access_list),
-            .error = errno});
+            .error = error});
     return false;
 }
 

@@ -218,10 +218,20 @@ TEST_F(BackupJournal, WithAListThatCannotBeRemovedAFileIsItsOwnersAlone) {
     const std::string plain = dir.write("live/plain", "x", 0644);
     removal_fails = true;
     ASSERT_EQ(save_backup(base.c_str(), plain.c_str()), 0);
-    EXPECT_EQ(facts_of(base + plain).mode & 07777, 0600U);
+    EXPECT_EQ(facts_of(base + plain).mode & 07777, 0644U) << "it has no list to be removed";
+    EXPECT_THAT(log.at(LEVEL_WARNING), IsEmpty());
+
+    const std::string list = before.attributes.at("system.posix_acl_access");
+    ASSERT_EQ(
+        setxattr((dir / "live").c_str(), "system.posix_acl_default", list.data(), list.size(), 0),
+        0)
+        << strerror(errno);
+    ASSERT_EQ(unlink(plain.c_str()), 0);
+    ASSERT_EQ(restore_backup(plain.c_str(), (base + plain).c_str()), 0);
+    EXPECT_EQ(facts_of(plain).mode & 07777, 0600U);
     EXPECT_THAT(log.at(LEVEL_WARNING),
-                ElementsAre("Failed to set attribute system.posix_acl_access of " + base + plain +
-                            ": " + strerror(EIO)));
+                ElementsAre("Failed to set attribute system.posix_acl_access of " + plain + ": " +
+                            strerror(EIO)));
 }
 
 // What a change made there while the file was away may lead anywhere.
