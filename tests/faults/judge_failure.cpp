@@ -257,7 +257,8 @@ void failure_judge::judge_own_places() {
             if (base.ends_with(".vrk") || !told_already.insert(base).second) {
                 continue;
             }
-            if (logged("Failure unpacking ") || logged("Failure checking ")) {
+            if (logged("Failure unpacking ") || logged("Failure checking ") ||
+                logged(": cannot install ")) {
                 tell(told::stage_kept, base);
             } else {
                 tell_if(clearing && is_below(op_.path, base), told::not_cleared, base, nullptr);

@@ -184,6 +184,8 @@ TEST_F(Judge, FindsFaultWithLeftOversThatCouldHaveBeenCleared) {
     disturb("write", stage + "/new/data/x");
     failed_.log = "vrm_update_vrk: Failure unpacking x to y";
     EXPECT_EQ(judge(), "stage-kept");
+    failed_.log = "vrm_update_vrk: cannot install p_any_2.vrk: its head says p 3";
+    EXPECT_EQ(judge(), "stage-kept");
     failed_.now = scene_.before;
     failed_.now[installed + ".p.old"] = {'d', 0755, ""};
     EXPECT_EQ(judge(), "FAULT");

@@ -266,8 +266,9 @@ TEST_F(CompareHead, FailsOnAPayloadThatIsNoArchive) {
         EXPECT_EQ(found.result, head_comparison::failed) << kept;
         EXPECT_NE(found.why, "") << kept;
     }
+    // A change elsewhere need not reach the description: it is the signature that finds it.
     std::string damaged = whole.substr(payload);
-    damaged[damaged.size() / 2] = static_cast<char>(damaged[damaged.size() / 2] ^ 0x55);
+    damaged[0] = static_cast<char>(damaged[0] ^ 0x55);
     EXPECT_EQ(of_payload(damaged).result, head_comparison::failed);
 }
 
