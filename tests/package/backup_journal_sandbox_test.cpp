@@ -175,6 +175,14 @@ TEST_F(BackupJournal, NorDoesItsBackup) {
     EXPECT_EQ(facts_of(file).mode & 07777, 0705U) << "a program of root's by now";
 }
 
+TEST_F(BackupJournal, AFileOfRootsNeedsNoOwnerSet) {
+    const std::string plain = dir.write("live/plain", "x", 0664);
+    chown_fails = true;
+    ASSERT_EQ(save_backup(base.c_str(), plain.c_str()), 0);
+    EXPECT_EQ(facts_of(base + plain).mode & 07777, 0664U);
+    EXPECT_THAT(log.at(LEVEL_WARNING), IsEmpty());
+}
+
 // The group bits of its mode are those of the list's mask, and meant for others than the group; an
 // entry of the list can deny what others may.
 TEST_F(BackupJournal, WithoutItsAccessControlListAFileIsItsOwnersAlone) {
