@@ -31,11 +31,13 @@ constexpr char head_answers[] =
 constexpr char inst_answers[] =
     "k=keep entry,L=Leave all entries,d=delete entry,R=Remove all entries,a=abort chkinst";
 
-void tell_user(const std::string &line) {
+// Shows a finding in the engine's own words, and reports it for programs that have better ones.
+void report_finding(const event &finding) {
     if (vrmui) {
-        vrmui_say_new("%s", line.c_str());
+        vrmui_say_new("%s\n", event_line(finding).c_str());
         vrmui_write_info(vrmui, vrmui->text, 0);
     }
+    report(finding);
 }
 
 // The heads of the packages looked at. Many packages share one head, which may have as many
@@ -161,8 +163,10 @@ bool head_audit::visit(const char *entry, const vri *package) {
         return true;
     }
     for (const std::string &dependent : dependents_.find(package->name)) {
-        tell_user(std::string("vrm_chkhead: ") + package->name + " is still needed by " +
-                  dependent + "\n");
+        report_finding({.kind = event_kind::orphan_needed,
+                        .who = "vrm_chkhead",
+                        .package = package->name,
+                        .other = dependent});
     }
     orphans_++;
     return dry_run || offer_repair(*package);
@@ -171,17 +175,15 @@ bool head_audit::visit(const char *entry, const vri *package) {
 bool head_audit::is_wanted_by_head(const vri &package) {
     const std::string name = package.name, head_name = package.install_head;
     const head_lookup::head *head = heads_.find(head_name);
-    const std::string history =
-        name + " was installed as a dependency of " + head_name + ", but " + head_name;
     if (!head) {
-        tell_user(history + " is no longer installed\n");
+        report_finding({.kind = event_kind::head_gone, .package = name, .other = head_name});
         return false;
     }
     if (head->count > 0) {
         log_say(LEVEL_DEBUG, "vrm_chkhead: %s has %d dependencies", head_name.c_str(), head->count);
     }
     if (!head->dependencies.contains(name)) {
-        tell_user(history + " no longer needs it\n");
+        report_finding({.kind = event_kind::head_done, .package = name, .other = head_name});
         return false;
     }
     log_say(LEVEL_DEBUG, "vrm_chkhead: %s is still needed by %s", name.c_str(), head_name.c_str());
@@ -221,7 +223,7 @@ class entry_audit {
     int invalid() const {
         return invalid_;
     }
-    void tell_sums() const;
+    void report_sums() const;
 
  private:
     bool offer_removal(const char *entry, const std::string &path, bool with_index);
@@ -240,9 +242,12 @@ bool entry_audit::visit(const char *entry, const std::string &path, const vri *p
     }
     // A record of another name answers for that package where it is looked up, and its files are
     // another's: neither of the two could be upgraded or removed.
-    tell_user(std::string(entry) +
-              (package ? std::string(" holds the entry of another package, ") + package->name + "\n"
-                       : " is not a valid package dir\n"));
+    if (package) {
+        report_finding(
+            {.kind = event_kind::entry_misnamed, .package = entry, .other = package->name});
+    } else {
+        report_finding({.kind = event_kind::entry_invalid, .package = entry});
+    }
     invalid_++;
     return dry_run || offer_removal(entry, path, package != nullptr);
 }
@@ -271,9 +276,11 @@ bool entry_audit::offer_removal(const char *entry, const std::string &path, bool
     }
 }
 
-void entry_audit::tell_sums() const {
-    tell_user("checked " + std::to_string(valid_ + invalid_) + " entries, " +
-              std::to_string(valid_) + " valid , " + std::to_string(invalid_) + " invalid\n");
+void entry_audit::report_sums() const {
+    report_finding({.kind = event_kind::entries_counted,
+                    .found = std::to_string(invalid_),
+                    .number = valid_,
+                    .total = valid_ + invalid_});
 }
 
 // Hands each entry to `visit`, which gives false to abort. The number of entries, or nothing after
@@ -333,7 +340,7 @@ int vrm_chkinst(vrm_handle *handle, unsigned report) try {
     }
     log_say(LEVEL_DEBUG, "Found %d packages", *count);
     if (report) {
-        audit.tell_sums();
+        audit.report_sums();
     }
     walk.close();
     return audit.invalid();

@@ -15,6 +15,7 @@
 #include "support/file.h"
 #include "support/log.h"
 #include "ui/sentences.h"
+#include "ui/vrmui.h"
 
 static std::string last_cause, last_reason, last_outcome;
 // Each reading of the inventory warns of the same entries again.
@@ -179,6 +180,9 @@ static void take(const event &happened) {
             break;
         case sentence_sort::outcome:
             last_outcome = std::move(said.text);
+            break;
+        case sentence_sort::finding:
+            vrmui_write(vrmui, said.text.c_str(), 0);
             break;
         case sentence_sort::failure:
             said.text = with_rollback(said.text, take_rollback());

@@ -16,6 +16,7 @@
 FILE *terminal_in = nullptr;
 FILE *terminal_out = nullptr;
 bool terminal_verbatim = false;
+bool terminal_informs = true;
 
 const char *const vrmui_backend = "terminal";
 
@@ -110,7 +111,7 @@ int vrmui_write(vrmui_object *, const char *text, int) {
 
 // A window leaves a copy on stderr, as it is gone when it was closed. Here the text itself stays.
 int vrmui_write_info(vrmui_object *ui, const char *text, int ask) {
-    return vrmui_write(ui, text, ask);
+    return terminal_informs ? vrmui_write(ui, text, ask) : 0;
 }
 
 int vrmui_yesno(vrmui_object *, const char *question, int default_answer) {

@@ -13,6 +13,10 @@ extern FILE *terminal_out;
 // What vrmui_write shows goes out byte by byte, for programs that read it. False at first.
 extern bool terminal_verbatim;
 
+// Whether vrmui_write_info shows anything. True at first; false while the receiver of the events
+// prints the same in sentences.
+extern bool terminal_informs;
+
 // Where output goes.
 FILE *terminal_stream();
 

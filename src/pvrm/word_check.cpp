@@ -7,6 +7,7 @@
 #include "pvrm/interruption.h"
 #include "pvrm/session.h"
 #include "pvrm/tell.h"
+#include "pvrm/terminal_ui.h"
 #include "pvrm/words.h"
 
 static std::string counted(int count, const char *one, const char *many) {
@@ -19,6 +20,7 @@ int word_check(const common_options &options) {
         return refused;
     }
     dry_run = options.dry_run;
+    terminal_informs = false;  // each finding comes as an event as well
     const size_t problems_before = reasons_told();
     // Entries first: what is removed of them needs nothing any more.
     const int invalid = vrm_chkinst(work.repository(), !options.quiet);

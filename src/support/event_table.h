@@ -383,6 +383,14 @@
     X(head_audit_aborted, LEVEL_ERROR, "aborting chkhead")                                         \
     X(entry_audit_aborted, LEVEL_ERROR, "aborting chkinst")                                        \
     X(audited_entry_not_removed, LEVEL_ERROR, "failed to remove {path}")                           \
+    X(entry_invalid, 0, "{package} is not a valid package dir")                                    \
+    X(entry_misnamed, 0, "{package} holds the entry of another package, {other}")                  \
+    X(entries_counted, 0, "checked {total} entries, {number} valid , {found} invalid")             \
+    X(head_gone, 0,                                                                                \
+      "{package} was installed as a dependency of {other}, but {other} is no longer installed")    \
+    X(head_done, 0,                                                                                \
+      "{package} was installed as a dependency of {other}, but {other} no longer needs it")        \
+    X(orphan_needed, 0, "{who}: {package} is still needed by {other}")                             \
     X(orphan_not_fixed, LEVEL_INFO, "fixing {package} not yet implemented")                        \
     X(orphan_left, LEVEL_INFO, "leaving {package}")                                                \
     X(entry_kept, LEVEL_INFO, "keeping {package}")                                                 \

@@ -12,6 +12,7 @@ enum class sentence_sort {
     cause,    // explains the next reason or failure: said with it
     outcome,  // what a whole run came to
     failure,  // ends a package: said with what the rollback did
+    finding,  // what an audit found
 };
 
 struct sentence {

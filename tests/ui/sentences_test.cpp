@@ -33,8 +33,8 @@ const char *level_name(uint32_t level) {
 }
 
 const char *sort_name(sentence_sort sort) {
-    static constexpr const char *names[] = {"nothing", "step",    "reason",
-                                            "cause",   "outcome", "failure"};
+    static constexpr const char *names[] = {"nothing", "step",    "reason", "cause",
+                                            "outcome", "failure", "finding"};
     return names[static_cast<size_t>(sort)];
 }
 
