@@ -172,7 +172,8 @@ put_on_offer() { # NAME [WHAT=VALUE]...
     offer known "$1" "$variant" "$version" 1 "The package $1 for tests" "$wanted" "$(package "$@")"
 }
 
-# Takes every package of the tests off the system, by hand, so that tests share one throwaway root.
+# Takes every package of the tests off the system, by hand, and the traces of running scripts, so that
+# tests share one throwaway root.
 clean_repository() {
     local index path
     for index in "$repository"/fileindex/*; do
@@ -184,6 +185,8 @@ clean_repository() {
     rm -f "$repository"/{install.log,catalogue.*} /var/log/pvrm.log
     : >"$repository/catalogue.txt"
     : >"$repository/catalogue.known"
+    # What a waiting script and its test signal by.
+    rm -f /tmp/started /tmp/go /tmp/out
 }
 
 is_installed() { # NAME
@@ -222,8 +225,8 @@ install_type() { # NAME
 
 # --- Terminals and processes ----------------------------------------------------------------------
 
-# Runs a command line on a pseudo terminal, whose keyboard is stdin. The output, in which lines end
-# as on a terminal, comes without their carriage returns.
+# Runs a command line on a pseudo terminal on which nobody types. The output, in which lines end as on
+# a terminal, comes without their carriage returns.
 #
 # script takes its shell from SHELL, and /bin/sh when that is unset. The keyboard's signals reach that
 # shell too: dash then ends with 130 whatever the command did, bash with the command's own status.
@@ -232,29 +235,145 @@ on_terminal() { # COMMAND-LINE
     return "${PIPESTATUS[0]}"
 }
 
-# Waits until a command succeeds, for half a minute at most: a test that goes well never waits so long,
-# and a slow machine is no failure.
-wait_until() { # COMMAND [ARGUMENT]...
-    local i
-    for ((i = 0; i < 600; i++)); do
-        ! "$@" || return 0
-        sleep 0.05
-    done
-    printf 'waited in vain for: %s\n' "$*" >&2
-    return 1
+# Starts a command line on a pseudo terminal, as process $terminal. await_text, type_in and
+# end_on_terminal go on with it.
+start_on_terminal() { # COMMAND-LINE
+    terminal_shown=$BATS_TEST_TMPDIR/terminal
+    terminal_seen=0
+    : >"$terminal_shown"
+    rm -f "$terminal_shown.keys"
+    mkfifo "$terminal_shown.keys"
+    # For reading too, so that neither side waits for the other, and the keyboard never ends.
+    exec {terminal_keys}<>"$terminal_shown.keys"
+    # A job in the background ignores the keyboard's signals, and so would the command.
+    SHELL=/bin/bash env --default-signal=INT,QUIT script -qefc "$1" /dev/null \
+        <&"$terminal_keys" >"$terminal_shown" 2>&1 3>&- {terminal_keys}>&- &
+    terminal=$!
 }
 
-# A script of a package that tells that it runs and waits for leave to end.
+# A text is on the terminal after the one that was waited for last.
+text_is_shown() { # TEXT
+    local shown
+    shown=$(<"$terminal_shown")
+    shown=${shown:terminal_seen}
+    [[ $shown == *"$1"* ]] || return 1
+    shown=${shown%%"$1"*}
+    terminal_seen=$((terminal_seen + ${#shown} + ${#1}))
+}
+
+await_text() { # TEXT
+    local end=$((SECONDS + 60)) last_look=false
+    until text_is_shown "$1"; do
+        if $last_look || ((SECONDS >= end)); then
+            printf 'the terminal does not show <%s> next, but:\n%s\n' "$1" \
+                "$(<"$terminal_shown")" >&2
+            kill "$terminal" 2>/dev/null || true
+            return 1
+        fi
+        # What the command prints last is there when it has ended.
+        ! has_gone "$terminal" || last_look=true
+        sleep 0.05
+    done
+}
+
+type_in() { # KEYS
+    printf '%s' "$1" >&"$terminal_keys"
+}
+
+# Waits for the end of that command; afterwards $status, $output and $lines are its own, as after `run`.
+end_on_terminal() {
+    wait_until has_gone "$terminal" || {
+        printf 'the command on the terminal does not end; it shows:\n%s\n' \
+            "$(<"$terminal_shown")" >&2
+        kill "$terminal" 2>/dev/null || true
+        return 1
+    }
+    status=0
+    wait "$terminal" || status=$?
+    exec {terminal_keys}>&-
+    output=$(tr -d '\r' <"$terminal_shown")
+    mapfile -t lines <<<"$output"
+}
+
+# Runs a command line on a terminal, and enters each answer when its question is there; afterwards
+# $status, $output and $lines are those of `run`.
+answer_on_terminal() { # COMMAND-LINE [QUESTION ANSWER]...
+    start_on_terminal "$1"
+    shift
+    while (($#)); do
+        await_text "$1" || return 1
+        type_in "$2"$'\n'
+        shift 2
+    done
+    end_on_terminal
+}
+
+# The process that holds the lock of the repository sleeps; after a question: it waits for the answer.
+# A signal that comes between the two is not noticed before the next key.
+lock_holder_sleeps() {
+    local process
+    process=$(cat "$repository/lock" 2>/dev/null) &&
+        [[ $(sed 's/.*) //' "/proc/$process/stat" 2>/dev/null) == S* ]]
+}
+
+# Runs a changing command on a terminal, and interrupts it at a question: by a key (as ^C), or by a
+# signal from elsewhere. The answers are those to the questions before; $status, $output and $lines
+# are set as by answer_on_terminal.
+interrupt_on_terminal() { # SIGNAL|^KEY COMMAND-LINE [QUESTION ANSWER]... QUESTION
+    local interruption=$1
+    start_on_terminal "$2"
+    shift 2
+    while (($# > 1)); do
+        await_text "$1" || return 1
+        type_in "$2"$'\n'
+        shift 2
+    done
+    await_text "$1" || return 1
+    wait_until lock_holder_sleeps
+    case $interruption in
+    ^C) type_in $'\003' ;;
+    *) kill -"$interruption" "$(cat "$repository/lock")" ;;
+    esac
+    end_on_terminal
+}
+
+# Waits until a command succeeds, for a minute at most: a test that goes well never waits so long, and
+# a slow machine is not a failure.
+wait_until() { # COMMAND [ARGUMENT]...
+    local end=$((SECONDS + 60))
+    until "$@"; do
+        ((SECONDS < end)) || {
+            printf 'waited in vain for: %s\n' "$*" >&2
+            return 1
+        }
+        sleep 0.05
+    done
+}
+
+# A process has ended. One of this shell's own is then still there for `wait`.
+has_gone() { # PROCESS
+    [[ ! -e /proc/$1 || $(sed 's/.*) //' "/proc/$1/stat" 2>/dev/null) == [ZX]* ]]
+}
+
+# A script of a package that shows by a file that it runs, and waits for another one to end.
 # shellcheck disable=SC2016,SC2034
 waiting_script='touch /tmp/started; n=0
-while [ ! -e /tmp/go ] && [ $n -lt 100 ]; do sleep 0.1; n=$((n+1)); done'
+while [ ! -e /tmp/go ] && [ $n -lt 1200 ]; do sleep 0.05; n=$((n+1)); done'
+
+has_started() {
+    [[ -e /tmp/started ]]
+}
+
+assert_no_lock() {
+    [[ ! -e $repository/lock ]]
+}
 
 # Starts the tool in the background, as process $tool, whose output goes to /tmp/out, and waits until
 # a waiting script of a package runs.
 start_pvrm() { # ARGUMENT...
     pvrm "$@" >/tmp/out 2>&1 3>&- &
     tool=$!
-    wait_until test -e /tmp/started
+    wait_until has_started
 }
 
 # Lets that script end; afterwards $status and $output are those of the tool, as after `run`.

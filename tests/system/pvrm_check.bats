@@ -10,7 +10,6 @@ setup_file() {
 
 setup() {
     clean_repository
-    rm -f /tmp/started /tmp/go /tmp/out
 }
 
 # An entry as an install leaves it behind that dies before its last step.
@@ -29,10 +28,6 @@ leave_over() {
 
 snapshot() {
     (cd "$repository" && find installed fileindex stagearea -printf '%P %y %s %T@\n' | sort)
-}
-
-assert_no_lock() {
-    [[ ! -e $repository/lock ]]
 }
 
 @test "an inventory as it should be is no failure" {
@@ -107,7 +102,7 @@ pvrm: found 1 damaged entry and 1 dependency left over'
 @test "on a terminal each damaged entry is asked about" {
     damage one
     damage two
-    run on_terminal 'pvrm check' < <(printf 'd\n\n')
+    answer_on_terminal 'pvrm check' 'Your choice' d 'Your choice' ''
     assert_status 1
     assert_line '  k  keep entry (default)'
     assert_line '  L  Leave all entries'
@@ -127,7 +122,7 @@ pvrm: found 1 damaged entry and 1 dependency left over'
     damage one
     damage two
     damage three
-    run on_terminal 'pvrm check' < <(printf 'R\n')
+    answer_on_terminal 'pvrm check' 'Your choice' R
     assert_status 1
     assert_equal "$(grep -c 'Your choice:' <<<"$output")" 1
     assert_equal "$(ls -A "$repository/installed")" foo
@@ -138,7 +133,7 @@ pvrm: found 1 damaged entry and 1 dependency left over'
 @test "on a terminal a repair is offered, and changes nothing yet" {
     leave_over
     before=$(snapshot)
-    run on_terminal 'pvrm check' < <(printf '\n')
+    answer_on_terminal 'pvrm check' 'Your choice' ''
     assert_status 1
     assert_line 'fix install info'
     assert_line '  f  fix entry'
@@ -146,7 +141,7 @@ pvrm: found 1 damaged entry and 1 dependency left over'
     assert_line '  a  abort chkhead'
     assert_output_has 'Your choice [l]:'
     assert_output_has 'pvrm: leaving lib as it is'
-    run on_terminal 'pvrm check' < <(printf 'F\n')
+    answer_on_terminal 'pvrm check' 'Your choice' F
     assert_status 1
     assert_equal "$(snapshot)" "$before"
 }
@@ -154,7 +149,7 @@ pvrm: found 1 damaged entry and 1 dependency left over'
 @test "an abort is a failure, and what was removed is gone" {
     damage one
     damage two
-    run on_terminal 'pvrm check' < <(printf 'd\na\n')
+    answer_on_terminal 'pvrm check' 'Your choice' d 'Your choice' a
     assert_status 1
     assert_output_has 'pvrm: the check was not finished'
     assert_equal "$(find "$repository/installed" -mindepth 1 -maxdepth 1 | wc -l)" 1
@@ -163,13 +158,7 @@ pvrm: found 1 damaged entry and 1 dependency left over'
 
 @test "an interruption at a question ends it with the lock released" {
     damage one
-    on_terminal 'pvrm check' < <(sleep 5) >/tmp/out 3>&- &
-    local terminal=$!
-    wait_until test -s "$repository/lock"
-    kill -TERM "$(cat "$repository/lock")"
-    status=0
-    wait "$terminal" || status=$?
-    output=$(cat /tmp/out)
+    interrupt_on_terminal TERM 'pvrm check' 'Your choice'
     assert_status 1
     assert_output_has 'pvrm: interrupted: the check was not finished'
     [[ -e $repository/installed/one ]]
@@ -177,17 +166,14 @@ pvrm: found 1 damaged entry and 1 dependency left over'
 }
 
 @test "while another process changes the repository it ends, and the dry run does not" {
-    package foo "init/00-add.sh=$waiting_script" >/dev/null
-    pvrm install "$BATS_TEST_TMPDIR/packages/foo_any_1.0.vrk" >/tmp/out 2>&1 3>&- &
-    local tool=$!
-    wait_until test -e /tmp/started
+    start_pvrm install "$(package foo "init/00-add.sh=$waiting_script")"
     run pvrm check
     local second_status=$status second_output=$output
     run pvrm check --dry-run
-    touch /tmp/go
-    wait "$tool"
     assert_status 0
     assert_output_has 'pvrm: found no damaged entries and no dependencies left over'
+    finish
+    assert_status 0
     status=$second_status output=$second_output
     assert_status 4
     assert_output_has \
@@ -198,7 +184,7 @@ pvrm: found 1 damaged entry and 1 dependency left over'
     damage busy
     mkdir "$repository/installed/busy/mounted"
     mount -t tmpfs none "$repository/installed/busy/mounted"
-    run on_terminal 'pvrm check' < <(printf 'd\n')
+    answer_on_terminal 'pvrm check' 'Your choice' d
     umount "$repository/installed/busy/mounted"
     assert_status 1
     assert_line "pvrm: $repository/installed/busy is not removed, or not whole"

@@ -10,7 +10,6 @@ setup_file() {
 
 setup() {
     clean_repository
-    rm -f /tmp/started /tmp/go /tmp/out
 }
 
 # What an update leaves behind that dies before its last step: 6 + 5 bytes, and 4.
@@ -31,10 +30,6 @@ stage() { # NAME BYTES
 snapshot() {
     (cd "$repository" && find . ! -name lock -printf '%P %y %s %T@\n' | sort &&
         find . -type f ! -name lock -exec sha1sum {} + | sort)
-}
-
-assert_no_lock() {
-    [[ ! -e $repository/lock ]]
 }
 
 @test "staged files are removed after installs, and counted" {
@@ -158,7 +153,7 @@ pvrm: would remove 1 entry and free 1 bytes'
 @test "on a terminal each entry is asked about" {
     crash foo
     stage a 1000
-    run on_terminal 'pvrm cleanup' < <(printf 'd\nk\n\n')
+    answer_on_terminal 'pvrm cleanup' 'Your choice' d 'Your choice' k 'Your choice' ''
     assert_status 0
     assert_line 'installed: delete directory .foo.old with size 11'
     assert_line '  k  keep entry'
@@ -179,7 +174,7 @@ pvrm: would remove 1 entry and free 1 bytes'
     crash bar
     stage a 1
     stage b 1
-    run on_terminal 'pvrm cleanup' < <(printf 'L\nR\nL\n')
+    answer_on_terminal 'pvrm cleanup' 'Your choice' L 'Your choice' R 'Your choice' L
     assert_status 0
     assert_equal "$(grep -c 'Your choice:' <<<"$output")" 3
     assert_output_has 'pvrm: removed 2 entries and freed 8 bytes'
@@ -200,7 +195,7 @@ pvrm: would remove 1 entry and free 1 bytes'
 @test "an abort ends it, and is a failure" {
     crash foo
     stage a 1
-    run on_terminal 'pvrm cleanup' < <(printf 'd\na\n')
+    answer_on_terminal 'pvrm cleanup' 'Your choice' d 'Your choice' a
     assert_status 1
     assert_output_has 'pvrm: removing the old inventory entry .foo.old'
     assert_output_has 'pvrm: the cleanup was not finished'
@@ -212,7 +207,7 @@ pvrm: would remove 1 entry and free 1 bytes'
 
 @test "an interruption at a question ends it with the lock released" {
     stage a 1
-    run on_terminal 'pvrm cleanup' < <(sleep 1.5; printf '\003')
+    interrupt_on_terminal ^C 'pvrm cleanup' 'Your choice'
     assert_status 1
     assert_line 'pvrm: interrupted: the cleanup was not finished'
     [[ -e $repository/stagearea/a.vrk ]]
@@ -221,14 +216,7 @@ pvrm: would remove 1 entry and free 1 bytes'
 
 @test "TERM at a question ends it with the lock released" {
     stage a 1
-    on_terminal 'pvrm cleanup' < <(sleep 5) >/tmp/out 3>&- &
-    local terminal=$!
-    wait_until test -s "$repository/lock"
-    sleep 1
-    kill -TERM "$(cat "$repository/lock")"
-    status=0
-    wait "$terminal" || status=$?
-    output=$(cat /tmp/out)
+    interrupt_on_terminal TERM 'pvrm cleanup' 'Your choice'
     assert_status 1
     assert_output_has 'pvrm: interrupted: the cleanup was not finished'
     [[ -e $repository/stagearea/a.vrk ]]
@@ -238,16 +226,13 @@ pvrm: would remove 1 entry and free 1 bytes'
 # --- Failures -------------------------------------------------------------------------------------
 
 @test "while another process changes the repository it ends, and the dry run does not" {
-    package foo "init/00-add.sh=$waiting_script" >/dev/null
-    pvrm install "$BATS_TEST_TMPDIR/packages/foo_any_1.0.vrk" >/tmp/out 2>&1 3>&- &
-    local tool=$!
-    wait_until test -e /tmp/started
+    start_pvrm install "$(package foo "init/00-add.sh=$waiting_script")"
     run pvrm cleanup
     local second_status=$status second_output=$output
     run pvrm cleanup --dry-run
     local dry_status=$status dry_output=$output
-    touch /tmp/go
-    wait "$tool"
+    finish
+    assert_status 0
     status=$second_status output=$second_output
     assert_status 4
     assert_output_has \

@@ -22,7 +22,6 @@ teardown() {
 
 @test "an entry that is just being made is not called damaged, one that was left is" {
     mkdir "$repository/installed/half"
-    rm -f /tmp/started /tmp/go
     start_pvrm install "$(package foo "init/00-add.sh=$waiting_script")"
     run pvrm list
     refute_output_has damaged

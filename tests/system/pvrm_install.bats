@@ -11,7 +11,7 @@ setup_file() {
 
 setup() {
     clean_repository
-    rm -f /tmp/started /tmp/go /tmp/ran
+    rm -f /tmp/ran
 }
 
 @test "a package file is installed, step by step" {

@@ -11,15 +11,7 @@ setup_file() {
 
 setup() {
     clean_repository
-    rm -f /tmp/started /tmp/go /tmp/out /tmp/configured
-}
-
-has_started() {
-    [[ -e /tmp/started ]]
-}
-
-assert_no_lock() {
-    [[ ! -e $repository/lock ]]
+    rm -f /tmp/configured
 }
 
 # --- Questions ------------------------------------------------------------------------------------
@@ -27,18 +19,17 @@ assert_no_lock() {
 @test "on a terminal it asks once for all that is wanted" {
     a=$(package a)
     b=$(package b)
-    run on_terminal "pvrm install $a $b" <<<y
+    answer_on_terminal "pvrm install $a $b" 'Install these 2 packages? [Y/n]' y
     assert_status 0
     assert_equal "$(grep -c '\[Y/n\]' <<<"$output")" 1
-    assert_output_has 'Install these 2 packages? [Y/n]'
     is_installed a
     is_installed b
 }
 
 @test "no is no" {
-    run on_terminal "pvrm install $(package foo)" <<<n
+    answer_on_terminal "pvrm install $(package foo)" 'Install this package? [Y/n] ' n
     assert_status 1
-    assert_output_has 'Install this package? [Y/n] pvrm: nothing was installed'
+    assert_line 'pvrm: nothing was installed'
     refute_installed foo
     assert_no_lock
 }
@@ -61,16 +52,18 @@ assert_no_lock() {
     is_installed bar
 }
 
-# Answers for two files that are there already: y for the plan, then the given keys.
-install_over() { # KEYS
+# Installs over two files that are there already, with these answers to the questions about them.
+install_over() { # ANSWER...
+    local answer answers=()
+    for answer; do answers+=('Your choice' "$answer"); done
     echo mine >/usr/share/one
     echo mine >/usr/share/two
-    run on_terminal "pvrm install $(package foo data/usr/share/one=new data/usr/share/two=new)" \
-        < <(printf 'y\n'; sleep 0.5; printf '%s' "$1")
+    answer_on_terminal "pvrm install $(package foo data/usr/share/one=new data/usr/share/two=new)" \
+        '[Y/n]' y "${answers[@]}"
 }
 
 @test "a file in the way is asked about: leave and replace" {
-    install_over $'l\nr\n'
+    install_over l r
     assert_status 0
     assert_line '  l  leave existing file'
     # Which is asked first is the directory's affair.
@@ -85,19 +78,19 @@ install_over() { # KEYS
 }
 
 @test "a capital letter answers for all: leave" {
-    install_over $'L\n'
+    install_over L
     assert_status 0
     assert_equal "$(cat /usr/share/one /usr/share/two)" $'mine\nmine'
 }
 
 @test "a capital letter answers for all: replace" {
-    install_over $'R\n'
+    install_over R
     assert_status 0
     assert_equal "$(cat /usr/share/one /usr/share/two)" $'new\nnew'
 }
 
 @test "abort at a file in the way takes the package back" {
-    install_over $'a\n'
+    install_over a
     assert_status 1
     assert_line 'pvrm: the installation is aborted, as you asked for'
     assert_equal "$(cat /usr/share/one /usr/share/two)" $'mine\nmine'
@@ -108,7 +101,7 @@ install_over() { # KEYS
 # --- Signals --------------------------------------------------------------------------------------
 
 @test "an interruption at the question ends with the lock released" {
-    run on_terminal "pvrm install $(package foo)" < <(sleep 1.5; printf '\003')
+    interrupt_on_terminal ^C "pvrm install $(package foo)" '[Y/n]'
     assert_status 1
     assert_line 'pvrm: interrupted: nothing was installed'
     refute_installed foo
@@ -116,14 +109,7 @@ install_over() { # KEYS
 }
 
 @test "TERM at the question ends with the lock released" {
-    on_terminal "pvrm install $(package foo)" < <(sleep 5) >/tmp/out 3>&- &
-    local terminal=$!
-    wait_until test -s "$repository/lock"
-    sleep 1
-    kill -TERM "$(cat "$repository/lock")"
-    status=0
-    wait "$terminal" || status=$?
-    output=$(cat /tmp/out)
+    interrupt_on_terminal TERM "pvrm install $(package foo)" '[Y/n]'
     assert_status 1
     assert_output_has 'pvrm: interrupted: nothing was installed'
     refute_installed foo
@@ -132,8 +118,8 @@ install_over() { # KEYS
 
 @test "an interruption at a file in the way takes the package back" {
     echo mine >/usr/share/one
-    run on_terminal "pvrm install $(package foo data/usr/share/one=new) $(package bar)" \
-        < <(printf 'y\n'; sleep 2; printf '\003')
+    interrupt_on_terminal ^C "pvrm install $(package foo data/usr/share/one=new) $(package bar)" \
+        '[Y/n]' y 'Your choice'
     assert_status 1
     assert_output_has 'pvrm: interrupted: '
     assert_equal "$(cat /usr/share/one)" mine
@@ -142,9 +128,17 @@ install_over() { # KEYS
     assert_no_lock
 }
 
+# Installs foo, whose script waits, and bar on a terminal, and presses a key during the script.
+press_during_script() { # KEY SCRIPT
+    start_on_terminal "trap : QUIT; ulimit -c 0
+        pvrm install --yes $(package foo "init/$2=$waiting_script") $(package bar)"
+    wait_until has_started
+    type_in "$1"
+    end_on_terminal
+}
+
 @test "an interruption from the keyboard during a script takes the package back" {
-    run on_terminal "pvrm install --yes $(package foo "init/99-add.sh=$waiting_script") $(package bar)" \
-        < <(wait_until has_started; printf '\003'; sleep 1)
+    press_during_script $'\003' 99-add.sh
     assert_status 1
     assert_output_has 'pvrm: interrupted: '
     refute_installed foo
@@ -154,8 +148,7 @@ install_over() { # KEYS
 }
 
 @test "an interruption from the keyboard during a configuration command ends after it" {
-    run on_terminal "pvrm install --yes $(package foo "init/99-cfg.sh=$waiting_script") $(package bar)" \
-        < <(wait_until has_started; printf '\003'; sleep 1)
+    press_during_script $'\003' 99-cfg.sh
     assert_status 1
     assert_output_has 'pvrm: interrupted: '
     is_installed foo
@@ -196,8 +189,7 @@ install_over() { # KEYS
 }
 
 @test "the quit key during a script takes the package back, and ends before the next one" {
-    run on_terminal "trap : QUIT; ulimit -c 0; pvrm install --yes $(package foo "init/99-add.sh=$waiting_script") $(package bar)" \
-        < <(wait_until has_started; printf '\034'; sleep 1)
+    press_during_script $'\034' 99-add.sh
     assert_status 1
     assert_output_has 'pvrm: interrupted: '
     refute_installed foo
@@ -206,28 +198,8 @@ install_over() { # KEYS
     assert_no_lock
 }
 
-# As on_terminal, without its filter, which keeps back what is printed until the end.
-on_plain_terminal() { # COMMAND-LINE
-    SHELL=/bin/bash script -qefc "$1" /dev/null
-}
-
-# Answers the questions of an installation with the given keys until one asks for TEXT, and sends
-# QUIT to the tool there.
-quit_at() { # TEXT KEYS ARGUMENT...
-    local terminal
-    # A background job ignores QUIT, and so would the tool.
-    on_plain_terminal "ulimit -c 0; env --default-signal=QUIT pvrm install ${*:3}" \
-        < <(exec 3>&-; printf '%b' "$2"; sleep 10) >/tmp/out 3>&- &
-    terminal=$!
-    wait_until grep -qF "$1" /tmp/out
-    kill -QUIT "$(cat "$repository/lock")"
-    status=0
-    wait "$terminal" || status=$?
-    output=$(cat /tmp/out)
-}
-
 @test "QUIT at the question ends with the lock released" {
-    quit_at '[Y/n]' '' "$(package foo)"
+    interrupt_on_terminal QUIT "ulimit -c 0; pvrm install $(package foo)" '[Y/n]'
     assert_status 1
     assert_output_has 'pvrm: interrupted: nothing was installed'
     refute_installed foo
@@ -236,7 +208,8 @@ quit_at() { # TEXT KEYS ARGUMENT...
 
 @test "QUIT in the middle of a change takes the package back" {
     echo mine >/usr/share/one
-    quit_at 'already exists on the filesystem' 'y\n' "$(package foo data/usr/share/one=new)"
+    interrupt_on_terminal QUIT \
+        "ulimit -c 0; pvrm install $(package foo data/usr/share/one=new)" '[Y/n]' y 'Your choice'
     assert_status 1
     assert_output_has 'pvrm: the installation is aborted, as you asked for'
     assert_equal "$(cat /usr/share/one)" mine
@@ -267,13 +240,8 @@ quit_at() { # TEXT KEYS ARGUMENT...
 
 @test "an interruption from elsewhere during a question of a package takes it back" {
     echo mine >/usr/share/one
-    on_terminal "pvrm install $(package foo data/usr/share/one=new)" \
-        < <(printf 'y\n'; sleep 5) >/tmp/out 3>&- &
-    local terminal=$!
-    wait_until test -e "$repository/stagearea/foo_any_1.0/new/data"
-    sleep 1
-    kill -INT "$(cat "$repository/lock")"
-    wait "$terminal" || true
+    interrupt_on_terminal INT "pvrm install $(package foo data/usr/share/one=new)" \
+        '[Y/n]' y 'Your choice'
     assert_equal "$(cat /usr/share/one)" mine
     refute_installed foo
     assert_no_lock

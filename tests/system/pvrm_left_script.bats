@@ -12,7 +12,7 @@ setup_file() {
 
 setup() {
     clean_repository
-    rm -rf "$note" "$note.new" /tmp/started /tmp/go /tmp/out /tmp/second /tmp/daemon
+    rm -rf "$note" "$note.new" /tmp/second /tmp/daemon
     sed -i '/^script_wait/d' /etc/vrm.conf
     second=
     daemon=
@@ -28,11 +28,6 @@ teardown() {
 # The process of the note.
 noted_process() {
     sed -n 's/^process //p' "$note"
-}
-
-# Whether a process is gone, or has ended and only waits for its parent.
-has_ended() { # PROCESS
-    [[ ! -e /proc/$1 || $(sed 's/.*) //' "/proc/$1/stat" 2>/dev/null) == [ZX]* ]]
 }
 
 # Starts the tool and kills it while a waiting script of a package runs; $script is the script's
@@ -173,7 +168,7 @@ END
         "$(package foo "init/99-add.sh=sleep 1000 & echo \$! >/tmp/daemon; $waiting_script")"
     daemon=$(cat /tmp/daemon)
     touch /tmp/go
-    wait_until has_ended "$script"
+    wait_until has_gone "$script"
     kill -0 "$daemon"
     run pvrm install "$(package bar)"
     assert_status 0
@@ -224,7 +219,7 @@ END
     refute_installed bar
     [[ -e $note && ! -e $repository/lock ]]
     touch /tmp/go
-    wait_until has_ended "$script"
+    wait_until has_gone "$script"
     run pvrm install "$(package bar)"
     assert_status 0
     refute_output_has 'waiting for'
@@ -260,8 +255,10 @@ END
 @test "the interruption key ends the wait" {
     start_daemon
     write_note "$daemon"
-    run on_terminal "pvrm install --yes $(package bar)" \
-        < <(wait_until test -s "$repository/lock"; sleep 1; printf '\003')
+    start_on_terminal "pvrm install --yes $(package bar)"
+    await_text 'pvrm: waiting for '
+    type_in $'\003'
+    end_on_terminal
     assert_status 1
     assert_output_has 'pvrm: interrupted: nothing was changed'
     refute_installed bar
@@ -348,7 +345,7 @@ END
     done
     assert_equal "$(cat "$note")" "$before"
     touch /tmp/go
-    wait_until has_ended "$script"
+    wait_until has_gone "$script"
     run pvrm install --dry-run "$bar"
     assert_status 0
     refute_output_has warning

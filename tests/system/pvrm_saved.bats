@@ -90,7 +90,7 @@ attributes() {
     echo mine >/srv/s/a
     echo other >/srv/s/b
     file=$(package foo data/srv/s/a=1 data/srv/s/b=1)
-    run on_terminal "pvrm install '$file'" <<<$'y\nL'
+    answer_on_terminal "pvrm install '$file'" '[Y/n]' y 'Your choice' L
     assert_status 0
     assert_equal "$(cat /srv/s/a /srv/s/b)" $'mine\nother'
     [[ ! -e $saved ]]
@@ -208,9 +208,8 @@ saved_file() {
 "pvrm: would delete the files that foo_any_1.0 replaced on 2020-01-01 00:00:00
 pvrm: would delete 2 saved files and free 8 bytes"
     assert_equal "$(find "$saved" -type f | wc -l)" 3
-    run on_terminal 'pvrm saved --prune 30' <<<n
+    answer_on_terminal 'pvrm saved --prune 30' 'Delete 2 saved files?' n
     assert_status 1
-    assert_output_has 'Delete 2 saved files?'
     assert_output_has '/srv/s/second'
     assert_equal "$(find "$saved" -type f | wc -l)" 3
     run pvrm --yes saved --prune 30
@@ -234,7 +233,6 @@ pvrm: deleted 2 saved files and freed 8 bytes"
     saved_file 2020-01-01T00:00:00_foo_any_1.0 srv/s/first one
     run as_nobody pvrm saved --prune 1
     assert_status 3
-    rm -f /tmp/started /tmp/go
     start_pvrm install "$(package slow init/00-add.sh="$waiting_script")"
     run pvrm saved --prune 1
     assert_status 4

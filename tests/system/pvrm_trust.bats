@@ -79,12 +79,11 @@ assert_same_certificate() { # FILE FILE
 }
 
 @test "on a terminal trust asks, and no is no" {
-    run on_terminal "pvrm trust $signer_cert" <<<n
+    answer_on_terminal "pvrm trust $signer_cert" 'Trust packages of this signer? [Y/n]' n
     assert_status 1
-    assert_output_has 'Trust packages of this signer? [Y/n]'
     assert_output_has 'pvrm: nothing was changed'
     [[ ! -e $(signer_in_store) ]]
-    run on_terminal "pvrm trust $signer_cert" <<<y
+    answer_on_terminal "pvrm trust $signer_cert" 'Trust packages of this signer? [Y/n]' y
     assert_status 0
     [[ -e $(signer_in_store) ]]
 }
@@ -105,7 +104,7 @@ assert_same_certificate() { # FILE FILE
     run pvrm trust --yes /nowhere
     assert_equal "$output" 'pvrm: cannot open /nowhere: No such file or directory'
     mkfifo fifo
-    run timeout 5 pvrm trust --yes fifo
+    run timeout 60 pvrm trust --yes fifo
     assert_equal "$output" 'pvrm: fifo is not a regular file'
     make_certificate long rsa:2048 /CN=Eternal -days 20000
     run pvrm trust --yes long.pem
@@ -177,15 +176,14 @@ assert_same_certificate() { # FILE FILE
     pvrm trust --yes "$signer_cert"
     before=$(store_listing)
     for answer in '' n; do
-        run on_terminal "pvrm trust same.pem" <<<"$answer"
+        answer_on_terminal "pvrm trust same.pem" 'Trust this signer instead? [y/N]' "$answer"
         assert_status 1
-        assert_output_has 'Trust this signer instead? [y/N]'
         assert_equal "$(store_listing)" "$before"
     done
-    run on_terminal "pvrm trust --yes same.pem" <<<y
+    answer_on_terminal "pvrm trust --yes same.pem"
     assert_status 1
     assert_equal "$(store_listing)" "$before"
-    run on_terminal "pvrm trust same.pem" <<<y
+    answer_on_terminal "pvrm trust same.pem" 'Trust this signer instead? [y/N]' y
     assert_status 0
     assert_same_certificate "$(signer_in_store)" same.pem
 }
@@ -356,14 +354,14 @@ pvrm: $repository/certstore/wrong.crt has the wrong name: the certificate of /O=
     run pvrm distrust /O=Test/CN=Builder
     assert_status 2
     assert_line 'pvrm: nothing was changed: without a terminal to ask on, pvrm distrust needs --yes'
-    run on_terminal 'pvrm distrust /O=Test/CN=Builder' <<<n
+    local question='Trust packages of this signer no more? [Y/n]'
+    answer_on_terminal 'pvrm distrust /O=Test/CN=Builder' "$question" n
     assert_status 1
-    assert_output_has 'Trust packages of this signer no more? [Y/n]'
     run pvrm distrust --dry-run /O=Test/CN=Builder
     assert_status 0
     assert_line "pvrm: would remove $(signer_in_store)"
     assert_equal "$(store_listing)" "$before"
-    run on_terminal 'pvrm distrust /O=Test/CN=Builder' <<<y
+    answer_on_terminal 'pvrm distrust /O=Test/CN=Builder' "$question" y
     assert_status 0
     assert_equal "$(store_listing)" ''
 }

@@ -273,9 +273,8 @@ b 1.0'
     mkdir -p /usr/share/a
     echo mine >/usr/share/a/new
     put_on_offer a version=2.0 data/usr/share/a/about=two data/usr/share/a/new=theirs
-    run on_terminal 'pvrm upgrade a' < <(printf 'y\n'; wait_until test -e "$repository/stagearea/a_any_2.0"; printf 'l\n')
+    answer_on_terminal 'pvrm upgrade a' 'Upgrade this package? [Y/n]' y 'Your choice' l
     assert_status 0
-    assert_output_has 'Upgrade this package? [Y/n]'
     assert_output_has 'The file /usr/share/a/new already exists on the filesystem. Choose your action'
     assert_equal "$(cat /usr/share/a/new)" mine
     assert_equal "$(pvrm files a)" /usr/share/a/about
@@ -291,7 +290,7 @@ b 1.0'
     mkdir -p /usr/share/a
     echo mine >/usr/share/a/new
     put_on_offer a version=2.0 data/usr/share/a/new=theirs
-    run on_terminal 'pvrm upgrade a' < <(printf 'y\n'; wait_until test -e "$repository/stagearea/a_any_2.0"; printf 'a\n')
+    answer_on_terminal 'pvrm upgrade a' 'Upgrade this package? [Y/n]' y 'Your choice' a
     assert_status 1
     assert_line 'pvrm: the upgrade is aborted, as you asked for'
     assert_line 'pvrm: a was not upgraded'
@@ -304,9 +303,9 @@ mine'
     have a b
     put_on_offer a version=2.0
     put_on_offer b version=2.0
-    run on_terminal 'pvrm upgrade' <<<n
+    answer_on_terminal 'pvrm upgrade' 'Upgrade these 2 packages? [Y/n] ' n
     assert_status 1
-    assert_output_has 'Upgrade these 2 packages? [Y/n] pvrm: nothing was upgraded'
+    assert_line 'pvrm: nothing was upgraded'
     assert_equal "$(version_of a) $(version_of b)" '1.0 1.0'
     [[ ! -e $repository/lock ]]
 }

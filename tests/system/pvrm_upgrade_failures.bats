@@ -14,7 +14,7 @@ setup_file() {
 
 setup() {
     clean_repository
-    rm -f /tmp/started /tmp/go /tmp/out /tmp/ran /etc/foo.conf
+    rm -f /tmp/ran /etc/foo.conf
     pvrm --quiet install "$(package foo data/usr/share/foo/about=one data/usr/share/foo/gone=one)" \
         "$(package bar)"
     rm "$repository/install.log"
@@ -184,8 +184,10 @@ interrupt_script() { # SCRIPT
     put_on_offer foo version=2.0 data/usr/share/foo/about=two data/usr/share/foo/new=two \
         "init/$1=$waiting_script"
     put_on_offer bar version=2.0
-    run on_terminal 'pvrm upgrade --yes foo bar' \
-        < <(wait_until test -e /tmp/started; printf '\003'; sleep 1)
+    start_on_terminal 'pvrm upgrade --yes foo bar'
+    wait_until has_started
+    type_in $'\003'
+    end_on_terminal
     assert_status 1
     assert_line 'pvrm: foo was not upgraded'
     assert_line 'pvrm: interrupted: bar and what follows was not upgraded'

@@ -245,7 +245,7 @@ package, other; pvrm check offers to delete that entry"
     run pvrm upgrade bash "$(package bash version=2.0)"
     assert_status 1
     diff <(echo "$before") <(machine)
-    run on_terminal 'pvrm check' <<<d
+    answer_on_terminal 'pvrm check' 'Your choice' d
     assert_status 1
     refute_installed bash
     is_installed other

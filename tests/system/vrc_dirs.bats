@@ -78,7 +78,7 @@ setup() {
     ln -s . "$packages/loop"
     # What an earlier refresh has found is still missing in the catalogue.
     for _ in first again; do
-        run --separate-stderr timeout 60 pvrm refresh
+        run --separate-stderr timeout 120 pvrm refresh
         assert_status 0
         assert_line 'pvrm: the package catalogue is up to date'
         assert_equal "$(LC_ALL=C sort <<<"$stderr")" "\

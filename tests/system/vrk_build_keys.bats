@@ -106,7 +106,7 @@ sign_with() {
 
 @test "the passphrase of a key is not asked for without a terminal" {
     openssl pkey -in "$keys/key" -aes128 -passout pass:secret -out locked
-    run timeout 10 setsid vrk-build pack tree --key locked --cert "$keys/cert" </dev/null
+    run timeout 60 setsid vrk-build pack tree --key locked --cert "$keys/cert" </dev/null
     assert_refused "locked is encrypted, and its passphrase is only asked for on a terminal; call vrk-build from one, or decrypt the key with openssl pkey"
 }
 

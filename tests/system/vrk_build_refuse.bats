@@ -81,7 +81,7 @@ refuse_ldif() {
     assert_refused "tree/package.ldif is a symbolic link, and no regular file"
     rm tree/package.ldif
     mkfifo tree/package.ldif
-    run timeout 10 vrk-build pack tree --key "$keys/key" --cert "$keys/cert"
+    run timeout 60 vrk-build pack tree --key "$keys/key" --cert "$keys/cert"
     assert_refused "tree/package.ldif is no regular file"
     tree=nowhere run pack
     assert_refused "nowhere: No such file or directory"

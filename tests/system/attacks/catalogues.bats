@@ -177,7 +177,7 @@ fill_up() {
     mkdir "$packages/directory.vrk"
     head -c 5000 /dev/urandom >"$packages/noise.vrk"
     : >"$packages/empty.vrk"
-    timeout 20 pvrm refresh
+    timeout 120 pvrm refresh
     attack pvrm -y install pipe zero nothing directory noise empty
     assert_repelled 'zero was not found in the package catalogue'
     begin foo 1.0

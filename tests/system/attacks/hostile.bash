@@ -195,7 +195,7 @@ attack() { # COMMAND [ARGUMENT]...
     local list_before
     list_before=$(pvrm list 2>&1 || true)
     record_machine "$BATS_TEST_TMPDIR/before"
-    run timeout -k 1 30 "$@" </dev/null
+    run timeout -k 5 120 "$@" </dev/null
     record_machine "$BATS_TEST_TMPDIR/after"
     changed=$(machine_changes "$BATS_TEST_TMPDIR/before" "$BATS_TEST_TMPDIR/after")
     [[ $(pvrm list 2>&1 || true) == "$list_before" ]] ||

@@ -30,10 +30,10 @@ assert_not_followed() { # [REASON]
     ((${TESTS_SANITIZED:-0} == 0)) || kilobytes=unlimited
     attack bash -c 'ulimit -v "$0"; pvrm -y install "$1"' $kilobytes "$vrk"
     assert_repelled "$vrk is not a valid package file" "${1-refers to another file}"
-    run timeout 20 pvrm info "$vrk"
+    run timeout 120 pvrm info "$vrk"
     assert_status 1
     refute_output_has 'nobody may read'
-    run timeout 20 vrk-build show "$vrk"
+    run timeout 120 vrk-build show "$vrk"
     ((status == 1))
     refute_output_has 'nobody may read'
 }

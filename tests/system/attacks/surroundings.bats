@@ -258,7 +258,7 @@ assert_staged_file_refused() { # WORD
     # What is damaged is printed by the engine itself, without the name of the tool.
     assert_repelled 'found 1 damaged entry'
     assert_line 'bash holds the entry of another package, hello'
-    run on_terminal 'pvrm check' <<<d
+    answer_on_terminal 'pvrm check' 'Your choice' d
     refute_installed bash
     is_installed hello
     [[ -e /usr/share/hello/about ]]
