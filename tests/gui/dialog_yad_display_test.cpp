@@ -29,18 +29,18 @@ class RealYad : public testing::Test {
         const std::string user = R"sh(
             cd "$0" || exit
             window() { xdotool search --onlyvisible --name '^The title$' | head -n 1; }
-            for i in $(seq 20); do
+            end=$(($(date +%s) + 60))
+            while [ "$(date +%s)" -lt "$end" ]; do
                 id=$(window)
                 if [ -n "$id" ]; then
                     touch shown
-                    sleep 0.3
                     xdotool windowfocus "$id" key )sh" +
                                  key + R"sh(
-                    sleep 1
+                    for i in 1 2 3 4 5; do [ -z "$(window)" ] || sleep 0.2; done
                 elif [ -e shown ]; then
                     exit
                 else
-                    sleep 0.2
+                    sleep 0.1
                 fi
             done
             xdotool windowkill "$(window)")sh";

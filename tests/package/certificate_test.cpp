@@ -47,7 +47,7 @@ TEST(CertificateRead, SaysWhyThereIsNone) {
     EXPECT_EQ(certificate_read(dir / "none", &why), nullptr);
     EXPECT_EQ(why, "cannot open " + (dir / "none") + ": No such file or directory");
     ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0600), 0);
-    alarm(20);  // to wait would be to wait for ever
+    alarm(120);  // to wait would be to wait for ever
     EXPECT_EQ(certificate_read(dir / "fifo", &why), nullptr);
     alarm(0);
     EXPECT_EQ(why, (dir / "fifo") + " is not a regular file");
@@ -65,7 +65,7 @@ TEST(CertificateRead, AsksForNoPassphrase) {
     const TempDir dir;
     openssl("rsa -aes128 -passout pass:x -in " + Signer::standard().key_file + " -out " +
             (dir / "locked"));
-    alarm(20);
+    alarm(120);
     EXPECT_EQ(certificate_read(dir / "locked", nullptr), nullptr);
     alarm(0);
 }

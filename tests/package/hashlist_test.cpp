@@ -4,8 +4,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <string>
 #include <utility>
@@ -170,9 +170,9 @@ TEST(VrmVrfVrkHashes, IsQuickWithALongList) {
     for (int i = 0; i < 50000; i++) {
         list += hash_a + ":file" + std::to_string(i) + "\n";
     }
-    const auto start = std::chrono::steady_clock::now();
+    const std::clock_t start = std::clock();  // of this process, whatever others do meanwhile
     const Result read = read_list(dir, list);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+    EXPECT_LT(std::clock() - start, 5 * CLOCKS_PER_SEC);
     EXPECT_EQ(ekva_nument(read.hashes.get()), 50000);
 }
 

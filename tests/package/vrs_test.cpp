@@ -199,7 +199,7 @@ TEST_F(VrsFverifyRsa, DoesNotWaitForAPipeInTheStore) {
     fs::remove(path);
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     const LogCapture log;
-    alarm(20);  // to wait would be to wait for ever
+    alarm(120);  // to wait would be to wait for ever
     EXPECT_EQ(verify(signer_), -2);
     alarm(0);
     EXPECT_THAT(log.lines(), ElementsAre(LogCapture::Line{"INFO", "Failure reading " + path}));

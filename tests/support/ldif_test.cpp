@@ -5,10 +5,10 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <random>
 #include <string>
@@ -365,9 +365,9 @@ TEST(Ldif2ekva, TakesTimeInProportionToTheText) {
     for (int i = 0; i < 100000; ++i) {
         text += "key: value " + std::to_string(i) + "\n";
     }
-    const auto start = std::chrono::steady_clock::now();
+    const std::clock_t start = std::clock();  // of this process, whatever others do meanwhile
     EXPECT_EQ(converted(text, static_cast<int32_t>(text.size())).size(), 100000U);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    EXPECT_LT(std::clock() - start, 10 * CLOCKS_PER_SEC);
 }
 
 // ---- The writer of one line ----

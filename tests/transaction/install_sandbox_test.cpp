@@ -446,7 +446,7 @@ TEST_F(Install, WhatIsNoFileIsNotFetchedInto) {
             fs::create_symlink(kind == "link" ? other : files / "nothing", path);
         }
         log.clear();
-        alarm(20);  // to wait for a reader of the pipe would be to wait for ever
+        alarm(120);  // to wait for a reader of the pipe would be to wait for ever
         EXPECT_EQ(install("foo"), -1) << kind;
         alarm(0);
         EXPECT_TRUE(log.has(LEVEL_ERROR, "vrm_exe_install: Failed to open " + path +

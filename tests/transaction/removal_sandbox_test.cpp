@@ -329,7 +329,7 @@ TEST_F(Removal, APipeInPlaceOfTheIndexIsNotWaitedFor) {
     add("foo");
     fs::remove(repo.in("fileindex/foo"));
     ASSERT_EQ(mkfifo(repo.in("fileindex/foo").c_str(), 0600), 0);
-    alarm(20);  // to wait for a writer would be to wait for ever
+    alarm(120);  // to wait for a writer would be to wait for ever
     EXPECT_EQ(remove("foo"), -1);
     alarm(0);
     EXPECT_TRUE(

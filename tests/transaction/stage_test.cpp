@@ -556,7 +556,7 @@ TEST_F(Rollback, IndexThatCannotBeReadIsAFailure) {
 
 TEST_F(Rollback, APipeInPlaceOfTheIndexIsNotWaitedFor) {
     ASSERT_EQ(mkfifo((old_ / "index.txt").c_str(), 0600), 0);
-    alarm(20);  // to wait for a writer would be to wait for ever
+    alarm(120);  // to wait for a writer would be to wait for ever
     EXPECT_EQ(roll_back({}), -1);
     alarm(0);
     EXPECT_TRUE(log_.has(LEVEL_ERROR,
