@@ -44,6 +44,54 @@ z'
     [[ ! -e /tmp/sandbox-leak && ! -e /run/sandbox-leak && ! -e /dev/shm/sandbox-leak ]]
 }
 
+# A directory below /tmp, which is removed by the end of the test.
+make_outer_directory() {
+    outer=$(mktemp -d /tmp/sandbox_test.XXXXXX)
+    chmod 755 "$outer"
+}
+
+teardown() {
+    [[ -z ${outer-} ]] || rm -r "$outer"
+}
+
+@test "/tmp inside is fresh, and what is written there stays inside" {
+    make_outer_directory
+    echo outer >"$outer/file"
+    cd /
+    # shellcheck disable=SC2016
+    run "$sandbox" --bare sh -c 'ls -A /tmp; stat -c %a /tmp; mkdir "$0"; echo inner >"$0/file"' \
+        "$outer"
+    [[ $status == 0 ]]
+    # The checkout itself may lie there.
+    [[ $source_dir == /tmp/* || $output == 1777 ]]
+    [[ $output != *"${outer##*/}"* ]]
+    [[ $(cat "$outer/file") == outer ]]
+}
+
+@test "a checkout and a build below /tmp are there, and what is written to them stays inside" {
+    make_outer_directory
+    mkdir -p "$outer"/{tree/scripts,build/sub,beside}
+    install -m 755 "$sandbox" "$outer/tree/scripts/sandbox"
+    echo built >"$outer/build/program"
+    cd "$outer/build/sub"
+    # shellcheck disable=SC2016
+    run "$outer/tree/scripts/sandbox" --bare --build-dir "$outer/build" sh -ec '
+        pwd; cd "$0"; cat build/program; ls; ls tree/scripts
+        echo x >build/program; echo x >tree/file; echo x >build/sub/file' "$outer"
+    [[ $status == 0 ]]
+    [[ $output == "$outer/build/sub"$'\nbuilt\nbuild\ntree\nsandbox' ]]
+    [[ $(cat "$outer/build/program") == built ]]
+    [[ ! -e $outer/tree/file && ! -e $outer/build/sub/file ]]
+}
+
+@test "a directory below /tmp can be bound" {
+    make_outer_directory
+    cd /
+    # shellcheck disable=SC2016
+    "$sandbox" --bare --bind "$outer" sh -c 'echo picture >"$0/file"' "$outer"
+    [[ $(cat "$outer/file") == picture ]]
+}
+
 @test "the exit status is the command's" {
     run "$sandbox" --bare sh -c 'exit 37'
     [[ $status == 37 ]]
@@ -94,10 +142,10 @@ z'
     [[ ! -f /dev/log ]]
 }
 
-# Ended within 5 seconds, or not at all.
+# Ended within a minute, or not at all.
 wait_until_gone() {
     local i
-    for ((i = 0; i < 50; i++)); do
+    for ((i = 0; i < 600; i++)); do
         pgrep -f "$1" >/dev/null || return 0
         sleep 0.1
     done
@@ -118,7 +166,7 @@ wait_until_gone() {
         marker="9876${#signal}.$$"  # of this run alone, several may go on at once
         "$sandbox" --bare sh -c "echo >ready; trap '' TERM HUP; sleep $marker" 3>&- &
         pid=$!
-        for ((i = 0; i < 100; i++)); do
+        for ((i = 0; i < 600; i++)); do
             ! pgrep -f "^sleep $marker" >/dev/null || break
             sleep 0.1
         done
@@ -131,11 +179,9 @@ wait_until_gone() {
 
 @test "it says why when it isn't run by root" {
     # The checkout itself may stand where only root can look.
-    directory=$(mktemp -d /tmp/sandbox_test.XXXXXX)
-    chmod 755 "$directory"
-    install -m 755 "$sandbox" "$directory/sandbox"
-    run setpriv --reuid 65534 --regid 65534 --clear-groups "$directory/sandbox" --bare true
-    rm -r "$directory"
+    make_outer_directory
+    install -m 755 "$sandbox" "$outer/sandbox"
+    run setpriv --reuid 65534 --regid 65534 --clear-groups "$outer/sandbox" --bare true
     [[ $status == 125 ]]
     [[ $output == "sandbox: only root can make a throwaway root; run this as root, or by sudo" ]]
 }

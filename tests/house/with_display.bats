@@ -50,7 +50,7 @@ setup() {
 @test "a signal to the script ends the command and the display" {
     "$with_display" sh -c 'echo $DISPLAY $$ >ready; exec sleep 98' 3>&- &
     pid=$!
-    for ((i = 0; i < 100; i++)); do
+    for ((i = 0; i < 600; i++)); do
         [[ ! -s ready ]] || break
         sleep 0.1
     done
