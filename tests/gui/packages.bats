@@ -109,14 +109,8 @@ teardown() {
     # The last of the rows is the last that the tool took.
     [[ $repository/installed/a/inst.txt -ot $repository/installed/c/inst.txt ]]
     [[ $repository/installed/c/inst.txt -ot $repository/installed/d/inst.txt ]]
-    wait_until finished
-    sleep 0.3
+    wait_for_tool
     screenshot installed
-}
-
-# The tool has ended, so the buttons of the top row are active again.
-finished() {
-    ! pgrep -x pvrm
 }
 
 @test "what was installed is no more offered, and is listed" {
@@ -128,8 +122,7 @@ finished() {
     select_rows 1
     press_install_selected
     wait_until is_installed b
-    wait_until finished
-    sleep 0.3
+    wait_for_tool
     go_by press install
     assert_rows ''
     search_for '?'
@@ -203,16 +196,15 @@ finished() {
     select_rows 0
     press_install_selected
     wait_until is_installed foo
-    wait_until finished
+    wait_for_tool
     staged_files | grep -q .
     go_by press cleanup
     wait_until no_staged_files
-    wait_until finished
+    wait_for_tool
     assert_equal "$(ls -A "$repository/stagearea")" ''
     grep -qF 'cleanup deleted: ' /var/log/pvrm.log
     is_installed foo
     assert_equal "$(cat /usr/share/foo/about)" 'foo 1.0'
-    sleep 0.3
     screenshot cleaned-up
     go_by press list
     assert_rows w
@@ -248,8 +240,7 @@ no_staged_files() {
     select_rows 0 1
     press_install_selected
     wait_until is_installed b
-    wait_until finished
-    sleep 0.3
+    wait_for_tool
     go_by press install
     search_for '?'
     assert_rows w

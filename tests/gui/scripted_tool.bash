@@ -48,7 +48,7 @@ tool_does() { # SCRIPT
 
 # A line of such a script: waits for leave to go on.
 # shellcheck disable=SC2034
-wait_for_test='n=0; while [ ! -e /tmp/go ] && [ $n -lt 300 ]; do sleep 0.05; n=$((n+1)); done'
+wait_for_test='n=0; while [ ! -e /tmp/go ] && [ $n -lt 1200 ]; do sleep 0.05; n=$((n+1)); done'
 
 words_are() { # LINE...
     [[ $(cat /tmp/words) == "$(printf '%s\n' "$@")" ]]

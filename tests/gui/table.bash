@@ -19,7 +19,7 @@ go_by() { # COMMAND...
     before=$(window_id)
     "$@"
     wait_until another_window_than "$before"
-    sleep 0.3
+    settle
 }
 
 # The button below the table, which leads to another window.
@@ -100,12 +100,8 @@ no_form() {
     ! has_form
 }
 
-# Waits until the form is drawn: until two pictures in a row are the same, and not of one colour.
+# The form is drawn: its program has settled too, and it is not of one colour.
 form_is_drawn() {
-    local first second
-    first=$(import -silent -window "$(form_id)" -depth 8 rgb:- | sha1sum)
-    sleep 0.2
-    second=$(import -silent -window "$(form_id)" -depth 8 rgb:- | sha1sum)
-    [[ $first == "$second" ]] &&
+    DISPLAY_PROCESSES+=" $(pgrep -x yad)" is_settled &&
         (($(import -silent -window "$(form_id)" -format %k info:-) > 1))
 }

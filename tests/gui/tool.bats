@@ -64,7 +64,7 @@ install_foo() {
     wait_for_window
     go_by press cleanup
     assert_words cleanup ended
-    sleep 0.3
+    wait_for_tool
     local status
     status=$(status_line)
     output_shows
@@ -86,7 +86,7 @@ install_foo() {
     output_shows
     touch /tmp/go
     assert_words cleanup ended
-    sleep 0.3
+    wait_for_tool
     [[ $(close_button) != "$inactive" ]]
 }
 
@@ -121,7 +121,7 @@ install_foo() {
     wait_for_window
     go_by press cleanup
     assert_words cleanup ended
-    sleep 0.3
+    wait_for_tool
     screenshot formats
     # As a format it would be red, so that a channel would differ from the others.
     ! import -silent -window "$(window_id)" -crop 300x12+12+102 -depth 8 txt:- |
@@ -165,7 +165,7 @@ install_foo() {
     assert_words 'install foo'
     touch /tmp/go
     assert_words 'install foo' ended
-    sleep 0.3
+    wait_for_tool
     go_by press list
 }
 
@@ -173,10 +173,10 @@ install_foo() {
     tool_does ''
     install_foo
     assert_words 'install foo' ended
-    sleep 0.3
+    wait_for_tool
     close_by_manager
     screenshot no-packages-selected
-    sleep 0.5
+    wait_for_tool
     words_are 'install foo' ended
     # The idle screen has nothing there.
     [[ $(look_of 240x20+12+72) != "$(look_of 240x20+12+460)" ]]
@@ -188,7 +188,7 @@ install_foo() {
     wait_for_window
     go_by press cleanup
     assert_words cleanup ended
-    sleep 0.5
+    wait_for_tool
     screenshot many-lines
     go_by press list
 }
@@ -198,7 +198,7 @@ install_foo() {
     wait_for_window
     rm /usr/sbin/pvrm
     go_by press cleanup
-    sleep 0.5
+    wait_for_tool
     screenshot missing-tool
     output_shows
     press_close

@@ -17,7 +17,7 @@ setup_file() {
 setup() {
     clean_repository
     offer_nothing
-    rm -f /tmp/calls /tmp/go /tmp/started
+    rm -f /tmp/calls
     cat >/usr/sbin/pvrm.new <<'END'
 #!/bin/sh
 status=0
@@ -51,11 +51,6 @@ install_with_updates() { # NAME...
         offer_file "$name" version=2.0
     done
     pvrm.whole --quiet install "${files[@]}"
-}
-
-# Waits for leave longer than a slow machine takes to look at the window.
-patient_script() {
-    echo "${waiting_script/-lt 100/-lt 600}"
 }
 
 # A button is there: its border, of the theme's colour, in the middle of the upper edge.
@@ -231,8 +226,8 @@ quit_after_question() {
 
 @test "the buttons wait while the tool updates" {
     pvrm.whole --quiet install "$(package foo)" "$(package bar)"
-    offer_file foo version=2.0 init/00-add.sh="$(patient_script)"
-    offer_file bar version=2.0 init/00-add.sh="$(patient_script)"
+    offer_file foo version=2.0 init/00-add.sh="$waiting_script"
+    offer_file bar version=2.0 init/00-add.sh="$waiting_script"
     start_window
     wait_for_window
     go_by press update
@@ -241,7 +236,7 @@ quit_after_question() {
     wait_until test -e /tmp/started
     local id running button
     id=$(window_id)
-    sleep 0.3
+    settle
     running=$(status_line)
     screenshot updating-selected
     ! tool_ended || false
@@ -257,7 +252,7 @@ quit_after_question() {
     assert_rows w
     press_update_all
     wait_until test -e /tmp/started
-    sleep 0.3
+    settle
     screenshot updating-all
     ! tool_ended || false
     touch /tmp/go

@@ -38,6 +38,44 @@ end_living_window() {
     end_window
 }
 
+# In $activity, what the processes of the display and of the program have done so far: the state and
+# the numbers of switches of each. It starts no process itself, as it is called all the time.
+observe_activity() {
+    local process status
+    activity=
+    # shellcheck disable=SC2086  # several processes
+    for process in ${DISPLAY_PROCESSES-} ${window_pid-}; do
+        [[ -r /proc/$process/status ]] || continue
+        mapfile -t status <"/proc/$process/status"
+        activity+="${status[2]-} ${status[*]: -2} "
+    done 2>/dev/null
+}
+
+# All of them sleep, and none has run in between: a click or a key would have woken one that has not
+# handled it yet, even on a machine that leaves it no time to run.
+is_settled() {
+    local activity before
+    observe_activity
+    before=$activity
+    observe_activity
+    [[ $activity == "$before" && $activity != *State:*[RD]\ \(* ]]
+}
+
+# Waits until all that has been clicked and typed is handled and drawn.
+settle() {
+    wait_until is_settled
+}
+
+# Waits until the tool, which has been started, has ended, and the window shows that.
+wait_for_tool() {
+    wait_until no_child_runs
+    settle
+}
+
+no_child_runs() {
+    ! pgrep -P "$window_pid" >/dev/null
+}
+
 # The id of the window with this title, or nothing. A dialog of the program has none of its own.
 window_id() { # [TITLE]
     xdotool search --onlyvisible --name "^${1:-$title}\$" 2>/dev/null | head -n 1
@@ -49,8 +87,7 @@ has_window() { # [TITLE]
 
 wait_for_window() { # [TITLE]
     wait_until has_window "$@"
-    # Drawn, and heeding the mouse.
-    sleep 0.3
+    settle
 }
 
 # The dialog is the visible window of the program that isn't the main one.
@@ -71,13 +108,13 @@ no_dialog() {
 
 wait_for_dialog() {
     wait_until has_dialog
-    sleep 0.3
+    settle
 }
 
 # Clicks on a place of the window, in its own coordinates.
 click() { # X Y
     xdotool mousemove --window "$(window_id)" "$1" "$2" click 1
-    sleep 0.3
+    settle
 }
 
 # The middle of a button of the top row.
@@ -101,7 +138,7 @@ close_by_manager() {
     before=$(window_id)
     wmctrl -i -c "$before"
     wait_until another_window_than "$before"
-    sleep 0.3
+    settle
 }
 
 # The toolkit takes the key for the window manager's button.
@@ -110,7 +147,7 @@ close_by_escape() {
     before=$(window_id)
     xdotool windowfocus --sync "$before" key Escape
     wait_until another_window_than "$before"
-    sleep 0.3
+    settle
 }
 
 close_times() { # COUNT

@@ -61,7 +61,7 @@ teardown() {
     wait_for_dialog
     xdotool key Escape
     wait_until no_dialog
-    sleep 0.3
+    settle
     bare=$(look_of $label)
     [[ $bare != "$idle" ]]
     # The window manager's close then repeats the screen of before.
@@ -82,7 +82,7 @@ teardown() {
 @test "a new window opens where the old one stood" {
     local before
     xdotool windowmove --sync "$(window_id)" 40 70
-    sleep 0.3
+    settle
     before=$(xdotool getwindowgeometry "$(window_id)" | grep Position)
     close_by_manager
     close_by_manager
