@@ -103,9 +103,7 @@ click_row_with_shift() { # ROW
 @test "60000 packages are searched, shown, scrolled and selected without delay" {
     offer_many 60000
     tool_does ''
-    start_window
-    wait_for_window
-    go_by press install
+    open_screen install
     retype 'package00042'
     measure 'a search with one hit' enter -- row_is 0 ffffff
     row_is 1 f6f5f4

@@ -4,10 +4,7 @@
 load window
 load table
 
-setup_file() {
-    make_signer
-    trust_signer
-}
+setup_file() { begin_tests; }
 
 setup() {
     clean_repository
@@ -20,9 +17,7 @@ teardown() {
 
 @test "what is installed is listed" {
     pvrm install "$(package foo)" "$(package bar)" "$(package zoo)"
-    start_window
-    wait_for_window
-    go_by press list
+    open_screen list
     assert_rows www
     screenshot list
     select_rows 1
@@ -32,18 +27,14 @@ teardown() {
 }
 
 @test "nothing installed is an empty table" {
-    start_window
-    wait_for_window
-    go_by press list
+    open_screen list
     assert_rows ''
     screenshot list-empty
 }
 
 @test "what is installed is searched by name, pattern and description" {
     pvrm install "$(package foo)" "$(package bar)" "$(package food)"
-    start_window
-    wait_for_window
-    go_by press list
+    open_screen list
     search_for 'bar'
     assert_rows w
     search_for 'foo*'
@@ -60,9 +51,7 @@ teardown() {
 @test "the catalogue is searched for what is not installed" {
     for name in foo food bar; do offer_file "$name"; done
     pvrm install "$(package foo)"
-    start_window
-    wait_for_window
-    go_by press install
+    open_screen install
     assert_rows ''
     screenshot search-empty
     search_for '*'
@@ -78,13 +67,8 @@ teardown() {
     offer_file foo version=1.9
     offer_file foo version=1.10
     offer_file foo version=1.2
-    start_window
-    wait_for_window
-    go_by press install
-    search_for 'foo'
-    assert_rows w
-    select_rows 0
-    press_install_selected
+    open_screen install
+    search_and_install 'foo'
     wait_until is_installed foo
     run pvrm list
     assert_output_has '1.10'
@@ -92,9 +76,7 @@ teardown() {
 
 @test "the selected packages are installed, in the order of the rows" {
     for name in a b c d; do offer_file "$name"; done
-    start_window
-    wait_for_window
-    go_by press install
+    open_screen install
     search_for '?'
     assert_rows wwww
     select_rows 3 0 2
@@ -115,9 +97,7 @@ teardown() {
 
 @test "what was installed is no more offered, and is listed" {
     for name in a b; do offer_file "$name"; done
-    start_window
-    wait_for_window
-    go_by press install
+    open_screen install
     search_for '?'
     select_rows 1
     press_install_selected
@@ -133,9 +113,7 @@ teardown() {
 
 @test "nothing selected installs nothing, and the search begins anew" {
     offer_file foo
-    start_window
-    wait_for_window
-    go_by press install
+    open_screen install
     search_for 'foo'
     assert_rows w
     press_install_selected
@@ -147,9 +125,7 @@ teardown() {
 
 @test "a search without a hit shows no rows and offers nothing to install" {
     offer_file foo
-    start_window
-    wait_for_window
-    go_by press install
+    open_screen install
     search_for 'foo'
     assert_rows w
     search_for 'no such package'
@@ -162,9 +138,7 @@ teardown() {
 
 @test "a window that is closed comes back with its list" {
     pvrm install "$(package foo)"
-    start_window
-    wait_for_window
-    go_by press list
+    open_screen list
     assert_rows w
     pvrm install "$(package bar)"
     close_by_manager
@@ -173,9 +147,7 @@ teardown() {
 
 @test "Escape closes a search, which comes back without its hits" {
     offer_file foo
-    start_window
-    wait_for_window
-    go_by press install
+    open_screen install
     search_for 'foo'
     assert_rows w
     select_rows 0
@@ -188,13 +160,8 @@ teardown() {
 
 @test "a cleanup takes the fetched files away, and no package" {
     offer_file foo
-    start_window
-    wait_for_window
-    go_by press install
-    search_for 'foo'
-    assert_rows w
-    select_rows 0
-    press_install_selected
+    open_screen install
+    search_and_install 'foo'
     wait_until is_installed foo
     wait_for_tool
     staged_files | grep -q .
@@ -219,9 +186,7 @@ no_staged_files() {
 }
 
 @test "the button is told in the log" {
-    start_window
-    wait_for_window
-    go_by press install
+    open_screen install
     press_install_selected
     assert_log_has INFO 'Somebody presssed the install button.'
 }
@@ -229,9 +194,7 @@ no_staged_files() {
 @test "all that was listed, found and chosen is released at the end" {
     for name in a b c; do offer_file "$name"; done
     pvrm install "$(package foo)"
-    start_window
-    wait_for_window
-    go_by press list
+    open_screen list
     search_for 'f*'
     assert_rows w
     go_by press install
@@ -254,9 +217,7 @@ no_staged_files() {
 @test "the selected package is shown in a form, and the list stays" {
     pvrm install "$(package foo needs=bar version=1.2 variant=small)" \
         --dir "$(dirname "$(package bar)")"
-    start_window
-    wait_for_window
-    go_by press list
+    open_screen list
     assert_rows ww
     local before
     before=$(window_id)

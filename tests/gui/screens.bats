@@ -141,7 +141,8 @@ bare_screen() {
     assert_picture screen-quit-refused bare_screen
 }
 
-list_screen() { # ROWS
+# The screen of what is installed, and that of the search.
+table_screen() { # ROWS
     top_row active
     action
     search_field
@@ -154,36 +155,23 @@ list_screen() { # ROWS
     for name in bar foo zoo; do
         pvrm install "$(package $name variant=small)" >"$BATS_TEST_TMPDIR/pvrm.out"
     done
-    start_window
-    wait_for_window
-    go_by press list
+    open_screen list
     select_rows 1
-    assert_picture screen-list list_screen wbw
-}
-
-search_screen() { # ROWS
-    top_row active
-    action
-    search_field
-    package_table "$1"
-    button 10 570 220 25 active
-    printf '%s\n' 'empty 0 62 800 32' 'empty 240 550 560 50'
+    assert_picture screen-list table_screen wbw
 }
 
 @test "search: before, with hits, with rows selected, and without a hit" {
     for name in one three two; do offer $name big 1.0 1 "The package $name" '' ''; done
-    start_window
-    wait_for_window
-    go_by press install
-    assert_picture screen-search search_screen ''
+    open_screen install
+    assert_picture screen-search table_screen ''
     search_for 'one'
-    assert_picture screen-search-hit search_screen w
+    assert_picture screen-search-hit table_screen w
     search_for '*'
-    assert_picture screen-search-hits search_screen www
+    assert_picture screen-search-hits table_screen www
     select_rows 2 0
-    assert_picture screen-search-selected search_screen bwb
+    assert_picture screen-search-selected table_screen bwb
     search_for 'none'
-    assert_picture screen-search-no-hit search_screen ''
+    assert_picture screen-search-no-hit table_screen ''
 }
 
 # The words stand in the middle of the large area, before the logo.
@@ -196,9 +184,7 @@ refresh_screen() {
 }
 
 @test "refresh, with success and without" {
-    start_window
-    wait_for_window
-    go_by press refresh
+    open_screen refresh
     assert_picture screen-refresh refresh_screen
     touch "$repository/catalogue.no-refresh"
     go_by press refresh
@@ -223,9 +209,7 @@ closed_screen() {
 
 @test "cleanup: running, ended, and closed" {
     tool_prints 'one' 'pvrm: two' 'three'
-    start_window
-    wait_for_window
-    go_by press cleanup
+    open_screen cleanup
     assert_picture screen-cleanup-running run_screen active inactive 1
     touch /tmp/go
     assert_picture screen-cleanup run_screen active active 3
@@ -245,13 +229,8 @@ no_names_screen() {
 @test "install: running, ended, and come back with nothing selected" {
     tool_prints 'pvrm: Installing foo' 'done'
     offer foo '' 1.0 1 'The package foo' '' ''
-    start_window
-    wait_for_window
-    go_by press install
-    search_for foo
-    assert_rows w
-    select_rows 0
-    press_install_selected
+    open_screen install
+    search_and_install foo
     assert_picture screen-install-running run_screen inactive inactive 1
     touch /tmp/go
     assert_picture screen-install run_screen active active 2
@@ -278,9 +257,7 @@ no_updates_screen() {
 
 @test "updates: none, some, and with rows selected" {
     pvrm --quiet install "$(package bar)" "$(package foo)"
-    start_window
-    wait_for_window
-    go_by press update
+    open_screen update
     assert_picture screen-updates-none no_updates_screen
     for name in bar foo; do offer $name '' 2.0 1 "The package $name" '' ''; done
     go_by press refresh
@@ -294,9 +271,7 @@ no_updates_screen() {
     pvrm --quiet install "$(package foo)"
     offer foo '' 2.0 1 'The package foo' '' ''
     tool_prints 'pvrm: Upgrading foo' 'two' 'done'
-    start_window
-    wait_for_window
-    go_by press update
+    open_screen update
     assert_rows w
     press_update_all
     assert_picture screen-update-all-running run_screen inactive inactive 1

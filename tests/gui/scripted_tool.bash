@@ -6,9 +6,7 @@
 # shellcheck disable=SC2016
 
 setup_file() {
-    make_signer
-    trust_signer
-    use_text_backend
+    begin_tests catalogue
     cp /usr/sbin/pvrm /usr/sbin/pvrm.whole
 }
 

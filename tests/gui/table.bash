@@ -22,6 +22,13 @@ go_by() { # COMMAND...
     settle
 }
 
+# Starts the program, and goes to one of its screens by the top row.
+open_screen() { # list|install|update|refresh|cleanup
+    start_window
+    wait_for_window
+    go_by press "$1"
+}
+
 # The button below the table, which leads to another window.
 press_install_selected() {
     go_by click 120 582
@@ -46,6 +53,14 @@ search_for() { # TEXT
     click 270 112
     xdotool key ctrl+a type -- "$1"
     xdotool key Return
+}
+
+# Searches for what is one package, and has it installed.
+search_and_install() { # TEXT
+    search_for "$1"
+    assert_rows w
+    select_rows 0
+    press_install_selected
 }
 
 # Clicks on rows of the table, counted from 0: on the first alone, on the others with Ctrl.

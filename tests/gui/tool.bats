@@ -34,20 +34,13 @@ close_button() {
 # Chooses the one package of the catalogue, foo, and has it installed.
 install_foo() {
     offer foo '' 1.0 1 'The package foo' '' ''
-    start_window
-    wait_for_window
-    go_by press install
-    search_for foo
-    assert_rows w
-    select_rows 0
-    press_install_selected
+    open_screen install
+    search_and_install foo
 }
 
 @test "cleanup runs the tool and shows what it prints" {
     tool_does 'echo one; echo two >&2'
-    start_window
-    wait_for_window
-    go_by press cleanup
+    open_screen cleanup
     assert_words cleanup ended
     wait_until output_shows
     screenshot cleanup
@@ -60,9 +53,7 @@ install_foo() {
 
 @test "at its end the output can be closed, and the logo shows again" {
     tool_does 'echo one'
-    start_window
-    wait_for_window
-    go_by press cleanup
+    open_screen cleanup
     assert_words cleanup ended
     wait_for_tool
     local status
@@ -76,9 +67,7 @@ install_foo() {
 
 @test "before its end the output can't be closed" {
     tool_does "$wait_for_test"
-    start_window
-    wait_for_window
-    go_by press cleanup
+    open_screen cleanup
     assert_words cleanup
     local inactive
     inactive=$(close_button)
@@ -93,9 +82,7 @@ install_foo() {
 @test "the status line tells the beginning, the tool's status and the end" {
     rm -f /tmp/begun
     tool_does "${wait_for_test/\/tmp\/go/\/tmp\/begun}; echo 'pvrm: Installing a'; $wait_for_test"
-    start_window
-    wait_for_window
-    go_by press cleanup
+    open_screen cleanup
     local beginning middle success
     beginning=$(status_line)
     screenshot status-beginning
@@ -117,9 +104,7 @@ install_foo() {
 
 @test "what looks like formats of the toolkit is shown as it is" {
     tool_does "echo '@b@C1me @home 100% %s %n'"
-    start_window
-    wait_for_window
-    go_by press cleanup
+    open_screen cleanup
     assert_words cleanup ended
     wait_for_tool
     screenshot formats
@@ -130,9 +115,7 @@ install_foo() {
 
 @test "the buttons stay active during a cleanup, whose output comes to its end" {
     tool_does "echo one; $wait_for_test; seq 20000"
-    start_window
-    wait_for_window
-    go_by press cleanup
+    open_screen cleanup
     assert_words cleanup
     go_by press refresh
     assert_log_has WARNING 'refreshed cat'
@@ -143,9 +126,7 @@ install_foo() {
 
 @test "quit during a cleanup ends the program" {
     tool_does "$wait_for_test"
-    start_window
-    wait_for_window
-    go_by press cleanup
+    open_screen cleanup
     assert_words cleanup
     press quit
     wait_for_dialog
@@ -184,9 +165,7 @@ install_foo() {
 
 @test "a tool that prints very much is shown whole, and the window stays alive" {
     tool_does 'seq 100000'
-    start_window
-    wait_for_window
-    go_by press cleanup
+    open_screen cleanup
     assert_words cleanup ended
     wait_for_tool
     screenshot many-lines
@@ -206,9 +185,7 @@ install_foo() {
 }
 
 @test "a refresh tells of its success" {
-    start_window
-    wait_for_window
-    go_by press refresh
+    open_screen refresh
     assert_log_has WARNING 'refreshing cat'
     assert_log_has WARNING 'refreshed cat'
     screenshot refreshed
@@ -218,9 +195,7 @@ install_foo() {
 }
 
 @test "a refresh that fails looks otherwise" {
-    start_window
-    wait_for_window
-    go_by press refresh
+    open_screen refresh
     local success
     success=$(status_line)
     touch "$repository/catalogue.no-refresh"
@@ -232,9 +207,7 @@ install_foo() {
 }
 
 @test "what a refresh brings can be searched" {
-    start_window
-    wait_for_window
-    go_by press install
+    open_screen install
     search_for foo
     assert_rows ''
     offer foo '' 1.0 1 'The package foo' '' ''
@@ -290,17 +263,13 @@ ended_output() { # LINES
 
 @test "a tool that prints nothing leaves the output empty" {
     tool_does ''
-    start_window
-    wait_for_window
-    go_by press cleanup
+    open_screen cleanup
     assert_picture silent-tool ended_output 0
 }
 
 @test "a line of 5000 characters comes in five pieces" {
     tool_does "head -c 5000 /dev/zero | tr '\0' M; echo"
-    start_window
-    wait_for_window
-    go_by press cleanup
+    open_screen cleanup
     assert_picture long-line ended_output 5
 }
 
@@ -314,9 +283,7 @@ refreshed_times() { # COUNT
     local label=250x22+10+36 look
     tool_does ''
     offer foo '' 1.0 1 'The package foo' '' ''
-    start_window
-    wait_for_window
-    go_by press list
+    open_screen list
     look=$(look_of $label)
     close_by_manager
     assert_equal "$(look_of $label)" "$look"
@@ -349,9 +316,7 @@ refreshed_times() { # COUNT
     offer zoo "$marks" "$marks" 1 "$marks$long" '' ''
     rm -f /tmp/ran
     tool_does ''
-    start_window
-    wait_for_window
-    go_by press install
+    open_screen install
     search_for '*'
     assert_rows wwwwwww
     screenshot hostile-texts
@@ -363,18 +328,12 @@ refreshed_times() { # COUNT
     screenshot hostile-texts-refused
     # So is what the tool would take for a package file.
     go_by press install
-    search_for 'evil*'
-    assert_rows w
-    select_rows 0
-    press_install_selected
+    search_and_install 'evil*'
     assert_log_has ERROR \
         'cannot install selected packages: <evil.vrk> would be taken for a package file'
     go_by press install
     words_are ''
-    search_for 'zoo'
-    assert_rows w
-    select_rows 0
-    press_install_selected
+    search_and_install 'zoo'
     assert_words 'install zoo' ended
     [[ ! -e /tmp/ran ]]
 }

@@ -7,8 +7,7 @@ load table
 load picture
 
 setup_file() {
-    make_signer
-    trust_signer
+    begin_tests
     cp /usr/sbin/pvrm /usr/sbin/pvrm.whole
 }
 
@@ -86,9 +85,7 @@ quit_after_question() {
     pvrm.whole --quiet install "$(package bar)"
     offer_file bar
     offer_file other
-    start_window
-    wait_for_window
-    go_by press update
+    open_screen update
     assert_rows ww
     has_button_at 120 570
     has_button_at 360 570
@@ -109,9 +106,7 @@ quit_after_question() {
 @test "without updates the screen has neither table nor buttons, until a refresh brings some" {
     pvrm.whole --quiet install "$(package foo)"
     offer_file foo
-    start_window
-    wait_for_window
-    go_by press update
+    open_screen update
     assert_rows ''
     ! has_button_at 120 570 || false
     ! has_button_at 360 570 || false
@@ -130,9 +125,7 @@ quit_after_question() {
 
 @test "Update Selected updates the selected packages, in the order of the rows" {
     install_with_updates a b c
-    start_window
-    wait_for_window
-    go_by press update
+    open_screen update
     assert_rows www
     select_rows 2 0
     assert_rows bwb
@@ -149,9 +142,7 @@ quit_after_question() {
 @test "with nothing selected the updates are planned again" {
     install_with_updates foo
     offer_file bar version=2.0
-    start_window
-    wait_for_window
-    go_by press update
+    open_screen update
     assert_rows w
     pvrm.whole --quiet install "$(package bar)"
     press_update_selected
@@ -168,9 +159,7 @@ quit_after_question() {
     pvrm.whole --quiet install "$(package foo)"
     offer_file foo version=2.0 needs=needed
     offer_file needed
-    start_window
-    wait_for_window
-    go_by press update
+    open_screen update
     assert_rows ww
     screenshot updates-dependency
     # Both rows tell the action of the first.
@@ -193,9 +182,7 @@ quit_after_question() {
     install_with_updates bar
     pvrm.whole --quiet install "$(package foo)"
     offer_file foo version=2.0 init/99-add.sh='exit 3'
-    start_window
-    wait_for_window
-    go_by press update
+    open_screen update
     select_rows 0
     press_update_selected
     assert_calls 'upgrade bar 0'
@@ -228,9 +215,7 @@ quit_after_question() {
     pvrm.whole --quiet install "$(package foo)" "$(package bar)"
     offer_file foo version=2.0 init/00-add.sh="$waiting_script"
     offer_file bar version=2.0 init/00-add.sh="$waiting_script"
-    start_window
-    wait_for_window
-    go_by press update
+    open_screen update
     select_rows 1
     press_update_selected
     wait_until test -e /tmp/started
@@ -262,9 +247,7 @@ quit_after_question() {
 
 @test "closing the window updates all again, but not what was selected" {
     install_with_updates foo bar
-    start_window
-    wait_for_window
-    go_by press update
+    open_screen update
     select_rows 1
     press_update_selected
     assert_calls 'upgrade foo 0'

@@ -63,7 +63,12 @@ is_settled() {
 
 # Waits until all that has been clicked and typed is handled and drawn.
 settle() {
-    wait_until is_settled
+    local activity
+    wait_until is_settled || {
+        observe_activity
+        printf 'the display and the window are not at rest: %s\n' "$activity" >&2
+        return 1
+    }
 }
 
 # Waits until the tool, which has been started, has ended, and the window shows that.

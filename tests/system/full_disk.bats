@@ -4,8 +4,7 @@
 
 setup_file() {
     load helpers
-    make_signer
-    trust_signer
+    begin_tests
 }
 
 setup() {
@@ -67,24 +66,25 @@ assert_works_now() {
     assert_works_now
 }
 
+# Installs while a directory of the repository has no room left.
+install_with_full() { # DIRECTORY
+    mount -t tmpfs -o size=4k tmpfs "$repository/$1"
+    dd if=/dev/zero of="$repository/$1/filler" bs=4k count=1 2>/dev/null
+    run pvrm install "$file"
+    umount "$repository/$1"
+    assert_status 1
+}
+
 @test "no room for the entry in the inventory" {
     # Takes the directories and not the description.
-    mount -t tmpfs -o size=4k tmpfs "$repository/installed"
-    dd if=/dev/zero of="$repository/installed/filler" bs=4k count=1 2>/dev/null
-    run pvrm install "$file"
-    umount "$repository/installed"
-    assert_status 1
+    install_with_full installed
     assert_output_has 'No space left on device'
     assert_as_before
     assert_works_now
 }
 
 @test "no room for the file index" {
-    mount -t tmpfs -o size=4k tmpfs "$repository/fileindex"
-    dd if=/dev/zero of="$repository/fileindex/filler" bs=4k count=1 2>/dev/null
-    run pvrm install "$file"
-    umount "$repository/fileindex"
-    assert_status 1
+    install_with_full fileindex
     assert_line 'pvrm: foo was not installed'
     assert_as_before
     assert_works_now

@@ -92,6 +92,14 @@ trust_signer() {
     cp "$signer_cert" "$(signer_in_store)"
 }
 
+# What a file of tests begins with: a signer of packages who is trusted and, with `catalogue`, the
+# catalogue of the text backend. Called by setup_file.
+begin_tests() { # [catalogue]
+    make_signer
+    trust_signer
+    [[ ${1-} != catalogue ]] || use_text_backend
+}
+
 # Makes a signed package file and prints its path. Each further argument is one of
 #   version=V variant=V arch=A needs=NAME    attributes, `needs` as often as it takes
 #   FORK/PATH=CONTENT                        a file, as in data/usr/share/foo/x=hello
@@ -185,8 +193,8 @@ clean_repository() {
     rm -f "$repository"/{install.log,catalogue.*} /var/log/pvrm.log
     : >"$repository/catalogue.txt"
     : >"$repository/catalogue.known"
-    # What a waiting script and its test signal by.
-    rm -f /tmp/started /tmp/go /tmp/out
+    # What scripts of packages and their tests signal by.
+    rm -f /tmp/{started,go,out,ran,configured}
 }
 
 is_installed() { # NAME
@@ -335,6 +343,27 @@ interrupt_on_terminal() { # SIGNAL|^KEY COMMAND-LINE [QUESTION ANSWER]... QUESTI
     *) kill -"$interruption" "$(cat "$repository/lock")" ;;
     esac
     end_on_terminal
+}
+
+# While the tool installs foo another one, which would change something too, is refused; a dry run and
+# `list` are not. Afterwards $status and $output are those of the dry run.
+assert_refused_beside_change() { # ARGUMENT...
+    local refused said dry
+    start_pvrm install "$(package foo "init/00-add.sh=$waiting_script")"
+    run pvrm "$@"
+    refused=$status said=$output
+    run pvrm "$@" --dry-run
+    dry=$output
+    assert_status 0
+    run pvrm list
+    assert_status 0
+    finish
+    assert_status 0
+    is_installed foo
+    status=$refused output=$said
+    assert_status 4
+    assert_output_has "pvrm: process $tool is changing the repository; try again when it has ended"
+    status=0 output=$dry
 }
 
 # Waits until a command succeeds, for a minute at most: a test that goes well never waits so long, and

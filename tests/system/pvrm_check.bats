@@ -3,14 +3,9 @@
 
 load helpers
 
-setup_file() {
-    make_signer
-    trust_signer
-}
+setup_file() { begin_tests; }
 
-setup() {
-    clean_repository
-}
+setup() { clean_repository; }
 
 # An entry as an install leaves it behind that dies before its last step.
 damage() { # NAME
@@ -166,18 +161,8 @@ pvrm: found 1 damaged entry and 1 dependency left over'
 }
 
 @test "while another process changes the repository it ends, and the dry run does not" {
-    start_pvrm install "$(package foo "init/00-add.sh=$waiting_script")"
-    run pvrm check
-    local second_status=$status second_output=$output
-    run pvrm check --dry-run
-    assert_status 0
+    assert_refused_beside_change check
     assert_output_has 'pvrm: found no damaged entries and no dependencies left over'
-    finish
-    assert_status 0
-    status=$second_status output=$second_output
-    assert_status 4
-    assert_output_has \
-        "pvrm: process $tool is changing the repository; try again when it has ended"
 }
 
 @test "an entry that can't be removed is told" {

@@ -3,14 +3,9 @@
 
 load helpers
 
-setup_file() {
-    make_signer
-    trust_signer
-}
+setup_file() { begin_tests; }
 
-setup() {
-    clean_repository
-}
+setup() { clean_repository; }
 
 # What an update leaves behind that dies before its last step: 6 + 5 bytes, and 4.
 crash() { # NAME
@@ -226,22 +221,9 @@ pvrm: would remove 1 entry and free 1 bytes'
 # --- Failures -------------------------------------------------------------------------------------
 
 @test "while another process changes the repository it ends, and the dry run does not" {
-    start_pvrm install "$(package foo "init/00-add.sh=$waiting_script")"
-    run pvrm cleanup
-    local second_status=$status second_output=$output
-    run pvrm cleanup --dry-run
-    local dry_status=$status dry_output=$output
-    finish
-    assert_status 0
-    status=$second_status output=$second_output
-    assert_status 4
-    assert_output_has \
-        "pvrm: process $tool is changing the repository; try again when it has ended"
-    is_installed foo
-    [[ -e $repository/stagearea/foo_any_1.0.vrk ]]
-    status=$dry_status output=$dry_output
-    assert_status 0
+    assert_refused_beside_change cleanup
     assert_output_has 'pvrm: would remove the package file foo_any_1.0.vrk'
+    [[ -e $repository/stagearea/foo_any_1.0.vrk ]]
 }
 
 @test "a missing directory is told" {

@@ -5,9 +5,7 @@ bats_require_minimum_version 1.5.0
 load helpers
 
 setup_file() {
-    make_signer
-    trust_signer
-    use_text_backend
+    begin_tests catalogue
     clean_repository
     export file
     file=$(package foo needs=bar version=1.2 variant=x out="$BATS_FILE_TMPDIR")

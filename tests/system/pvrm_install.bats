@@ -3,16 +3,9 @@
 
 load helpers
 
-setup_file() {
-    make_signer
-    trust_signer
-    use_text_backend
-}
+setup_file() { begin_tests catalogue; }
 
-setup() {
-    clean_repository
-    rm -f /tmp/ran
-}
+setup() { clean_repository; }
 
 @test "a package file is installed, step by step" {
     run pvrm install "$(package foo)"

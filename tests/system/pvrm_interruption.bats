@@ -3,16 +3,9 @@
 
 load helpers
 
-setup_file() {
-    make_signer
-    trust_signer
-    use_text_backend
-}
+setup_file() { begin_tests catalogue; }
 
-setup() {
-    clean_repository
-    rm -f /tmp/configured
-}
+setup() { clean_repository; }
 
 # --- Questions ------------------------------------------------------------------------------------
 
@@ -156,35 +149,30 @@ press_during_script() { # KEY SCRIPT
     assert_no_lock
 }
 
-@test "TERM during a script finishes the package and ends before the next one" {
-    start_pvrm install "$(package foo "init/00-add.sh=$waiting_script")" "$(package bar)"
-    kill -TERM "$tool"
+# The tool installs foo, and is sent a signal during its script: bar is not installed any more.
+assert_signal_ends_before_bar() { # SIGNAL SCRIPT
+    start_pvrm install "$(package foo "init/$2=$waiting_script")" "$(package bar)"
+    kill -"$1" "$tool"
     finish
     assert_status 1
     is_installed foo
     refute_installed bar
+}
+
+@test "TERM during a script finishes the package and ends before the next one" {
+    assert_signal_ends_before_bar TERM 00-add.sh
     assert_line "pvrm: interrupted: $BATS_TEST_TMPDIR/packages/bar_any_1.0.vrk and what follows was not installed"
     assert_no_lock
 }
 
 @test "INT from elsewhere during a script ends before the next package, too" {
-    start_pvrm install "$(package foo "init/00-add.sh=$waiting_script")" "$(package bar)"
-    kill -INT "$tool"
-    finish
-    assert_status 1
-    is_installed foo
-    refute_installed bar
+    assert_signal_ends_before_bar INT 00-add.sh
     assert_output_has 'pvrm: interrupted: '
     assert_no_lock
 }
 
 @test "INT from elsewhere during a configuration command ends after it" {
-    start_pvrm install "$(package foo "init/99-cfg.sh=$waiting_script")" "$(package bar)"
-    kill -INT "$tool"
-    finish
-    assert_status 1
-    is_installed foo
-    refute_installed bar
+    assert_signal_ends_before_bar INT 99-cfg.sh
     assert_output_has 'pvrm: interrupted: '
 }
 
@@ -247,14 +235,18 @@ press_during_script() { # KEY SCRIPT
     assert_no_lock
 }
 
-@test "a terminal that goes away stops nothing" {
-    foo=$(package foo "init/00-add.sh=$waiting_script")
-    bar=$(package bar)
-    SHELL=/bin/bash script -qec "pvrm install --yes $foo $bar" /dev/null </dev/null >/dev/null 3>&- &
-    local terminal=$!
+# Installs on a terminal, which is gone when the waiting script of the first package ends.
+install_while_terminal_goes() { # FILE...
+    start_on_terminal "pvrm install --yes $*"
     wait_until has_started
     kill -KILL "$terminal"
     touch /tmp/go
+}
+
+@test "a terminal that goes away stops nothing" {
+    foo=$(package foo "init/00-add.sh=$waiting_script")
+    bar=$(package bar)
+    install_while_terminal_goes "$foo" "$bar"
     wait_until is_installed bar
     is_installed foo
     wait_until assert_no_lock
@@ -287,11 +279,7 @@ open_pipe_without_reader() {
 
 @test "a terminal that goes away fails no command of a package" {
     foo=$(package foo "init/00-add.sh=$waiting_script" "init/99-cfg.sh=$(telling_script)")
-    SHELL=/bin/bash script -qec "pvrm install --yes $foo" /dev/null </dev/null >/dev/null 3>&- &
-    local terminal=$!
-    wait_until has_started
-    kill -KILL "$terminal"
-    touch /tmp/go
+    install_while_terminal_goes "$foo"
     wait_until is_installed foo
     wait_until assert_no_lock
     [[ -e /tmp/configured ]]
@@ -316,19 +304,8 @@ open_pipe_without_reader() {
 # --- Two at once ----------------------------------------------------------------------------------
 
 @test "a second one is told which process holds the lock" {
-    start_pvrm install "$(package foo "init/00-add.sh=$waiting_script")"
+    local bar
     bar=$(package bar)
-    run pvrm install "$bar"
-    local second_status=$status second_output=$output
-    run pvrm install --dry-run "$bar"
-    assert_status 0
-    run pvrm list
-    assert_status 0
-    finish
-    assert_status 0
-    is_installed foo
-    status=$second_status output=$second_output
-    assert_status 4
-    assert_output_has "pvrm: process $tool is changing the repository; try again when it has ended"
+    assert_refused_beside_change install "$bar"
     refute_installed bar
 }

@@ -5,10 +5,7 @@ load helpers
 
 note=$repository/script.running
 
-setup_file() {
-    make_signer
-    trust_signer
-}
+setup_file() { begin_tests; }
 
 setup() {
     clean_repository

@@ -3,10 +3,7 @@
 
 load helpers
 
-setup_file() {
-    make_signer
-    trust_signer
-}
+setup_file() { begin_tests; }
 
 setup() {
     clean_repository

@@ -3,14 +3,9 @@
 
 load helpers
 
-setup_file() {
-    make_signer
-    trust_signer
-}
+setup_file() { begin_tests; }
 
-setup() {
-    clean_repository
-}
+setup() { clean_repository; }
 
 # app needs gui, which needs lib; tool needs lib.
 install_some() {

@@ -7,9 +7,7 @@ load helpers
 matrix=$BATS_TEST_DIRNAME/restricted_matrix
 
 setup_file() {
-    make_signer
-    trust_signer
-    use_text_backend
+    begin_tests catalogue
     groupadd --system vrm
     useradd --create-home --groups vrm member
     useradd --create-home stranger

@@ -4,10 +4,7 @@
 bats_require_minimum_version 1.5.0
 load helpers
 
-setup_file() {
-    make_signer
-    trust_signer
-}
+setup_file() { begin_tests; }
 
 setup() {
     clean_repository

@@ -3,6 +3,7 @@
 
 bats_require_minimum_version 1.5.0
 load helpers
+load package_file
 
 setup_file() {
     make_signer
@@ -386,20 +387,16 @@ pvrm: $repository/certstore/wrong.crt has the wrong name: the certificate of /O=
 # --- Keys that are too short ----------------------------------------------------------------------
 
 @test "a package signed with an RSA key under 1024 bits is not verified" {
-    local head payload
     make_certificate short rsa:1016 /CN=Short
     cp short.pem "$(place_of short.pem)"
     # The tool that packs refuses such a key, so the signature is exchanged.
-    cp "$(package foo)" foo.vrk
-    head=$((10#$(dd if=foo.vrk bs=1 skip=6 count=5 2>/dev/null)))
-    tail -c +$((12 + head)) foo.vrk >payload
+    payload_of "$(package foo)" >payload
     {
-        dd if=foo.vrk bs=1 skip=11 count="$head" 2>/dev/null | sed '/^evrkRsaSig/,$d'
+        head_of "$(package foo)" | sed '/^evrkRsaSig/,$d'
         echo "evrkRsaSigSubj: /CN=Short"
-        echo "evrkRsaSigData:: $(openssl dgst -sha1 -sign short.key payload | openssl base64 -A)"
+        signature_of payload short.key
     } >description
-    payload=$(printf 'EVRM20%05d' "$(wc -c <description)")
-    { printf %s "$payload" && cat description payload; } >foo.vrk
+    join_package description payload foo.vrk
     run pvrm install ./foo.vrk
     assert_status 1
     assert_output_has 'the RSA key of its signer has 1016 bits, and a signature by fewer than 1024 proves nothing'

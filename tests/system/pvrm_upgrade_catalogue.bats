@@ -3,11 +3,7 @@
 
 load helpers
 
-setup_file() {
-    make_signer
-    trust_signer
-    use_text_backend
-}
+setup_file() { begin_tests catalogue; }
 
 setup() {
     clean_repository

@@ -4,9 +4,7 @@
 load helpers
 
 setup_file() {
-    make_signer
-    trust_signer
-    use_text_backend
+    begin_tests catalogue
     # Loaded into the tool, kills it at one of the renames of the inventory's swap.
     g++ -std=c++20 -shared -fPIC -o /usr/lib/vrm/die_at_rename.so \
         "$source_dir/tests/system/backends/die_at_rename.cpp" -ldl

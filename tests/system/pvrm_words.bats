@@ -5,15 +5,9 @@
 bats_require_minimum_version 1.5.0
 load helpers
 
-setup_file() {
-    make_signer
-    trust_signer
-    use_text_backend
-}
+setup_file() { begin_tests catalogue; }
 
-setup() {
-    clean_repository
-}
+setup() { clean_repository; }
 
 # --- Usage ----------------------------------------------------------------------------------------
 

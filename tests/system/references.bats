@@ -2,12 +2,12 @@
 # Packages whose description refers to a file of the machine, to have it read by root.
 
 load helpers
+load package_file
 
 index=/var/cache/vrm/vrc-dirs.index
 
 setup_file() {
-    make_signer
-    trust_signer
+    begin_tests
     # What nobody but root may read.
     printf 'root:%s:1::::::\n' "$(openssl rand -hex 20)" >/etc/shadow
     chmod 0600 /etc/shadow
@@ -44,16 +44,11 @@ setup() {
 # A signed package with a line more in its head, before all others, as printf writes it. The
 # signature covers the payload and still holds.
 with_line() { # LINE FILE [NAME]
-    local sound size
+    local sound
     sound=$(package "${3:-foo}")
-    size=$((10#$(dd if="$sound" bs=1 skip=6 count=5 status=none)))
-    printf '%b' "$1" >head.txt
-    tail -c +12 "$sound" | head -c "$size" >>head.txt
-    {
-        printf 'EVRM20%05d' "$(stat -c %s head.txt)"
-        cat head.txt
-        tail -c +$((12 + size)) "$sound"
-    } >"$2"
+    { printf '%b' "$1" && head_of "$sound"; } >head.txt
+    payload_of "$sound" >payload
+    join_package head.txt payload "$2"
 }
 
 @test "a refresh copies no byte of the file into the index" {

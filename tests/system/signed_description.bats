@@ -4,12 +4,9 @@
 
 bats_require_minimum_version 1.5.0
 load helpers
+load package_file
 
-setup_file() {
-    make_signer
-    trust_signer
-    use_text_backend
-}
+setup_file() { begin_tests catalogue; }
 
 setup() {
     clean_repository
@@ -18,40 +15,27 @@ setup() {
     cd "$BATS_TEST_TMPDIR/hostile" || return
 }
 
-head_size() { # FILE
-    echo $((10#$(dd if="$1" bs=1 skip=6 count=5 status=none)))
-}
-
 # Puts a description from stdin in front of the payload of a package file.
 with_description() { # FILE NEW-FILE
-    local description=$BATS_TEST_TMPDIR/description
-    cat >"$description"
-    {
-        printf 'EVRM20%05d' "$(wc -c <"$description")"
-        cat "$description"
-        tail -c +$((12 + $(head_size "$1"))) "$1"
-    } >"$2.new"
-    mv "$2.new" "$2"
+    cat >"$BATS_TEST_TMPDIR/description"
+    payload_of "$1" >"$BATS_TEST_TMPDIR/payload"
+    join_package "$BATS_TEST_TMPDIR/description" "$BATS_TEST_TMPDIR/payload" "$2"
 }
 
 # A copy of a package file with its head edited by sed.
 edited() { # FILE NEW-FILE SED-SCRIPT
-    head -c $((11 + $(head_size "$1"))) "$1" | tail -c +12 | sed "$3" | with_description "$1" "$2"
+    head_of "$1" | sed "$3" | with_description "$1" "$2"
 }
 
 # A package file with a signed payload of these bytes. This one needs the key.
 signed_payload() { # NEW-FILE NAME VERSION
     cat >"$1.payload"
-    openssl dgst -sha1 -sign "$signer_key" -out "$1.sig" "$1.payload"
     {
         printf 'evrmVersion: 2.0\nevrkName: %s\nevrkVersion: %s\n' "$2" "$3"
         printf 'evrkArchitecture: any\nevrkDescription: It\nevrkRsaSigSubj: /O=Test/CN=Builder\n'
-        printf 'evrkRsaSigData:: %s\n' "$(openssl base64 -A -in "$1.sig")"
+        signature_of "$1.payload"
     } >"$1.description"
-    {
-        printf 'EVRM20%05d' "$(wc -c <"$1.description")"
-        cat "$1.description" "$1.payload"
-    } >"$1"
+    join_package "$1.description" "$1.payload" "$1"
 }
 
 # All that a change may touch, with mode, owner, size and time; the stage area and the log aside. An

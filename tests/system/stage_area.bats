@@ -2,15 +2,13 @@
 # The stage area: who has a hand in it, what a change keeps there, and what an earlier attempt left.
 
 load helpers
+load package_file
 
-setup_file() {
-    make_signer
-    trust_signer
-}
+setup_file() { begin_tests; }
 
 setup() {
     clean_repository
-    rm -rf /tmp/started /tmp/go /tmp/out /srv/elsewhere /usr/share/foo
+    rm -rf /srv/elsewhere /usr/share/foo
     area=$repository/stagearea
     chmod 755 "$area"
 }
@@ -18,17 +16,15 @@ setup() {
 # Puts a file into the payload of a package that its list of data files doesn't have, and signs it
 # anew. The signer made a mistake: a package that is verified fails.
 add_unlisted_file() { # FILE
-    local work=$BATS_TEST_TMPDIR/unlisted size
+    local work=$BATS_TEST_TMPDIR/unlisted
     rm -rf "$work"
     mkdir -p "$work/tree"
-    size=$((10#$(head -c 11 "$1" | tail -c 5)))
-    head -c $((11 + size)) "$1" | tail -c "$size" | sed '/^evrkRsaSigData/,$d' >"$work/head"
-    tail -c +$((12 + size)) "$1" | gzip -dc | (cd "$work/tree" && cpio -id --quiet)
+    head_of "$1" | sed '/^evrkRsaSigData/,$d' >"$work/head"
+    payload_of "$1" | gzip -dc | (cd "$work/tree" && cpio -id --quiet)
     echo stale >"$work/tree/data/usr/share/foo/stale"
     (cd "$work/tree" && find . | cpio -o -H newc --quiet) | gzip >"$work/payload"
-    openssl dgst -sha1 -sign "$signer_key" -out "$work/signature" "$work/payload"
-    echo "evrkRsaSigData:: $(base64 -w 0 "$work/signature")" >>"$work/head"
-    { printf 'EVRM20%05d' "$(stat -c %s "$work/head")" && cat "$work/head" "$work/payload"; } >"$1"
+    signature_of "$work/payload" >>"$work/head"
+    join_package "$work/head" "$work/payload" "$1"
 }
 
 # Kills the tool, and its script, as that runs.

@@ -15,6 +15,8 @@
 # shellcheck disable=SC2119,SC2120  # arguments of helpers are optional
 # shellcheck source=SCRIPTDIR/machine.bash
 source "${BASH_SOURCE[0]%/*}/machine.bash"
+# shellcheck source=SCRIPTDIR/../package_file.bash
+source "${BASH_SOURCE[0]%/*}/../package_file.bash"
 
 # --- Signers --------------------------------------------------------------------------------------
 
@@ -140,8 +142,7 @@ pad() { # LENGTH
 signature() { # [NAME]
     local signer=${1:-builder}
     printf 'evrkRsaSigSubj: %s\n' "$(<"$keys/$signer.subject")"
-    printf 'evrkRsaSigData:: %s\n' \
-        "$(openssl dgst -sha1 -sign "$keys/$signer.key" "$work/payload" | base64 -w 0)"
+    signature_of "$work/payload" "$keys/$signer.key"
 }
 
 # Makes a certificate of a key with the exponent 1, which fits every signature that is its own padded
@@ -167,18 +168,13 @@ padded_digest() {
     openssl dgst -sha1 -binary "$work/payload"
 }
 
-# Puts a package file together: magic, size, description and payload.
-join() { # DESCRIPTION PAYLOAD FILE
-    { printf 'EVRM20%05d' "$(stat -c %s "$1")"; cat "$1" "$2"; } >"$3"
-}
-
 # Ends a package: what is not there yet of $work/payload and $work/signature is made, and the file
 # $vrk of $work/head, the signature and the payload.
 seal() { # [SIGNER]
     [[ -e $work/payload ]] || archive | gzip -n >"$work/payload"
     [[ -e $work/signature ]] || signature "${1:-builder}" >"$work/signature"
     cat "$work/head" "$work/signature" >"$work/description"
-    join "$work/description" "$work/payload" "$vrk"
+    join_package "$work/description" "$work/payload" "$vrk"
 }
 
 # Exchanges the head of the finished package for one that says something else.
