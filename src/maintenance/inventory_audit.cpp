@@ -21,7 +21,7 @@
 #include "support/log.h"
 #include "transaction/dependents.h"
 #include "transaction/interrupt.h"
-#include "transaction/removal.h"
+#include "transaction/plan_removal.h"
 #include "ui/vrmui.h"
 
 namespace {

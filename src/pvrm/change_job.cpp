@@ -17,7 +17,7 @@
 #include "pvrm/tell.h"
 #include "repository/inventory.h"
 #include "support/arch.h"
-#include "transaction/install.h"
+#include "transaction/fetch.h"
 #include "transaction/scripts.h"
 #include "ui/vrmui.h"
 

@@ -15,8 +15,8 @@
 #include "repository/vrc.h"
 #include "support/log.h"
 #include "support/vconf.h"
+#include "transaction/recover.h"
 #include "transaction/stage_area.h"
-#include "transaction/update.h"
 #include "ui/vrmui.h"
 
 static constexpr char log_path[] = "/var/log/pvrm.log";

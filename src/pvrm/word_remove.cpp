@@ -21,6 +21,7 @@
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
 #include "repository/inventory.h"
+#include "transaction/plan_removal.h"
 #include "transaction/removal.h"
 #include "ui/vrmui.h"
 

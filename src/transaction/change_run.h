@@ -7,6 +7,12 @@
 #include "support/handle.h"
 #include "transaction/vrt.h"
 
+// Whether an executor may begin: the handle holds the lock, nothing in the plan would leave its
+// place in a path or on a command line, and the stage area is trusted. Asked before anything is
+// touched.
+// Result: false, with an ERROR line that begins with `who`.
+bool may_carry_out(const char *who, const vrm_handle *handle, const vrt *transaction);
+
 // One run of an executor.
 struct change_run {
     const char *who;  // begins the messages: the executor

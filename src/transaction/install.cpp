@@ -5,7 +5,6 @@
 #include "transaction/attempt.h"
 #include "transaction/change_run.h"
 #include "transaction/scripts.h"
-#include "transaction/staging.h"
 
 static constexpr char me[] = "vrm_exe_install";
 
@@ -39,16 +38,4 @@ int vrm_exe_install(vrm_handle *handle, vrt **transaction, void *connection, int
     // Also after a failure: what was installed before it stays, and wants to be configured.
     vrm_scripts_exe(handle, transaction);
     return rc;
-}
-
-int vrm_stage_file(vrm_handle *handle, const vri *package, int verbose) {
-    return attempt([=] {
-        stage_paths paths;
-        if (!identity_is_safe("vrm_stage_file", package) ||
-            !stage_paths_of("vrm_stage_file", handle, package, &paths) ||
-            !is_stage_area_trusted("vrm_stage_file", handle)) {
-            return -1;
-        }
-        return stage_copy("vrm_stage_file", verbose != 0, package, paths.file);
-    });
 }

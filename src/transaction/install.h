@@ -38,9 +38,3 @@ int vrm_exe_install(vrm_handle *handle, vrt **transaction, void *connection, int
 // failed: -1, that of the verification, or a script's raw wait status.
 int vrm_install_vrk(vrm_handle *handle, vrt **transaction, const vri *package, const char *head,
                     void *connection, int verbose);
-
-// Puts the package file that a record names by its absolute_uri into the stage area, under the
-// package's own name, where vrm_exe_install finds it for a dependency with status `R` and a
-// filehash. `verbose` asks for the progress line "copying <puname>.vrk" at INFO. Result: 0, or -1
-// with the reason on the log, also for a name that is not allowed.
-int vrm_stage_file(vrm_handle *handle, const vri *package, int verbose);

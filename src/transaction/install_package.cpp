@@ -8,11 +8,11 @@
 #include "support/file.h"
 #include "support/log.h"
 #include "transaction/attempt.h"
+#include "transaction/conflicts.h"
 #include "transaction/install.h"
+#include "transaction/link_conflicts.h"
 #include "transaction/package_change.h"
-#include "transaction/replaced_files.h"
-#include "transaction/rollback_remains.h"
-#include "transaction/stage.h"
+#include "transaction/rollback.h"
 
 namespace {
 

@@ -7,4 +7,4 @@
 // installed, never within one: then they log "interrupted, not going on with %s" at ERROR and end
 // as after a failed package, with -1. vrm_cleanup looks at it before each entry and takes it for an
 // abort. Nobody in the engine clears it.
-extern volatile sig_atomic_t vrm_stop_requested;
+inline volatile sig_atomic_t vrm_stop_requested = 0;

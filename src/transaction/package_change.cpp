@@ -11,7 +11,6 @@
 #include "repository/hooks.h"
 #include "support/event.h"
 #include "support/log.h"
-#include "transaction/plan_proof.h"
 #include "transaction/scripts.h"
 
 int unpack_staged(package_change *change) {

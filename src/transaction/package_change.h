@@ -5,7 +5,8 @@
 
 #include "support/event.h"
 #include "transaction/register.h"
-#include "transaction/staging.h"
+#include "transaction/stage_area.h"
+#include "transaction/unpack.h"
 
 struct package_change {
     const char *who;  // begins the messages: the public function that does the change

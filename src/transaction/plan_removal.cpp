@@ -1,4 +1,6 @@
 // The planning of a removal: who stands in its way, and what can go along.
+#include "transaction/plan_removal.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -12,7 +14,6 @@
 #include "support/growing_list.h"
 #include "support/log.h"
 #include "transaction/dependents.h"
-#include "transaction/removal.h"
 #include "ui/vrmui.h"
 
 // ---- Who needs a package ----

@@ -7,29 +7,11 @@
 #include <ctime>
 
 #include "package/fileops.h"
-#include "support/array.h"
+#include "support/ekva.h"
 #include "support/ldif.h"
 #include "support/log.h"
 #include "support/shell.h"
 #include "transaction/link_conflicts.h"
-#include "transaction/stage.h"
-
-int verify_forks(const std::string &stage, package_forks *forks) {
-    char **data = nullptr, **info = nullptr, **init = nullptr, **conf = nullptr, **dump = nullptr;
-    const int rc = vrm_chk_all_files(stage.c_str(), &data, &info, &init, &conf, &dump);
-    if (rc == 0) {
-        forks->data.reset(data);
-        forks->info.reset(info);
-        forks->init.reset(init);
-        forks->conf.reset(conf);
-        forks->dump.reset(dump);
-    }
-    return rc;
-}
-
-bool fork_has(const own_array &fork, const char *path) {
-    return in_array(fork.get(), path) != 0;
-}
 
 void apply_links_and_perms(const char *who, const std::string &stage, const own_array &info,
                            const settled_links &links) {
@@ -154,4 +136,44 @@ void refresh_linker_cache(const char *who) {
         }
         have_so = 0;
     }
+}
+
+// ---- The swap of an update ----
+
+static std::string dir_of(const vrm_handle *handle, const char *role) {
+    const char *dir = ekva_getval(handle->dirs, role);
+    return dir ? dir : "";
+}
+
+inventory_places inventory_places_of(const vrm_handle *handle, const char *package_name) {
+    const std::string installed = dir_of(handle, "installed").substr(0, 1000);
+    const std::string index = dir_of(handle, "fileindex");
+    const std::string name = std::string(package_name).substr(0, 1000);
+    return {installed + "/" + name,
+            installed + "/." + name + ".new",
+            installed + "/." + name + ".old",
+            index + "/" + package_name,
+            index + "/." + package_name + ".new",
+            index + "/." + package_name + ".old"};
+}
+
+void drop_new_registration(const inventory_places &places) {
+    vrm_vrf_rmdir(places.new_entry.c_str());
+    unlink(places.new_index.c_str());
+}
+
+void swap_in(const inventory_places &places, bool with_index) {
+    vrm_vrf_rmdir(places.old_entry.c_str());
+    rename(places.entry.c_str(), places.old_entry.c_str());
+    rename(places.new_entry.c_str(), places.entry.c_str());
+    remove(places.old_index.c_str());
+    rename(places.index.c_str(), places.old_index.c_str());
+    if (with_index) {
+        rename(places.new_index.c_str(), places.index.c_str());
+    }
+}
+
+void drop_old_registration(const inventory_places &places) {
+    vrm_vrf_rmdir(places.old_entry.c_str());
+    remove(places.old_index.c_str());
 }

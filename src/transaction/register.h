@@ -7,22 +7,11 @@
 #include <vector>
 
 #include "package/vri.h"
+#include "support/handle.h"
 #include "support/own.h"
+#include "transaction/unpack.h"
 
 struct settled_links;
-
-// The files of an unpacked package by fork, as verified: paths relative to the fork, with a leading
-// slash. A fork without files is null.
-struct package_forks {
-    own_array data, info, init, conf, dump;
-};
-
-// Verifies an unpacked tree against its own hash lists by vrm_chk_all_files. Result: that
-// function's code; `forks` is filled only with 0.
-int verify_forks(const std::string &stage, package_forks *forks);
-
-// Whether a fork holds exactly this path.
-bool fork_has(const own_array &fork, const char *path);
 
 // Applies the link list and the permission list of an unpacked package, in the order of its info
 // files. Only the links that were settled replace something (link_conflicts.h). `who` begins the
@@ -52,3 +41,21 @@ std::vector<int64_t> updates_until_now(const vri *package);
 
 // Runs ldconfig when the package in hand brought a shared library, and clears have_so.
 void refresh_linker_cache(const char *who);
+
+// The places of a package in the inventory. What begins with a dot is passed over by all listings.
+struct inventory_places {
+    std::string entry, new_entry, old_entry;
+    std::string index, new_index, old_index;
+};
+
+inventory_places inventory_places_of(const vrm_handle *handle, const char *package_name);
+
+// Removes what an update that died left of its new registration.
+void drop_new_registration(const inventory_places &places);
+
+// Puts the new registration in the place of the old one. There is no way back from here, so the
+// results don't matter. A version without data brings no index, and leaves the package without one.
+void swap_in(const inventory_places &places, bool with_index);
+
+// Removes what the swap set aside.
+void drop_old_registration(const inventory_places &places);

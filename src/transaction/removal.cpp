@@ -19,10 +19,10 @@
 #include "transaction/attempt.h"
 #include "transaction/change_run.h"
 #include "transaction/link_conflicts.h"
+#include "transaction/register.h"
+#include "transaction/rollback.h"
 #include "transaction/scripts.h"
-#include "transaction/stage.h"
-#include "transaction/staging.h"
-#include "transaction/swap.h"
+#include "transaction/stage_area.h"
 
 namespace {
 
@@ -185,7 +185,7 @@ int vrm_one_delete(vrm_handle *handle, const vri *package) {
             !is_stage_trusted(me, handle, step.stage)) {
             return -1;
         }
-        step.places = places_of(handle, package->name);
+        step.places = inventory_places_of(handle, package->name);
         return find_shared_links(me, handle, package->name, step.places.entry + "/link.txt",
                                  &step.shared_links)
                    ? remove_package(step)

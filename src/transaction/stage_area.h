@@ -1,6 +1,9 @@
-// What a program makes sure of before it begins a change: that nobody but root has a hand in the
-// stage area, and that nothing of an earlier attempt is in the way.
+// The stage area: where a change works, and what is made sure of before it begins there. Nobody but
+// root has a hand in it, and nothing of an earlier attempt is in the way.
 #pragma once
+
+#include <initializer_list>
+#include <string>
 
 #include "package/vri.h"
 #include "support/handle.h"
@@ -24,3 +27,40 @@ int vrm_check_stage(vrm_handle *handle);
 // directory, when it holds a file below `old`, can't be removed or is refused, as by
 // vrm_check_stage.
 int vrm_clear_stage(vrm_handle *handle, const vri *package);
+
+// ---- Private to the library ----
+
+// The places of one package in the stage area, by its unique name.
+struct stage_paths {
+    std::string puname;
+    std::string file;   // <stagearea>/<puname>.vrk, the staged package file
+    std::string base;   // <stagearea>/<puname>, its stage directory
+    std::string fresh;  // <base>/new, the unpacked package
+    std::string old;    // <base>/old, the backups and their list index.txt
+};
+
+// Forms the paths. They are held to 1,024 bytes each; a longer one is refused, not cut, since a cut
+// path is another package's.
+// Result: false, with an ERROR line that begins with `who`, when one is too long.
+bool stage_paths_of(const char *who, vrm_handle *handle, const vri *package, stage_paths *paths);
+
+// Whether the identity of a package may become part of paths and command lines
+// (package/safe_name.h). Result: false, with an ERROR line that begins with `who` and names the
+// package.
+bool identity_is_safe(const char *who, const vri *package);
+
+// Whether the stage area is a directory that only the user of the process can write to, or is still
+// to be made. Result: false, with an ERROR line that begins with `who`.
+bool is_stage_area_trusted(const char *who, const vrm_handle *handle);
+
+// The same of the stage area and of the stage directory of a package, in which neither the unpacked
+// package nor the backups may be a link.
+bool is_stage_trusted(const char *who, const vrm_handle *handle, const stage_paths &stage);
+
+// Makes the stage directory of a package, which only its owner may enter: set-id programs are saved
+// there. One that exists is kept and gets the mode 0700. `parts` are the directories to make in it,
+// with 0755. As with vrm_vrf_mkdir, whoever opens a file there finds out what could not be made.
+// Result: false, with an ERROR line that begins with `who`, for what is_stage_trusted refuses, of a
+// part as well.
+bool make_stage_directory(const char *who, const vrm_handle *handle, const stage_paths &stage,
+                          std::initializer_list<std::string> parts);

@@ -11,7 +11,6 @@
 #include "transaction/attempt.h"
 #include "transaction/change_run.h"
 #include "transaction/scripts.h"
-#include "transaction/staging.h"
 
 static constexpr char me[] = "vrm_exe_update";
 static constexpr int not_to_be_met = 99;

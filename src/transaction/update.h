@@ -37,29 +37,3 @@ int vrm_exe_update(vrm_handle *handle, vrt **transaction, void *connection, int 
 // raw wait status of 00-add.sh. That of 99-add.sh is told as -1.
 int vrm_update_vrk(vrm_handle *handle, vrt **transaction, const vri *old_package,
                    const vri *new_package, void *connection, int verbose);
-
-// Splits the data files of two versions into what to write and what to take away. Both lists are
-// null-terminated or null. A new file may be written when it is not on the disk (links followed) or
-// belongs to the old version; one that another package owns ends the update; for one of nobody's
-// the user is asked through the global vrmui object, with "r", replace, as default. An old file is
-// taken away when it is on the disk and not among the new ones.
-// Result: 0, and `*del_files` and `*add_files` are new arrays for arr_free, possibly empty, each
-// null when its list was; -1, and both are null, when the update must not go on. Nothing is written
-// here.
-int vrm_chk_local_update(vrm_handle *handle, char *const *old_files, char *const *new_files,
-                         char ***del_files, char ***add_files);
-
-// Brings the inventory back to what it was before an update that died, by a kill or a crash, amidst
-// the renames that enter the new version: one package then has no entry under its name, or a file
-// index that isn't its entry's. The old version is registered again, over files that are the new
-// one's already, and the same update does all of its steps anew. An update that died before the
-// renames has its old registration in place, one that died after them the new one: those are left
-// alone, and so is the retired registration of the second, which a cleanup takes.
-// `handle` must hold the repository lock. Result: how many packages were brought back, each with a
-// WARNING; -1 without the lock and when memory fails.
-int vrm_undo_broken_swaps(vrm_handle *handle);
-
-// The packages that vrm_undo_broken_swaps would bring back, sorted by bytes. Only looks, and needs
-// no lock: while another process holds it there are none, as the swap of an update that runs looks
-// the same. A new array for arr_free; null when there are none and when memory fails.
-char **vrm_broken_swaps(vrm_handle *handle);

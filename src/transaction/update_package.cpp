@@ -15,11 +15,11 @@
 #include "support/file.h"
 #include "support/log.h"
 #include "transaction/attempt.h"
+#include "transaction/conflicts.h"
+#include "transaction/link_conflicts.h"
 #include "transaction/package_change.h"
-#include "transaction/replaced_files.h"
-#include "transaction/rollback_remains.h"
-#include "transaction/stage.h"
-#include "transaction/swap.h"
+#include "transaction/register.h"
+#include "transaction/rollback.h"
 #include "transaction/update.h"
 
 namespace {
@@ -297,7 +297,7 @@ int vrm_update_vrk(vrm_handle *handle, vrt **transaction, const vri *old_package
         if (!stage_paths_of(me, handle, new_package, &step.stage)) {
             return -1;
         }
-        step.places = places_of(handle, new_package->name);
+        step.places = inventory_places_of(handle, new_package->name);
         return update_package(&step);
     });
 }

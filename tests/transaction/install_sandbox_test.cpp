@@ -1,7 +1,8 @@
 #include "transaction/install.h"
 
 #include "transaction/executor_fixture.h"
-#include "transaction/stage.h"
+#include "transaction/fetch.h"
+#include "transaction/unpack.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;

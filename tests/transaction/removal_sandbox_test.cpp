@@ -15,6 +15,8 @@
 #include "kit/test_repo.h"
 #include "repository/inventory.h"
 #include "transaction/interrupt.h"
+#include "transaction/plan_removal.h"
+#include "transaction/recover.h"
 #include "transaction/removal.h"
 #include "transaction/update.h"
 

@@ -1,6 +1,7 @@
 // Nothing that the signature doesn't cover is believed: package files with another's head,
 // catalogues that say something else, and files that are exchanged on the way.
 #include "transaction/executor_fixture.h"
+#include "transaction/fetch.h"
 #include "transaction/plan_update.h"
 #include "transaction/scripts.h"
 #include "transaction/update.h"

@@ -1,6 +1,8 @@
 #include "transaction/stage_area.h"
 
 #include "transaction/executor_fixture.h"
+#include "transaction/fetch.h"
+#include "transaction/plan_removal.h"
 #include "transaction/plan_update.h"
 #include "transaction/removal.h"
 #include "transaction/update.h"

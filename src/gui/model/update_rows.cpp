@@ -6,7 +6,7 @@
 #include "support/log.h"
 #include "support/own.h"
 #include "transaction/plan_update.h"
-#include "transaction/update.h"
+#include "transaction/recover.h"
 
 vra **vra_list;
 int num_vras;

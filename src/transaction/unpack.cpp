@@ -1,32 +1,23 @@
-#include "transaction/stage.h"
+#include "transaction/unpack.h"
 
 #include <fnmatch.h>
-#include <limits.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <new>
-#include <string>
 #include <unordered_set>
 
-#include "package/backup_journal.h"
 #include "package/hashlist.h"
-#include "repository/owner_lookup.h"
+#include "package/signed_record.h"
+#include "support/array.h"
 #include "support/event.h"
-#include "support/file.h"
 #include "support/growing_list.h"
 #include "support/log.h"
-#include "support/own.h"
-#include "transaction/conflict_answers.h"
+
+// ---- The payload against its hash lists ----
 
 int have_so = 0;
-
-const char *const vrm_insert_choices =
-    "l=leave existing file,L=Leave all existing files,r=replace existing file,"
-    "R=Replace all existing files,a=abort installation";
 
 namespace {
 
@@ -168,110 +159,57 @@ int vrm_chk_all_files(const char *stage, char ***data, char ***info, char ***ini
     return 0;
 }
 
-namespace {
-
-// What becomes of one path.
-enum class verdict { write, leave, abort };
-
-verdict decide(owner_lookup &owners, conflict_answers &answers, const char *path) {
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "vrm_chk_local_insert: Checking for local existence of %s", path);
+int verify_forks(const std::string &stage, package_forks *forks) {
+    char **data = nullptr, **info = nullptr, **init = nullptr, **conf = nullptr, **dump = nullptr;
+    const int rc = vrm_chk_all_files(stage.c_str(), &data, &info, &init, &conf, &dump);
+    if (rc == 0) {
+        forks->data.reset(data);
+        forks->info.reset(info);
+        forks->init.reset(init);
+        forks->conf.reset(conf);
+        forks->dump.reset(dump);
     }
-    if (is_missing(path)) {
-        return verdict::write;
-    }
-    if (const own_string owner = owners.owner(path)) {
-        report({.kind = event_kind::file_owned_by_another, .package = owner.get(), .path = path});
-        return verdict::abort;
-    }
-    switch (answers.ask(path)) {
-        case 'r':
-            report({.kind = event_kind::file_will_be_replaced, .path = path});
-            return verdict::write;
-        case 'l':
-            report({.kind = event_kind::file_will_stay, .path = path});
-            return verdict::leave;
-        default:
-            report({.kind = event_kind::install_aborted_by_user});
-            return verdict::abort;
-    }
-}
-
-}  // namespace
-
-int vrm_chk_local_insert(vrm_handle *handle, char *const *files, char ***out) try {
-    *out = nullptr;
-    if (!files) {
-        return 0;
-    }
-    const size_t room = static_cast<size_t>(arr_count(files)) + 2;
-    own_array writable(static_cast<char **>(calloc(room, sizeof(char *))));
-    if (!writable) {
-        return -1;
-    }
-    owner_lookup owners(handle);
-    conflict_answers answers;
-    char **next = writable.get();
-    for (char *const *path = files; *path; path++) {
-        switch (decide(owners, answers, *path)) {
-            case verdict::write:
-                if (!(*next++ = strdup(*path))) {
-                    return -1;
-                }
-                break;
-            case verdict::leave:
-                break;
-            case verdict::abort:
-                return -1;
-        }
-    }
-    *out = writable.release();
-    return 0;
-} catch (const std::bad_alloc &) {
-    return -1;
-}
-
-// Copies one saved file back to its place.
-static bool restore(const char *path, const char *old) {
-    char backup[2001];
-    snprintf(backup, sizeof backup, "%.1000s%.1000s", old, path);
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "vrm_install_rollback: Found %s to restore", path);
-        log_say(LEVEL_DEBUG, "vrm_install_rollback: Copying %s to %s", backup, path);
-    }
-    if (restore_backup(path, backup) != 0) {
-        report({.kind = event_kind::not_restored, .path = path});
-        return false;
-    }
-    return true;
-}
-
-int vrm_install_rollback(char *const *written, const char *old) {
-    char path_of_index[PATH_MAX];
-    snprintf(path_of_index, sizeof path_of_index, "%s/index.txt", old);
-    for (char *const *path = written; path && *path; path++) {
-        if (log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG, "vrm_install_rollback: removing %s", *path);
-        }
-        unlink(*path);
-    }
-    const own_file index(fopen_regular(path_of_index));
-    if (!index && errno == ENOENT) {
-        report({.kind = event_kind::nothing_to_restore});
-        return 0;
-    }
-    int rc = 0;
-    char line[4096];
-    while (index && fgets(line, sizeof line, index.get())) {
-        line[strcspn(line, "\n")] = '\0';
-        if (line[0] != '\0' && !restore(line, old)) {
-            rc = -1;
-        }
-    }
-    if (!index || ferror(index.get())) {
-        report({.kind = event_kind::backup_list_not_read, .path = path_of_index});
-        rc = -1;
-    }
-    report({.kind = event_kind::rollback_finished});
     return rc;
+}
+
+bool fork_has(const own_array &fork, const char *path) {
+    return in_array(fork.get(), path) != 0;
+}
+
+// ---- The plan against the signed description ----
+
+std::string file_name_of(const vri *package) {
+    const char *uri = package->relative_uri;
+    const std::string path = uri ? uri : "";
+    const std::string name = path.substr(path.rfind('/') + 1);
+    const bool fit = !name.empty() && std::none_of(name.begin(), name.end(), [](unsigned char c) {
+        return c < 0x20 || c == 0x7f;
+    });
+    return fit ? name : std::string(vrk_puname(package)) + ".vrk";
+}
+
+// Where the plan has the record from: `R` is the catalogue.
+static char source_of(const vrt *plan, const vri *package) {
+    if (plan->info == package) {
+        return plan->source;
+    }
+    for (int32_t i = 0; plan->deps && i < plan->num_deps; i++) {
+        if (plan->deps[i]->info == package) {
+            return plan->deps[i]->status;
+        }
+    }
+    return 'L';
+}
+
+std::string plan_difference(const vrt *plan, const vri *package, const vri *signed_record) {
+    const bool is_catalogues = source_of(plan, package) == 'R';
+    vri planned = *package;
+    if (is_catalogues && !planned.creator) {
+        planned.creator = signed_record->creator;
+    }
+    if (is_catalogues && planned.datasize == 0) {
+        planned.datasize = signed_record->datasize;
+    }
+    return difference_in_words(is_catalogues ? "the catalogue" : "the plan", &planned,
+                               "its signed description", signed_record);
 }

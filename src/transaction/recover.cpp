@@ -1,8 +1,7 @@
-#include "transaction/swap.h"
+#include "transaction/recover.h"
 
 #include <dirent.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -12,51 +11,11 @@
 #include <string_view>
 #include <vector>
 
-#include "package/fileops.h"
 #include "repository/repository.h"
+#include "support/ekva.h"
 #include "support/event.h"
 #include "support/own.h"
-#include "transaction/update.h"
-
-static std::string dir_of(const vrm_handle *handle, const char *role) {
-    const char *dir = ekva_getval(handle->dirs, role);
-    return dir ? dir : "";
-}
-
-inventory_places places_of(const vrm_handle *handle, const char *package_name) {
-    const std::string installed = dir_of(handle, "installed").substr(0, 1000);
-    const std::string index = dir_of(handle, "fileindex");
-    const std::string name = std::string(package_name).substr(0, 1000);
-    return {installed + "/" + name,
-            installed + "/." + name + ".new",
-            installed + "/." + name + ".old",
-            index + "/" + package_name,
-            index + "/." + package_name + ".new",
-            index + "/." + package_name + ".old"};
-}
-
-void drop_new_registration(const inventory_places &places) {
-    vrm_vrf_rmdir(places.new_entry.c_str());
-    unlink(places.new_index.c_str());
-}
-
-void swap_in(const inventory_places &places, bool with_index) {
-    vrm_vrf_rmdir(places.old_entry.c_str());
-    rename(places.entry.c_str(), places.old_entry.c_str());
-    rename(places.new_entry.c_str(), places.entry.c_str());
-    remove(places.old_index.c_str());
-    rename(places.index.c_str(), places.old_index.c_str());
-    if (with_index) {
-        rename(places.new_index.c_str(), places.index.c_str());
-    }
-}
-
-void drop_old_registration(const inventory_places &places) {
-    vrm_vrf_rmdir(places.old_entry.c_str());
-    remove(places.old_index.c_str());
-}
-
-// ---- A swap that was cut off ----
+#include "transaction/register.h"
 
 static bool exists(const std::string &path) {
     struct stat status;
@@ -113,7 +72,7 @@ static bool take_back(const inventory_places &places) {
 static std::vector<std::string> set_aside(const vrm_handle *handle) {
     static constexpr std::string_view ending = ".old";
     std::vector<std::string> names;
-    const own_dir dir(opendir(dir_of(handle, "installed").c_str()));
+    const own_dir dir(opendir(ekva_getval(handle->dirs, "installed")));
     while (const dirent *found = dir ? readdir(dir.get()) : nullptr) {
         const std::string_view name = found->d_name;
         if (name.size() > 1 + ending.size() && name.starts_with('.') && name.ends_with(ending)) {
@@ -126,7 +85,7 @@ static std::vector<std::string> set_aside(const vrm_handle *handle) {
 static std::vector<std::string> cut_off(const vrm_handle *handle) {
     std::vector<std::string> names = set_aside(handle);
     std::erase_if(names, [handle](const std::string &name) {
-        return where_cut_off(places_of(handle, name.c_str())) == cut::nowhere;
+        return where_cut_off(inventory_places_of(handle, name.c_str())) == cut::nowhere;
     });
     std::sort(names.begin(), names.end());
     return names;
@@ -162,7 +121,7 @@ int vrm_undo_broken_swaps(vrm_handle *handle) try {
     }
     int count = 0;
     for (const std::string &name : set_aside(handle)) {
-        if (take_back(places_of(handle, name.c_str()))) {
+        if (take_back(inventory_places_of(handle, name.c_str()))) {
             report({.kind = event_kind::broken_swap_undone, .package = name});
             count++;
         }

@@ -1,6 +1,6 @@
 // Files in the stage area that somebody else could change while they are verified and unpacked.
 #include "transaction/executor_fixture.h"
-#include "transaction/staging.h"
+#include "transaction/fetch.h"
 
 using testing::ElementsAre;
 

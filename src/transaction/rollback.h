@@ -1,11 +1,21 @@
-// Private to the transactions: what a rollback cannot undo.
+// Taking a half-done change back, and what of it stays.
 #pragma once
 
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "transaction/link_conflicts.h"
+// Takes a half-done change back: removes each of the paths in `written` (may be null), whether it
+// was reached or not, then copies the files that the old stage directory has saved back to their
+// places, the first saved first, so that of two backups the later one wins. A restored file has the
+// owner, extended attributes, mode and times of its backup. 0, or -1 when a file could not be
+// restored; the others are restored all the same. Made directories stay.
+int vrm_install_rollback(char *const *written, const char *old);
+
+// ---- Private to the library ----
+
+struct package_change;
+struct settled_links;
 
 // Noted before a package's files are written.
 struct rollback_notes {

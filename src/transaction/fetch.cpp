@@ -1,4 +1,4 @@
-#include "transaction/staging.h"
+#include "transaction/fetch.h"
 
 #include <fcntl.h>
 #include <strings.h>
@@ -10,76 +10,13 @@
 #include <cstring>
 
 #include "package/fileops.h"
-#include "package/safe_name.h"
 #include "package/vrs.h"
 #include "repository/dirsearch.h"
 #include "repository/vrc.h"
-#include "support/ekva.h"
-#include "support/event.h"
 #include "support/file.h"
 #include "support/own.h"
-
-static constexpr size_t stage_path_limit = 1024;
-
-bool stage_paths_of(const char *who, vrm_handle *handle, const vri *package, stage_paths *paths) {
-    const char *area = ekva_getval(handle->dirs, "stagearea");
-    paths->puname = vrk_puname(package);
-    paths->base = std::string(area ? area : "") + "/" + paths->puname;
-    paths->file = paths->base + ".vrk";
-    paths->fresh = paths->base + "/new";
-    paths->old = paths->base + "/old";
-    if (paths->file.size() >= stage_path_limit) {
-        report({.kind = event_kind::stage_path_long,
-                .who = who,
-                .path = std::string_view(paths->file).substr(0, 900)});
-        return false;
-    }
-    return true;
-}
-
-bool identity_is_safe(const char *who, const vri *package) {
-    const char *part = vrk_info_unsafe_part(package);
-    if (part) {
-        report({.kind = event_kind::identity_refused,
-                .who = who,
-                .package = package->name ? package->name : "",
-                .other = part});
-    }
-    return !part;
-}
-
-// The identities of the top package and of every dependency with which something is done.
-static bool plan_is_safe(const char *who, const vrt *transaction) {
-    if (!identity_is_safe(who, transaction->info)) {
-        return false;
-    }
-    for (int32_t i = 0; transaction->deps && i < transaction->num_deps; i++) {
-        const vrd *dep = transaction->deps[i];
-        if (!dep->info || dep->action == 'N') {
-            continue;
-        }
-        if (!identity_is_safe(who, dep->info)) {
-            return false;
-        }
-        // It is written to the install record and the action log.
-        if (!vrk_name_is_safe(dep->cand)) {
-            report({.kind = event_kind::dependency_refused,
-                    .who = who,
-                    .package = dep->info->name,
-                    .other = dep->cand ? dep->cand : ""});
-            return false;
-        }
-    }
-    return true;
-}
-
-bool may_carry_out(const char *who, const vrm_handle *handle, const vrt *transaction) {
-    if (!handle->locked) {
-        report({.kind = event_kind::not_locked, .who = who});
-        return false;
-    }
-    return plan_is_safe(who, transaction) && is_stage_area_trusted(who, handle);
-}
+#include "transaction/attempt.h"
+#include "transaction/stage_area.h"
 
 // Why somebody else could exchange the content of a staged file while it is verified and unpacked,
 // empty when nobody could. Who wrote to the stage area of a former time may have left such a file.
@@ -233,4 +170,16 @@ int stage_copy(const char *who, bool announce, const vri *package, const std::st
         return -1;
     }
     return 0;
+}
+
+int vrm_stage_file(vrm_handle *handle, const vri *package, int verbose) {
+    return attempt([=] {
+        stage_paths paths;
+        if (!identity_is_safe("vrm_stage_file", package) ||
+            !stage_paths_of("vrm_stage_file", handle, package, &paths) ||
+            !is_stage_area_trusted("vrm_stage_file", handle)) {
+            return -1;
+        }
+        return stage_copy("vrm_stage_file", verbose != 0, package, paths.file);
+    });
 }

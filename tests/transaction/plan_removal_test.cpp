@@ -1,4 +1,4 @@
-#include "transaction/removal.h"
+#include "transaction/plan_removal.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,0 +1,98 @@
+#include "transaction/rollback.h"
+
+#include <limits.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "package/backup_journal.h"
+#include "support/event.h"
+#include "support/file.h"
+#include "support/log.h"
+#include "support/own.h"
+#include "transaction/link_conflicts.h"
+#include "transaction/package_change.h"
+
+// Copies one saved file back to its place.
+static bool restore(const char *path, const char *old) {
+    char backup[2001];
+    snprintf(backup, sizeof backup, "%.1000s%.1000s", old, path);
+    if (log_wants(LEVEL_DEBUG)) {
+        log_say(LEVEL_DEBUG, "vrm_install_rollback: Found %s to restore", path);
+        log_say(LEVEL_DEBUG, "vrm_install_rollback: Copying %s to %s", backup, path);
+    }
+    if (restore_backup(path, backup) != 0) {
+        report({.kind = event_kind::not_restored, .path = path});
+        return false;
+    }
+    return true;
+}
+
+int vrm_install_rollback(char *const *written, const char *old) {
+    char path_of_index[PATH_MAX];
+    snprintf(path_of_index, sizeof path_of_index, "%s/index.txt", old);
+    for (char *const *path = written; path && *path; path++) {
+        if (log_wants(LEVEL_DEBUG)) {
+            log_say(LEVEL_DEBUG, "vrm_install_rollback: removing %s", *path);
+        }
+        unlink(*path);
+    }
+    const own_file index(fopen_regular(path_of_index));
+    if (!index && errno == ENOENT) {
+        report({.kind = event_kind::nothing_to_restore});
+        return 0;
+    }
+    int rc = 0;
+    char line[4096];
+    while (index && fgets(line, sizeof line, index.get())) {
+        line[strcspn(line, "\n")] = '\0';
+        if (line[0] != '\0' && !restore(line, old)) {
+            rc = -1;
+        }
+    }
+    if (!index || ferror(index.get())) {
+        report({.kind = event_kind::backup_list_not_read, .path = path_of_index});
+        rc = -1;
+    }
+    report({.kind = event_kind::rollback_finished});
+    return rc;
+}
+
+static bool is_there(const std::string &path) {
+    struct stat status;
+    return lstat(path.c_str(), &status) == 0;
+}
+
+void note_absent_places(const package_change &change, const settled_links &links,
+                        rollback_notes *notes) {
+    for (char *const *path = change.forks.conf.get(); path && *path; path++) {
+        if (!is_there(*path)) {
+            notes->absent.emplace_back(*path);
+        }
+    }
+    for (const std::string &place : links.places) {
+        if (!is_there(place)) {
+            notes->absent.push_back(place);
+        }
+    }
+}
+
+void report_remains(const package_change &change, const rollback_notes &notes) {
+    for (const std::string &path : notes.absent) {
+        if (is_there(path)) {
+            report(
+                {.kind = event_kind::new_file_stays, .package = change.stage.puname, .path = path});
+        }
+    }
+    for (const auto &[path, copy] : notes.kept) {
+        if (!is_there(path)) {
+            report({.kind = event_kind::replaced_file_lost,
+                    .package = change.stage.puname,
+                    .path = path,
+                    .other = copy});
+        }
+    }
+}
