@@ -6,9 +6,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <string>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
+#include <vector>
 
+#include "repository/inventory.h"
 #include "repository/owner_lookup.h"
 #include "repository/saved_files.h"
 #include "support/array.h"
@@ -16,8 +20,7 @@
 #include "support/file.h"
 #include "support/log.h"
 #include "support/own.h"
-#include "transaction/link_conflicts.h"
-#include "transaction/package_change.h"
+#include "transaction/change.h"
 #include "ui/vrmui.h"
 
 // ---- Files in the way ----
@@ -28,18 +31,23 @@ const char *const vrm_insert_choices =
 
 namespace {
 
+std::unordered_set<std::string_view> set_of(char *const *paths) {
+    std::unordered_set<std::string_view> all;
+    for (; paths && *paths; paths++) {
+        all.insert(*paths);
+    }
+    return all;
+}
+
 // What becomes of one path.
 enum class verdict { write, leave, abort };
 
-// The words of the two functions that decide about files in the way. A kind or a text that one of
-// them does not have is `none` or null.
+// The words of the two functions that decide about files in the way.
 struct insert_words {
     const char *who;
     event_kind owned_by_another, aborted_by_user;
-    // DEBUG lines after the path.
-    const char *free, *of_old_version;
-    // What is reported of the user's answers: events, or DEBUG lines.
-    bool reports_answers;
+    const char *free, *of_old_version;  // of DEBUG lines; null for none
+    bool reports_answers;               // of the user; they are DEBUG lines otherwise
 };
 
 constexpr insert_words of_install = {
@@ -64,11 +72,7 @@ constexpr insert_words of_update = {
 class file_judge {
  public:
     file_judge(vrm_handle *handle, const insert_words &words, char *const *old_files)
-        : words_(words), owners_(handle) {
-        for (; old_files && *old_files; old_files++) {
-            old_files_.insert(*old_files);
-        }
-    }
+        : words_(words), owners_(handle), old_files_(set_of(old_files)) {}
 
     verdict decide(const char *path) {
         if (log_wants(LEVEL_DEBUG)) {
@@ -97,25 +101,27 @@ class file_judge {
     }
 
     verdict ask(const char *path) {
-        const char answer = sticky_ ? sticky_ : answer_of_user(path);
-        if (answer == 'r') {
-            if (words_.reports_answers) {
-                report({.kind = event_kind::file_will_be_replaced, .path = path});
-            } else {
-                say(path, "is on disk, but does not belong to any package, will overwrite");
-            }
-            return verdict::write;
+        switch (sticky_ ? sticky_ : answer_of_user(path)) {
+            case 'r':
+                note(path, event_kind::file_will_be_replaced, "will overwrite");
+                return verdict::write;
+            case 'l':
+                note(path, event_kind::file_will_stay, "skipping");
+                return verdict::leave;
+            default:
+                report({.kind = words_.aborted_by_user});
+                return verdict::abort;
         }
-        if (answer == 'l') {
-            if (words_.reports_answers) {
-                report({.kind = event_kind::file_will_stay, .path = path});
-            } else {
-                say(path, "is on disk, but does not belong to any package, skipping");
-            }
-            return verdict::leave;
+    }
+
+    // Reports an answer.
+    void note(const char *path, event_kind kind, const char *what) const {
+        if (words_.reports_answers) {
+            report({.kind = kind, .path = path});
+        } else {
+            say(path,
+                (std::string("is on disk, but does not belong to any package, ") + what).c_str());
         }
-        report({.kind = words_.aborted_by_user});
-        return verdict::abort;
     }
 
     // 'l' leaves the file, 'r' replaces it, 'a' aborts.
@@ -146,60 +152,48 @@ class file_judge {
     char sticky_ = '\0';
 };
 
-// Appends copies to an array that was made with room for all of them.
-class path_array {
- public:
-    explicit path_array(char *const *source) {
-        if (source) {
-            array_.reset(static_cast<char **>(
-                calloc(static_cast<size_t>(arr_count(source)) + 2, sizeof(char *))));
-            if (!array_) {
-                throw std::bad_alloc();
-            }
-            next_ = array_.get();
-        }
-    }
-    void add(const char *path) {
-        if (!(*next_ = strdup(path))) {
-            throw std::bad_alloc();
-        }
-        next_++;
-    }
-    char **release() {
-        return array_.release();
-    }
-
- private:
-    own_array array_;
-    char **next_ = nullptr;
-};
-
 }  // namespace
 
-// Adds the files that may be written. False when the change must not go on.
-static bool choose_written(file_judge *judge, char *const *files, path_array *written) {
+using path_list = std::vector<const char *>;
+
+// Chooses the files that may be written. False when the change must not go on.
+static bool choose_written(file_judge *judge, char *const *files, path_list *written) {
     for (; files && *files; files++) {
-        switch (judge->decide(*files)) {
-            case verdict::write:
-                written->add(*files);
-                break;
-            case verdict::leave:
-                break;
-            case verdict::abort:
-                return false;
+        const verdict chosen = judge->decide(*files);
+        if (chosen == verdict::abort) {
+            return false;
+        }
+        if (chosen == verdict::write) {
+            written->push_back(*files);
         }
     }
     return true;
 }
 
+// A new array of what was chosen from one, null for none.
+static own_array array_of(const path_list &chosen, char *const *source) {
+    own_array array(source ? static_cast<char **>(calloc(chosen.size() + 1, sizeof(char *)))
+                           : nullptr);
+    for (size_t i = 0; array && i < chosen.size(); i++) {
+        array.get()[i] = strdup(chosen[i]);
+        if (!array.get()[i]) {
+            array = nullptr;
+        }
+    }
+    if (source && !array) {
+        throw std::bad_alloc();
+    }
+    return array;
+}
+
 int vrm_chk_local_insert(vrm_handle *handle, char *const *files, char ***out) try {
     *out = nullptr;
-    path_array written(files);
+    path_list written;
     file_judge judge(handle, of_install, nullptr);
     if (!choose_written(&judge, files, &written)) {
         return -1;
     }
-    *out = written.release();
+    *out = array_of(written, files).release();
     return 0;
 } catch (const std::bad_alloc &) {
     return -1;
@@ -208,26 +202,24 @@ int vrm_chk_local_insert(vrm_handle *handle, char *const *files, char ***out) tr
 int vrm_chk_local_update(vrm_handle *handle, char *const *old_files, char *const *new_files,
                          char ***del_files, char ***add_files) try {
     *del_files = *add_files = nullptr;
-    path_array gone(old_files), written(new_files);
+    path_list gone, written;
     file_judge judge(handle, of_update, old_files);
     if (!choose_written(&judge, new_files, &written)) {
         return -1;
     }
-    std::unordered_set<std::string_view> wanted;
-    for (char *const *path = new_files; path && *path; path++) {
-        wanted.insert(*path);
-    }
+    const std::unordered_set<std::string_view> wanted = set_of(new_files);
     for (char *const *path = old_files; path && *path; path++) {
         if (!wanted.contains(*path) && !is_missing(*path)) {
             if (log_wants(LEVEL_DEBUG)) {
                 log_say(LEVEL_DEBUG, "%s: %s is not in new files, adding it to del_files",
                         of_update.who, *path);
             }
-            gone.add(*path);
+            gone.push_back(*path);
         }
     }
-    *del_files = gone.release();
-    *add_files = written.release();
+    own_array taken = array_of(gone, old_files);
+    *add_files = array_of(written, new_files).release();
+    *del_files = taken.release();
     return 0;
 } catch (const std::bad_alloc &) {
     return -1;
@@ -245,21 +237,17 @@ static bool can_be_lost(const char *path) {
     return S_ISREG(status.st_mode) || S_ISLNK(status.st_mode);
 }
 
-static std::vector<std::string> unowned_files(char *const *written, char *const *old_files,
-                                              const settled_links &links) {
-    std::unordered_set<std::string_view> owned;
-    for (; old_files && *old_files; old_files++) {
-        owned.insert(*old_files);
-    }
+static std::vector<std::string> unowned_files(const change &change) {
+    const std::unordered_set<std::string_view> owned = set_of(change.old_files.get());
     std::vector<std::string> found;
     std::unordered_set<std::string_view> known;
-    for (; written && *written; written++) {
-        if (!owned.contains(*written) && can_be_lost(*written)) {
-            found.emplace_back(*written);
-            known.insert(*written);
+    for (char *const *file = change.written.get(); file && *file; file++) {
+        if (!owned.contains(*file) && can_be_lost(*file)) {
+            found.emplace_back(*file);
+            known.insert(*file);
         }
     }
-    for (const std::string &place : links.unowned) {
+    for (const std::string &place : change.links.unowned) {
         if (!known.contains(place)) {
             found.push_back(place);
         }
@@ -267,11 +255,9 @@ static std::vector<std::string> unowned_files(char *const *written, char *const 
     return found;
 }
 
-bool keep_replaced_files(const package_change &change, char *const *written, char *const *old_files,
-                         const settled_links &links,
-                         std::vector<std::pair<std::string, std::string>> *kept_files) {
-    const std::vector<std::string> files = unowned_files(written, old_files, links);
-    saved_change copies(change.handle, change.stage.puname);
+static bool keep_replaced_files(change *change) {
+    const std::vector<std::string> files = unowned_files(*change);
+    saved_change copies(change->handle, change->stage.puname);
     bool kept = true;
     for (auto file = files.begin(); kept && file != files.end(); ++file) {
         kept = copies.keep(*file);
@@ -283,7 +269,52 @@ bool keep_replaced_files(const package_change &change, char *const *written, cha
     for (const std::string &file : files) {
         report(
             {.kind = event_kind::replaced_file_kept, .path = file, .other = copies.copy_of(file)});
-        kept_files->emplace_back(file, copies.copy_of(file));
+        change->notes.kept.emplace_back(file, copies.copy_of(file));
     }
     return true;
+}
+
+// ---- The stages ----
+
+int read_old_side(change *change) {
+    if (!change->new_package) {
+        return find_shared_links(*change, &change->shared_links) ? 0 : -1;
+    }
+    // Without the list the files of the old version would stay and belong to nobody.
+    change->old_files.reset(vrm_vrl_file_list(change->handle, change->old_package));
+    if (!change->old_files && errno != 0) {
+        report({.kind = event_kind::file_not_read, .path = change->places.index, .error = errno});
+        return -1;
+    }
+    return 0;
+}
+
+static int settle_files(change *change) {
+    char **taken = nullptr, **written = nullptr;
+    char *const *files = change->forks.data.get();
+    const int rc =
+        change->old_package
+            ? vrm_chk_local_update(change->handle, change->old_files.get(), files, &taken, &written)
+            : vrm_chk_local_insert(change->handle, files, &written);
+    change->taken.reset(taken);
+    change->written.reset(written);
+    return rc;
+}
+
+int settle_conflicts(change *change) {
+    if (!settle_links(*change, &change->links)) {
+        return -1;
+    }
+    if (const int rc = settle_files(change)) {
+        report({.kind = change->by->added.conflicts, .status = rc});
+        return -1;
+    }
+    if (!keep_replaced_files(change)) {
+        return -1;
+    }
+    note_absent_places(change);
+    if (change->verbose) {
+        report({.kind = change->by->added.begun, .package = change->stage.puname});
+    }
+    return 0;
 }

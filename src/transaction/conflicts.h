@@ -2,10 +2,6 @@
 // of what belongs to nobody.
 #pragma once
 
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "support/handle.h"
 
 // The answers to the question about a file that stands in the way, parsed by str2ekva. A capital
@@ -32,16 +28,17 @@ int vrm_chk_local_update(vrm_handle *handle, char *const *old_files, char *const
 
 // ---- Private to the library ----
 
-struct package_change;
-struct settled_links;
+struct change;
 
-// Keeps a copy of each file that the change is about to replace and that belongs to no package
-// (repository/saved_files.h), and writes the copies to the disk. `written` are the data files that
-// will be written, null for none: what is there belongs to no package unless it is one of
-// `old_files`, those of the version that is replaced, null for none. A link is kept itself, as only
-// the link is replaced. So is one that leads nowhere: a rollback or a removal takes it away.
-// `kept` gets each of them with its copy.
-// Result: false, with an ERROR line, when one can't be kept; there are no copies then.
-bool keep_replaced_files(const package_change &change, char *const *written, char *const *old_files,
-                         const settled_links &links,
-                         std::vector<std::pair<std::string, std::string>> *kept);
+// Reads what is to be known of the old side before the first script: the files of what an update
+// replaces, or the links that a removal has to leave to others. Result: 0, or -1 with an ERROR
+// line.
+int read_old_side(change *change);
+
+// Settles, before anything is written, which data files are written and which are taken away, whose
+// the links are, and keeps a copy of each file that is about to be replaced and that belongs to no
+// package (repository/saved_files.h). What is in the place of a data file belongs to no package
+// unless it is the replaced version's. A link is kept itself, as only the link is replaced. So is
+// one that leads nowhere: a rollback or a removal takes it away.
+// Result: 0, or -1 with an ERROR line; there are no copies then.
+int settle_conflicts(change *change);

@@ -10,13 +10,16 @@
 #include <cstring>
 
 #include "package/fileops.h"
+#include "package/signed_record.h"
+#include "package/vrf.h"
 #include "package/vrs.h"
 #include "repository/dirsearch.h"
 #include "repository/vrc.h"
 #include "support/file.h"
+#include "support/log.h"
 #include "support/own.h"
-#include "transaction/attempt.h"
-#include "transaction/stage_area.h"
+#include "transaction/change.h"
+#include "transaction/interrupt.h"
 
 // Why somebody else could exchange the content of a staged file while it is verified and unpacked,
 // empty when nobody could. Who wrote to the stage area of a former time may have left such a file.
@@ -173,13 +176,105 @@ int stage_copy(const char *who, bool announce, const vri *package, const std::st
 }
 
 int vrm_stage_file(vrm_handle *handle, const vri *package, int verbose) {
-    return attempt([=] {
+    static constexpr char me[] = "vrm_stage_file";
+    return attempt(me, [=] {
         stage_paths paths;
-        if (!identity_is_safe("vrm_stage_file", package) ||
-            !stage_paths_of("vrm_stage_file", handle, package, &paths) ||
-            !is_stage_area_trusted("vrm_stage_file", handle)) {
+        if (!identity_is_safe(me, package) || !stage_paths_of(me, handle, package, &paths) ||
+            !is_stage_area_trusted(me, handle)) {
             return -1;
         }
-        return stage_copy("vrm_stage_file", verbose != 0, package, paths.file);
+        return stage_copy(me, verbose != 0, package, paths.file);
     });
+}
+
+// ---- All packages of a plan ----
+
+// Stages one package from where the plan found it: `R` the catalogue, `L` the local system.
+static int stage_one(plan_run *run, char from, vri *package, event_kind announce) {
+    if (must_stop(package)) {
+        return -1;
+    }
+    if (from == 'R') {
+        stage_paths paths;
+        if (!stage_paths_of(run->who, run->handle, package, &paths)) {
+            return -1;
+        }
+        run->last_staged = paths.file;
+        return stage_fetch(run->who, run->verbose ? std::optional(announce) : std::nullopt,
+                           run->connection, package, run->last_staged);
+    }
+    return from == 'L' ? stage_copy(run->who, run->verbose, package, run->last_staged) : 0;
+}
+
+// Whether the staged file of a package, if there is one, is what is signed and planned.
+static bool is_proven(const plan_run &run, const vri *package) {
+    stage_paths paths;
+    if (!stage_paths_of(run.who, run.handle, package, &paths)) {
+        return false;
+    }
+    if (is_missing(paths.file.c_str())) {
+        return true;
+    }
+    const own_vri head(vrm_vrf_info(run.handle, paths.file.c_str(), 1));
+    if (head && head->sig_status != 1) {
+        report({.kind = event_kind::signature_not_trusted, .path = paths.file});
+        return false;
+    }
+    // The head is the signed description when they match.
+    std::string why = compare_head(paths.file.c_str()).why;
+    if (why.empty()) {
+        why = head ? plan_difference(*run.transaction, package, head.get())
+                   : "its head cannot be read";
+    }
+    if (!why.empty()) {
+        report({.kind = event_kind::package_not_believed,
+                .who = run.who,
+                .package = paths.puname,
+                .path = file_name_of(package),
+                .other = why});
+    }
+    return why.empty();
+}
+
+static bool are_dependencies_proven(const plan_run &run) {
+    const vrt *plan = *run.transaction;
+    bool changes_one = false;
+    for (int32_t i = 0; plan->deps && i < plan->num_deps; i++) {
+        const vri *package = plan->deps[i]->action != 'N' ? plan->deps[i]->info : nullptr;
+        // What needs nothing brings nothing in.
+        if (package && package->deps && package->deps[0] && !is_proven(run, package)) {
+            return false;
+        }
+        changes_one = changes_one || package;
+    }
+    return !changes_one || is_proven(run, plan->info);
+}
+
+int stage_plan(plan_run *run, const fetch_words &words) {
+    vrt *plan = *run->transaction;
+    stage_paths paths;
+    if (!stage_paths_of(run->who, run->handle, plan->info, &paths)) {
+        return -1;
+    }
+    run->last_staged = paths.file;
+    if (stage_one(run, plan->source, plan->info, event_kind::fetching) != 0) {
+        return -1;
+    }
+    for (int32_t i = 0; i < plan->num_deps; i++) {
+        const vrd *dep = plan->deps[i];
+        if (!dep->info || dep->status == 'I') {
+            continue;
+        }
+        if (words.lists_deps) {
+            log_say(LEVEL_DEBUG, "-  %-25s Status: %c, URI: %s\n", dep->name, dep->status,
+                    dep->info->absolute_uri ? dep->info->absolute_uri : "");
+        }
+        // A dependency from a directory (`L`) is copied over the file staged before it: the path is
+        // not formed anew for it. Callers that want such a dependency stage it themselves and hand
+        // it over as fetched.
+        if (stage_one(run, dep->status, dep->info, words.announce_dep) != 0) {
+            return -1;
+        }
+    }
+    return are_dependencies_proven(*run) ? 0 : -1;
 }

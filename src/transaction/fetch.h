@@ -16,6 +16,24 @@ int vrm_stage_file(vrm_handle *handle, const vri *package, int verbose);
 
 // ---- Private to the library ----
 
+struct plan_run;
+
+// In what the executors differ.
+struct fetch_words {
+    event_kind announce_dep;  // reports that a dependency is being fetched
+    bool lists_deps;          // a DEBUG line for each dependency
+};
+
+// Stages the top package of a plan and then the dependencies, in the order of the array, without
+// what is installed. Then makes sure that what brings dependencies in is signed: a dependency that
+// only a head or a catalogue claims would be installed, with its scripts, before the package that
+// names it is refused. When the plan changes a dependency, the staged files of the top package, and
+// of each dependency to be changed that has dependencies itself, must have a valid signature, a
+// head that is the signed description, and the record that was planned. One whose own staged file
+// isn't there is passed over, its change will fail. Result: 0, or -1 with an ERROR line; what was
+// staged by then stays.
+int stage_plan(plan_run *run, const fetch_words &words);
+
 // Gets a package of the catalogue into `path`, unless the very file lies there already, as one that
 // the user of the process alone can change: another user's, one that others may write to and one
 // with a second name are replaced.

@@ -1,6 +1,7 @@
 // Carrying out an install transaction.
 #pragma once
 
+#include "support/event.h"
 #include "support/handle.h"
 #include "transaction/vrt.h"
 
@@ -38,3 +39,17 @@ int vrm_exe_install(vrm_handle *handle, vrt **transaction, void *connection, int
 // failed: -1, that of the verification, or a script's raw wait status.
 int vrm_install_vrk(vrm_handle *handle, vrt **transaction, const vri *package, const char *head,
                     void *connection, int verbose);
+
+// ---- Private to the library: what an update does with packages that are not installed yet ----
+
+struct plan_run;
+
+// Whether a package is installed by now, which is logged as the reason to pass it over.
+bool is_installed_by_now(vrm_handle *handle, const vri *package);
+
+// Installs a dependency of a plan, unless it is installed by now. `failure` is the kind of event
+// that reports a failure: the executors spell it differently.
+int install_dependency(const plan_run &run, const vrd *dep, event_kind failure);
+
+// Installs the top package of a plan.
+int install_top(const plan_run &run);

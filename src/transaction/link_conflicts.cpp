@@ -15,6 +15,7 @@
 #include "repository/owner_lookup.h"
 #include "support/event.h"
 #include "support/file.h"
+#include "transaction/change.h"
 
 namespace {
 
@@ -73,12 +74,12 @@ bool other_packages(const std::string &installed, const char *own_name,
 }
 
 // Which of the links of `own` other packages list. Reads the list of each package once.
-bool read_links_of_others(const char *who, const vrm_handle *handle, const char *own_name,
-                          const target_by_place &own, link_resolver *resolver,
+bool read_links_of_others(const change &change, const target_by_place &own, link_resolver *resolver,
                           links_of_others *others) {
-    const std::string installed = ekva_getval(handle->dirs, "installed");
+    const char *who = change.by->who;
+    const std::string installed = dir_of(change.handle, "installed");
     std::vector<std::string> names;
-    if (!other_packages(installed, own_name, &names)) {
+    if (!other_packages(installed, change.package()->name, &names)) {
         return cannot_read(who, installed);
     }
     for (const std::string &name : names) {
@@ -137,7 +138,7 @@ void leave_own_files(const own_array &data, link_resolver *resolver,
 }
 
 // Sorts out whose the files and links are that stand in the places of links.
-bool settle_owners(const package_change &change, const vri *old_package, const target_by_place &own,
+bool settle_owners(const change &change, const target_by_place &own,
                    const std::map<std::string, mode_t> &in_the_way, settled_links *links) {
     std::unordered_set<std::string> places;
     for (const auto &[place, kind] : in_the_way) {
@@ -151,9 +152,9 @@ bool settle_owners(const package_change &change, const vri *old_package, const t
             if (S_ISREG(kind)) {
                 links->files.push_back(place);
             }
-        } else if (!old_package || owner->second != old_package->name) {
+        } else if (!change.old_package || owner->second != change.old_package->name) {
             report({.kind = event_kind::link_over_owned_file,
-                    .who = change.who,
+                    .who = change.by->who,
                     .package = owner->second,
                     .path = place,
                     .other = own.at(place)});
@@ -165,7 +166,8 @@ bool settle_owners(const package_change &change, const vri *old_package, const t
 
 }  // namespace
 
-bool settle_links(const package_change &change, const vri *old_package, settled_links *links) {
+bool settle_links(const change &change, settled_links *links) {
+    const char *who = change.by->who;
     if (!fork_has(change.forks.info, "/link.txt")) {
         return true;
     }
@@ -173,18 +175,17 @@ bool settle_links(const package_change &change, const vri *old_package, settled_
     target_by_place own, before;
     const std::string list = change.stage.fresh + "/info/link.txt";
     if (!read_targets(list, &resolver, &own)) {
-        return cannot_read(change.who, list);
+        return cannot_read(who, list);
     }
-    if (old_package) {
-        const std::string old_list = std::string(ekva_getval(change.handle->dirs, "installed")) +
-                                     "/" + old_package->name + "/link.txt";
+    if (change.old_package) {
+        const std::string old_list =
+            dir_of(change.handle, "installed") + "/" + change.old_package->name + "/link.txt";
         if (has_list(old_list) && !read_targets(old_list, &resolver, &before)) {
-            return cannot_read(change.who, old_list);
+            return cannot_read(who, old_list);
         }
     }
     links_of_others others;
-    if (!read_links_of_others(change.who, change.handle, change.package->name, own, &resolver,
-                              &others)) {
+    if (!read_links_of_others(change, own, &resolver, &others)) {
         return false;
     }
 
@@ -192,12 +193,12 @@ bool settle_links(const package_change &change, const vri *old_package, settled_
     for (const auto &[place, target] : own) {
         links->places.insert(place);
         const auto listed = others.find(place);
-        if (listed != others.end() && conflicts_with(change.who, place, target, listed->second)) {
+        if (listed != others.end() && conflicts_with(who, place, target, listed->second)) {
             return false;
         }
         mode_t kind;
         if (!kind_of(place, &kind)) {
-            return cannot_read(change.who, place);
+            return cannot_read(who, place);
         }
         const bool is_listed = listed != others.end() || before.contains(place);
         if (S_ISREG(kind) || (S_ISLNK(kind) && !is_listed)) {
@@ -205,7 +206,7 @@ bool settle_links(const package_change &change, const vri *old_package, settled_
         }
     }
     leave_own_files(change.forks.data, &resolver, &in_the_way, links);
-    return settle_owners(change, old_package, own, in_the_way, links);
+    return settle_owners(change, own, in_the_way, links);
 }
 
 int make_links(const std::string &list, const settled_links &links) {
@@ -219,8 +220,9 @@ int make_links(const std::string &list, const settled_links &links) {
     });
 }
 
-bool find_shared_links(const char *who, const vrm_handle *handle, const char *package_name,
-                       const std::string &list, std::unordered_set<std::string> *shared) {
+bool find_shared_links(const change &change, std::unordered_set<std::string> *shared) {
+    const char *who = change.by->who;
+    const std::string list = change.places.entry + "/link.txt";
     if (!has_list(list)) {
         return true;
     }
@@ -230,7 +232,7 @@ bool find_shared_links(const char *who, const vrm_handle *handle, const char *pa
         return cannot_read(who, list);
     }
     links_of_others others;
-    if (!read_links_of_others(who, handle, package_name, own, &resolver, &others)) {
+    if (!read_links_of_others(change, own, &resolver, &others)) {
         return false;
     }
     for (const auto &[place, listed] : others) {

@@ -8,7 +8,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "transaction/package_change.h"
+struct change;
 
 // What the links of a package may replace.
 struct settled_links {
@@ -20,18 +20,17 @@ struct settled_links {
 // Looks at the links of an unpacked package before anything is written. Another package that lists
 // one of them with another target, or that owns a file in the place of one, is a conflict. Without
 // a link list nothing is read. Of other kinds than files and links nothing is replaced.
-// `old_package` is what is replaced, null in an install: its links are the package's own.
+// The links of what is replaced are the package's own.
 // Result: false, with an ERROR line, for a conflict and when a list can't be read.
-bool settle_links(const package_change &change, const vri *old_package, settled_links *links);
+bool settle_links(const change &change, settled_links *links);
 
 // Removes the files that are in the way of links, and applies the link list. Result: as of
 // vrm_vrf_links.
 int make_links(const std::string &list, const settled_links &links);
 
 // For a removal: the links of the package that other installed packages list too.
-// Result: false, with an ERROR line that begins with `who`, when a list can't be read.
-bool find_shared_links(const char *who, const vrm_handle *handle, const char *package_name,
-                       const std::string &list, std::unordered_set<std::string> *shared);
+// Result: false, with an ERROR line, when a list can't be read.
+bool find_shared_links(const change &change, std::unordered_set<std::string> *shared);
 
 // Removes the links of a list that still have the target that is listed and are not shared. Result:
 // as of vrm_vrf_links.

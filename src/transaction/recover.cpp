@@ -12,10 +12,10 @@
 #include <vector>
 
 #include "repository/repository.h"
-#include "support/ekva.h"
 #include "support/event.h"
 #include "support/own.h"
 #include "transaction/register.h"
+#include "transaction/stage_area.h"
 
 static bool exists(const std::string &path) {
     struct stat status;
@@ -72,7 +72,7 @@ static bool take_back(const inventory_places &places) {
 static std::vector<std::string> set_aside(const vrm_handle *handle) {
     static constexpr std::string_view ending = ".old";
     std::vector<std::string> names;
-    const own_dir dir(opendir(ekva_getval(handle->dirs, "installed")));
+    const own_dir dir(opendir(dir_of(handle, "installed").c_str()));
     while (const dirent *found = dir ? readdir(dir.get()) : nullptr) {
         const std::string_view name = found->d_name;
         if (name.size() > 1 + ending.size() && name.starts_with('.') && name.ends_with(ending)) {

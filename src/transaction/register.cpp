@@ -5,27 +5,18 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 #include "package/fileops.h"
 #include "support/ekva.h"
 #include "support/ldif.h"
 #include "support/log.h"
 #include "support/shell.h"
-#include "transaction/link_conflicts.h"
+#include "transaction/change.h"
 
-void apply_links_and_perms(const char *who, const std::string &stage, const own_array &info,
-                           const settled_links &links) {
-    for (char **path = info.get(); path && *path; path++) {
-        const std::string list = stage + "/info" + *path;
-        if (strcmp(*path, "/link.txt") == 0) {
-            const int rc = make_links(list, links);
-            log_say(LEVEL_DEBUG, "%s: rc of vrm_vrf_links: %d", who, rc);
-        } else if (strcmp(*path, "/perm.txt") == 0) {
-            const int rc = vrm_vrf_perms(list.c_str());
-            log_say(LEVEL_DEBUG, "%s: rc of vrm_vrf_perms: %d", who, rc);
-        }
-    }
-}
+// What could not be copied, in the words of the messages.
+static constexpr char info_files[] = "info files";
+static constexpr char data_hash_file[] = "data hash file";
 
 static bool copy_all(const std::string &source, const std::string &target, char *const *paths,
                      int mode) {
@@ -37,21 +28,20 @@ static bool copy_all(const std::string &source, const std::string &target, char 
     return true;
 }
 
-const char *register_forks(const std::string &stage, const std::string &entry,
-                           const package_forks &forks) {
+// Copies what the inventory keeps of an unpacked package into `entry`, which is made with its
+// `hash` directory. Result: what could not be copied, empty when all was.
+static std::string register_forks(const std::string &stage, const std::string &entry,
+                                  const package_forks &forks) {
     static constexpr int keep_mode = 1;
     static constexpr struct {
         const char *name;
         own_array package_forks::*files;
-        bool kept;  // the files too, not just their hash list
-        int mode;
-        const char *files_words;
-        const char *hash_words;
+        int mode;  // 0: only the hash list is kept
     } kept_forks[] = {
-        {"data", &package_forks::data, false, 0, nullptr, "data hash file"},
-        {"init", &package_forks::init, true, 0755, "init files", "init hash file"},
-        {"conf", &package_forks::conf, true, keep_mode, "conf files", "conf hash file"},
-        {"dump", &package_forks::dump, true, keep_mode, "dump files", "dump hash file"},
+        {"data", &package_forks::data, 0},
+        {"init", &package_forks::init, 0755},
+        {"conf", &package_forks::conf, keep_mode},
+        {"dump", &package_forks::dump, keep_mode},
     };
 
     std::string dir = entry;
@@ -59,33 +49,32 @@ const char *register_forks(const std::string &stage, const std::string &entry,
     dir = entry + "/hash";
     vrm_vrf_mkdir(dir.data(), 0755);
     if (!copy_all(stage + "/info", entry, forks.info.get(), 0755)) {
-        return "info files";
+        return info_files;
     }
     for (const auto &fork : kept_forks) {
         char *const *files = (forks.*fork.files).get();
-        if (!files) {
-            continue;
-        }
-        const std::string name = std::string("/") + fork.name;
-        if (fork.kept) {
+        const std::string name = std::string("/") + fork.name, list = "/hash" + name + ".txt";
+        if (files && fork.mode != 0) {
             dir = entry + name;
             vrm_vrf_mkdir(dir.data(), 0755);
-            if (!copy_all(stage + name, entry + name, files, fork.mode)) {
-                return fork.files_words;
+            if (!copy_all(stage + name, dir, files, fork.mode)) {
+                return std::string(fork.name) + " files";
             }
         }
-        const std::string list = "/hash" + name + ".txt";
-        if (vrm_vrf_copy((entry + list).c_str(), (stage + list).c_str(), nullptr, 0755) < 0) {
-            return fork.hash_words;
+        if (files &&
+            vrm_vrf_copy((entry + list).c_str(), (stage + list).c_str(), nullptr, 0755) < 0) {
+            return std::string(fork.name) + " hash file";
         }
     }
-    return nullptr;
+    return "";
 }
 
-int write_fileindex(const std::string &path, char *const *files) {
+// Writes the paths of a file index, one a line. False when not all of it reached the disk; a
+// half-written file is removed.
+static bool write_fileindex(const std::string &path, char *const *files) {
     FILE *out = fopen(path.c_str(), "we");
     if (!out) {
-        return -1;
+        return false;
     }
     bool good = true;
     for (; *files && good; files++) {
@@ -93,9 +82,9 @@ int write_fileindex(const std::string &path, char *const *files) {
     }
     if (fclose(out) != 0 || !good) {
         unlink(path.c_str());
-        return -1;
+        return false;
     }
-    return 0;
+    return true;
 }
 
 bool write_install_record(own_file out, int64_t installed, char type, const char *head,
@@ -138,11 +127,12 @@ void refresh_linker_cache(const char *who) {
     }
 }
 
-// ---- The swap of an update ----
+// ---- The entry of a change ----
 
-static std::string dir_of(const vrm_handle *handle, const char *role) {
-    const char *dir = ekva_getval(handle->dirs, role);
-    return dir ? dir : "";
+// Removes what an update that died left of its new registration.
+static void drop_new_registration(const inventory_places &places) {
+    vrm_vrf_rmdir(places.new_entry.c_str());
+    unlink(places.new_index.c_str());
 }
 
 inventory_places inventory_places_of(const vrm_handle *handle, const char *package_name) {
@@ -157,23 +147,110 @@ inventory_places inventory_places_of(const vrm_handle *handle, const char *packa
             index + "/." + package_name + ".old"};
 }
 
-void drop_new_registration(const inventory_places &places) {
-    vrm_vrf_rmdir(places.new_entry.c_str());
-    unlink(places.new_index.c_str());
+const std::string &entry_to_build(const change &change) {
+    return change.is_update() ? change.places.new_entry : change.places.entry;
 }
 
-void swap_in(const inventory_places &places, bool with_index) {
+static bool write_record(const change &change) {
+    own_file record(fopen((entry_to_build(change) + "/inst.txt").c_str(), "we"));
+    if (const vri *before = change.old_package) {
+        return write_install_record(std::move(record), before->install_time, before->install_type,
+                                    before->install_head, updates_until_now(before));
+    }
+    const bool as_dependency = strcmp(change.new_package->name, change.head) != 0;
+    return write_install_record(std::move(record), static_cast<int64_t>(time(nullptr)),
+                                as_dependency ? 'D' : 'X', as_dependency ? change.head : nullptr,
+                                {});
+}
+
+static void report_not_copied(const change &change, const std::string &what) {
+    const auto &also = change.by->added.not_registered;
+    const char *name = change.new_package->name;
+    if (!also || what != info_files) {
+        report({.kind = event_kind::registration_not_copied,
+                .who = change.by->who,
+                .package = name,
+                .other = what});
+    }
+    if (also && (what == info_files || what == data_hash_file)) {
+        report({.kind = *also, .package = name});
+    }
+}
+
+static bool write_index(const change &change) {
+    const inventory_places &places = change.places;
+    if (!change.is_update()) {
+        log_say(LEVEL_DEBUG, "%s: Writing fileindex for <%s> to <%s>", change.by->who,
+                change.new_package->name, places.index.c_str());
+        return write_fileindex(places.index, change.written.get());
+    }
+    log_say(LEVEL_DEBUG, "Cur fileindex name: <%s>", places.index.c_str());
+    log_say(LEVEL_DEBUG, "Old fileindex name: <%s>", places.old_index.c_str());
+    log_say(LEVEL_DEBUG, "New fileindex name: <%s>", places.new_index.c_str());
+    return write_fileindex(places.new_index, change.written.get());
+}
+
+// What a change that died left of a new registration would add its files to the new one.
+static void clear_the_way(const change &change) {
+    if (change.is_update()) {
+        log_say(LEVEL_DEBUG, "Registering %s ", change.new_package->name);
+        drop_new_registration(change.places);
+    } else {
+        log_say(LEVEL_DEBUG, "registering %s for candidate %s", change.new_package->name,
+                change.head);
+        vrm_vrf_rmdir(change.places.entry.c_str());
+    }
+}
+
+int build_registration(change *change) {
+    const event_text who = change->by->who, name = change->new_package->name;
+    clear_the_way(*change);
+    const std::string failed =
+        register_forks(change->stage.fresh, entry_to_build(*change), change->forks);
+    if (!failed.empty()) {
+        report_not_copied(*change, failed);
+        return -1;
+    }
+    if (!write_record(*change)) {
+        report({.kind = event_kind::install_record_not_written, .who = who, .package = name});
+        return -1;
+    }
+    if (change->written && !write_index(*change)) {
+        report({.kind = event_kind::file_index_not_written, .who = who, .package = name});
+        return -1;
+    }
+    return 0;
+}
+
+int enter_registration(change *change) {
+    if (!change->is_update()) {
+        return 0;
+    }
+    const inventory_places &places = change->places;
     vrm_vrf_rmdir(places.old_entry.c_str());
     rename(places.entry.c_str(), places.old_entry.c_str());
     rename(places.new_entry.c_str(), places.entry.c_str());
     remove(places.old_index.c_str());
     rename(places.index.c_str(), places.old_index.c_str());
-    if (with_index) {
+    if (change->written) {
         rename(places.new_index.c_str(), places.index.c_str());
     }
+    return 0;
 }
 
 void drop_old_registration(const inventory_places &places) {
     vrm_vrf_rmdir(places.old_entry.c_str());
     remove(places.old_index.c_str());
+}
+
+// The entry goes at one stroke, under the name that retired entries have: what is left when its
+// files can't all be deleted, or when the machine dies meanwhile, is not a damaged entry but
+// something that a cleanup clears away. What a dead update left of a new registration goes ahead of
+// it: without the entry that would be taken for the rest of a swap.
+void drop_registration(const inventory_places &places) {
+    drop_new_registration(places);
+    unlink(places.index.c_str());
+    vrm_vrf_rmdir(places.old_entry.c_str());
+    const bool retired = rename(places.entry.c_str(), places.old_entry.c_str()) == 0;
+    vrm_vrf_rmdir((retired ? places.old_entry : places.entry).c_str());
 }

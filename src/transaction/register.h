@@ -1,5 +1,5 @@
-// Private to the library: what installing, updating and repairing share of a package's
-// registration.
+// The registration of a package: its entry of the inventory and its file index. Private to the
+// library.
 #pragma once
 
 #include <cstdint>
@@ -9,26 +9,8 @@
 #include "package/vri.h"
 #include "support/handle.h"
 #include "support/own.h"
-#include "transaction/unpack.h"
 
-struct settled_links;
-
-// Applies the link list and the permission list of an unpacked package, in the order of its info
-// files. Only the links that were settled replace something (link_conflicts.h). `who` begins the
-// DEBUG lines that tell the results, which nobody else looks at.
-void apply_links_and_perms(const char *who, const std::string &stage, const own_array &info,
-                           const settled_links &links);
-
-// Copies what the inventory keeps of an unpacked package into `entry`, which is made with its
-// `hash` directory: the info files, the hash lists, the scripts, and the forks conf and dump.
-// Result: null, or what could not be copied, in the words of the messages: "info files", "data hash
-// file", "init files", "init hash file", and so on with conf and dump.
-const char *register_forks(const std::string &stage, const std::string &entry,
-                           const package_forks &forks);
-
-// Writes the paths of a file index, one a line. Result: 0, or -1 when not all of it reached the
-// disk; a half-written file is removed.
-int write_fileindex(const std::string &path, char *const *files);
+struct change;
 
 // Writes the install record of an entry, its inst.txt, to a stream, and closes it. `head` may be
 // null; `updates` are the times of the updates, oldest first. Result: whether all of it reached the
@@ -50,12 +32,22 @@ struct inventory_places {
 
 inventory_places inventory_places_of(const vrm_handle *handle, const char *package_name);
 
-// Removes what an update that died left of its new registration.
-void drop_new_registration(const inventory_places &places);
+// Where a change builds its entry of the inventory: an update beside the old one.
+const std::string &entry_to_build(const change &change);
 
-// Puts the new registration in the place of the old one. There is no way back from here, so the
-// results don't matter. A version without data brings no index, and leaves the package without one.
-void swap_in(const inventory_places &places, bool with_index);
+// Builds the new registration: the entry with the info files, the hash lists, the scripts and the
+// forks conf and dump, its install record, and the file index. The install record comes after
+// everything else of the entry: until it is there, the entry reads as absent. The file index is the
+// last of all. Result: 0, or -1 with an ERROR line; what was built stays.
+int build_registration(change *change);
 
-// Removes what the swap set aside.
+// Puts the new registration of an update in the place of the old one; that of an installation is in
+// its place. There is no way back from here, so the results don't matter. A version without data
+// brings no index, and leaves the package without one. Result: 0.
+int enter_registration(change *change);
+
+// Removes what the swap of an update set aside.
 void drop_old_registration(const inventory_places &places);
+
+// Takes a package out of the inventory.
+void drop_registration(const inventory_places &places);

@@ -13,8 +13,7 @@
 #include "support/file.h"
 #include "support/log.h"
 #include "support/own.h"
-#include "transaction/link_conflicts.h"
-#include "transaction/package_change.h"
+#include "transaction/change.h"
 
 // Copies one saved file back to its place.
 static bool restore(const char *path, const char *old) {
@@ -61,36 +60,38 @@ int vrm_install_rollback(char *const *written, const char *old) {
     return rc;
 }
 
+// ---- What stays ----
+
 static bool is_there(const std::string &path) {
     struct stat status;
     return lstat(path.c_str(), &status) == 0;
 }
 
-void note_absent_places(const package_change &change, const settled_links &links,
-                        rollback_notes *notes) {
-    for (char *const *path = change.forks.conf.get(); path && *path; path++) {
+void note_absent_places(change *change) {
+    for (char *const *path = change->forks.conf.get(); path && *path; path++) {
         if (!is_there(*path)) {
-            notes->absent.emplace_back(*path);
+            change->notes.absent.emplace_back(*path);
         }
     }
-    for (const std::string &place : links.places) {
+    for (const std::string &place : change->links.places) {
         if (!is_there(place)) {
-            notes->absent.push_back(place);
+            change->notes.absent.push_back(place);
         }
     }
 }
 
-void report_remains(const package_change &change, const rollback_notes &notes) {
-    for (const std::string &path : notes.absent) {
+void roll_back(const change &change) {
+    vrm_install_rollback(change.written.get(), change.stage.old.c_str());
+    const event_text package = change.stage.puname;
+    for (const std::string &path : change.notes.absent) {
         if (is_there(path)) {
-            report(
-                {.kind = event_kind::new_file_stays, .package = change.stage.puname, .path = path});
+            report({.kind = event_kind::new_file_stays, .package = package, .path = path});
         }
     }
-    for (const auto &[path, copy] : notes.kept) {
+    for (const auto &[path, copy] : change.notes.kept) {
         if (!is_there(path)) {
             report({.kind = event_kind::replaced_file_lost,
-                    .package = change.stage.puname,
+                    .package = package,
                     .path = path,
                     .other = copy});
         }

@@ -14,10 +14,9 @@ int vrm_install_rollback(char *const *written, const char *old);
 
 // ---- Private to the library ----
 
-struct package_change;
-struct settled_links;
+struct change;
 
-// Noted before a package's files are written.
+// What a rollback cannot undo. Noted before a package's files are written.
 struct rollback_notes {
     // The places of configuration files and links where nothing was.
     std::vector<std::string> absent;
@@ -26,8 +25,8 @@ struct rollback_notes {
 };
 
 // Notes where the configuration files and the links of an unpacked package are new.
-void note_absent_places(const package_change &change, const settled_links &links,
-                        rollback_notes *notes);
+void note_absent_places(change *change);
 
-// Reports, after a rollback, what was made and stays, and which kept files are gone.
-void report_remains(const package_change &change, const rollback_notes &notes);
+// Takes the file changes of a change back, and reports what was made and stays, and which kept
+// files are gone. A removal wrote no files that would have to go.
+void roll_back(const change &change);

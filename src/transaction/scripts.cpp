@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "repository/hooks.h"
 #include "repository/running_script.h"
 #include "support/arch.h"
 #include "support/cmd.h"
@@ -16,6 +17,7 @@
 #include "support/log.h"
 #include "support/own.h"
 #include "support/shell.h"
+#include "transaction/change.h"
 
 // ---- Environment ----
 
@@ -144,11 +146,6 @@ void vrm_scriptenv_del(char **list) {
 
 // ---- Command lines ----
 
-static std::string dir_of(const vrm_handle *handle, const char *role) {
-    const char *const dir = ekva_getval(handle->dirs, role);
-    return dir ? dir : "";
-}
-
 // The frame of each line: ash of the scripts' directory, in it and with nothing else on its path.
 static std::string script_line(const vrm_handle *handle, const std::string &variables,
                                const std::string &script) {
@@ -156,29 +153,24 @@ static std::string script_line(const vrm_handle *handle, const std::string &vari
     return "cd " + dir + " && PATH=" + dir + " " + variables + dir + "/ash " + script;
 }
 
-char *vrm_add_script_command(const vrm_handle *handle, const char *script, const char *mode,
-                             const char *stage) try {
-    const std::string dir = stage;
-    std::string variables = std::string("VRM_MODE=") + mode + " ";
-    if (strcmp(mode, "UPDATE") == 0 && strcmp(script, "99-add.sh") == 0) {
-        variables += "VRM_VRKDIR=" + dir + " ";
+std::string add_script_line(const vrm_handle *handle, const std::string &script,
+                            const std::string &mode, const std::string &stage) {
+    std::string variables = "VRM_MODE=" + mode + " ";
+    if (mode == "UPDATE" && script == "99-add.sh") {
+        variables += "VRM_VRKDIR=" + stage + " ";
     }
-    variables += "VRK_STAGE_NEW=" + dir + " ";
-    return strdup(script_line(handle, variables, dir + "/init/" + script).c_str());
-} catch (const std::bad_alloc &) {
-    return nullptr;
+    variables += "VRK_STAGE_NEW=" + stage + " ";
+    return script_line(handle, variables, stage + "/init/" + script);
 }
 
-char *vrm_del_script_command(const vrm_handle *handle, const char *script, const char *name,
-                             const char *old_stage) try {
+std::string del_script_line(const vrm_handle *handle, const std::string &script,
+                            const std::string &name, const std::string &old_stage) {
     const std::string dir = dir_of(handle, "installed") + "/" + name;
     std::string variables;
-    if (strcmp(script, "99-del.sh") == 0) {
-        variables = std::string("VRK_STAGE_OLD=") + old_stage + " VRM_VRKDIR=" + dir + " ";
+    if (script == "99-del.sh") {
+        variables = "VRK_STAGE_OLD=" + old_stage + " VRM_VRKDIR=" + dir + " ";
     }
-    return strdup(script_line(handle, variables, dir + "/init/" + script).c_str());
-} catch (const std::bad_alloc &) {
-    return nullptr;
+    return script_line(handle, variables, dir + "/init/" + script);
 }
 
 // The line of a configuration script. It is bounded by what the paths need and room for a name:
@@ -223,6 +215,84 @@ int vrm_system(const char *label, const char *command) {
     show(err, err_length, stderr);
     return status;
 }
+
+// ---- The scripts of a change ----
+
+// Whether the package has the script.
+static bool has_script(const change &change, const change_script &script) {
+    const char *who = change.by->who;
+    if (change.new_package) {
+        const bool found = fork_has(change.forks.init, (std::string("/") + script.file).c_str());
+        if (found) {
+            log_say(LEVEL_DEBUG, "%s: Found %s-install script, will execute", who, script.moment);
+        }
+        return found;
+    }
+    const std::string path = change.places.entry + "/init/" + script.file;
+    log_say(LEVEL_DEBUG, "%s: looking for %s-delete script %s\n", who, script.moment, path.c_str());
+    const bool missing = is_missing(path.c_str());
+    if (missing) {
+        log_say(LEVEL_DEBUG, "%s: no %s-delete script found", who, script.moment);
+    }
+    return !missing;
+}
+
+static int run_found_script(const change &change, const change_script &script) {
+    const std::string line =
+        change.new_package
+            ? add_script_line(change.handle, script.file, change.by->added.mode, change.stage.fresh)
+            : del_script_line(change.handle, script.file, change.old_package->name,
+                              change.stage.old);
+    char **environment = vrm_scriptenv_add(change.old_package, change.new_package);
+    if (!environment) {
+        return -1;
+    }
+    if (change.verbose) {
+        report({.kind = script.running, .package = change.stage.puname});
+    }
+    const int status = vrm_system(script.file, line.c_str());
+    vrm_scriptenv_del(environment);
+    return status;
+}
+
+int run_script(const change &change, const change_script &script) {
+    const int status = has_script(change, script) ? run_found_script(change, script) : 0;
+    if (status != 0) {
+        report({.kind = script.failed,
+                .package = change.stage.puname,
+                .other = script.file,
+                .status = status});
+    }
+    return status;
+}
+
+// Leaves a script or a command for the end of the transaction.
+static void leave_for_the_end(const change &change, const char *what) {
+    if (ekva_addval(&change.transaction->scripts, change.new_package->name, what, 0) < 1) {
+        report({.kind = event_kind::configuration_lost,
+                .who = change.by->who,
+                .package = change.new_package->name,
+                .other = what});
+    }
+}
+
+void note_configuration(const change &change) {
+    const char *who = change.by->who;
+    const package_forks &forks = change.forks;
+    if (fork_has(forks.init, "/99-cfg.sh")) {
+        leave_for_the_end(change, "99-cfg.sh");
+        log_say(LEVEL_DEBUG, "%s: Found 99-cfg, registered", who);
+    }
+    own_array commands(vrm_hooks_parse(change.handle, change.new_package,
+                                       change.by->added.hook_context, "99-cfg",
+                                       change.written.get(), forks.conf.get(), forks.dump.get()));
+    for (char **command = commands.get(); command && *command; command++) {
+        log_say(LEVEL_DEBUG, "%s: Adding hook command: <%s>", who, *command);
+        leave_for_the_end(change, *command);
+    }
+}
+
+// ---- The end of a transaction ----
 
 // Runs a command of a package whose output goes straight to ours. `name` is what its note says.
 static int run_visibly(const char *package, const char *name, const char *line) {

@@ -23,6 +23,9 @@
 // from a package's names has refused names that mean something to a shell.
 #pragma once
 
+#include <string>
+
+#include "support/event.h"
 #include "support/handle.h"
 #include "transaction/vrt.h"
 
@@ -43,19 +46,6 @@ char **vrm_scriptenv_add(const vri *old_package, const vri *new_package);
 
 // Takes the variables of such a list out of the environment again and frees it; null is accepted.
 void vrm_scriptenv_del(char **list);
-
-// The command line of an add script, a new string for the caller to free, null when memory fails.
-// `script` is "00-add.sh" or "99-add.sh", `mode` is "INSTALL" or "UPDATE", `stage` the directory of
-// the unpacked package.
-char *vrm_add_script_command(const vrm_handle *handle, const char *script, const char *mode,
-                             const char *stage);
-
-// The command line of a removal script, a new string for the caller to free, null when memory
-// fails. `script` is
-// "00-del.sh" or "99-del.sh", `name` the package, `old_stage` where a removal keeps what it took
-// away; it may be null for 00-del.sh, which runs before that is made.
-char *vrm_del_script_command(const vrm_handle *handle, const char *script, const char *name,
-                             const char *old_stage);
 
 // Runs a script's command line. What it wrote to stdout and to stderr goes to the log at INFO, if
 // that writes to a file, and then to stdout and stderr, all of it after the script ended. `label`
@@ -81,3 +71,33 @@ int vrm_exe_hooks(s_ekva *const *commands);
 
 // Drops the hook commands of a transaction. The handle is not used. Always 0.
 int vrm_hookcmds_del(vrm_handle *handle, vrt **transaction);
+
+// ---- Private to the library ----
+
+struct change;
+
+// The command line of an add script. `mode` is "INSTALL" or "UPDATE", `stage` the directory of the
+// unpacked package.
+std::string add_script_line(const vrm_handle *handle, const std::string &script,
+                            const std::string &mode, const std::string &stage);
+
+// The command line of a removal script. `name` is the package, `old_stage` where a removal keeps
+// what it took away, which 00-del.sh does not use.
+std::string del_script_line(const vrm_handle *handle, const std::string &script,
+                            const std::string &name, const std::string &old_stage);
+
+// A script of a change, and the events about it.
+struct change_script {
+    const char *file;
+    const char *moment;  // in the DEBUG lines
+    event_kind failed;
+    event_kind running = {};  // reported when the change is verbose, which no removal is
+};
+
+// Runs a script if the package has it: one of the unpacked package or, in a removal, one of the
+// inventory. Result: the script's raw wait status, -1 when it could not be run, 0 without a script.
+int run_script(const change &change, const change_script &script);
+
+// Notes what is left for the end of the transaction: the package's own configuration script and
+// the commands of the hooks that it meets.
+void note_configuration(const change &change);

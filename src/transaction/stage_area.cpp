@@ -13,16 +13,20 @@
 #include "support/ekva.h"
 #include "support/event.h"
 #include "support/own.h"
-#include "transaction/attempt.h"
+#include "transaction/change.h"
 
 // ---- Its places ----
+
+std::string dir_of(const vrm_handle *handle, const char *role) {
+    const char *dir = ekva_getval(handle->dirs, role);
+    return dir ? dir : "";
+}
 
 static constexpr size_t stage_path_limit = 1024;
 
 bool stage_paths_of(const char *who, vrm_handle *handle, const vri *package, stage_paths *paths) {
-    const char *area = ekva_getval(handle->dirs, "stagearea");
     paths->puname = vrk_puname(package);
-    paths->base = std::string(area ? area : "") + "/" + paths->puname;
+    paths->base = dir_of(handle, "stagearea") + "/" + paths->puname;
     paths->file = paths->base + ".vrk";
     paths->fresh = paths->base + "/new";
     paths->old = paths->base + "/old";
@@ -73,8 +77,7 @@ static bool is_own_directory(const char *who, event_kind refusal, const std::str
 }
 
 bool is_stage_area_trusted(const char *who, const vrm_handle *handle) {
-    const char *area = ekva_getval(handle->dirs, "stagearea");
-    return is_own_directory(who, event_kind::stage_area_refused, area ? area : "");
+    return is_own_directory(who, event_kind::stage_area_refused, dir_of(handle, "stagearea"));
 }
 
 int vrm_check_stage(vrm_handle *handle) {
@@ -153,7 +156,7 @@ static bool holds_files(const std::string &directory) {
 // was killed. They do not bar this change, which has a stage directory of its own.
 static void note_other_backups(const vrm_handle *handle, const vri *package,
                                const stage_paths &stage) {
-    const std::string area = ekva_getval(handle->dirs, "stagearea");
+    const std::string area = dir_of(handle, "stagearea");
     const std::string prefix = std::string(package->name) + "_";
     const own_dir dir(opendir(area.c_str()));
     while (const dirent *entry = dir ? readdir(dir.get()) : nullptr) {
@@ -176,7 +179,7 @@ static void note_other_backups(const vrm_handle *handle, const vri *package,
 
 int vrm_clear_stage(vrm_handle *handle, const vri *package) {
     static constexpr char me[] = "vrm_clear_stage";
-    return attempt([=] {
+    return attempt(me, [=] {
         if (!handle->locked) {
             report({.kind = event_kind::not_locked, .who = me});
             return -1;

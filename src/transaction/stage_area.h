@@ -30,6 +30,9 @@ int vrm_clear_stage(vrm_handle *handle, const vri *package);
 
 // ---- Private to the library ----
 
+// The directory of a role of the repository, empty for none.
+std::string dir_of(const vrm_handle *handle, const char *role);
+
 // The places of one package in the stage area, by its unique name.
 struct stage_paths {
     std::string puname;

@@ -1,19 +1,23 @@
 #include "transaction/unpack.h"
 
 #include <fnmatch.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <new>
 #include <unordered_set>
+#include <utility>
 
 #include "package/hashlist.h"
 #include "package/signed_record.h"
+#include "package/vrf.h"
 #include "support/array.h"
 #include "support/event.h"
 #include "support/growing_list.h"
 #include "support/log.h"
+#include "transaction/change.h"
 
 // ---- The payload against its hash lists ----
 
@@ -137,38 +141,40 @@ int vrm_chk_sub_files(const char *stage, const char *sub, char ***list) try {
     return -1;
 }
 
-int vrm_chk_all_files(const char *stage, char ***data, char ***info, char ***init, char ***conf,
-                      char ***dump) {
-    const struct {
-        const char *sub;
-        char ***list;
-    } forks[] = {{"data", data}, {"info", info}, {"init", init}, {"conf", conf}, {"dump", dump}};
-    for (const auto &fork : forks) {
-        log_say(LEVEL_DEBUG, "vrm_chk_all_files: checking %s files in %s", fork.sub, stage);
-        const int rc = vrm_chk_sub_files(stage, fork.sub, fork.list);
-        if (rc == 0) {
-            continue;
+static constexpr struct {
+    const char *name;
+    own_array package_forks::*files;
+} forks_in_order[] = {{"data", &package_forks::data},
+                      {"info", &package_forks::info},
+                      {"init", &package_forks::init},
+                      {"conf", &package_forks::conf},
+                      {"dump", &package_forks::dump}};
+
+// As vrm_chk_all_files.
+static int prove_forks(const char *stage, package_forks *proven) {
+    for (const auto &fork : forks_in_order) {
+        log_say(LEVEL_DEBUG, "vrm_chk_all_files: checking %s files in %s", fork.name, stage);
+        char **files = nullptr;
+        const int rc = vrm_chk_sub_files(stage, fork.name, &files);
+        (proven->*fork.files).reset(files);
+        if (rc != 0) {
+            report({.kind = event_kind::fork_not_proven, .path = stage, .other = fork.name});
+            *proven = {};
+            return rc;
         }
-        report({.kind = event_kind::fork_not_proven, .path = stage, .other = fork.sub});
-        for (const auto &made : forks) {
-            arr_free(*made.list);
-            *made.list = nullptr;
-        }
-        return rc;
     }
     return 0;
 }
 
-int verify_forks(const std::string &stage, package_forks *forks) {
-    char **data = nullptr, **info = nullptr, **init = nullptr, **conf = nullptr, **dump = nullptr;
-    const int rc = vrm_chk_all_files(stage.c_str(), &data, &info, &init, &conf, &dump);
-    if (rc == 0) {
-        forks->data.reset(data);
-        forks->info.reset(info);
-        forks->init.reset(init);
-        forks->conf.reset(conf);
-        forks->dump.reset(dump);
-    }
+int vrm_chk_all_files(const char *stage, char ***data, char ***info, char ***init, char ***conf,
+                      char ***dump) {
+    package_forks forks;
+    const int rc = prove_forks(stage, &forks);
+    *data = forks.data.release();
+    *info = forks.info.release();
+    *init = forks.init.release();
+    *conf = forks.conf.release();
+    *dump = forks.dump.release();
     return rc;
 }
 
@@ -212,4 +218,109 @@ std::string plan_difference(const vrt *plan, const vri *package, const vri *sign
     }
     return difference_in_words(is_catalogues ? "the catalogue" : "the plan", &planned,
                                "its signed description", signed_record);
+}
+
+// The record of the signed description. It bears the signature that the payload was verified with,
+// whatever the description says of one.
+static own_vri signed_record_of(const change &change, std::string *why) {
+    static constexpr char ours[] = "its signed description";
+    own_vri record = read_signed_record(change.stage.fresh, why);
+    if (!record) {
+        return nullptr;
+    }
+    vri *head = change.file_head.get();
+    // Unlisted it would have failed the verification: it came between that and now.
+    *why = !fork_has(change.forks.info, signed_description_file)
+               ? "its signed description is not in its list of info files"
+               : difference_in_words("its head", head, ours, record.get());
+    if (why->empty()) {
+        *why = plan_difference(change.transaction, change.new_package, record.get());
+    }
+    if (!why->empty()) {
+        return nullptr;
+    }
+    std::swap(record->rsa_sig_subj, head->rsa_sig_subj);
+    std::swap(record->rsa_sig_data, head->rsa_sig_data);
+    std::swap(record->rsa_sig_len, head->rsa_sig_len);
+    record->sig_status = head->sig_status;
+    return record;
+}
+
+// ---- The stage ----
+
+static int extract(change *change) {
+    const stage_paths &stage = change->stage;
+    const char *who = change->by->who;
+    change->has_stage = make_stage_directory(who, change->handle, stage, {stage.fresh, stage.old});
+    if (!change->has_stage) {
+        return -1;
+    }
+    // What an earlier attempt unpacked must not vouch for a payload that brings no description.
+    unlink((stage.fresh + "/" + signed_description_path).c_str());
+    log_say(LEVEL_DEBUG, "%s: Will unpack %s to %s", who, stage.file.c_str(), stage.fresh.c_str());
+    if (change->verbose) {
+        report({.kind = event_kind::unpacking, .package = stage.puname});
+    }
+    vri *head = nullptr;
+    const int rc = vrm_vrf_extract_with_head(change->handle, stage.file.c_str(),
+                                             stage.fresh.c_str(), 1, &head);
+    change->file_head.reset(head);
+    if (rc != 0) {
+        report({.kind = event_kind::unpacking_failed,
+                .who = who,
+                .path = stage.file,
+                .other = stage.fresh});
+    }
+    return rc;
+}
+
+static int verify(change *change) {
+    if (change->verbose) {
+        report({.kind = event_kind::verifying, .package = change->stage.puname});
+    }
+    const int rc = prove_forks(change->stage.fresh.c_str(), &change->forks);
+    if (rc != 0) {
+        report({.kind = change->by->added.not_proven,
+                .package = change->new_package->name,
+                .path = change->stage.fresh});
+    }
+    return rc;
+}
+
+static bool believe_signed_record(change *change) {
+    std::string why;
+    change->signed_record = signed_record_of(*change, &why);
+    if (!change->signed_record) {
+        report({.kind = event_kind::package_not_believed,
+                .who = change->by->who,
+                .package = change->stage.puname,
+                .path = file_name_of(change->new_package),
+                .other = why});
+        return false;
+    }
+    change->new_package = change->signed_record.get();
+    return true;
+}
+
+// The files of the old version are those of its record's name, and they are taken away. A damaged
+// entry of the inventory may have another name than its record.
+static bool has_one_name(const change &change) {
+    const char *name = change.package()->name;
+    const char *old_name = change.old_package ? change.old_package->name : name;
+    const bool same = strcmp(name, old_name) == 0;
+    if (!same) {
+        report({.kind = event_kind::entry_of_another, .package = name, .other = old_name});
+    }
+    return same;
+}
+
+int unpack(change *change) {
+    int rc = extract(change);
+    if (rc == 0) {
+        rc = verify(change);
+    }
+    if (rc == 0 && !(believe_signed_record(change) && has_one_name(*change))) {
+        rc = -1;
+    }
+    return rc;
 }

@@ -28,15 +28,13 @@ int vrm_chk_sub_files(const char *stage, const char *sub, char ***list);
 
 // ---- Private to the library ----
 
+struct change;
+
 // The files of an unpacked package by fork, as verified: paths relative to the fork, with a leading
 // slash. A fork without files is null.
 struct package_forks {
     own_array data, info, init, conf, dump;
 };
-
-// Verifies an unpacked tree against its own hash lists by vrm_chk_all_files. Result: that
-// function's code; `forks` is filled only with 0.
-int verify_forks(const std::string &stage, package_forks *forks);
 
 // Whether a fork holds exactly this path.
 bool fork_has(const own_array &fork, const char *path);
@@ -48,3 +46,12 @@ std::string file_name_of(const vri *package);
 // empty when they agree. A catalogue may know nothing of creator and data size, which play no part
 // in a plan; only its records may leave them out. `package` is a record of the plan itself.
 std::string plan_difference(const vrt *plan, const vri *package, const vri *signed_record);
+
+// Unpacks the staged file to its stage directory (make_stage_directory), proves the payload by its
+// hash lists, and compares the plan's record and the head of the staged file with the signed
+// description of what was unpacked. From there on the signed record is the change's new package. It
+// has the verified signature of the head, as hooks may ask for the signer.
+// Result: 0; -1 for a stage directory that is refused, for a record that is missing or disagrees
+// and for an old side of another name; or the code of the unpacking or of vrm_chk_all_files. With
+// an ERROR line.
+int unpack(change *change);

@@ -230,8 +230,7 @@ class Scripts : public testing::Test {
 
 TEST_F(Scripts, FormsTheCommandLinesOfTheAddScripts) {
     const auto line = [&](const char *script, const char *mode) {
-        const own_string text(vrm_add_script_command(&handle, script, mode, "/stage/new"));
-        return std::string(text.get());
+        return add_script_line(&handle, script, mode, "/stage/new");
     };
     const std::string &S = scriptdir;
     EXPECT_EQ(line("00-add.sh", "INSTALL"), "cd " + S + " && PATH=" + S +
@@ -251,13 +250,12 @@ TEST_F(Scripts, FormsTheCommandLinesOfTheAddScripts) {
 
 TEST_F(Scripts, FormsTheCommandLinesOfTheRemovalScripts) {
     const std::string &S = scriptdir;
-    const own_string before(vrm_del_script_command(&handle, "00-del.sh", "foo", nullptr));
-    EXPECT_EQ(before.get(),
+    const std::string before = del_script_line(&handle, "00-del.sh", "foo", "/stage/old");
+    EXPECT_EQ(before,
               "cd " + S + " && PATH=" + S + " " + S + "/ash " + installed + "/foo/init/00-del.sh");
-    const own_string after(vrm_del_script_command(&handle, "99-del.sh", "foo", "/stage/old"));
-    EXPECT_EQ(after.get(), "cd " + S + " && PATH=" + S +
-                               " VRK_STAGE_OLD=/stage/old VRM_VRKDIR=" + installed + "/foo " + S +
-                               "/ash " + installed + "/foo/init/99-del.sh");
+    const std::string after = del_script_line(&handle, "99-del.sh", "foo", "/stage/old");
+    EXPECT_EQ(after, "cd " + S + " && PATH=" + S + " VRK_STAGE_OLD=/stage/old VRM_VRKDIR=" +
+                         installed + "/foo " + S + "/ash " + installed + "/foo/init/99-del.sh");
 }
 
 TEST_F(Scripts, TellAnAddScriptWhatItNeeds) {
@@ -266,10 +264,10 @@ TEST_F(Scripts, TellAnAddScriptWhatItNeeds) {
               "echo $VRK_NAME $VRK_VERSION_OLD $VRK_VERSION $VRK_VERSION_NEW\n"
               "echo $VRK_DEPENDENCIES\n");
     const std::string stage = dir / "stage";
-    const own_string line(vrm_add_script_command(&handle, "99-add.sh", "UPDATE", stage.c_str()));
+    const std::string line = add_script_line(&handle, "99-add.sh", "UPDATE", stage);
     const own_vri before = parsed(spec("1.0")), after = parsed(spec("2.0"));
     char **const variables = vrm_scriptenv_add(before.get(), after.get());
-    EXPECT_EQ(stdout_of([&] { EXPECT_EQ(vrm_system("99-add.sh", line.get()), 0); }),
+    EXPECT_EQ(stdout_of([&] { EXPECT_EQ(vrm_system("99-add.sh", line.c_str()), 0); }),
               scriptdir + "\n" + scriptdir + "\nUPDATE\n" + stage + "\n" + stage +
                   "\nfoo 1.0 2.0 2.0\nlibc zlib\n");
     vrm_scriptenv_del(variables);
@@ -278,10 +276,9 @@ TEST_F(Scripts, TellAnAddScriptWhatItNeeds) {
 
 TEST_F(Scripts, FindNoCommandBesideTheirShell) {
     dir.write("stage/init/00-add.sh", "no-such-command-anywhere\n");
-    const own_string line(
-        vrm_add_script_command(&handle, "00-add.sh", "INSTALL", (dir / "stage").c_str()));
+    const std::string line = add_script_line(&handle, "00-add.sh", "INSTALL", dir / "stage");
     std::string told;
-    told = stderr_of([&] { EXPECT_EQ(vrm_system(nullptr, line.get()), 127 * 256); });
+    told = stderr_of([&] { EXPECT_EQ(vrm_system(nullptr, line.c_str()), 127 * 256); });
     EXPECT_THAT(told, HasSubstr("not found"));
 }
 

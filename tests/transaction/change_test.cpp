@@ -1,4 +1,4 @@
-#include "transaction/package_change.h"
+#include "transaction/change.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,9 +16,9 @@ using testing::ElementsAre;
 namespace {
 
 // The package foo with both of its scripts, unpacked.
-class PackageChange : public testing::Test {
+class Change : public testing::Test {
  protected:
-    PackageChange() {
+    Change() {
         fs::create_directories(dir / "scriptdir");
         fs::create_symlink("/bin/sh", dir / "scriptdir/ash");
         handle.dirs = ekva_new(1, 2);
@@ -28,15 +28,15 @@ class PackageChange : public testing::Test {
         spec.name = "foo";
         info.reset(vrk_info_parse("test", 3, description_of(spec).c_str(), nullptr));
         dir.write("new/init/00-add.sh", "echo \"$VRK_NAME\" >" + (dir / "trace") + "\n");
-        change.who = "vrm_install_vrk";
-        change.handle = &handle;
-        change.transaction = &transaction;
-        change.package = info.get();
-        change.stage.puname = "foo_any_1.0";
-        change.stage.fresh = dir / "new";
-        change.forks.init.reset(str2arr("/00-add.sh /99-cfg.sh", ' '));
+        install.by = &installing;
+        install.handle = &handle;
+        install.transaction = &transaction;
+        install.new_package = info.get();
+        install.stage.puname = "foo_any_1.0";
+        install.stage.fresh = dir / "new";
+        install.forks.init.reset(str2arr("/00-add.sh /99-cfg.sh", ' '));
     }
-    ~PackageChange() override {
+    ~Change() override {
         ekva_free(handle.dirs);
         ekva_free(transaction.scripts);
     }
@@ -46,18 +46,18 @@ class PackageChange : public testing::Test {
     vrm_handle handle = {};
     vrt transaction = {};
     own_vri info;
-    package_change change = {};
+    change install = {};
 };
 
 }  // namespace
 
 // A script that finds no name in its environment might well clear a directory without one.
-TEST_F(PackageChange, ScriptDoesNotRunWithoutItsEnvironment) {
+TEST_F(Change, ScriptDoesNotRunWithoutItsEnvironment) {
     int copies = 0, rc = -1;
     for (; rc != 0 && copies < 100; copies++) {
         EXPECT_FALSE(exists(dir / "trace")) << copies;
         strdups_left = copies;
-        rc = run_add_script(change, nullptr, before_change, event_kind::pre_install_failed);
+        rc = run_script(install, installing.first);
         strdups_left = -1;
     }
     EXPECT_EQ(rc, 0);
@@ -65,12 +65,12 @@ TEST_F(PackageChange, ScriptDoesNotRunWithoutItsEnvironment) {
     EXPECT_EQ(read_all(dir / "trace"), "foo\n");
 }
 
-TEST_F(PackageChange, ScriptThatCannotBeRegisteredIsTold) {
+TEST_F(Change, ScriptThatCannotBeRegisteredIsTold) {
     strdups_left = 0;
-    note_configuration(change, 1, nullptr);
+    note_configuration(install);
     strdups_left = -1;
     EXPECT_THAT(log.at(LEVEL_ERROR),
                 ElementsAre("vrm_install_vrk: out of memory, 99-cfg.sh will not run for foo"));
-    note_configuration(change, 1, nullptr);
+    note_configuration(install);
     EXPECT_STREQ(ekva_getval(transaction.scripts, "foo"), "99-cfg.sh");
 }
