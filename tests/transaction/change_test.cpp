@@ -74,3 +74,34 @@ TEST_F(Change, ScriptThatCannotBeRegisteredIsTold) {
     note_configuration(install);
     EXPECT_STREQ(ekva_getval(transaction.scripts, "foo"), "99-cfg.sh");
 }
+
+TEST_F(Change, RemovalScriptThatCannotBeStartedIsReported) {
+    ekva_addval(&handle.dirs, "installed", dir.path().c_str(), 2);
+    dir.write("foo/init/00-del.sh", "exit 0\n");
+    change removal = {&removing, &handle, nullptr, info.get(), nullptr, nullptr, false};
+    removal.stage.puname = "foo_any_1.0";
+    removal.places.entry = dir / "foo";
+    strdups_left = 0;
+    const int rc = run_script(removal, removing.first);
+    strdups_left = -1;
+    EXPECT_EQ(rc, -1);
+    EXPECT_THAT(log.at(LEVEL_ERROR),
+                ElementsAre("vrm_one_delete: pre-delete got an error, aborting"));
+    EXPECT_EQ(run_script(removal, removing.first), 0);
+}
+
+TEST_F(Change, StageThatRunsOutOfMemoryFailsAndIsNamed) {
+    std::string stage;
+    receive_events(
+        [](const event &happened, void *context) {
+            if (happened.kind == event_kind::change_memory_exhausted) {
+                *static_cast<std::string *>(context) = happened.other;
+            }
+        },
+        &stage);
+    EXPECT_EQ(attempt("place", []() -> int { throw std::bad_alloc(); }), -1);
+    receive_events(nullptr, nullptr);
+    EXPECT_EQ(stage, "place");
+    EXPECT_THAT(log.at(LEVEL_ERROR), ElementsAre("out of memory"));
+    EXPECT_EQ(attempt("place", [] { return 7; }), 7);
+}
