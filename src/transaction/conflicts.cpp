@@ -9,13 +9,11 @@
 #include <string>
 #include <string_view>
 #include <unordered_set>
-#include <utility>
 #include <vector>
 
 #include "repository/inventory.h"
 #include "repository/owner_lookup.h"
 #include "repository/saved_files.h"
-#include "support/array.h"
 #include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"

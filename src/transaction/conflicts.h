@@ -1,10 +1,10 @@
-// What stands in the way of a change's files: what it may write, what it takes away, and the copies
+// What is in the way of a change's files: what it may write, what it takes away, and the copies
 // of what belongs to nobody.
 #pragma once
 
 #include "support/handle.h"
 
-// The answers to the question about a file that stands in the way, parsed by str2ekva. A capital
+// The answers to the question about a file in the way, parsed by str2ekva. A capital
 // answers for the rest of the package.
 extern const char *const vrm_insert_choices;
 
@@ -17,7 +17,7 @@ int vrm_chk_local_insert(vrm_handle *handle, char *const *files, char ***out);
 
 // Splits the data files of two versions into what to write and what to take away. Both lists are
 // null-terminated or null. A new file may be written when it is not on the disk (links followed) or
-// belongs to the old version; one that another package owns ends the update; for one of nobody's
+// belongs to the old version; one that another package owns ends the update; for one of no package
 // the user is asked through the global vrmui object, with "r", replace, as default. An old file is
 // taken away when it is on the disk and not among the new ones.
 // Result: 0, and `*del_files` and `*add_files` are new arrays for arr_free, possibly empty, each

@@ -16,7 +16,7 @@
 // write to (transaction/stage_area.h), when staging failed or when the program asked to stop
 // (transaction/interrupt.h); else the code of the package that failed. Packages installed before it
 // stay installed, and the configuration scripts of those run also then, by vrm_scripts_exe, which
-// leaves hook commands in `hookcmds` for vrm_exe_hooks. The reasons stand on the log. The
+// leaves hook commands in `hookcmds` for vrm_exe_hooks. The reasons are on the log. The
 // transaction stays the caller's.
 int vrm_exe_install(vrm_handle *handle, vrt **transaction, void *connection, int verbose,
                     int rmpkg);

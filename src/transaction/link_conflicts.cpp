@@ -137,7 +137,7 @@ void leave_own_files(const own_array &data, link_resolver *resolver,
     }
 }
 
-// Sorts out whose the files and links are that stand in the places of links.
+// Sorts out whose the files and links in the places of links are.
 bool settle_owners(const change &change, const target_by_place &own,
                    const std::map<std::string, mode_t> &in_the_way, settled_links *links) {
     std::unordered_set<std::string> places;
@@ -247,7 +247,7 @@ int remove_links(const std::string &list, const std::unordered_set<std::string> 
         const std::string place = resolver.place_of(entry);
         std::error_code failed;
         const auto target = std::filesystem::read_symlink(place, failed);
-        // What is no link is left to the list.
+        // What is not a link is left to the list.
         return failed || (target.native() == entry.target && !shared.contains(place));
     });
 }

@@ -1,4 +1,4 @@
-// Private to the transactions: what stands in the places of a package's links, and whose it is.
+// Private to the transactions: what is in the places of a package's links, and whose it is.
 //
 // Two packages may list the same link with the same target; each then leaves it to the other. A
 // link is known by where it lies, however a list spells the directory.

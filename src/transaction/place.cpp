@@ -25,7 +25,7 @@ int make_backup_directory(change *change) {
 }
 
 // Takes one file away, with a backup. False when it can't be saved; one that is gone already or
-// can't be removed is no failure.
+// can't be removed does not fail the change.
 static bool take_away(const change &change, const char *path) {
     const auto &events = change.by->old_files;
     if (log_wants(LEVEL_DEBUG)) {
@@ -106,7 +106,7 @@ int take_links_away(change *change) {
 // is the kind of event that reports a failure.
 static bool place_file(const change &change, const char *fork, const char *path,
                        event_kind failed) {
-    static constexpr char live_root[] = "";  // stands ahead of every target
+    static constexpr char live_root[] = "";  // comes before every target
     const char *who = change.by->who;
     const std::string target = std::string(live_root) + path;
     const std::string source = change.stage.fresh + "/" + fork + path;

@@ -41,8 +41,8 @@ enum class cut { nowhere, in_entry, in_index };
 
 }  // namespace
 
-// Each step tells by what is there whether it was reached. Every other update that died has its old
-// entry in place, or has finished its swap.
+// What is there shows for each step whether it was reached. Every other update that died has its
+// old entry in place, or has finished its swap.
 static cut where_cut_off(const inventory_places &places) {
     if (!is_entry(places.old_entry)) {
         return cut::nowhere;

@@ -42,7 +42,7 @@ const std::string &entry_to_build(const change &change);
 int build_registration(change *change);
 
 // Puts the new registration of an update in the place of the old one; that of an installation is in
-// its place. There is no way back from here, so the results don't matter. A version without data
+// its place. Nothing goes back from here, so the results don't matter. A version without data
 // brings no index, and leaves the package without one. Result: 0.
 int enter_registration(change *change);
 

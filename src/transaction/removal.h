@@ -13,7 +13,7 @@
 // Result: 0; -1 without the lock, for a name that is not allowed, for a stage area that others can
 // write to (transaction/stage_area.h) and when the program asked to stop (transaction/interrupt.h);
 // else the code of the package that failed. Packages that went before it stay gone. No
-// configuration scripts and no hooks are run. The reasons stand on the log. The transaction stays
+// configuration scripts and no hooks are run. The reasons are on the log. The transaction stays
 // the caller's.
 int vrm_exe_delete(vrm_handle *handle, vrt **transaction);
 

@@ -174,7 +174,7 @@ std::string del_script_line(const vrm_handle *handle, const std::string &script,
 }
 
 // The line of a configuration script. It is bounded by what the paths need and room for a name:
-// a text that is no name of a script, such as a hook command without its slash, is cut.
+// a text that is not the name of a script, such as a hook command without its slash, is cut.
 static std::string cfg_script_line(const vrm_handle *handle, const std::string &package_dir,
                                    const char *script) {
     const size_t bound = 3 * dir_of(handle, "scriptdir").size() + 2 * package_dir.size() + 100;
@@ -309,7 +309,7 @@ static void report_end(const char *package, const char *command, int status, eve
             .status = status});
 }
 
-// The package as its description in the inventory tells, or null with a warning.
+// The package as its description in the inventory has it, or null with a warning.
 static vri *described(const std::string &installed, const char *package) {
     const std::string path = installed + "/" + package + "/desc.txt";
     size_t length;

@@ -9,7 +9,7 @@
 //   99-del.sh  when the files are gone; a failure rolls the removal back
 //
 // Every script runs under the shell `ash` of the repository's "scriptdir", which is its working
-// directory and all of its PATH. What it is told of the package stands in its environment:
+// directory and all of its PATH. What it has to know of the package is in its environment:
 //
 //   VRM_MODE       INSTALL or UPDATE in the add scripts; removals have none
 //   VRM_VRKDIR     the package's directory in the inventory; in 99-add.sh of an update, which runs
@@ -19,7 +19,7 @@
 //   VRK_NAME, and with the endings _OLD, none and _NEW: VRK_VARIANT, VRK_VERSION, VRK_ARCHITECTURE,
 //   VRK_CREATOR, VRK_DESCRIPTION, VRK_DEPENDENCIES; see vrm_scriptenv_add
 //
-// The paths stand in the command lines as they are, without quotes: whoever forms a stage directory
+// The paths are in the command lines as they are, without quotes: whoever forms a stage directory
 // from a package's names has refused names that mean something to a shell.
 #pragma once
 
@@ -55,13 +55,13 @@ void vrm_scriptenv_del(char **list);
 int vrm_system(const char *label, const char *command);
 
 // The result of the last vrm_system. Not every executor hands it on, and whether a script died of
-// an interruption that was sent to it alone is told by nothing else.
+// an interruption that was sent to it alone is seen by nothing else.
 extern int vrm_script_status;
 
 // Runs the configuration scripts that the packages of a transaction registered in `scripts`, in
 // order, and moves the hook commands, which begin with a slash, from there to `hookcmds`. A script
-// is told of its package by the description in the inventory; when that can't be read, a warning on
-// the log says so and it runs without. Failures are logged and stop nothing. Always 0.
+// learns of its package from the description in the inventory; when that can't be read, a warning
+// on the log says so and it runs without. Failures are logged and stop nothing. Always 0.
 int vrm_scripts_exe(vrm_handle *handle, vrt **transaction);
 
 // Runs hook commands, a record of package names and command lines, one after the other; null is

@@ -109,15 +109,15 @@ int vrm_chk_sub_files(const char *stage, const char *sub, char ***list) try {
         return 0;
     }
 
-    s_ekva **told = nullptr;
-    rc = vrm_vrf_vrk_hashes(stage, sub, &told);
-    const own_ekva told_owner(told);
-    if (rc != 0 || !told) {
+    s_ekva **read = nullptr;
+    rc = vrm_vrf_vrk_hashes(stage, sub, &read);
+    const own_ekva read_owner(read);
+    if (rc != 0 || !read) {
         report({.kind = event_kind::fork_without_list, .other = sub});
         return rc != 0 ? rc : -1;
     }
 
-    const listed_files listed(told);
+    const listed_files listed(read);
     path_list paths(room_for_paths);
     int errors = 0;
     for (s_ekva *const *file = real.get() + 1; *file; file++) {

@@ -18,7 +18,7 @@
 // else the code of the package that failed. Packages changed before it stay changed, and their
 // configuration scripts run also then, by vrm_scripts_exe, which leaves hook commands in `hookcmds`
 // for vrm_exe_hooks; only a top package to be installed that is there by now ends it without them.
-// The reasons stand on the log. The transaction stays the caller's.
+// The reasons are on the log. The transaction stays the caller's.
 int vrm_exe_update(vrm_handle *handle, vrt **transaction, void *connection, int verbose, int rmpkg);
 
 // Replaces one installed package by a staged new version. Configuration files that are as they were
@@ -34,6 +34,6 @@ int vrm_exe_update(vrm_handle *handle, vrt **transaction, void *connection, int 
 // isn't used. Touches have_so, and through its steps the environment and, while unpacking and
 // linking, the working directory.
 // Result: 0, or the code of the step that failed: -1, that of the unpacking or verification, or the
-// raw wait status of 00-add.sh. That of 99-add.sh is told as -1.
+// raw wait status of 00-add.sh. That of 99-add.sh is reported as -1.
 int vrm_update_vrk(vrm_handle *handle, vrt **transaction, const vri *old_package,
                    const vri *new_package, void *connection, int verbose);

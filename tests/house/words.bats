@@ -12,11 +12,11 @@ found() { # PATTERN
 
 # The pattern, how often it may be found, and what to write.
 words='
-tells?|told|telling@705@print, report, log, say
+tells?|told|telling@679@print, report, log, say
 behind@163@after, at the end of
-stands?|stood@222@is
-nobody'"'"'s@12@that belongs to no package
-is no (?!longer|more)[a-z]+@252@is not a
+stands?|stood@207@is
+nobody'"'"'s@11@that belongs to no package
+is no (?!longer|more)[a-z]+@249@is not a
 '
 
 @test "no more words of the list than there were" {
