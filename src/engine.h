@@ -47,6 +47,7 @@
 #include "repository/repository.h"
 #include "repository/running_script.h"
 #include "repository/saved_files.h"
+#include "repository/snapshot.h"
 #include "repository/vrc.h"
 
 #include "transaction/conflicts.h"
