@@ -4,7 +4,6 @@
 
 #include "repository/choice.h"
 #include "repository/dirsearch.h"
-#include "repository/inventory.h"
 #include "support/log.h"
 
 namespace {
@@ -34,8 +33,8 @@ bool resolve(vrd *record, vri *info, char status, char action) {
     return true;
 }
 
-bool find_installed(vrm_handle *handle, vrd *record) {
-    if (!resolve(record, vrm_vrl_own_info(handle, record->name), 'I', 'N')) {
+bool find_installed(const installed_view &installed, vrd *record) {
+    if (!resolve(record, installed.own_info(record->name).release(), 'I', 'N')) {
         log_say(LEVEL_DEBUG, "ok, dependency %s in not yet installed", record->name);
         return false;
     }
@@ -69,15 +68,21 @@ bool find_in_catalogue(vrm_handle *handle, void *vrc, vrd *record) {
 
 }  // namespace
 
-vrd *vrm_get_dependency(vrm_handle *handle, const char *candidate, const char *dependency,
-                        void *vrc, char *const *dirs, vrd **out) {
+vrd *find_dependency(const installed_view &installed, const char *candidate, const char *dependency,
+                     void *vrc, char *const *dirs, vrd **out) {
     log_say(LEVEL_DEBUG, "Checking dep %s for canditate %s\n", dependency, candidate);
     vrd *record = *out;
     set_unresolved(record, candidate, dependency);
     if (!record->name || !record->cand) {
         return record;
     }
-    (void)(find_installed(handle, record) || find_in_directories(handle, dirs, record) ||
+    vrm_handle *const handle = installed.handle();
+    (void)(find_installed(installed, record) || find_in_directories(handle, dirs, record) ||
            find_in_catalogue(handle, vrc, record));
     return record;
+}
+
+vrd *vrm_get_dependency(vrm_handle *handle, const char *candidate, const char *dependency,
+                        void *vrc, char *const *dirs, vrd **out) {
+    return find_dependency(handle, candidate, dependency, vrc, dirs, out);
 }

@@ -1,6 +1,7 @@
 // Where one dependency is to be had: inventory, directories, catalogue.
 #pragma once
 
+#include "repository/snapshot.h"
 #include "support/handle.h"
 #include "transaction/vrt.h"
 
@@ -19,3 +20,7 @@
 // with. When memory fails for the names nothing is looked up, and one of them is null.
 vrd *vrm_get_dependency(vrm_handle *handle, const char *candidate, const char *dependency,
                         void *vrc, char *const *dirs, vrd **out);
+
+// The same, with what is installed as the view has it. Private to the library.
+vrd *find_dependency(const installed_view &installed, const char *candidate, const char *dependency,
+                     void *vrc, char *const *dirs, vrd **out);

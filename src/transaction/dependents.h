@@ -1,38 +1,33 @@
 // Who needs whom among the installed packages. Private to the library.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "package/vri.h"
-#include "support/handle.h"
+#include "repository/snapshot.h"
 
-// One reading of the inventory answers the question for every package, where a scan for each would
-// read it as often as there are packages. It costs the memory of all records, and the answers are
-// those of the moment when it was made.
+// The dependents that a removal looks at. The inventory is read once for every package, where a
+// scan for each would read it as often as there are packages.
 class dependents_index {
  public:
-    explicit dependents_index(vrm_handle *handle);
+    // The inventory is that of the view's snapshot, or for a view of the tree one that is read now.
+    explicit dependents_index(const installed_view &installed);
+    dependents_index(const dependents_index &) = delete;
+    dependents_index &operator=(const dependents_index &) = delete;
 
     // The first two packages of the directory's order that list the name among their dependencies.
-    // They belong to the index. The log is told what a scan would meet on its way to the second.
+    // They belong to the snapshot. The log has what a scan would meet on its way to the second.
     std::vector<const vri *> of(const char *name) const;
 
  private:
-    struct entry {
-        std::string name;
-        bool is_directory;
-        own_vri info;  // null for what is no package
-    };
     void log_scan(size_t end) const;
     void log_unreadable() const;
 
-    std::string dir_;
-    int open_error_ = 0;   // errno of the attempt to open the directory
-    int close_error_ = 0;  // and of that to close it
-    std::vector<entry> entries_;
-    std::unordered_map<std::string, std::vector<size_t>> dependents_;  // two places at most
+    std::optional<inventory_snapshot> own_;
+    inventory_snapshot *snapshot_;
 };
 
 // Who names whom as a dependency, in a list of packages.

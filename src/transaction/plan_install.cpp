@@ -12,7 +12,6 @@
 
 #include "package/vrf.h"
 #include "repository/choice.h"
-#include "repository/inventory.h"
 #include "support/event.h"
 #include "support/log.h"
 #include "transaction/planning.h"
@@ -119,8 +118,9 @@ static bool take_deps(vrt *plan, walked_deps *walked,
     return true;
 }
 
-vrt *vrm_pre_install(vrm_handle *handle, void *vrc, const char *name, const char *variant,
-                     const char *version, char *const *dirs, vrt **out) try {
+vrt *plan_install(const installed_view &installed, void *vrc, const char *name, const char *variant,
+                  const char *version, char *const *dirs, vrt **out) try {
+    vrm_handle *const handle = installed.handle();
     const bool is_file = vrk_file_is_vrk(name);
     own_vri candidate(is_file ? vrm_vrf_info(handle, name, 1)
                               : vrm_findone_vrc(handle, name, variant, version, vrc));
@@ -132,13 +132,13 @@ vrt *vrm_pre_install(vrm_handle *handle, void *vrc, const char *name, const char
         }
         return nullptr;
     }
-    if (own_vri(vrm_vrl_own_info(handle, candidate->name))) {
+    if (installed.has_own(candidate->name)) {
         report({.kind = event_kind::already_installed, .package = candidate->name});
         return nullptr;
     }
 
     walked_deps walked;
-    if (vrm_chk_install(handle, candidate.get(), vrc, dirs, &walked.num, &walked.records) != 0) {
+    if (walk_install(installed, candidate.get(), vrc, dirs, &walked.num, &walked.records) != 0) {
         log_say(LEVEL_DEBUG, "%s cannot be installed", candidate->name);
         if (walked.begun()) {
             walked.log_found("Found", false);
@@ -161,8 +161,14 @@ vrt *vrm_pre_install(vrm_handle *handle, void *vrc, const char *name, const char
     return nullptr;
 }
 
-vrt *vrm_walk(vrm_handle *handle, void *vrc, const char *name, const char *variant,
-              char *const *dirs, vrt **out) try {
+vrt *vrm_pre_install(vrm_handle *handle, void *vrc, const char *name, const char *variant,
+                     const char *version, char *const *dirs, vrt **out) {
+    return plan_install(handle, vrc, name, variant, version, dirs, out);
+}
+
+vrt *plan_tree(const installed_view &installed, void *vrc, const char *name, const char *variant,
+               char *const *dirs, vrt **out) try {
+    vrm_handle *const handle = installed.handle();
     const bool is_file = vrk_file_is_vrk(name);
     own_vri candidate(is_file ? vrm_vrf_info(handle, name, 1)
                               : vrm_findone_vrc(handle, name, variant, nullptr, vrc));
@@ -175,7 +181,7 @@ vrt *vrm_walk(vrm_handle *handle, void *vrc, const char *name, const char *varia
     }
 
     walked_deps walked;
-    if (vrm_chk_walk(handle, candidate.get(), vrc, dirs, &walked.num, &walked.records) != 0) {
+    if (walk_tree(installed, candidate.get(), vrc, dirs, &walked.num, &walked.records) != 0) {
         log_say(LEVEL_DEBUG, "%s cannot be installed", candidate->name);
         if (walked.begun()) {
             walked.log_found("Found", false);
@@ -192,4 +198,9 @@ vrt *vrm_walk(vrm_handle *handle, void *vrc, const char *name, const char *varia
     return *out = plan.release();
 } catch (const std::bad_alloc &) {
     return nullptr;
+}
+
+vrt *vrm_walk(vrm_handle *handle, void *vrc, const char *name, const char *variant,
+              char *const *dirs, vrt **out) {
+    return plan_tree(handle, vrc, name, variant, dirs, out);
 }

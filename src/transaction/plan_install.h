@@ -9,6 +9,7 @@
 // null.
 #pragma once
 
+#include "repository/snapshot.h"
 #include "support/handle.h"
 #include "transaction/vrt.h"
 
@@ -25,11 +26,19 @@
 vrt *vrm_pre_install(vrm_handle *handle, void *vrc, const char *name, const char *variant,
                      const char *version, char *const *dirs, vrt **out);
 
+// The same, with what is installed as the view has it, which may be a snapshot.
+vrt *plan_install(const installed_view &installed, void *vrc, const char *name, const char *variant,
+                  const char *version, char *const *dirs, vrt **out);
+
 // The whole dependency tree of a package, what is installed included, to be shown: `action`,
 // `scripts` and `hookcmds` are not set, so that no executor can carry it out. The package itself
 // may be installed. Arguments and result as above.
 vrt *vrm_walk(vrm_handle *handle, void *vrc, const char *name, const char *variant,
               char *const *dirs, vrt **out);
+
+// The same, with what is installed as the view has it.
+vrt *plan_tree(const installed_view &installed, void *vrc, const char *name, const char *variant,
+               char *const *dirs, vrt **out);
 
 // Walks the dependencies of a candidate. At the first call `*deps` is null and `*num` 0. Each
 // dependency is appended to `*deps`, a null-terminated array, and what is to be installed is walked

@@ -1,4 +1,3 @@
-// The planning of a removal: who stands in its way, and what can go along.
 #include "transaction/plan_removal.h"
 
 #include <cstdlib>
@@ -75,8 +74,9 @@ struct level {
 
 class orphan_search {
  public:
-    orphan_search(vrm_handle *handle, const dependents_index &dependents, int *num, vrd ***deps)
-        : handle_(handle), dependents_(dependents), num_(num), deps_(deps) {
+    orphan_search(const installed_view &installed, const dependents_index &dependents, int *num,
+                  vrd ***deps)
+        : installed_(installed), dependents_(dependents), num_(num), deps_(deps) {
         for (vrd *const *record = *deps; record && *record; record++) {
             names_.insert((*record)->name);
         }
@@ -92,7 +92,7 @@ class orphan_search {
     bool is_needed_elsewhere(const vri *candidate, const vri *package) const;
     const vri *store(level *current, const char *name, own_vri package);
 
-    vrm_handle *handle_;
+    const installed_view installed_;
     const dependents_index &dependents_;
     int *num_;
     vrd ***deps_;
@@ -179,7 +179,7 @@ bool orphan_search::came_for(const vri *candidate, const vri *package) const {
                 package->name, head);
         return true;
     }
-    if (own_vri(vrm_vrl_info(handle_, head))) {
+    if (installed_.has(head)) {
         log_say(LEVEL_DEBUG,
                 "vrm_chk_delete_deps: nope, %s was installed as a dependency of %s, which is still "
                 "installed",
@@ -218,7 +218,7 @@ own_vri orphan_search::find_orphan(const vri *candidate, const char *name) {
         }
         return nullptr;
     }
-    own_vri package(vrm_vrl_info(handle_, name));
+    own_vri package = installed_.info(name);
     if (!package) {
         report({.kind = event_kind::dependency_gone, .package = name});
         return nullptr;
@@ -288,11 +288,15 @@ int orphan_search::run(const vri *candidate) {
     return 0;
 }
 
-int vrm_chk_delete_deps(vrm_handle *handle, const vri *candidate, int *num, vrd ***deps) try {
-    const dependents_index dependents(handle);
-    return orphan_search(handle, dependents, num, deps).run(candidate);
+int find_orphans(const installed_view &installed, const vri *candidate, int *num, vrd ***deps) try {
+    const dependents_index dependents(installed);
+    return orphan_search(installed, dependents, num, deps).run(candidate);
 } catch (const std::bad_alloc &) {
     return 99;
+}
+
+int vrm_chk_delete_deps(vrm_handle *handle, const vri *candidate, int *num, vrd ***deps) {
+    return find_orphans(handle, candidate, num, deps);
 }
 
 // ---- The plan ----
@@ -334,8 +338,8 @@ static own_vrt new_removal(const char *name, own_vri package) {
     return plan;
 }
 
-vrt *vrm_pre_delete(vrm_handle *handle, const char *name, int mode, vrt **out) try {
-    own_vri package(vrm_vrl_info(handle, name));
+vrt *plan_removal(const installed_view &installed, const char *name, int mode, vrt **out) try {
+    own_vri package = installed.info(name);
     if (!package) {
         vrmui_say("%s is not installed, skipping\n", name);
         report({.kind = event_kind::removal_not_installed, .package = name});
@@ -344,7 +348,7 @@ vrt *vrm_pre_delete(vrm_handle *handle, const char *name, int mode, vrt **out) t
     if (is_of_another(name, package.get())) {
         return nullptr;
     }
-    const dependents_index dependents(handle);
+    const dependents_index dependents(installed);
     if (!is_free_to_go(dependents, name, package.get())) {
         return nullptr;
     }
@@ -357,7 +361,7 @@ vrt *vrm_pre_delete(vrm_handle *handle, const char *name, int mode, vrt **out) t
     }
     if (mode != 2) {
         int found = 0;
-        const int rc = orphan_search(handle, dependents, &found, &plan->deps).run(plan->info);
+        const int rc = orphan_search(installed, dependents, &found, &plan->deps).run(plan->info);
         plan->num_deps = found;
         if (rc != 0) {
             report({.kind = event_kind::not_removable, .package = name});
@@ -378,4 +382,8 @@ vrt *vrm_pre_delete(vrm_handle *handle, const char *name, int mode, vrt **out) t
     return *out = plan.release();
 } catch (const std::bad_alloc &) {
     return nullptr;
+}
+
+vrt *vrm_pre_delete(vrm_handle *handle, const char *name, int mode, vrt **out) {
+    return plan_removal(handle, name, mode, out);
 }

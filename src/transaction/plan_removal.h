@@ -2,6 +2,7 @@
 // installed only for its sake.
 #pragma once
 
+#include "repository/snapshot.h"
 #include "support/handle.h"
 #include "transaction/vrt.h"
 
@@ -16,6 +17,9 @@
 // At most two dependents are looked at (vrm_chk_delete_reqs), and the last one decides: one that
 // was installed for the sake of this package allows the removal, also behind one that does not.
 vrt *vrm_pre_delete(vrm_handle *handle, const char *name, int mode, vrt **out);
+
+// The same, with what is installed as the view has it, which may be a snapshot.
+vrt *plan_removal(const installed_view &installed, const char *name, int mode, vrt **out);
 
 // The installed packages that need this one, in the order of the inventory's directory: the first
 // two, as a new array for vrm_vri_list_free. Null when there are none, and also when the inventory
@@ -34,6 +38,9 @@ vri **vrm_chk_delete_reqs(vrm_handle *handle, const vri *package);
 // The capacity of the array is kept in static data, so two searches can't run at the same time.
 // Result: 0, or 99 when memory fails.
 int vrm_chk_delete_deps(vrm_handle *handle, const vri *candidate, int *num, vrd ***deps);
+
+// The same, with what is installed as the view has it.
+int find_orphans(const installed_view &installed, const vri *candidate, int *num, vrd ***deps);
 
 // The names of all installed packages that list `name` as a dependency, sorted, as a new array for
 // arr_free; null when there are none.

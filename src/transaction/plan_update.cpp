@@ -16,7 +16,7 @@
 namespace {
 
 struct request {
-    vrm_handle *handle;
+    installed_view installed;
     void *vrc;
     const char *name;
     const char *variant;
@@ -37,15 +37,16 @@ struct both_sides {
 static update_outlook find_sides(request *asked, both_sides *sides) {
     const char *name = asked->name;
     if (asked->is_file) {
-        sides->after.reset(vrm_vrf_info(asked->handle, name, 1));
+        sides->after.reset(vrm_vrf_info(asked->installed.handle(), name, 1));
         if (!sides->after) {
             report({.kind = event_kind::update_not_a_package_file, .path = name});
             return UPDATE_NO_PACKAGE;
         }
         name = sides->after->name;
     }
-    sides->before.reset(asked->cut_off ? vrm_vrl_retired_info(asked->handle, name)
-                                       : vrm_vrl_info(asked->handle, name));
+    vrm_handle *const handle = asked->installed.handle();
+    sides->before =
+        asked->cut_off ? own_vri(vrm_vrl_retired_info(handle, name)) : asked->installed.info(name);
     if (!sides->before) {
         report({.kind = event_kind::update_not_installed, .package = name});
         return UPDATE_NOT_INSTALLED;
@@ -55,7 +56,7 @@ static update_outlook find_sides(request *asked, both_sides *sides) {
     }
     if (!asked->is_file) {
         sides->after.reset(
-            vrm_findone_vrc(asked->handle, name, asked->variant, asked->version, asked->vrc));
+            vrm_findone_vrc(handle, name, asked->variant, asked->version, asked->vrc));
         if (!sides->after) {
             log_say(LEVEL_DEBUG, "%s, variant %s was not found in the package catalogue", name,
                     asked->variant);
@@ -109,13 +110,18 @@ static update_outlook judge(request *asked, both_sides *sides) {
     return UPDATE_WANTED;
 }
 
-update_outlook vrm_update_outlook(vrm_handle *handle, void *vrc, const char *name,
-                                  const char *variant, const char *version) try {
-    request asked = {handle, vrc, name, variant, version, vrk_file_is_vrk(name) != 0};
+update_outlook outlook_of_update(const installed_view &installed, void *vrc, const char *name,
+                                 const char *variant, const char *version) try {
+    request asked = {installed, vrc, name, variant, version, vrk_file_is_vrk(name) != 0};
     both_sides sides;
     return judge(&asked, &sides);
 } catch (const std::bad_alloc &) {
     return UPDATE_NOT_OFFERED;
+}
+
+update_outlook vrm_update_outlook(vrm_handle *handle, void *vrc, const char *name,
+                                  const char *variant, const char *version) {
+    return outlook_of_update(handle, vrc, name, variant, version);
 }
 
 // Hands what the walk found over to the transaction as it is. The executor passes over what is
@@ -134,7 +140,7 @@ static void take_all_deps(vrt *plan, walked_deps *walked) {
     plan->num_deps = walked->num;
 }
 
-static vrt *plan_update(request asked, char *const *dirs, vrt **out) try {
+static vrt *plan(request asked, char *const *dirs, vrt **out) try {
     both_sides sides;
     if (judge(&asked, &sides) != UPDATE_WANTED) {
         return nullptr;
@@ -142,8 +148,8 @@ static vrt *plan_update(request asked, char *const *dirs, vrt **out) try {
 
     own_vri candidate = std::move(sides.after);
     walked_deps walked;
-    if (vrm_chk_install(asked.handle, candidate.get(), asked.vrc, dirs, &walked.num,
-                        &walked.records) != 0) {
+    if (walk_install(asked.installed, candidate.get(), asked.vrc, dirs, &walked.num,
+                     &walked.records) != 0) {
         log_say(LEVEL_DEBUG, "%s cannot be updated", candidate->name);
         if (walked.begun()) {
             walked.log_found("found", false);
@@ -167,12 +173,16 @@ static vrt *plan_update(request asked, char *const *dirs, vrt **out) try {
     return nullptr;
 }
 
+vrt *plan_update(const installed_view &installed, void *vrc, const char *name, const char *variant,
+                 const char *version, char *const *dirs, vrt **out) {
+    return plan({installed, vrc, name, variant, version, vrk_file_is_vrk(name) != 0}, dirs, out);
+}
+
 vrt *vrm_pre_update(vrm_handle *handle, void *vrc, const char *name, const char *variant,
                     const char *version, char *const *dirs, vrt **out) {
-    return plan_update({handle, vrc, name, variant, version, vrk_file_is_vrk(name) != 0}, dirs,
-                       out);
+    return plan_update(handle, vrc, name, variant, version, dirs, out);
 }
 
 vrt *vrm_pre_update_again(vrm_handle *handle, void *vrc, const char *name, vrt **out) {
-    return plan_update({handle, vrc, name, nullptr, nullptr, false, true}, nullptr, out);
+    return plan({handle, vrc, name, nullptr, nullptr, false, true}, nullptr, out);
 }

@@ -1,6 +1,7 @@
 // Planning of an update: whether an installed package is to be updated, and to what.
 #pragma once
 
+#include "repository/snapshot.h"
 #include "support/handle.h"
 #include "transaction/vrt.h"
 
@@ -25,6 +26,10 @@
 vrt *vrm_pre_update(vrm_handle *handle, void *vrc, const char *name, const char *variant,
                     const char *version, char *const *dirs, vrt **out);
 
+// The same, with what is installed as the view has it, which may be a snapshot.
+vrt *plan_update(const installed_view &installed, void *vrc, const char *name, const char *variant,
+                 const char *version, char *const *dirs, vrt **out);
+
 // Plans the update of a package of vrm_broken_swaps (transaction/update.h) from its old version, as
 // vrm_pre_update does once that is registered again, so that what a user is offered holds when the
 // next change has brought it back. Arguments and result are those of vrm_pre_update.
@@ -44,3 +49,7 @@ enum update_outlook {
 // only those that are wanted.
 update_outlook vrm_update_outlook(vrm_handle *handle, void *vrc, const char *name,
                                   const char *variant, const char *version);
+
+// The same, with what is installed as the view has it.
+update_outlook outlook_of_update(const installed_view &installed, void *vrc, const char *name,
+                                 const char *variant, const char *version);

@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 
+#include "repository/snapshot.h"
 #include "support/log.h"
 #include "transaction/vrt.h"
 
@@ -42,6 +43,12 @@ struct walked_deps {
 
 // A transaction for a request, with the candidate and its sizes. Result: null when memory fails.
 own_vrt new_transaction(const char *name, char source, own_vri candidate);
+
+// The walks of vrm_chk_install and vrm_chk_walk, with what is installed as the view has it.
+int walk_install(const installed_view &installed, const vri *candidate, void *vrc,
+                 char *const *dirs, int *num, vrd ***deps);
+int walk_tree(const installed_view &installed, const vri *candidate, void *vrc, char *const *dirs,
+              int *num, vrd ***deps);
 
 // Adds the sizes of a dependency to the totals of its transaction.
 void add_sizes(vrt *plan, const vrd *dep);

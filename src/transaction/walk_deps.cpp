@@ -13,6 +13,7 @@
 #include "support/log.h"
 #include "transaction/depend.h"
 #include "transaction/plan_install.h"
+#include "transaction/planning.h"
 
 namespace {
 
@@ -38,7 +39,7 @@ struct level {
 
 struct walk {
     walker *self;
-    vrm_handle *handle;
+    const installed_view &installed;
     void *vrc;
     char *const *dirs;
     int *num;
@@ -95,9 +96,10 @@ bool walk::make_room(int names) {
 // Tests a candidate and puts it on the levels when it has dependencies to be walked.
 int walk::enter(const vri *candidate) {
     log_say(LEVEL_DEBUG, "%s: Checking candidate <%s>", self->name, candidate->name);
-    if (candidate->arch != arch_any && candidate->arch != handle->arch) {
+    const int own_arch = installed.handle()->arch;
+    if (candidate->arch != arch_any && candidate->arch != own_arch) {
         const char *arch = vrm_arch_getname(candidate->arch);
-        const char *local = vrm_arch_getname(handle->arch);
+        const char *local = vrm_arch_getname(own_arch);
         report({.kind = event_kind::architecture_differs,
                 .other = local ? local : "unknown",
                 .found = arch ? arch : "unknown"});
@@ -124,7 +126,7 @@ vrd *walk::store(const vri *candidate, const char *name) {
     if (!record) {
         return nullptr;
     }
-    vrm_get_dependency(handle, candidate->name, name, vrc, dirs, &record);
+    find_dependency(installed, candidate->name, name, vrc, dirs, &record);
     if (!record->name || !record->cand) {
         vrd_free(record);
         free(record);
@@ -185,16 +187,26 @@ int walk::run(const vri *candidate) {
     return result;
 }
 
-int vrm_chk_install(vrm_handle *handle, const vri *candidate, void *vrc, char *const *dirs,
-                    int *num, vrd ***deps) try {
-    return walk{&install_walker, handle, vrc, dirs, num, deps}.run(candidate);
+int walk_install(const installed_view &installed, const vri *candidate, void *vrc,
+                 char *const *dirs, int *num, vrd ***deps) try {
+    return walk{&install_walker, installed, vrc, dirs, num, deps}.run(candidate);
 } catch (const std::bad_alloc &) {
     return 99;
 }
 
-int vrm_chk_walk(vrm_handle *handle, const vri *candidate, void *vrc, char *const *dirs, int *num,
-                 vrd ***deps) try {
-    return walk{&tree_walker, handle, vrc, dirs, num, deps}.run(candidate);
+int walk_tree(const installed_view &installed, const vri *candidate, void *vrc, char *const *dirs,
+              int *num, vrd ***deps) try {
+    return walk{&tree_walker, installed, vrc, dirs, num, deps}.run(candidate);
 } catch (const std::bad_alloc &) {
     return 99;
+}
+
+int vrm_chk_install(vrm_handle *handle, const vri *candidate, void *vrc, char *const *dirs,
+                    int *num, vrd ***deps) {
+    return walk_install(handle, candidate, vrc, dirs, num, deps);
+}
+
+int vrm_chk_walk(vrm_handle *handle, const vri *candidate, void *vrc, char *const *dirs, int *num,
+                 vrd ***deps) {
+    return walk_tree(handle, candidate, vrc, dirs, num, deps);
 }
