@@ -4,7 +4,9 @@
 
 #include "repository/choice.h"
 #include "repository/dirsearch.h"
+#include "support/arch.h"
 #include "support/log.h"
+#include "transaction/given_packages.h"
 
 namespace {
 
@@ -42,6 +44,31 @@ bool find_installed(const installed_view &installed, vrd *record) {
     return true;
 }
 
+const given_packages *given_now = nullptr;
+
+vri *copy_of(const std::unordered_map<std::string, const vri *> &packages, const char *name,
+             int32_t arch) {
+    const auto found = packages.find(name);
+    const bool fits =
+        found != packages.end() && (found->second->arch == arch_any || found->second->arch == arch);
+    return fits ? vrk_info_copy(found->second) : nullptr;
+}
+
+bool find_given(const vrm_handle *handle, vrd *record) {
+    if (!given_now) {
+        return false;
+    }
+    if (resolve(record, copy_of(given_now->coming, record->name, handle->arch), 'I', 'N')) {
+        log_say(LEVEL_DEBUG, "ok, dependency %s is installed before", record->name);
+        return true;
+    }
+    if (resolve(record, copy_of(given_now->files, record->name, handle->arch), 'L', 'I')) {
+        log_say(LEVEL_DEBUG, "ok, dependency %s is a file that was named", record->name);
+        return true;
+    }
+    return false;
+}
+
 bool find_in_directories(vrm_handle *handle, char *const *dirs, vrd *record) {
     if (!dirs) {
         log_say(LEVEL_DEBUG, "ok, no directories to search in specified");
@@ -68,6 +95,14 @@ bool find_in_catalogue(vrm_handle *handle, void *vrc, vrd *record) {
 
 }  // namespace
 
+planning_with::planning_with(const given_packages &given) {
+    given_now = &given;
+}
+
+planning_with::~planning_with() {
+    given_now = nullptr;
+}
+
 vrd *find_dependency(const installed_view &installed, const char *candidate, const char *dependency,
                      void *vrc, char *const *dirs, vrd **out) {
     log_say(LEVEL_DEBUG, "Checking dep %s for canditate %s\n", dependency, candidate);
@@ -77,8 +112,8 @@ vrd *find_dependency(const installed_view &installed, const char *candidate, con
         return record;
     }
     vrm_handle *const handle = installed.handle();
-    (void)(find_installed(installed, record) || find_in_directories(handle, dirs, record) ||
-           find_in_catalogue(handle, vrc, record));
+    (void)(find_installed(installed, record) || find_given(handle, record) ||
+           find_in_directories(handle, dirs, record) || find_in_catalogue(handle, vrc, record));
     return record;
 }
 

@@ -15,7 +15,9 @@
 #include "kit/package_maker.h"
 #include "kit/temp_dir.h"
 #include "kit/test_repo.h"
+#include "package/vrf.h"
 #include "repository/vrc.h"
+#include "transaction/given_packages.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -82,6 +84,12 @@ class VrmGetDependency : public testing::Test {
                       &record_);
         });
         EXPECT_EQ(out, &record_);
+    }
+
+    // Makes a package file and reads its record.
+    own_vri given_file(const PackageSpec &spec, const std::string &path) {
+        make_package(spec, path);
+        return own_vri(vrm_vrf_info(repo_.handle(), path.c_str(), 0));
     }
 
     void expect(char status, char action, const char *version) {
@@ -191,4 +199,47 @@ TEST_F(VrmGetDependency, TheEntryOfAnotherPackageIsNotTheDependency) {
     catalogue = {"dep"};
     get();
     expect('R', 'I', "5.0");
+}
+
+// ---- What a caller gives besides ----
+
+TEST_F(VrmGetDependency, WhatIsInstalledBeforeCountsAsInstalled) {
+    const own_vri coming = given_file(package("dep", "2.0"), dir_ / "dep.vrk");
+    ASSERT_TRUE(coming);
+    const given_packages given = {.coming = {{"dep", coming.get()}}};
+    catalogue = {"dep"};
+    {
+        const planning_with known(given);
+        get();
+    }
+    expect('I', 'N', "2.0");
+    EXPECT_THAT(asked, IsEmpty());
+    get();
+    expect('R', 'I', "5.0");
+}
+
+TEST_F(VrmGetDependency, AGivenFileIsTakenAheadOfDirectoriesAndCatalogueButNotOfTheInstalled) {
+    make_package(package("dep", "9.0"), dir_ / "dep.vrk");
+    TempDir elsewhere;
+    const own_vri file = given_file(package("dep", "2.0"), elsewhere / "x.vrk");
+    ASSERT_TRUE(file);
+    const given_packages given = {.files = {{"dep", file.get()}}};
+    const planning_with known(given);
+    const std::vector<std::string> dirs = {dir_.path()};
+    get(&dirs);
+    expect('L', 'I', "2.0");
+    EXPECT_STREQ(record_.info->absolute_uri, file->absolute_uri);
+    repo_.install(package("dep", "1.0"));
+    get(&dirs);
+    expect('I', 'N', "1.0");
+}
+
+TEST_F(VrmGetDependency, AGivenFileOfAForeignArchitectureIsPassedOver) {
+    const own_vri file = given_file(package("dep", "2.0"), dir_ / "x.vrk");
+    ASSERT_TRUE(file);
+    file->arch = repo_.handle()->arch + 1;
+    const given_packages given = {.files = {{"dep", file.get()}}};
+    const planning_with known(given);
+    get();
+    expect('U', 0, nullptr);
 }
