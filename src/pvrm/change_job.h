@@ -1,65 +1,85 @@
-// A change of several packages by one command line: what installing and upgrading share.
+// A change of packages by one command line: what installing, upgrading and removing share.
 #pragma once
 
 #include <string>
 #include <vector>
 
 #include "pvrm/plan_view.h"
-#include "pvrm/request_order.h"
 #include "pvrm/session.h"
 #include "transaction/vrt.h"
 
+// What is to be done with one transaction.
+struct planned_change {
+    std::string request;  // as it is on the command line
+    std::string name;     // of its package
+    own_vrt transaction;
+    std::vector<std::string> relies_on = {};  // names that are to be installed before it
+};
+
 class change_job {
  public:
-    // `verb` is the word for what is done, such as "Install", and `done` the one for what was done.
-    change_job(session &work, std::vector<std::string> requests,
-               const std::vector<std::string> &dirs, const char *verb, const char *done);
+    // The words for what is done, such as "Install", "installed" and "installation".
+    struct words {
+        const char *verb, *done, *noun;
+    };
+    change_job(session &work, const std::vector<std::string> &requests, words said);
     virtual ~change_job() = default;
     change_job(const change_job &) = delete;
     change_job &operator=(const change_job &) = delete;
 
-    // Plans everything, shows it, asks and does it, as far as the options have it. Result: the exit
-    // status.
-    int run(const common_options &options);
+    // The stages of a change: plans all requests, shows the plan, asks, carries it out, and names
+    // what failed at the end. A request that fails does not stop the others, an interruption does.
+    // Result: the exit status.
+    int run();
 
  protected:
-    // The plan of one request; null when there is nothing to do, or, with `failed_`, none can be
-    // made. The reason is told.
-    virtual own_vrt plan(const std::string &request) = 0;
-    virtual int execute(vrt **transaction) = 0;
-    // What the plan's table says of the top package.
-    virtual std::string remark(const vri * /*package*/) {
-        return "";
+    // Plans one request, or notes what is to be planned for it together with the others. False,
+    // with the reason printed, when it fails.
+    virtual bool plan(const std::string &request) = 0;
+    // Puts the plans of all requests together: `planned_` is what will be done, in its order.
+    virtual void plan_together() = 0;
+    // Adds a change to what the user sees.
+    virtual void add_to_view(const planned_change &planned, plan_view *view) = 0;
+    virtual void print(const plan_view &view) const {
+        view.print();
     }
-    // Called for each package whose transaction came to a good end.
-    virtual void tell_afterwards(const vri * /*package*/) {}
+    // Whether a change is still to be done when its turn comes.
+    virtual bool is_due(const planned_change & /*planned*/) {
+        return true;
+    }
+    // Whether the user named the requests.
+    virtual bool were_named() const {
+        return true;
+    }
+    // Carries one change out. False, with the reason printed, when it fails.
+    virtual bool carry_out(planned_change *planned) = 0;
 
-    // The name of the package that a request means; empty, with the reason told, when it means
-    // none.
-    std::string package_name(const std::string &request);
-    // Whether the executor would take what the planner lets through; tells when not.
-    bool is_acceptable(const std::string &request, const vrt &transaction);
-    // The directories for dependencies, as the planners take them.
-    char *const *dirs() const {
-        return dirs_.size() > 1 ? dirs_.data() : nullptr;
+    // Counts a request as failed, once. Without a reason it is the first problem that was printed
+    // since the work on the request began.
+    void fail(const std::string &request, const std::string &reason = "");
+    bool has_failed() const {
+        return !failures_.empty();
     }
 
     session &work_;
-    bool failed_ = false;
+    const std::vector<std::string> requests_;  // each once
+    const words said_;
+    std::vector<planned_change> planned_;
+    plan_view shown_;  // what the user agreed to
 
  private:
-    // Plans all requests and gathers what they would do.
-    void plan_all(plan_view *view);
-    // Carries the planned requests out, each planned anew, as what came before may have changed
-    // what it needs. One that fails does not stop the rest, an interruption does.
-    void carry_out(const plan_view &shown);
-    bool run_one(own_vrt transaction);
-    bool hand_over_local_dependencies(vrt *transaction);
+    struct failure {
+        std::string request, reason;
+    };
+    void plan_all();
+    bool show_and_ask();
+    void carry_out_all();
+    void summarise() const;
 
-    const std::vector<std::string> requests_;
-    std::vector<std::string> dir_texts_;
-    std::vector<char *> dirs_;
-    const char *const verb_;
-    const char *const done_;
-    std::vector<planned_request> planned_;
+    std::vector<failure> failures_;
+    size_t tried_ = 0;  // requests that were planned, or failed so far
 };
+
+// A problem with a package, as it reads after the package's name: "foo is not installed" of foo is
+// "it is not installed", and of "foo can't be removed, as bar needs it" the second half remains.
+std::string reason_after(const std::string &name, const std::string &problem);

@@ -96,7 +96,10 @@ static void take_reason(event_kind kind, std::string text) {
         return;
     }
     if (text == last_reason || (is_warning && !told_warnings.insert(text).second)) {
-        last_cause.clear();
+        const std::string why = take_cause();
+        if (!is_warning) {
+            note_repeated_problem(why.empty() ? text : text + ": " + why);
+        }
         return;
     }
     tell_with_cause(text);

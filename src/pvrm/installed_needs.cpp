@@ -1,36 +1,6 @@
 #include "pvrm/installed_needs.h"
 
 #include <algorithm>
-#include <unordered_map>
-
-installed_needs::installed_needs(vri *const *packages) {
-    std::unordered_map<std::string, size_t> places;
-    std::vector<char *const *> dependencies;
-    for (; packages && *packages; packages++) {
-        const vri &installed = **packages;
-        places.emplace(installed.name, packages_.size());
-        dependencies.push_back(installed.deps);
-        packages_.push_back({installed.name,
-                             installed.install_type != 'D',
-                             installed.install_head ? installed.install_head : "",
-                             {},
-                             {}});
-    }
-    for (size_t at = 0; at < packages_.size(); at++) {
-        for (char *const *dep = dependencies[at]; dep && *dep; dep++) {
-            const auto place = places.find(*dep);
-            if (place == places.end() || place->second == at) {
-                continue;
-            }
-            std::vector<size_t> &dependents = packages_[place->second].needed_by;
-            // A package may list a name twice.
-            if (dependents.empty() || dependents.back() != at) {
-                dependents.push_back(at);
-                packages_[at].needs.push_back(place->second);
-            }
-        }
-    }
-}
 
 // All packages, each behind those that it leads to, as far as circles allow. A loop with a stack of
 // its own: a chain of packages may be longer than the stack is deep.
@@ -38,7 +8,7 @@ std::vector<size_t> installed_needs::by_finish() const {
     struct level {
         size_t at, next;
     };
-    std::vector<bool> entered(packages_.size());
+    std::vector<bool> entered(graph_.packages.size());
     std::vector<size_t> order;
     std::vector<level> levels;
     const auto enter = [&](size_t at) {
@@ -47,12 +17,12 @@ std::vector<size_t> installed_needs::by_finish() const {
             levels.push_back({at, 0});
         }
     };
-    for (size_t start = 0; start < packages_.size(); start++) {
+    for (size_t start = 0; start < graph_.packages.size(); start++) {
         enter(start);
         while (!levels.empty()) {
             const size_t at = levels.back().at, next = levels.back().next++;
-            if (next < packages_[at].needs.size()) {
-                enter(packages_[at].needs[next]);
+            if (next < graph_.packages[at].needs.size()) {
+                enter(graph_.packages[at].needs[next]);
             } else {
                 order.push_back(at);
                 levels.pop_back();
@@ -74,7 +44,7 @@ std::vector<size_t> installed_needs::reached_from(size_t start, std::vector<size
     };
     reach(start);
     for (size_t done = 0; done < reached.size(); done++) {
-        for (const size_t next : packages_[reached[done]].*edges) {
+        for (const size_t next : graph_.packages[reached[done]].*edges) {
             reach(next);
         }
     }
@@ -85,16 +55,17 @@ std::vector<size_t> installed_needs::reached_from(size_t start, std::vector<size
 // that nobody outside needs: what leads to it would have finished later. Mostly the circle is that
 // package alone.
 std::vector<bool> installed_needs::orphan_marks() const {
-    std::vector<bool> is_orphan(packages_.size()), led_to(packages_.size()),
-        in_circle(packages_.size());
+    std::vector<bool> is_orphan(graph_.packages.size()), led_to(graph_.packages.size()),
+        in_circle(graph_.packages.size());
     const std::vector<size_t> order = by_finish();
     for (auto start = order.rbegin(); start != order.rend(); ++start) {
         if (reached_from(*start, &package::needs, &led_to).empty()) {
             continue;
         }
         const std::vector<size_t> circle = reached_from(*start, &package::needed_by, &in_circle);
-        const bool unwanted = std::none_of(circle.begin(), circle.end(),
-                                           [this](size_t at) { return packages_[at].asked_for; });
+        const bool unwanted = std::none_of(circle.begin(), circle.end(), [this](size_t at) {
+            return graph_.packages[at].asked_for;
+        });
         for (const size_t at : circle) {
             is_orphan[at] = unwanted;
         }
@@ -105,59 +76,39 @@ std::vector<bool> installed_needs::orphan_marks() const {
 std::vector<std::string> installed_needs::orphans() const {
     const std::vector<bool> is_orphan = orphan_marks();
     std::vector<std::string> names;
-    for (size_t at = 0; at < packages_.size(); at++) {
+    for (size_t at = 0; at < graph_.packages.size(); at++) {
         if (is_orphan[at]) {
-            names.push_back(packages_[at].name);
+            names.push_back(graph_.packages[at].name);
         }
     }
-    return names;
-}
-
-std::optional<size_t> installed_needs::place_of(const std::string &name) const {
-    const auto found = std::find_if(packages_.begin(), packages_.end(),
-                                    [&](const package &one) { return one.name == name; });
-    if (found == packages_.end()) {
-        return std::nullopt;
-    }
-    return static_cast<size_t>(found - packages_.begin());
-}
-
-std::set<std::string> installed_needs::all_that_need(const std::string &name) const {
-    std::set<std::string> names;
-    if (const std::optional<size_t> target = place_of(name)) {
-        std::vector<bool> marked(packages_.size());
-        for (const size_t at : reached_from(*target, &package::needed_by, &marked)) {
-            names.insert(packages_[at].name);
-        }
-    }
-    names.erase(name);
     return names;
 }
 
 std::optional<installed_needs::reason> installed_needs::why(const std::string &name) const {
-    const std::optional<size_t> place = place_of(name);
+    const std::optional<size_t> place = graph_.place_of(name);
     if (!place) {
         return std::nullopt;
     }
     const size_t target = *place;
-    const package &found = packages_[target];
+    const package &found = graph_.packages[target];
     const std::vector<bool> is_orphan = orphan_marks();
 
     struct step {
         size_t at, length;
     };
-    std::vector<size_t> towards(packages_.size(), packages_.size());  // the next one of the chain
+    std::vector<size_t> towards(graph_.packages.size(),
+                                graph_.packages.size());  // the next one of the chain
     std::vector<step> wanted, unwanted, steps = {{target, 0}};
     towards[target] = target;
     for (size_t done = 0; done < steps.size(); done++) {
         const step last = steps[done];
-        for (const size_t at : packages_[last.at].needed_by) {
-            if (towards[at] != packages_.size()) {
+        for (const size_t at : graph_.packages[last.at].needed_by) {
+            if (towards[at] != graph_.packages.size()) {
                 continue;
             }
             towards[at] = last.at;
             const step next = {at, last.length + 1};
-            if (packages_[at].asked_for) {
+            if (graph_.packages[at].asked_for) {
                 wanted.push_back(next);
                 continue;
             }
@@ -176,7 +127,7 @@ std::optional<installed_needs::reason> installed_needs::why(const std::string &n
     for (const step &begin : begins) {
         std::vector<std::string> &chain = answer.chains.emplace_back();
         for (size_t at = begin.at; at != target; at = towards[at]) {
-            chain.push_back(packages_[at].name);
+            chain.push_back(graph_.packages[at].name);
         }
         chain.push_back(name);
     }

@@ -4,24 +4,20 @@
 
 #include <cstddef>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
-#include "package/vri.h"
+#include "pvrm/needs_graph.h"
 
 class installed_needs {
  public:
     // `packages` is null-terminated, or null for none.
-    explicit installed_needs(vri *const *packages);
+    explicit installed_needs(vri *const *packages) : graph_(packages) {}
 
     // The packages that came as dependencies and that no installed package needs, in the order of
     // the list. Packages that need each other in a circle are taken as one: nobody needs them when
     // nobody else needs any of them. What only an orphan needs is none itself.
     std::vector<std::string> orphans() const;
-
-    // All packages that need one, directly or through others, without itself.
-    std::set<std::string> all_that_need(const std::string &name) const;
 
     struct reason {
         bool asked_for = false;  // installed explicitly
@@ -38,17 +34,11 @@ class installed_needs {
     std::optional<reason> why(const std::string &name) const;
 
  private:
-    struct package {
-        std::string name;
-        bool asked_for;
-        std::string head;
-        std::vector<size_t> needs, needed_by;
-    };
-    std::optional<size_t> place_of(const std::string &name) const;
+    using package = needs_graph::package;
     std::vector<bool> orphan_marks() const;
     std::vector<size_t> by_finish() const;
     std::vector<size_t> reached_from(size_t start, std::vector<size_t> package::*edges,
                                      std::vector<bool> *marked) const;
 
-    std::vector<package> packages_;
+    needs_graph graph_;
 };

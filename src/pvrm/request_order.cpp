@@ -1,6 +1,5 @@
 #include "pvrm/request_order.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <map>
 #include <utility>
@@ -41,17 +40,4 @@ std::vector<planned_request> in_order(std::vector<planned_request> requests) {
         work.visit(i);
     }
     return std::move(work.ordered);
-}
-
-std::set<std::string> needing_only_each_other(const std::vector<planned_request> &requests) {
-    std::set<std::string> all, found;
-    for (const planned_request &request : requests) {
-        all.insert(request.name);
-    }
-    for (const planned_request &request : requests) {
-        if (std::includes(all.begin(), all.end(), request.needs.begin(), request.needs.end())) {
-            found.insert(request.name);
-        }
-    }
-    return found;
 }

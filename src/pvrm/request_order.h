@@ -15,7 +15,3 @@ struct planned_request {
 // for a package and for what it needs wants both in their own right; as a part of the other's plan
 // the second would count as a dependency, and a removal of the first would take it away.
 std::vector<planned_request> in_order(std::vector<planned_request> requests);
-
-// The names of the requests for which all that is to be done before them is requested too, if their
-// `needs` hold that also from afar.
-std::set<std::string> needing_only_each_other(const std::vector<planned_request> &requests);

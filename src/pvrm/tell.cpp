@@ -11,6 +11,7 @@
 #include "support/shell.h"
 #include "support/terminal_text.h"
 
+static constexpr char own_name[] = "pvrm: ";
 static bool steps_are_told = true;
 
 void tell_no_steps() {
@@ -32,12 +33,15 @@ static void stop_writing_to(FILE *stream) {
     clearerr(stream);
 }
 
-[[gnu::format(printf, 2, 0)]] static void write_line(FILE *stream, const char *format,
-                                                     va_list arguments) {
+[[gnu::format(printf, 1, 0)]] static std::string text_of(const char *format, va_list arguments) {
     char text[4000];
     vsnprintf(text, sizeof text, format, arguments);
+    return text;
+}
+
+static void write_line(FILE *stream, const char *begin, const std::string &text) {
     // One call a line, so that lines of stdout and stderr don't mix when both go to one pipe.
-    const std::string line = "pvrm: " + terminal_safe_cell(text) + "\n";
+    const std::string line = begin + terminal_safe_cell(text) + "\n";
     if (fputs(line.c_str(), stream) < 0 || fflush(stream) != 0) {
         stop_writing_to(stream);
     }
@@ -47,15 +51,42 @@ void tell_step(const char *format, ...) {
     if (steps_are_told) {
         va_list arguments;
         va_start(arguments, format);
-        write_line(stdout, format, arguments);
+        write_line(stdout, own_name, text_of(format, arguments));
         va_end(arguments);
     }
+}
+
+// ---- Problems ----
+
+static std::string first_noted;
+
+void note_repeated_problem(const std::string &text) {
+    if (first_noted.empty() && !text.starts_with("warning: ")) {
+        first_noted = text;
+    }
+}
+
+void note_problems() {
+    first_noted.clear();
+}
+
+std::string first_problem() {
+    return first_noted;
 }
 
 void tell_problem(const char *format, ...) {
     fflush(stdout);
     va_list arguments;
     va_start(arguments, format);
-    write_line(stderr, format, arguments);
+    const std::string text = text_of(format, arguments);
+    va_end(arguments);
+    note_repeated_problem(text);
+    write_line(stderr, own_name, text);
+}
+
+void tell_detail(const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    write_line(stderr, "  ", text_of(format, arguments));
     va_end(arguments);
 }

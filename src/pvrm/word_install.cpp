@@ -3,9 +3,9 @@
 
 #include "package/vrf.h"
 #include "package/vri.h"
-#include "pvrm/change_job.h"
 #include "pvrm/engine_report.h"
 #include "pvrm/exit_status.h"
+#include "pvrm/installing_job.h"
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
 #include "repository/choice.h"
@@ -16,17 +16,18 @@
 
 namespace {
 
-class installation : public change_job {
+class installation : public installing_job {
  public:
     installation(session &work, const install_options &what)
-        : change_job(work, what.requests, what.dirs, "Install", "installed"), what_(what) {}
+        : installing_job(work, what.requests, what.dirs, {"Install", "installed", "installation"}),
+          what_(what) {}
 
  private:
-    own_vrt plan(const std::string &request) override;
+    own_vrt make_plan(const std::string &request, bool *failed) override;
     int execute(vrt **transaction) override {
         return vrm_exe_install(work_.repository(), transaction, work_.catalogue(), 1, 0);
     }
-    own_vrt make_plan(const std::string &request);
+    own_vrt ask_planner(const std::string &request);
     std::string missing_choice(const std::string &name) const;
 
     const install_options &what_;
@@ -81,7 +82,7 @@ std::string installation::missing_choice(const std::string &name) const {
     return name + " has no default variant; " + enumerated(variants) + ": use --variant";
 }
 
-own_vrt installation::make_plan(const std::string &request) {
+own_vrt installation::ask_planner(const std::string &request) {
     vrt *made = nullptr;
     take_cause();
     vrm_pre_install(work_.repository(), work_.catalogue(), request.c_str(),
@@ -90,10 +91,10 @@ own_vrt installation::make_plan(const std::string &request) {
     return own_vrt(made);
 }
 
-own_vrt installation::plan(const std::string &request) {
+own_vrt installation::make_plan(const std::string &request, bool *failed) {
     const std::string name = package_name(request);
     if (name.empty()) {
-        failed_ = true;
+        *failed = true;
         return nullptr;
     }
     if (own_vri installed{vrm_vrl_info(work_.repository(), name.c_str())}) {
@@ -102,7 +103,7 @@ own_vrt installation::plan(const std::string &request) {
                 "%s can't be installed: its entry in the inventory is that of another package, %s; "
                 "pvrm check offers to delete that entry",
                 name.c_str(), installed->name);
-            failed_ = true;
+            *failed = true;
             return nullptr;
         }
         tell_step("%s is already installed, version %s", name.c_str(), installed->version);
@@ -111,18 +112,18 @@ own_vrt installation::plan(const std::string &request) {
     if (!vrk_file_is_vrk(request.c_str())) {
         if (const std::string missing = missing_choice(name); !missing.empty()) {
             tell_problem("%s", missing.c_str());
-            failed_ = true;
+            *failed = true;
             return nullptr;
         }
     }
-    own_vrt transaction = work_.look_up([&] { return make_plan(request); });
+    own_vrt transaction = work_.look_up([&] { return ask_planner(request); });
     if (!transaction) {
         tell_failure("%s can't be installed", request.c_str());
     } else if (!is_acceptable(request, *transaction)) {
         transaction.reset();
     }
     take_cause();
-    failed_ = failed_ || !transaction;
+    *failed = !transaction;
     return transaction;
 }
 
@@ -134,5 +135,5 @@ int word_install(const common_options &options, const install_options &what) {
     // Package files can do without a catalogue, and a name that can't be found says so itself.
     work.connect();
 
-    return installation(work, what).run(options);
+    return installation(work, what).run();
 }

@@ -4,13 +4,15 @@
 #include <map>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
+#include "package/vrf.h"
 #include "package/vri.h"
-#include "pvrm/change_job.h"
 #include "pvrm/config_files.h"
 #include "pvrm/engine_report.h"
 #include "pvrm/exit_status.h"
+#include "pvrm/installing_job.h"
 #include "pvrm/lost_files.h"
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
@@ -20,25 +22,31 @@
 
 namespace {
 
-class upgrade : public change_job {
+class upgrade : public installing_job {
  public:
-    upgrade(session &work, std::vector<std::string> requests, bool all)
-        : change_job(work, std::move(requests), {}, "Upgrade", "upgraded"), all_(all) {}
+    upgrade(session &work, const std::vector<std::string> &requests, bool all)
+        : installing_job(work, requests, {}, {"Upgrade", "upgraded", "upgrade"}), all_(all) {}
 
-    int run_all(const common_options &options);
+    int run_all();
 
  private:
-    own_vrt plan(const std::string &request) override;
+    own_vrt make_plan(const std::string &request, bool *failed) override;
+    void judge_late() override;
+    bool were_named() const override {
+        return !all_;
+    }
     int execute(vrt **transaction) override;
     std::string remark(const vri *package) override;
-    void tell_afterwards(const vri *package) override;
-    own_vrt make_plan(const std::string &request);
-    bool is_wanted(const std::string &request, const std::string &name);
+    void print_afterwards(const vri *package) override;
+    own_vrt ask_planner(const std::string &request);
+    bool is_wanted(const std::string &request, const std::string &name, bool *failed);
     void tell_up_to_date(const std::string &name);
-    void tell_not_offered(const std::string &name);
+    void tell_not_offered(const std::string &name, bool *failed);
     void tell_dropped_config(const std::string &name, const std::vector<std::string> &before);
     bool has_owner(const std::string &config_file);
 
+    // Package files of what is not installed: they may serve as dependencies.
+    std::vector<std::pair<std::string, std::string>> not_installed_;  // request and name
     const bool all_;  // nobody named the packages: what needs nothing is not spoken of
     bool found_work_ = false;
 };
@@ -60,11 +68,11 @@ void upgrade::tell_up_to_date(const std::string &name) {
 }
 
 // What was installed from a file and is in no catalogue is no fault of a run over all packages.
-void upgrade::tell_not_offered(const std::string &name) {
+void upgrade::tell_not_offered(const std::string &name, bool *failed) {
     if (all_) {
         return;
     }
-    failed_ = true;
+    *failed = true;
     if (!work_.catalogue()) {
         tell_problem("%s can't be upgraded", name.c_str());
         return;
@@ -76,7 +84,7 @@ void upgrade::tell_not_offered(const std::string &name) {
 
 // Tells why there is no plan for a package, if there is none for the package's own sake. What is
 // left then are its dependencies.
-bool upgrade::is_wanted(const std::string &request, const std::string &name) {
+bool upgrade::is_wanted(const std::string &request, const std::string &name, bool *failed) {
     switch (vrm_update_outlook(work_.repository(), work_.catalogue(), request.c_str(), nullptr,
                                nullptr)) {
         case UPDATE_WANTED:
@@ -85,7 +93,7 @@ bool upgrade::is_wanted(const std::string &request, const std::string &name) {
             tell_up_to_date(name);
             return false;
         case UPDATE_NOT_OFFERED:
-            tell_not_offered(name);
+            tell_not_offered(name, failed);
             return false;
         case UPDATE_NOT_INSTALLED:
             tell_problem("%s is not installed", name.c_str());
@@ -94,32 +102,36 @@ bool upgrade::is_wanted(const std::string &request, const std::string &name) {
             tell_failure("%s is not a valid package file", request.c_str());
             break;
     }
-    failed_ = true;
+    *failed = true;
     return false;
 }
 
-own_vrt upgrade::make_plan(const std::string &request) {
+own_vrt upgrade::ask_planner(const std::string &request) {
     vrt *made = nullptr;
     vrm_pre_update(work_.repository(), work_.catalogue(), request.c_str(), nullptr, nullptr, dirs(),
                    &made);
     return own_vrt(made);
 }
 
-own_vrt upgrade::plan(const std::string &request) {
+own_vrt upgrade::make_plan(const std::string &request, bool *failed) {
     const std::string name = package_name(request);
     if (name.empty()) {
-        failed_ = true;
+        *failed = true;
+        return nullptr;
+    }
+    if (vrk_file_is_vrk(request.c_str()) && requests_.size() > 1 && !is_installed(name)) {
+        not_installed_.emplace_back(request, name);
         return nullptr;
     }
     take_cause();
     // Of all that is installed little needs anything. Who names a package expects a plan, and to
     // judge a package file is to verify it.
-    if (all_ && !is_wanted(request, name)) {
+    if (all_ && !is_wanted(request, name, failed)) {
         return nullptr;
     }
     own_vrt transaction =
-        all_ ? make_plan(request) : work_.look_up([&] { return make_plan(request); });
-    if (!transaction && !all_ && !is_wanted(request, name)) {
+        all_ ? ask_planner(request) : work_.look_up([&] { return ask_planner(request); });
+    if (!transaction && !all_ && !is_wanted(request, name, failed)) {
         return nullptr;
     }
     if (!transaction) {
@@ -128,13 +140,22 @@ own_vrt upgrade::plan(const std::string &request) {
         transaction.reset();
     }
     take_cause();
-    failed_ = failed_ || !transaction;
+    *failed = !transaction;
     found_work_ = found_work_ || transaction;
     return transaction;
 }
 
+void upgrade::judge_late() {
+    for (const auto &[request, name] : not_installed_) {
+        if (!is_brought_along(name)) {
+            tell_problem("%s is not installed", name.c_str());
+            fail(request, name + " is not installed");
+        }
+    }
+}
+
 // Edited configuration is kept, and who edited it wants to know what came with the new version.
-void upgrade::tell_afterwards(const vri *package) {
+void upgrade::print_afterwards(const vri *package) {
     const std::string shipped = shipped_config_dir(work_.repository(), package->name);
     for (const std::string &live : config_files(work_.repository(), package->name)) {
         std::error_code none;
@@ -215,8 +236,8 @@ int upgrade::execute(vrt **transaction) {
     return rc;
 }
 
-int upgrade::run_all(const common_options &options) {
-    const int status = run(options);
+int upgrade::run_all() {
+    const int status = run();
     if (all_ && !found_work_ && status == EXIT_DONE && !work_.found_cut_off()) {
         tell_step("everything is up to date");
     }
@@ -245,5 +266,5 @@ int word_upgrade(const common_options &options, const std::vector<std::string> &
     if (all) {
         work.keep_catalogue_in_memory();
     }
-    return upgrade(work, all ? all_installed(work) : requests, all).run_all(options);
+    return upgrade(work, all ? all_installed(work) : requests, all).run_all();
 }

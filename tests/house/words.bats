@@ -12,8 +12,8 @@ found() { # PATTERN
 
 # The pattern, how often it may be found, and what to write.
 words='
-tells?|told|telling@679@print, report, log, say
-behind@163@after, at the end of
+tells?|told|telling@671@print, report, log, say
+behind@161@after, at the end of
 stands?|stood@207@is
 nobody'"'"'s@11@that belongs to no package
 is no (?!longer|more)[a-z]+@249@is not a

@@ -3,36 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
 
-#include "pvrm/transactions.h"
+#include "pvrm/installed_list.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
 namespace {
-
-// A package of the list; with a head it came as that one's dependency.
-struct installed {
-    std::string name;
-    std::vector<std::string> deps = {};
-    std::string head = {};
-};
-
-own_vri_list list_of(const std::vector<installed> &packages) {
-    own_vri_list list(static_cast<vri **>(calloc(packages.size() + 1, sizeof(vri *))));
-    for (size_t i = 0; i < packages.size(); i++) {
-        vri *info = new_record({.name = packages[i].name, .deps = packages[i].deps});
-        info->install_type = packages[i].head.empty() ? 'X' : 'D';
-        info->install_head = packages[i].head.empty() ? nullptr : strdup(packages[i].head.c_str());
-        list.get()[i] = info;
-    }
-    return list;
-}
 
 std::vector<std::string> orphans_of(const std::vector<installed> &packages) {
     return installed_needs(list_of(packages).get()).orphans();
@@ -206,13 +186,4 @@ TEST(InstalledNeeds, APackageThatEverybodyNeedsIsNoDanger) {
     const auto reason = installed_needs(list.get()).why("lib");
     ASSERT_TRUE(reason);
     EXPECT_THAT(reason->chains, SizeIs(20000));
-}
-
-TEST(AllThatNeed, FindsThemAlsoThroughOthersAndWithoutItself) {
-    const auto list = list_of({{"a", {"x"}}, {"x", {"b"}}, {"b", {"x"}}, {"other", {"gone"}}});
-    const installed_needs needs(list.get());
-    EXPECT_THAT(needs.all_that_need("b"), ElementsAre("a", "x"));
-    EXPECT_THAT(needs.all_that_need("x"), ElementsAre("a", "b"));
-    EXPECT_THAT(needs.all_that_need("a"), IsEmpty());
-    EXPECT_THAT(needs.all_that_need("gone"), IsEmpty());
 }

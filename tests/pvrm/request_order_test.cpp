@@ -31,9 +31,3 @@ TEST(RequestOrder, AFileIsKnownByTheNameOfItsPackage) {
 TEST(RequestOrder, ACircleComesAsAWholeBehindWhatAPartOfItNeedsFromAfar) {
     EXPECT_EQ(order_of({{"c", "c", {"b", "d"}}, {"b", "b", {"c", "d"}}, {"d", "d", {}}}), "d b c ");
 }
-
-TEST(NeedingOnlyEachOther, LeavesOutWhatNeedsSomethingElse) {
-    EXPECT_EQ(needing_only_each_other({{"a", "a", {"b"}}, {"b", "b", {"a"}}, {"c", "c", {"x"}}}),
-              (std::set<std::string>{"a", "b"}));
-    EXPECT_EQ(needing_only_each_other({}), std::set<std::string>());
-}

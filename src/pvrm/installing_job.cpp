@@ -1,0 +1,408 @@
+#include "pvrm/installing_job.h"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <string_view>
+
+#include "package/safe_name.h"
+#include "package/vrf.h"
+#include "pvrm/change_transaction.h"
+#include "pvrm/engine_report.h"
+#include "pvrm/interruption.h"
+#include "pvrm/request.h"
+#include "pvrm/request_order.h"
+#include "pvrm/tell.h"
+#include "repository/inventory.h"
+#include "support/arch.h"
+#include "transaction/install.h"
+#include "transaction/scripts.h"
+
+installing_job::installing_job(session &work, const std::vector<std::string> &requests,
+                               const std::vector<std::string> &dirs, words said)
+    : change_job(work, requests, said), dir_texts_(dirs) {
+    for (std::string &dir : dir_texts_) {
+        dirs_.push_back(dir.data());
+    }
+    dirs_.push_back(nullptr);
+}
+
+bool installing_job::is_installed(const std::string &name) const {
+    return own_vri(vrm_vrl_info(work_.repository(), name.c_str())) != nullptr;
+}
+
+// ---- What a request means ----
+
+std::string installing_job::package_name(const std::string &request) {
+    if (vrk_file_is_vrk(request.c_str())) {
+        const auto file = std::find_if(files_.begin(), files_.end(), [&](const named_file &one) {
+            return one.request == request;
+        });
+        if (file != files_.end()) {
+            return file->record->name;
+        }
+        own_vri info(vrm_vrf_info(work_.repository(), request.c_str(), 0));
+        if (!info) {
+            tell_failure("%s is not a valid package file", request.c_str());
+            return "";
+        }
+        if (info->name[0] == '\0') {
+            tell_problem("%s can't be %s: its description gives the package no name",
+                         request.c_str(), said_.done);
+        }
+        return info->name;
+    }
+    if (looks_like_file(request)) {
+        tell_no_package_file(request);
+        return "";
+    }
+    return names_nothing(request) ? "" : request;
+}
+
+static const char *arch_name(int32_t arch) {
+    const char *name = vrm_arch_getname(arch);
+    return name ? name : "an unknown machine";
+}
+
+// The first package to come whose name is that of a package file, null when there is none. No word
+// could be said of it any more: the name would be taken for a file of the working directory.
+static const char *name_of_a_file(const vrt &transaction) {
+    const auto is_one = [](const vri *package) {
+        return package && package->name && std::string_view(package->name).ends_with(".vrk");
+    };
+    if (is_one(transaction.info)) {
+        return transaction.info->name;
+    }
+    for (int32_t i = 0; i < transaction.num_deps; i++) {
+        const vrd *dep = transaction.deps[i];
+        if (dep->action != 'N' && is_one(dep->info)) {
+            return dep->info->name;
+        }
+    }
+    return nullptr;
+}
+
+// What the planner lets through and the executor would not, or should not.
+bool installing_job::is_acceptable(const std::string &request, const vrt &transaction) {
+    const vri *const package = transaction.info;
+    const int32_t own_arch = work_.repository()->arch;
+    if (package->arch != arch_any && package->arch != own_arch) {
+        take_cause();
+        tell_problem("%s can't be %s: it is built for %s, and this machine is %s", request.c_str(),
+                     said_.done, arch_name(package->arch), arch_name(own_arch));
+        return false;
+    }
+    if (const char *part = vrk_info_unsafe_part(package)) {
+        tell_problem("%s can't be %s: its %s holds characters that are not allowed",
+                     request.c_str(), said_.done, part);
+        return false;
+    }
+    if (const char *name = name_of_a_file(transaction)) {
+        tell_problem("%s can't be %s: a package called %s would be taken for a package file",
+                     request.c_str(), said_.done, name);
+        return false;
+    }
+    // That of a package file is known now, that of another one when it has been fetched.
+    const bool is_file = vrk_file_is_vrk(request.c_str());
+    if (is_file && package->sig_status != 1) {
+        tell_failure("%s can't be %s", request.c_str(), said_.done);
+        return false;
+    }
+    return true;
+}
+
+// ---- The plan ----
+
+// The files among several requests are known before the first of them is planned. One that can't be
+// read is reported in its turn.
+void installing_job::read_files() {
+    if (files_are_read_ || requests_.size() < 2) {
+        return;
+    }
+    files_are_read_ = true;
+    for (const std::string &request : requests_) {
+        if (!vrk_file_is_vrk(request.c_str())) {
+            continue;
+        }
+        keep_reasons();
+        own_vri record(vrm_vrf_info(work_.repository(), request.c_str(), 0));
+        take_reasons();
+        if (record && record->name[0] != '\0') {
+            files_.push_back({request, std::move(record)});
+        }
+    }
+}
+
+// What the planner is to know besides: the files that were named, and of one name the first. A file
+// does not become a dependency of its own package.
+given_packages installing_job::given_for(const std::string &request) const {
+    given_packages given;
+    for (const named_file &file : files_) {
+        if (unusable_.contains(file.request)) {
+            continue;
+        }
+        auto &place = file.request == request ? given.coming : given.files;
+        place.emplace(file.record->name, file.record.get());
+    }
+    return given;
+}
+
+own_vrt installing_job::plan_with(const given_packages &given, const std::string &request,
+                                  bool *failed) {
+    const planning_with known(given);
+    return make_plan(request, failed);
+}
+
+bool installing_job::plan(const std::string &request) {
+    read_files();
+    bool failed = false;
+    own_vrt transaction = plan_with(given_for(request), request, &failed);
+    if (!transaction) {
+        if (failed) {
+            unusable_.insert(request);
+        }
+        return !failed;
+    }
+    const std::string name = transaction->info->name;
+    const auto [first, is_new] = requests_by_name_.emplace(name, request);
+    if (is_new) {
+        planned_.push_back({request, name, std::move(transaction)});
+    } else {
+        tell_problem("%s is passed over: it is the package %s, as %s is", request.c_str(),
+                     name.c_str(), first->second.c_str());
+    }
+    return true;
+}
+
+// Whether a plan has a dependency from a file whose own request failed.
+bool installing_job::uses_unusable_file(const vrt &transaction) const {
+    for (int32_t i = 0; i < transaction.num_deps; i++) {
+        const vrd *dep = transaction.deps[i];
+        const bool is_one =
+            dep->status == 'L' && dep->info &&
+            std::any_of(files_.begin(), files_.end(), [&](const named_file &file) {
+                return unusable_.contains(file.request) && dep->info->absolute_uri &&
+                       file.record->absolute_uri &&
+                       strcmp(dep->info->absolute_uri, file.record->absolute_uri) == 0;
+            });
+        if (is_one) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Plans again what would take a dependency from a file that can't be used, until no plan does.
+void installing_job::plan_without_unusable_files() {
+    for (size_t i = 0; i < planned_.size();) {
+        planned_change &planned = planned_[i];
+        if (!uses_unusable_file(*planned.transaction)) {
+            i++;
+            continue;
+        }
+        bool failed = false;
+        note_problems();
+        planned.transaction = plan_with(given_for(planned.request), planned.request, &failed);
+        if (planned.transaction) {
+            continue;
+        }
+        fail(planned.request);
+        unusable_.insert(planned.request);
+        requests_by_name_.erase(planned.name);
+        planned_.erase(planned_.begin() + static_cast<std::ptrdiff_t>(i));
+        i = 0;
+    }
+}
+
+// The packages of all requests that are still expected to be installed.
+given_packages installing_job::given_with_requests(const std::string &request) const {
+    given_packages given = given_for(request);
+    for (const planned_change &planned : planned_) {
+        if (!failed_names_.contains(planned.name)) {
+            given.coming[planned.name] = planned.transaction->info;
+        }
+    }
+    return given;
+}
+
+// A request is installed in its own right and by its own plan, also when another one needs it.
+void installing_job::plan_without_requested() {
+    std::vector<own_vrt> replaced;  // the records of their packages are still in use
+    const given_packages given = given_with_requests("");
+    for (planned_change &planned : planned_) {
+        const std::vector<std::string> names = names_of(*planned.transaction);
+        if (std::none_of(names.begin() + 1, names.end(), [&](const std::string &name) {
+                return requests_by_name_.contains(name);
+            })) {
+            continue;
+        }
+        bool failed = false;
+        own_vrt alone = plan_with(given, planned.request, &failed);
+        if (alone) {
+            replaced.push_back(std::exchange(planned.transaction, std::move(alone)));
+        }
+    }
+}
+
+// What has to be there before a package, as far as its plan goes.
+static std::set<std::string> needs_of(const vrt &transaction) {
+    std::set<std::string> names;
+    const auto add_needs = [&](const vri *package) {
+        for (char *const *dep = package->deps; dep && *dep; dep++) {
+            names.insert(*dep);
+        }
+    };
+    add_needs(transaction.info);
+    for (int32_t i = 0; i < transaction.num_deps; i++) {
+        const vrd *dep = transaction.deps[i];
+        if (dep->info && dep->action != 'N') {
+            names.insert(dep->info->name);
+            add_needs(dep->info);
+        }
+    }
+    return names;
+}
+
+// A dependency comes with the first request that needs it. The later ones rely on that.
+void installing_job::share_dependencies() {
+    std::vector<planned_request> wanted;
+    std::map<std::string, planned_change> by_request;
+    for (planned_change &planned : planned_) {
+        wanted.push_back({planned.request, planned.name, needs_of(*planned.transaction)});
+        by_request.emplace(planned.request, std::move(planned));
+    }
+    planned_.clear();
+    std::set<std::string> brought;
+    for (const planned_request &next : in_order(std::move(wanted))) {
+        planned_change planned = std::move(by_request.at(next.request));
+        for (const std::string &name : next.needs) {
+            if (name != planned.name &&
+                (brought.contains(name) || requests_by_name_.contains(name))) {
+                planned.relies_on.push_back(name);
+            }
+        }
+        drop_deps(planned.transaction.get(), [&](const vrd &dep) {
+            return dep.info && dep.action == 'I' && brought.contains(dep.info->name);
+        });
+        for (std::string &name : names_of(*planned.transaction)) {
+            brought.insert(std::move(name));
+        }
+        planned_.push_back(std::move(planned));
+    }
+}
+
+void installing_job::plan_together() {
+    plan_without_unusable_files();
+    plan_without_requested();
+    share_dependencies();
+    judge_late();
+}
+
+bool installing_job::is_brought_along(const std::string &name) const {
+    return std::any_of(planned_.begin(), planned_.end(), [&](const planned_change &planned) {
+        const std::vector<std::string> names = names_of(*planned.transaction);
+        return std::find(names.begin(), names.end(), name) != names.end();
+    });
+}
+
+void installing_job::add_to_view(const planned_change &planned, plan_view *view) {
+    view->add(*planned.transaction, remark(planned.transaction->info));
+}
+
+// ---- Carrying it out ----
+
+// A dependency that was found in a directory is put into the stage area here, under its own name,
+// and handed over as if fetched: the executor would copy it over the file that it staged before.
+bool installing_job::hand_over_local_dependencies(vrt *transaction) {
+    for (int32_t i = 0; i < transaction->num_deps; i++) {
+        vrd *dep = transaction->deps[i];
+        if (dep->status != 'L') {
+            continue;
+        }
+        if (vrm_stage_file(work_.repository(), dep->info, 1) != 0) {
+            return false;
+        }
+        dep->status = 'R';
+    }
+    return true;
+}
+
+bool installing_job::run_one(vrt *transaction) {
+    const std::string name = transaction->info->name;
+    if (!clear_stages(work_.repository(), *transaction) ||
+        !hand_over_local_dependencies(transaction)) {
+        tell_problem("%s was not %s", name.c_str(), said_.done);
+        return false;
+    }
+    vrt *raw = transaction;
+    vrm_script_status = 0;
+    const int rc = execute(&raw);
+    // Also after a failure: the packages that got through are there, and their hooks want to know.
+    vrm_exe_hooks(raw->hookcmds);
+    vrm_hookcmds_del(work_.repository(), &raw);
+    if (rc != 0) {
+        // An executor may return a plain -1 for a script that ended so.
+        was_interrupted(vrm_script_status);
+        tell_problem("%s was not %s", name.c_str(), said_.done);
+        return false;
+    }
+    const own_vri entry(vrm_vrl_info(work_.repository(), name.c_str()));
+    if (!entry) {
+        tell_problem("%s was unpacked, but its entry in the inventory can't be read", name.c_str());
+        return false;
+    }
+    // The engine does not look back at the swap of an update.
+    if (strcmp(entry->version, raw->info->version) != 0) {
+        tell_problem("%s was unpacked, but its entry in the inventory is still that of version %s",
+                     name.c_str(), entry->version);
+        return false;
+    }
+    print_afterwards(raw->info);
+    return true;
+}
+
+// Whether what a change was planned to find is there. `is_to_be_planned` is set when a dependency
+// that an earlier request was to bring is missing: the request can still bring it itself.
+bool installing_job::can_rely(const planned_change &planned, bool *is_to_be_planned) {
+    for (const std::string &name : planned.relies_on) {
+        if (is_installed(name)) {
+            continue;
+        }
+        if (failed_names_.contains(name)) {
+            const std::string reason = "it needs " + name + ", which was not " + said_.done;
+            tell_problem("%s was not %s: %s", planned.name.c_str(), said_.done, reason.c_str());
+            fail(planned.request, reason);
+            return false;
+        }
+        // Another request whose turn is still to come: the two need each other.
+        *is_to_be_planned = *is_to_be_planned || !requests_by_name_.contains(name);
+    }
+    return true;
+}
+
+bool installing_job::plan_anew(planned_change *planned) {
+    bool failed = false;
+    own_vrt transaction =
+        plan_with(given_with_requests(planned->request), planned->request, &failed);
+    if (!transaction) {
+        return false;
+    }
+    if (!shown_.covers(*transaction)) {
+        tell_problem("%s was not %s: what it takes has changed since it was shown; try again",
+                     planned->request.c_str(), said_.done);
+        return false;
+    }
+    planned->transaction = std::move(transaction);
+    return true;
+}
+
+bool installing_job::carry_out(planned_change *planned) {
+    bool is_to_be_planned = false;
+    const bool done = can_rely(*planned, &is_to_be_planned) &&
+                      (!is_to_be_planned || plan_anew(planned)) &&
+                      run_one(planned->transaction.get());
+    if (!done) {
+        failed_names_.insert(planned->name);
+    }
+    return done;
+}

@@ -1,0 +1,75 @@
+// What installing and upgrading share: packages that come to the system, with what they need.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "pvrm/change_job.h"
+#include "transaction/given_packages.h"
+
+class installing_job : public change_job {
+ public:
+    installing_job(session &work, const std::vector<std::string> &requests,
+                   const std::vector<std::string> &dirs, words said);
+
+ protected:
+    // The plan of one request; null when there is nothing to do, or, with `*failed`, none can be
+    // made. The reason is printed.
+    virtual own_vrt make_plan(const std::string &request, bool *failed) = 0;
+    virtual int execute(vrt **transaction) = 0;
+    // What the plan's table says of the top package.
+    virtual std::string remark(const vri * /*package*/) {
+        return "";
+    }
+    // Called for each package whose transaction came to a good end.
+    virtual void print_afterwards(const vri * /*package*/) {}
+    // Called when all requests are planned: what could not be judged before.
+    virtual void judge_late() {}
+
+    // The name of the package that a request means; empty, with the reason printed, when it means
+    // none.
+    std::string package_name(const std::string &request);
+    // Whether the executor would take what the planner lets through; prints why when not.
+    bool is_acceptable(const std::string &request, const vrt &transaction);
+    // Whether a planned change brings in a package.
+    bool is_brought_along(const std::string &name) const;
+    bool is_installed(const std::string &name) const;
+    // The directories for dependencies, as the planners take them.
+    char *const *dirs() const {
+        return dirs_.size() > 1 ? dirs_.data() : nullptr;
+    }
+
+ private:
+    bool plan(const std::string &request) override;
+    void plan_together() override;
+    void add_to_view(const planned_change &planned, plan_view *view) override;
+    bool carry_out(planned_change *planned) override;
+
+    void read_files();
+    given_packages given_for(const std::string &request) const;
+    given_packages given_with_requests(const std::string &request) const;
+    own_vrt plan_with(const given_packages &given, const std::string &request, bool *failed);
+    bool uses_unusable_file(const vrt &transaction) const;
+    void plan_without_unusable_files();
+    void plan_without_requested();
+    void share_dependencies();
+
+    bool can_rely(const planned_change &planned, bool *is_to_be_planned);
+    bool plan_anew(planned_change *planned);
+    bool run_one(vrt *transaction);
+    bool hand_over_local_dependencies(vrt *transaction);
+
+    struct named_file {
+        std::string request;
+        own_vri record;
+    };
+    std::vector<named_file> files_;  // the package files among the requests
+    bool files_are_read_ = false;
+    std::set<std::string> unusable_;                       // requests that failed
+    std::map<std::string, std::string> requests_by_name_;  // of what is planned
+    std::set<std::string> failed_names_;                   // packages that were not installed
+    std::vector<std::string> dir_texts_;
+    std::vector<char *> dirs_;
+};
