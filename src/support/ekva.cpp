@@ -1,10 +1,10 @@
 #include "support/ekva.h"
 
+#include <malloc.h>
 #include <strings.h>
 
 #include <algorithm>
 #include <climits>
-#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -17,18 +17,16 @@ namespace {
 
 constexpr const char *header_prefix = "#EKVA_10:";
 
-// What stands in slot 0 of a record made here: the header pair, its text, and the count that spares
-// an addition the walk to the end. A header made by hand is a pair of two blocks of its own. The
-// two are told apart by the address of the text, which is one that malloc never gives: it is odd.
+// The block of the header pair of a record made here. Beyond the pair it holds the count that
+// spares an addition the walk to the end. A pair that a caller put in slot 0 is smaller or lacks
+// `self`.
 struct own_header {
     s_ekva pair;
+    own_header *self;
     s_ekva **array;  // the array that the numbers are about
     size_t end;      // index of the terminating null
     size_t slots;    // pointers that the array has room for, the null's included
-    char odd;
-    char text[48];
 };
-static_assert(offsetof(own_header, text) % 2 == 1);
 
 // The array gets two words a slot, so that there is room beyond the capacity.
 constexpr size_t words_a_slot = 2;
@@ -37,30 +35,27 @@ constexpr size_t words_a_slot = 2;
 
 // The header of a record that was made here, or null.
 static own_header *header_of(s_ekva *const *rec) {
-    if (!rec || !rec[0] || !rec[0]->key) {
+    if (!rec || !rec[0] || malloc_usable_size(rec[0]) < sizeof(own_header)) {
         return nullptr;
     }
-    char *const start = reinterpret_cast<char *>(rec[0]);
-    if (rec[0]->key != start + offsetof(own_header, text)) {
-        return nullptr;
-    }
-    return reinterpret_cast<own_header *>(start);
+    own_header *const header = reinterpret_cast<own_header *>(rec[0]);
+    return header->self == header ? header : nullptr;
 }
 
-// A header with this text, its numbers not set.
-static own_header *new_header(const char *text) {
-    const size_t length = strlen(text);
-    const size_t more = length < sizeof(own_header::text) ? 0 : length;
-    own_header *const header = static_cast<own_header *>(calloc(1, sizeof(own_header) + more));
+// A header with this key, which it takes over; null when memory fails.
+static own_header *new_header(char *key) {
+    own_header *const header =
+        key ? static_cast<own_header *>(calloc(1, sizeof(own_header))) : nullptr;
     if (header) {
-        header->pair.key = reinterpret_cast<char *>(header) + offsetof(own_header, text);
-        memcpy(header->pair.key, text, length + 1);
+        header->pair.key = key;
+        header->self = header;
     }
     return header;
 }
 
-static void write_header(own_header *header, int capacity, int mode) {
-    snprintf(header->pair.key, sizeof header->text, "%s%d:%d", header_prefix, capacity, mode);
+static char *header_text(int capacity, int mode) {
+    char *text = nullptr;
+    return asprintf(&text, "%s%d:%d", header_prefix, capacity, mode) < 0 ? nullptr : text;
 }
 
 static void free_pair(s_ekva *pair) {
@@ -126,13 +121,14 @@ static void note_end(s_ekva **rec, size_t end) {
     }
 }
 
-// An array of `slots` pointers with a header in slot 0.
-static s_ekva **new_array(size_t slots, const char *header_text) {
+// An array of `slots` pointers with a header in slot 0, whose key it takes over.
+static s_ekva **new_array(size_t slots, char *key) {
     s_ekva **const rec = static_cast<s_ekva **>(calloc(slots, sizeof(s_ekva *)));
-    own_header *const header = new_header(header_text);
+    own_header *const header = new_header(key);
     if (!rec || !header) {
         free(rec);
         free(header);
+        free(key);
         return nullptr;
     }
     header->array = rec;
@@ -150,11 +146,7 @@ s_ekva **ekva_new(int capacity, int mode) {
     if (slots > SIZE_MAX / words_a_slot) {
         return nullptr;
     }
-    s_ekva **const rec = new_array(slots * words_a_slot, "");
-    if (rec) {
-        write_header(header_of(rec), capacity, mode);
-    }
-    return rec;
+    return new_array(slots * words_a_slot, header_text(capacity, mode));
 }
 
 s_ekva **ekva_init(int capacity) {
@@ -162,15 +154,7 @@ s_ekva **ekva_init(int capacity) {
 }
 
 void ekva_free(s_ekva **rec) {
-    if (!rec) {
-        return;
-    }
-    own_header *const header = header_of(rec);
-    if (header) {
-        free(header->pair.val);
-        free(header);
-    }
-    for (size_t i = header ? 1 : 0; rec[i]; ++i) {
+    for (size_t i = 0; rec && rec[i]; ++i) {
         free_pair(rec[i]);
     }
     free(rec);
@@ -202,7 +186,6 @@ static bool resize(s_ekva ***rec, size_t slots) {
             return false;
         }
         header->pair.val = array[0]->val;
-        free(array[0]->key);
         free(array[0]);
         array[0] = &header->pair;
     }
@@ -229,8 +212,9 @@ static bool make_room(s_ekva ***rec, size_t end) {
             return false;
         }
         note_end(*rec, end);
-        write_header(header_of(*rec), static_cast<int>(wanted), mode);
-        return true;
+        free((*rec)[0]->key);
+        (*rec)[0]->key = header_text(static_cast<int>(wanted), mode);
+        return (*rec)[0]->key != nullptr;
     }
     // A header that was copied can promise more room than its array has.
     const own_header *const header = header_of(*rec);
@@ -350,7 +334,7 @@ s_ekva **ekva_dup(s_ekva *const *rec) {
     const size_t end = end_of(rec);
     const size_t slots = (end + 3) * words_a_slot;
     const size_t first = first_of(rec);
-    own_ekva copy(first == 1 ? new_array(slots, rec[0]->key)
+    own_ekva copy(first == 1 ? new_array(slots, strdup(rec[0]->key))
                              : static_cast<s_ekva **>(calloc(slots, sizeof(s_ekva *))));
     if (!copy) {
         return nullptr;

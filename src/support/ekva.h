@@ -8,9 +8,10 @@
 // cannot tell when it is full.
 //
 // The pair, `s_ekva`, is declared in the interface to backends; both strings are heap strings of
-// the record. A record takes its memory from malloc, and so may be handed to a backend and back.
-// Who shortens one by hand clears every slot that it gives up, not only the first: additions trust
-// a count kept beside the header and look no further than at the slots around the end.
+// the record, the header's too, so that a caller may free one and put another in its place. Arrays,
+// pairs and strings are blocks from malloc, and so a record may be handed to a backend and back.
+// Code that shortens one by hand clears every slot that it gives up, not only the first: additions
+// trust a count kept beside the header and look no further than at the slots around the end.
 //
 // Nothing here logs: records are filled before the log stands. When memory fails, what returns a
 // pointer returns null.

@@ -136,6 +136,34 @@ TEST(EkvaHeader, IsNoneWhenTheKeyIsAnother) {
     EXPECT_EQ(mode, 78);
 }
 
+TEST(EkvaHeader, LetsACallerReplaceItsKey) {
+    Record record(Pairs{{"a", "1"}, {"b", "2"}}, 2);
+    free(record.rec[0]->key);
+    record.rec[0]->key = strdup("#EKVA_10:2:1");
+    EXPECT_EQ(record.add("c", "3", 0), 4);
+    EXPECT_EQ(record.header(), "#EKVA_10:4:1");
+    EXPECT_EQ(record.data(), (Pairs{{"a", "1"}, {"b", "2"}, {"c", "3"}}));
+}
+
+TEST(EkvaHeader, LetsACallerReplaceItsPair) {
+    Record record(Pairs{{"a", "1"}}, 2);
+    free(record.rec[0]->key);
+    free(record.rec[0]);
+    record.rec[0] = pair_by_hand("#EKVA_10:2:3", nullptr);
+    EXPECT_EQ(record.add("b", "2", 0), 3);
+    EXPECT_EQ(record.add("c", "3", 0), 4);
+    EXPECT_EQ(record.header(), "#EKVA_10:4:3");
+    EXPECT_EQ(record.data(), (Pairs{{"a", "1"}, {"b", "2"}, {"c", "3"}}));
+}
+
+TEST(EkvaHeader, LetsACallerTakeTheRecordApart) {
+    s_ekva **const rec = ekva_new(2, 4);
+    free(rec[0]->key);
+    free(rec[0]->val);
+    free(rec[0]);
+    free(rec);
+}
+
 TEST(EkvaNument, CountsDataEntriesOnly) {
     EXPECT_EQ(ekva_nument(nullptr), 0);
     EXPECT_EQ(ekva_nument(Record(Pairs{{"a", "1"}, {"b", null_value}}).rec), 2);
