@@ -7,12 +7,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <new>
 #include <string>
 
 #include "maintenance/dry_run.h"
 #include "maintenance/upkeep.h"
 #include "package/fileops.h"
+#include "support/boundary.h"
 #include "support/ekva.h"
 #include "support/event.h"
 #include "support/own.h"
@@ -190,18 +190,17 @@ int cleanup::finish() const {
 
 }  // namespace
 
-int vrm_cleanup(vrm_handle *handle) try {
-    if (!may_begin("vrm_cleanup", handle)) {
-        return -1;
-    }
-    cleanup job(handle);
-    for (const phase &what : phases) {
-        if (!job.run(what)) {
+int vrm_cleanup(vrm_handle *handle) {
+    return guarded("vrm_cleanup", -1, [&] {
+        if (!may_begin("vrm_cleanup", handle)) {
             return -1;
         }
-    }
-    return job.finish();
-} catch (const std::bad_alloc &) {
-    report({.kind = event_kind::memory_short, .who = "vrm_cleanup"});
-    return -1;
+        cleanup job(handle);
+        for (const phase &what : phases) {
+            if (!job.run(what)) {
+                return -1;
+            }
+        }
+        return job.finish();
+    });
 }

@@ -1,12 +1,12 @@
 // The repair of an entry's install record.
 #include <cerrno>
 #include <cstdio>
-#include <new>
 #include <string>
 
 #include "maintenance/inventory_audit.h"
 #include "package/fileops.h"
 #include "package/safe_name.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/log.h"
 #include "support/own.h"
@@ -58,25 +58,26 @@ static bool swap_in(const entry_places &places) {
     return true;
 }
 
-int vrm_fixinst_vrk(vrm_handle *handle, const vri *package, char new_type, const char *head) try {
-    if (!vrk_name_is_safe(package->name)) {
-        report({.kind = event_kind::identity_refused,
-                .who = me,
-                .package = package->name ? package->name : "",
-                .other = "name"});
-        return -1;
-    }
-    log_say(LEVEL_DEBUG, "fixing installation info for %s ", package->name);
-    entry_places places = places_of(handle, package->name);
-    vrm_vrf_mkdir(places.new_entry.data(), 0755);
-    if (!write_record(places.new_entry + "/inst.txt", package, new_type, head) ||
-        !swap_in(places)) {
-        report({.kind = event_kind::fixed_record_not_written, .who = me, .package = package->name});
-        vrm_vrf_rmdir(places.new_entry.c_str());
-        return -1;
-    }
-    return 0;
-} catch (const std::bad_alloc &) {
-    report({.kind = event_kind::memory_short, .who = me});
-    return -1;
+int vrm_fixinst_vrk(vrm_handle *handle, const vri *package, char new_type, const char *head) {
+    return guarded(me, -1, [&] {
+        if (!vrk_name_is_safe(package->name)) {
+            report({.kind = event_kind::identity_refused,
+                    .who = me,
+                    .package = package->name ? package->name : "",
+                    .other = "name"});
+            return -1;
+        }
+        log_say(LEVEL_DEBUG, "fixing installation info for %s ", package->name);
+        entry_places places = places_of(handle, package->name);
+        vrm_vrf_mkdir(places.new_entry.data(), 0755);
+        if (!write_record(places.new_entry + "/inst.txt", package, new_type, head) ||
+            !swap_in(places)) {
+            report({.kind = event_kind::fixed_record_not_written,
+                    .who = me,
+                    .package = package->name});
+            vrm_vrf_rmdir(places.new_entry.c_str());
+            return -1;
+        }
+        return 0;
+    });
 }

@@ -1,13 +1,13 @@
 #include "maintenance/hash_audit.h"
 
 #include <cstring>
-#include <new>
 #include <optional>
 #include <string>
 
 #include "package/hashlist.h"
 #include "package/vrs.h"
 #include "repository/inventory.h"
+#include "support/boundary.h"
 #include "support/ekva.h"
 #include "support/event.h"
 #include "support/file.h"
@@ -137,28 +137,27 @@ static std::optional<fork_count> check_fork(const std::string &entry, const fork
     return count;
 }
 
-int vrm_chkhash(vrm_handle *handle, const char *name, unsigned verbose) try {
-    if (!own_vri(vrm_vrl_info(handle, name))) {
-        report({.kind = event_kind::audited_not_installed, .package = name});
-        return -1;
-    }
-    const std::string entry = std::string(ekva_getval(handle->dirs, "installed")) + "/" + name;
-    fork_count counts[number_of_forks];
-    int errors = 0;
-    for (int place = 0; place < number_of_forks; place++) {
-        const std::optional<fork_count> count = check_fork(entry, forks[place], verbose != 0);
-        if (!count) {
+int vrm_chkhash(vrm_handle *handle, const char *name, unsigned verbose) {
+    return guarded("vrm_chkhash", -1, [&] {
+        if (!own_vri(vrm_vrl_info(handle, name))) {
+            report({.kind = event_kind::audited_not_installed, .package = name});
             return -1;
         }
-        counts[place] = *count;
-        errors += count->errors;
-    }
-    vrmui_say("%s summary: dump: (%d/%d) conf: (%d/%d) data: (%d/%d) init: (%d/%d)\n", name,
-              counts[dump_fork].hashes, counts[dump_fork].errors, counts[conf_fork].hashes,
-              counts[conf_fork].errors, counts[data_fork].hashes, counts[data_fork].errors,
-              counts[init_fork].hashes, counts[init_fork].errors);
-    return errors;
-} catch (const std::bad_alloc &) {
-    report({.kind = event_kind::memory_short, .who = "vrm_chkhash"});
-    return -1;
+        const std::string entry = std::string(ekva_getval(handle->dirs, "installed")) + "/" + name;
+        fork_count counts[number_of_forks];
+        int errors = 0;
+        for (int place = 0; place < number_of_forks; place++) {
+            const std::optional<fork_count> count = check_fork(entry, forks[place], verbose != 0);
+            if (!count) {
+                return -1;
+            }
+            counts[place] = *count;
+            errors += count->errors;
+        }
+        vrmui_say("%s summary: dump: (%d/%d) conf: (%d/%d) data: (%d/%d) init: (%d/%d)\n", name,
+                  counts[dump_fork].hashes, counts[dump_fork].errors, counts[conf_fork].hashes,
+                  counts[conf_fork].errors, counts[data_fork].hashes, counts[data_fork].errors,
+                  counts[init_fork].hashes, counts[init_fork].errors);
+        return errors;
+    });
 }

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <new>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -17,6 +16,7 @@
 #include "repository/installed_walk.h"
 #include "repository/inventory.h"
 #include "support/array.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/log.h"
 #include "transaction/dependents.h"
@@ -300,51 +300,50 @@ std::optional<int> visit_all(installed_walk *walk, Visit visit) {
 
 }  // namespace
 
-int vrm_chkhead(vrm_handle *handle) try {
-    if (!may_begin("vrm_chkhead", handle)) {
-        return -1;
-    }
-    installed_walk walk(handle);
-    if (!walk.is_open()) {
-        return 0;
-    }
-    head_audit audit(handle);
-    const std::optional<int> count =
-        visit_all(&walk, [&](const vri *package) { return audit.visit(walk.name(), package); });
-    if (!count) {
-        report({.kind = event_kind::head_audit_aborted});
-        return -1;
-    }
-    log_say(LEVEL_DEBUG, "Found %d packages", *count);
-    walk.close();
-    return audit.orphans();
-} catch (const std::bad_alloc &) {
-    report({.kind = event_kind::memory_short, .who = "vrm_chkhead"});
-    return -1;
+int vrm_chkhead(vrm_handle *handle) {
+    return guarded("vrm_chkhead", -1, [&] {
+        if (!may_begin("vrm_chkhead", handle)) {
+            return -1;
+        }
+        installed_walk walk(handle);
+        if (!walk.is_open()) {
+            return 0;
+        }
+        head_audit audit(handle);
+        const std::optional<int> count =
+            visit_all(&walk, [&](const vri *package) { return audit.visit(walk.name(), package); });
+        if (!count) {
+            report({.kind = event_kind::head_audit_aborted});
+            return -1;
+        }
+        log_say(LEVEL_DEBUG, "Found %d packages", *count);
+        walk.close();
+        return audit.orphans();
+    });
 }
 
-int vrm_chkinst(vrm_handle *handle, unsigned report) try {
-    if (!may_begin("vrm_chkinst", handle)) {
-        return -1;
-    }
-    installed_walk walk(handle);
-    if (!walk.is_open()) {
-        return 0;
-    }
-    entry_audit audit(handle);
-    const std::optional<int> count = visit_all(
-        &walk, [&](const vri *package) { return audit.visit(walk.name(), walk.path(), package); });
-    if (!count) {
-        ::report({.kind = event_kind::entry_audit_aborted});
-        return -1;
-    }
-    log_say(LEVEL_DEBUG, "Found %d packages", *count);
-    if (report) {
-        audit.report_sums();
-    }
-    walk.close();
-    return audit.invalid();
-} catch (const std::bad_alloc &) {
-    ::report({.kind = event_kind::memory_short, .who = "vrm_chkinst"});
-    return -1;
+int vrm_chkinst(vrm_handle *handle, unsigned report) {
+    return guarded("vrm_chkinst", -1, [&] {
+        if (!may_begin("vrm_chkinst", handle)) {
+            return -1;
+        }
+        installed_walk walk(handle);
+        if (!walk.is_open()) {
+            return 0;
+        }
+        entry_audit audit(handle);
+        const std::optional<int> count = visit_all(&walk, [&](const vri *package) {
+            return audit.visit(walk.name(), walk.path(), package);
+        });
+        if (!count) {
+            ::report({.kind = event_kind::entry_audit_aborted});
+            return -1;
+        }
+        log_say(LEVEL_DEBUG, "Found %d packages", *count);
+        if (report) {
+            audit.report_sums();
+        }
+        walk.close();
+        return audit.invalid();
+    });
 }

@@ -15,6 +15,7 @@
 #include "maintenance/package_dn.h"
 #include "maintenance/report.h"
 #include "support/array.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/ldif.h"
 #include "support/log.h"
@@ -248,25 +249,23 @@ int write_actions_as_table(const char *title, vra *const *list, bool sizes) {
 }  // namespace
 
 int vrm_vrk_list_write(FILE *out, vri *const *list, int count, int mode, int list_format,
-                       int deps) try {
-    log_say(LEVEL_DEBUG, out ? "Writing list to file" : "Writing list to ui");
-    const std::string title = list_title(mode, count);
-    return list_format == FORMAT_TABLE
-               ? write_list_as_table(title, list, count, deps != 0)
-               : write_list_to_stream(out, title, list, count, mode, list_format, deps);
-} catch (const std::bad_alloc &) {
-    report({.kind = event_kind::memory_short, .who = "vrm_vrk_list_write"});
-    return -1;
+                       int deps) {
+    return guarded("vrm_vrk_list_write", -1, [&] {
+        log_say(LEVEL_DEBUG, out ? "Writing list to file" : "Writing list to ui");
+        const std::string title = list_title(mode, count);
+        return list_format == FORMAT_TABLE
+                   ? write_list_as_table(title, list, count, deps != 0)
+                   : write_list_to_stream(out, title, list, count, mode, list_format, deps);
+    });
 }
 
 int vrm_vra_list_write(vra *const *list, int /*unused*/, const void *title, int list_format,
-                       int sizes) try {
-    if (list_format == FORMAT_LDIF) {
-        write_actions_as_ldif(list);
-        return 0;
-    }
-    return write_actions_as_table(static_cast<const char *>(title), list, sizes != 0);
-} catch (const std::bad_alloc &) {
-    report({.kind = event_kind::memory_short, .who = "vrm_vra_list_write"});
-    return -1;
+                       int sizes) {
+    return guarded("vrm_vra_list_write", -1, [&] {
+        if (list_format == FORMAT_LDIF) {
+            write_actions_as_ldif(list);
+            return 0;
+        }
+        return write_actions_as_table(static_cast<const char *>(title), list, sizes != 0);
+    });
 }

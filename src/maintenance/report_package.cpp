@@ -1,11 +1,11 @@
 // The reports of one package.
 #include <ctime>
-#include <new>
 #include <string>
 
 #include "maintenance/package_dn.h"
 #include "maintenance/report.h"
 #include "support/arch.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/ldif.h"
 #include "support/log.h"
@@ -273,10 +273,9 @@ int write_package(const vri *package, FILE *out, unsigned list_format) {
 }  // namespace
 
 int vrm_vrk_info_write(const vri *package, FILE *out, unsigned mode, unsigned list_format,
-                       int /*unused*/) try {
-    return list_format == FORMAT_FORM ? write_form(package, mode, list_format)
-                                      : write_package(package, out, list_format);
-} catch (const std::bad_alloc &) {
-    report({.kind = event_kind::memory_short, .who = "vrm_vrk_info_write"});
-    return -1;
+                       int /*unused*/) {
+    return guarded("vrm_vrk_info_write", -1, [&] {
+        return list_format == FORMAT_FORM ? write_form(package, mode, list_format)
+                                          : write_package(package, out, list_format);
+    });
 }

@@ -3,11 +3,11 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <new>
 #include <string>
 
 #include "maintenance/report.h"
 #include "repository/action_log.h"
+#include "support/boundary.h"
 #include "support/csv.h"
 #include "support/event.h"
 #include "support/file.h"
@@ -125,35 +125,33 @@ std::string vrm_showlog_path() {
     return other ? other : std::string(vrm_action_log_dir) + "/" + vrm_action_log_name;
 }
 
-int vrm_showlog(void *, unsigned format, int order) try {
-    const std::string path = vrm_showlog_path();
-    report({.kind = event_kind::history_found, .path = path});
-    int count = 0;
-    const own_array lines(read_file_lines(path.c_str(), &count));
-    if (!lines) {
-        report({.kind = event_kind::history_not_read, .path = path});
-        return count;
-    }
-
-    vrmui_line_new(vrmui, "");
-    if (format == FORMAT_DELIMITED) {
-        vrm_showlogline("", nullptr, format);
-    }
-    for (int i = 0; i < count; i++) {
-        const int at = order == 1 ? i : count - 1 - i;
-        const char *const line = lines.get()[at];
-        if (format == FORMAT_RAW) {
-            vrmui_say("%s\n", line);
-        } else {
-            show_parsed(line, at + 1, format);
+int vrm_showlog(void *, unsigned format, int order) {
+    return guarded("vrm_showlog", 0, [&] {
+        const std::string path = vrm_showlog_path();
+        report({.kind = event_kind::history_found, .path = path});
+        int count = 0;
+        const own_array lines(read_file_lines(path.c_str(), &count));
+        if (!lines) {
+            report({.kind = event_kind::history_not_read, .path = path});
+            return count;
         }
-    }
-    if (vrmui) {
-        vrmui_write(vrmui, vrmui->text, 0);
-    }
-    return count;
-} catch (const std::bad_alloc &) {
-    report({.kind = event_kind::memory_short, .who = "vrm_showlog"});
-    errno = ENOMEM;
-    return 0;
+
+        vrmui_line_new(vrmui, "");
+        if (format == FORMAT_DELIMITED) {
+            vrm_showlogline("", nullptr, format);
+        }
+        for (int i = 0; i < count; i++) {
+            const int at = order == 1 ? i : count - 1 - i;
+            const char *const line = lines.get()[at];
+            if (format == FORMAT_RAW) {
+                vrmui_say("%s\n", line);
+            } else {
+                show_parsed(line, at + 1, format);
+            }
+        }
+        if (vrmui) {
+            vrmui_write(vrmui, vrmui->text, 0);
+        }
+        return count;
+    });
 }

@@ -6,13 +6,13 @@
 
 #include <cerrno>
 #include <cstring>
-#include <new>
 #include <string>
 #include <vector>
 
 #include "package/backup_journal.h"
 #include "package/file_attributes.h"
 #include "package/fileops.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
@@ -195,19 +195,19 @@ int clear_target(const char *target, const char *backup_base, extent how, bool *
 
 }  // namespace
 
-int note_backup(const char *backup_base, const char *path) try {
-    const std::string index = std::string(backup_base) + "/index.txt";
-    own_fd file = open_output(index.c_str(), O_APPEND, 0666);
-    if (!file.valid()) {
-        return -1;
-    }
-    const std::string line = std::string(path) + '\n';
-    if (!write_all(file.get(), line.data(), line.size()) || file.close() != 0) {
-        return fail_write(index.c_str());
-    }
-    return 0;
-} catch (const std::bad_alloc &) {
-    return -1;
+int note_backup(const char *backup_base, const char *path) {
+    return guarded(-1, [&] {
+        const std::string index = std::string(backup_base) + "/index.txt";
+        own_fd file = open_output(index.c_str(), O_APPEND, 0666);
+        if (!file.valid()) {
+            return -1;
+        }
+        const std::string line = std::string(path) + '\n';
+        if (!write_all(file.get(), line.data(), line.size()) || file.close() != 0) {
+            return fail_write(index.c_str());
+        }
+        return 0;
+    });
 }
 
 static int32_t copy_over(const char *target, const char *source, const char *backup_base, int mode,
@@ -258,24 +258,21 @@ static int32_t copy_over(const char *target, const char *source, const char *bac
     return to.close() == 0 ? bytes : fail_write(target);
 }
 
-int32_t vrm_vrf_copy(const char *target, const char *source, const char *backup_base,
-                     int mode) try {
-    return copy_over(target, source, backup_base, mode, extent::content);
-} catch (const std::bad_alloc &) {
-    return -1;
+int32_t vrm_vrf_copy(const char *target, const char *source, const char *backup_base, int mode) {
+    return guarded(-1,
+                   [&] { return copy_over(target, source, backup_base, mode, extent::content); });
 }
 
-int save_backup(const char *backup_base, const char *path) try {
-    const std::string backup = std::string(backup_base) + path;
-    return copy_over(backup.c_str(), path, nullptr, 1, extent::whole) < 0
-               ? -1
-               : note_backup(backup_base, path);
-} catch (const std::bad_alloc &) {
-    return -1;
+int save_backup(const char *backup_base, const char *path) {
+    return guarded(-1, [&] {
+        const std::string backup = std::string(backup_base) + path;
+        return copy_over(backup.c_str(), path, nullptr, 1, extent::whole) < 0
+                   ? -1
+                   : note_backup(backup_base, path);
+    });
 }
 
-int restore_backup(const char *path, const char *backup) try {
-    return copy_over(path, backup, nullptr, 1, extent::whole) < 0 ? -1 : 0;
-} catch (const std::bad_alloc &) {
-    return -1;
+int restore_backup(const char *path, const char *backup) {
+    return guarded(-1,
+                   [&] { return copy_over(path, backup, nullptr, 1, extent::whole) < 0 ? -1 : 0; });
 }

@@ -4,13 +4,13 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstring>
-#include <new>
 #include <string>
 #include <utility>
 
 #include "package/head.h"
 #include "package/payload.h"
 #include "package/vrf.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
@@ -53,28 +53,28 @@ static bool signature_holds(vrm_handle *handle, FILE *stream, vri *info, const c
 
 // Reads the head and, if asked to, proves the signature. The stream then stands on the payload.
 // Null when it is not to be unpacked.
-static own_vri pass_head(vrm_handle *handle, FILE *stream, const char *path, int verify) try {
-    if (!go_to_end_and_back(stream, path)) {
-        return nullptr;
-    }
-    // Here the message of a short file goes on with the path and the text of error 0: a file that
-    // ends early is no error of the system.
-    std::string description;
-    if (!read_head(stream, std::string(" in ") + path + ": " + strerror(0), &description)) {
-        return nullptr;
-    }
-    own_vri info(vrk_info_parse(path, 3, description.c_str(), nullptr));
-    if (!info) {
-        report({.kind = event_kind::package_head_unparsable});
-        return nullptr;
-    }
-    if (!verify) {
-        log_say(LEVEL_DEBUG, "Not verifying the package signature");
-        return info;
-    }
-    return signature_holds(handle, stream, info.get(), path) ? std::move(info) : nullptr;
-} catch (const std::bad_alloc &) {
-    return nullptr;
+static own_vri pass_head(vrm_handle *handle, FILE *stream, const char *path, int verify) {
+    return guarded(nullptr, [&]() -> own_vri {
+        if (!go_to_end_and_back(stream, path)) {
+            return nullptr;
+        }
+        // Here the message of a short file goes on with the path and the text of error 0: a file
+        // that ends early is no error of the system.
+        std::string description;
+        if (!read_head(stream, std::string(" in ") + path + ": " + strerror(0), &description)) {
+            return nullptr;
+        }
+        own_vri info(vrk_info_parse(path, 3, description.c_str(), nullptr));
+        if (!info) {
+            report({.kind = event_kind::package_head_unparsable});
+            return nullptr;
+        }
+        if (!verify) {
+            log_say(LEVEL_DEBUG, "Not verifying the package signature");
+            return info;
+        }
+        return signature_holds(handle, stream, info.get(), path) ? std::move(info) : nullptr;
+    });
 }
 
 static bool copy_data(archive *reader, archive *writer) {

@@ -7,11 +7,11 @@
 
 #include <cerrno>
 #include <cstring>
-#include <new>
 #include <string>
 #include <vector>
 
 #include "package/tree_walk.h"
+#include "support/boundary.h"
 #include "support/event.h"
 
 const char *last_char_is(const char *text, int c) {
@@ -71,57 +71,58 @@ bool is_link_with_slash(const char *path) {
 
 }  // namespace
 
-int vrm_vrf_rmdir(const char *path) try {
-    if (is_link_with_slash(path)) {
-        report({.kind = event_kind::path_not_removed, .path = path});
-        return -1;
-    }
-    Remover remover;
-    return walk_tree(path, remover);
-} catch (const std::bad_alloc &) {
-    return -1;
+int vrm_vrf_rmdir(const char *path) {
+    return guarded(-1, [&] {
+        if (is_link_with_slash(path)) {
+            report({.kind = event_kind::path_not_removed, .path = path});
+            return -1;
+        }
+        Remover remover;
+        return walk_tree(path, remover);
+    });
 }
 
-int vrm_vrf_dudir(const char *path, uint64_t *total) try {
-    Measurer measurer(total);
-    return walk_tree(path, measurer);
-} catch (const std::bad_alloc &) {
-    return -1;
+int vrm_vrf_dudir(const char *path, uint64_t *total) {
+    return guarded(-1, [&] {
+        Measurer measurer(total);
+        return walk_tree(path, measurer);
+    });
 }
 
-void vrm_vrf_mkdir(char *path, mode_t mode) try {
-    const size_t given = strlen(path);
-    if (given > 0 && path[given - 1] == '/') {
-        path[given - 1] = '\0';
-    }
-    if (mkdir(path, mode) == 0 || errno == EEXIST) {
-        return;
-    }
+void vrm_vrf_mkdir(char *path, mode_t mode) {
+    guarded([] {},
+            [&] {
+                const size_t given = strlen(path);
+                if (given > 0 && path[given - 1] == '/') {
+                    path[given - 1] = '\0';
+                }
+                if (mkdir(path, mode) == 0 || errno == EEXIST) {
+                    return;
+                }
 
-    // Up to the first parent that is there or can be made, and down again. A loop and not a
-    // recursion: a hostile path has thousands of components.
-    std::string parent(path);
-    std::vector<size_t> missing{parent.size()};
-    for (;;) {
-        const size_t slash = parent.rfind('/');
-        if (slash == std::string::npos || slash == 0) {
-            break;
-        }
-        parent.resize(slash);
-        if (parent.back() == '/' || slash >= PATH_MAX) {
-            continue;
-        }
-        if (mkdir(parent.c_str(), 0755) == 0 || errno == EEXIST) {
-            break;
-        }
-        missing.push_back(slash);
-    }
-    std::string whole(path);
-    for (; !missing.empty(); missing.pop_back()) {
-        const size_t end = missing.back();
-        const bool last = missing.size() == 1;
-        mkdir(whole.substr(0, end).c_str(), last ? mode : 0755);
-    }
-} catch (const std::bad_alloc &) {
-    return;  // like any other failure, for whoever opens a file in the directory to find out
+                // Up to the first parent that is there or can be made, and down again. A loop and
+                // not a recursion: a hostile path has thousands of components.
+                std::string parent(path);
+                std::vector<size_t> missing{parent.size()};
+                for (;;) {
+                    const size_t slash = parent.rfind('/');
+                    if (slash == std::string::npos || slash == 0) {
+                        break;
+                    }
+                    parent.resize(slash);
+                    if (parent.back() == '/' || slash >= PATH_MAX) {
+                        continue;
+                    }
+                    if (mkdir(parent.c_str(), 0755) == 0 || errno == EEXIST) {
+                        break;
+                    }
+                    missing.push_back(slash);
+                }
+                std::string whole(path);
+                for (; !missing.empty(); missing.pop_back()) {
+                    const size_t end = missing.back();
+                    const bool last = missing.size() == 1;
+                    mkdir(whole.substr(0, end).c_str(), last ? mode : 0755);
+                }
+            });
 }

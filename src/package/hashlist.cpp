@@ -7,11 +7,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <vector>
 
 #include "package/vrs.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
@@ -40,39 +40,39 @@ static bool add_hash(s_ekva ***hashes, const char *hash, const char *path) {
     return ekva_addval(hashes, hash, path, 0) > 0;
 }
 
-int vrm_vrf_vrk_hashes(const char *dir, const char *fork, s_ekva ***hashes) try {
-    const std::string path = std::string(dir) + "/hash/" + fork + ".txt";
-    const own_file stream(fopen_regular(path.c_str()));
-    if (!stream) {
-        log_say(LEVEL_DEBUG, "vrm_vrf_vrk_hashes: no file: %s, exiting", path.c_str());
+int vrm_vrf_vrk_hashes(const char *dir, const char *fork, s_ekva ***hashes) {
+    return guarded(-1, [&] {
+        const std::string path = std::string(dir) + "/hash/" + fork + ".txt";
+        const own_file stream(fopen_regular(path.c_str()));
+        if (!stream) {
+            log_say(LEVEL_DEBUG, "vrm_vrf_vrk_hashes: no file: %s, exiting", path.c_str());
+            return 0;
+        }
+        *hashes = ekva_new(first_capacity, record_mode);
+        char line[line_limit + 1];
+        while (fgets(line, sizeof line, stream.get())) {
+            line[strcspn(line, "\n")] = '\0';
+            const size_t length = strlen(line);
+            if (length == 0) {
+                continue;
+            }
+            if (length < hash_length + 2 || line[hash_length] != ':') {
+                report({.kind = event_kind::hash_line_short});
+                return -1;
+            }
+            const std::string hash(line, hash_length);
+            // The colon's place is the slash's in memory.
+            line[hash_length] = '/';
+            if (!add_hash(hashes, hash.c_str(), line + hash_length)) {
+                return -1;
+            }
+        }
+        if (ferror(stream.get())) {
+            report({.kind = event_kind::hash_list_not_read, .path = path});
+            return -1;
+        }
         return 0;
-    }
-    *hashes = ekva_new(first_capacity, record_mode);
-    char line[line_limit + 1];
-    while (fgets(line, sizeof line, stream.get())) {
-        line[strcspn(line, "\n")] = '\0';
-        const size_t length = strlen(line);
-        if (length == 0) {
-            continue;
-        }
-        if (length < hash_length + 2 || line[hash_length] != ':') {
-            report({.kind = event_kind::hash_line_short});
-            return -1;
-        }
-        const std::string hash(line, hash_length);
-        // The colon's place is the slash's in memory.
-        line[hash_length] = '/';
-        if (!add_hash(hashes, hash.c_str(), line + hash_length)) {
-            return -1;
-        }
-    }
-    if (ferror(stream.get())) {
-        report({.kind = event_kind::hash_list_not_read, .path = path});
-        return -1;
-    }
-    return 0;
-} catch (const std::bad_alloc &) {
-    return -1;
+    });
 }
 
 // The entry's own type, links not followed. Not every file system gives it along with the name.
@@ -152,14 +152,14 @@ static int hash_tree(const std::string &root, const std::string &relative, s_ekv
     return 0;
 }
 
-int vrm_vrf_hash_files(const char *root, char **relative, s_ekva ***hashes) try {
-    if (!*relative) {
-        *relative = static_cast<char *>(calloc(relative_size, 1));
+int vrm_vrf_hash_files(const char *root, char **relative, s_ekva ***hashes) {
+    return guarded(-1, [&] {
         if (!*relative) {
-            return -1;
+            *relative = static_cast<char *>(calloc(relative_size, 1));
+            if (!*relative) {
+                return -1;
+            }
         }
-    }
-    return hash_tree(root, *relative, hashes);
-} catch (const std::bad_alloc &) {
-    return -1;
+        return hash_tree(root, *relative, hashes);
+    });
 }

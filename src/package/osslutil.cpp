@@ -3,12 +3,12 @@
 #include <openssl/objects.h>
 
 #include <cstdio>
-#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "package/ossl_own.h"
+#include "support/boundary.h"
 
 BIO *bio_err;
 
@@ -136,7 +136,11 @@ bool add_element(X509_NAME *name, const Element &element, int character_type) {
 X509_NAME *x509_str2subj(const char *text, int character_type, int multi_value) {
     bio_err_open();
     const OsslErrorsDropped errors;
-    try {
+    const auto out_of_memory = [] {
+        BIO_printf(bio_err, "malloc error\n");
+        return nullptr;
+    };
+    return guarded(out_of_memory, [&]() -> X509_NAME * {
         std::vector<Element> elements;
         if (!split_elements(text, multi_value != 0, &elements)) {
             return nullptr;
@@ -151,8 +155,5 @@ X509_NAME *x509_str2subj(const char *text, int character_type, int multi_value) 
             }
         }
         return name.release();
-    } catch (const std::bad_alloc &) {
-        BIO_printf(bio_err, "malloc error\n");
-        return nullptr;
-    }
+    });
 }

@@ -8,11 +8,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <new>
 #include <string>
 
 #include "package/fileops.h"
 #include "package/link_list.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
@@ -165,46 +165,46 @@ bool parse_mode(const std::string &text, mode_t *mode) {
 
 }  // namespace
 
-int vrm_vrf_perms(const char *path) try {
-    FieldList<2> list(path, "vrm_vrf_perms");
-    using Read = decltype(list)::Read;
-    if (!list.opened()) {
-        report({.kind = event_kind::perm_list_not_opened, .path = path});
-        return -1;
-    }
-    int outcome = 0;
-    for (Read read; (read = list.next()) != Read::end;) {
-        if (read == Read::refused) {
-            continue;
+int vrm_vrf_perms(const char *path) {
+    return guarded(-1, [&] {
+        FieldList<2> list(path, "vrm_vrf_perms");
+        using Read = decltype(list)::Read;
+        if (!list.opened()) {
+            report({.kind = event_kind::perm_list_not_opened, .path = path});
+            return -1;
         }
-        const std::string &file = list.field(0);
-        const std::string &text = list.field(1);
-        if (file.empty() || text.empty()) {
-            if (log_wants(LEVEL_DEBUG)) {
-                log_say(LEVEL_DEBUG,
-                        "vrm_vrf_perms: Skipping entry, file or mode not properly specified");
+        int outcome = 0;
+        for (Read read; (read = list.next()) != Read::end;) {
+            if (read == Read::refused) {
+                continue;
             }
-            continue;
+            const std::string &file = list.field(0);
+            const std::string &text = list.field(1);
+            if (file.empty() || text.empty()) {
+                if (log_wants(LEVEL_DEBUG)) {
+                    log_say(LEVEL_DEBUG,
+                            "vrm_vrf_perms: Skipping entry, file or mode not properly specified");
+                }
+                continue;
+            }
+            mode_t mode;
+            if (!parse_mode(text, &mode)) {
+                report({.kind = event_kind::perm_mode_invalid,
+                        .path = file,
+                        .other = text,
+                        .error = errno});
+                continue;
+            }
+            outcome = chmod(file.c_str(), mode);
+            if (outcome != 0) {
+                report({.kind = event_kind::perm_mode_not_set,
+                        .path = file,
+                        .other = text,
+                        .error = errno});
+            }
         }
-        mode_t mode;
-        if (!parse_mode(text, &mode)) {
-            report({.kind = event_kind::perm_mode_invalid,
-                    .path = file,
-                    .other = text,
-                    .error = errno});
-            continue;
-        }
-        outcome = chmod(file.c_str(), mode);
-        if (outcome != 0) {
-            report({.kind = event_kind::perm_mode_not_set,
-                    .path = file,
-                    .other = text,
-                    .error = errno});
-        }
-    }
-    return list.broke_off() ? -1 : outcome;
-} catch (const std::bad_alloc &) {
-    return -1;
+        return list.broke_off() ? -1 : outcome;
+    });
 }
 
 namespace {
@@ -270,74 +270,73 @@ std::string path_in(const std::string &directory, const std::string &path) {
 // Goes through the list; the working directory is then the last one that could be reached. `entry`
 // begins with the working directory.
 int apply_links(FieldList<3> &list, bool remove, bool create, link_entry entry,
-                const link_condition &may_remove) try {
-    using Read = FieldList<3>::Read;
-    int outcome = 0;
-    bool unreachable = false;
-    for (Read read; (read = list.next()) != Read::end;) {
-        const std::string &directory = list.field(0);
-        if (read == Read::refused) {
-            // The lines behind a directory that was refused must not land in the one before it.
+                const link_condition &may_remove) {
+    return guarded(-1, [&] {
+        using Read = FieldList<3>::Read;
+        int outcome = 0;
+        bool unreachable = false;
+        for (Read read; (read = list.next()) != Read::end;) {
+            const std::string &directory = list.field(0);
+            if (read == Read::refused) {
+                // The lines behind a directory that was refused must not land in the one before it.
+                if (!directory.empty()) {
+                    unreachable = true;
+                }
+                continue;
+            }
             if (!directory.empty()) {
-                unreachable = true;
+                unreachable = !enter_directory(directory, &outcome);
+                if (!unreachable) {
+                    entry.directory = path_in(entry.directory, directory);
+                }
             }
-            continue;
-        }
-        if (!directory.empty()) {
-            unreachable = !enter_directory(directory, &outcome);
-            if (!unreachable) {
-                entry.directory = path_in(entry.directory, directory);
+            const std::string &target = entry.target = list.field(1);
+            const std::string &name = entry.name = list.field(2);
+            if (target.empty() || name.empty()) {
+                continue;
+            }
+            if (unreachable) {
+                if (log_wants(LEVEL_DEBUG)) {
+                    log_say(LEVEL_DEBUG,
+                            "vrm_vrf_links: Skipping entry, as directory could not be reached");
+                }
+                continue;
+            }
+            if (remove && may_remove && !may_remove(entry)) {
+                log_say(LEVEL_DEBUG, "vrm_vrf_links: Will not remove symbolic link named %s",
+                        name.c_str());
+            } else if (remove) {
+                remove_link(name.c_str(), &outcome);
+            }
+            if (create) {
+                create_link(target.c_str(), name.c_str(), &outcome);
             }
         }
-        const std::string &target = entry.target = list.field(1);
-        const std::string &name = entry.name = list.field(2);
-        if (target.empty() || name.empty()) {
-            continue;
-        }
-        if (unreachable) {
-            if (log_wants(LEVEL_DEBUG)) {
-                log_say(LEVEL_DEBUG,
-                        "vrm_vrf_links: Skipping entry, as directory could not be reached");
-            }
-            continue;
-        }
-        if (remove && may_remove && !may_remove(entry)) {
-            log_say(LEVEL_DEBUG, "vrm_vrf_links: Will not remove symbolic link named %s",
-                    name.c_str());
-        } else if (remove) {
-            remove_link(name.c_str(), &outcome);
-        }
-        if (create) {
-            create_link(target.c_str(), name.c_str(), &outcome);
-        }
-    }
-    return list.broke_off() ? -1 : outcome;
-} catch (const std::bad_alloc &) {
-    return -1;
+        return list.broke_off() ? -1 : outcome;
+    });
 }
 
 }  // namespace
 
-int apply_link_list(const char *path, bool remove, bool create,
-                    const link_condition &may_remove) try {
-    const own_string start(getcwd(nullptr, 0));
-    if (!start) {
-        report({.kind = event_kind::link_directory_unknown});
-        return -1;
-    }
-    FieldList<3> list(path, "vrm_vrf_links");
-    if (!list.opened()) {
-        report({.kind = event_kind::link_list_not_opened, .path = path});
-        return -1;
-    }
-    const int outcome = apply_links(list, remove, create, {start.get(), {}, {}}, may_remove);
-    if (chdir(start.get()) != 0) {
-        report({.kind = event_kind::link_directory_lost, .path = start.get()});
-        return -1;
-    }
-    return outcome;
-} catch (const std::bad_alloc &) {
-    return -1;
+int apply_link_list(const char *path, bool remove, bool create, const link_condition &may_remove) {
+    return guarded(-1, [&] {
+        const own_string start(getcwd(nullptr, 0));
+        if (!start) {
+            report({.kind = event_kind::link_directory_unknown});
+            return -1;
+        }
+        FieldList<3> list(path, "vrm_vrf_links");
+        if (!list.opened()) {
+            report({.kind = event_kind::link_list_not_opened, .path = path});
+            return -1;
+        }
+        const int outcome = apply_links(list, remove, create, {start.get(), {}, {}}, may_remove);
+        if (chdir(start.get()) != 0) {
+            report({.kind = event_kind::link_directory_lost, .path = start.get()});
+            return -1;
+        }
+        return outcome;
+    });
 }
 
 int vrm_vrf_links(const char *path, int remove, int create) {

@@ -1,11 +1,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <new>
 #include <string>
 
 #include "package/vri.h"
 #include "support/arch.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/log.h"
 #include "support/own.h"
@@ -48,45 +48,46 @@ static s_ekva **puname_record(const std::string &name, const std::string *varian
     return rec.release();
 }
 
-s_ekva **vrk_puname_decode(const char *puname) try {
-    if (!puname) {
-        report({.kind = event_kind::puname_missing});
-        return nullptr;
-    }
-    const std::string text(puname);
-    const size_t name_end = text.find('_');
-    if (name_end == std::string::npos) {
-        report({.kind = event_kind::puname_without_name, .package = puname});
-        return nullptr;
-    }
-    const size_t middle_end = text.rfind('_');
-    if (middle_end == name_end) {
-        report({.kind = event_kind::puname_without_version, .package = puname});
-        return nullptr;
-    }
-    const std::string name = text.substr(0, name_end);
-    const std::string version = text.substr(middle_end + 1);
-    const std::string middle = text.substr(name_end + 1, middle_end - name_end - 1);
+s_ekva **vrk_puname_decode(const char *puname) {
+    return guarded(nullptr, [&]() -> s_ekva ** {
+        if (!puname) {
+            report({.kind = event_kind::puname_missing});
+            return nullptr;
+        }
+        const std::string text(puname);
+        const size_t name_end = text.find('_');
+        if (name_end == std::string::npos) {
+            report({.kind = event_kind::puname_without_name, .package = puname});
+            return nullptr;
+        }
+        const size_t middle_end = text.rfind('_');
+        if (middle_end == name_end) {
+            report({.kind = event_kind::puname_without_version, .package = puname});
+            return nullptr;
+        }
+        const std::string name = text.substr(0, name_end);
+        const std::string version = text.substr(middle_end + 1);
+        const std::string middle = text.substr(name_end + 1, middle_end - name_end - 1);
 
-    const auto underscores = std::count(middle.begin(), middle.end(), '_');
-    if (underscores == 0) {
-        return valid_arch(middle) ? puname_record(name, nullptr, version, &middle) : nullptr;
-    }
-    if (underscores == 1 && vrm_arch_getid(middle.c_str()) != arch_unknown) {
-        return puname_record(name, nullptr, version, &middle);
-    }
-    if (underscores > 2) {
-        // No package has such a puname, yet it is not refused: name and version are still known.
-        return puname_record(name, nullptr, version, nullptr);
-    }
-    const std::string variant = middle.substr(0, middle.find('_'));
-    const std::string arch = middle.substr(middle.find('_') + 1);
-    // With two underscores only x86_64 makes sense behind the variant, and it is taken on trust.
-    if (underscores == 1 && !valid_arch(arch)) {
-        return nullptr;
-    }
-    return puname_record(name, &variant, version, &arch);
-} catch (const std::bad_alloc &) {
-    errno = ENOMEM;
-    return nullptr;
+        const auto underscores = std::count(middle.begin(), middle.end(), '_');
+        if (underscores == 0) {
+            return valid_arch(middle) ? puname_record(name, nullptr, version, &middle) : nullptr;
+        }
+        if (underscores == 1 && vrm_arch_getid(middle.c_str()) != arch_unknown) {
+            return puname_record(name, nullptr, version, &middle);
+        }
+        if (underscores > 2) {
+            // No package has such a puname, yet it is not refused: name and version are still
+            // known.
+            return puname_record(name, nullptr, version, nullptr);
+        }
+        const std::string variant = middle.substr(0, middle.find('_'));
+        const std::string arch = middle.substr(middle.find('_') + 1);
+        // With two underscores only x86_64 makes sense behind the variant, and it is taken on
+        // trust.
+        if (underscores == 1 && !valid_arch(arch)) {
+            return nullptr;
+        }
+        return puname_record(name, &variant, version, &arch);
+    });
 }

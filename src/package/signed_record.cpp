@@ -12,6 +12,7 @@
 #include "package/head.h"
 #include "package/payload.h"
 #include "support/arch.h"
+#include "support/boundary.h"
 #include "support/file.h"
 
 // The description in the head has 99,999 bytes at most.
@@ -188,22 +189,24 @@ static own_vri find_signed_record(FILE *payload, std::string *why) {
     return text ? parse(text->c_str(), why) : nullptr;
 }
 
-head_comparison compare_head(const char *package_file) try {
-    own_file stream;
-    uint64_t size = 0;
-    const own_vri head = open_package(package_file, &stream, &size);
-    if (!head) {
-        return {head_comparison::failed, "its head cannot be read"};
-    }
-    head_comparison comparison;
-    const own_vri signed_record = find_signed_record(stream.get(), &comparison.why);
-    if (signed_record) {
-        comparison.why = difference_in_words("its head", head.get(), "its signed description",
-                                             signed_record.get());
-        comparison.result =
-            comparison.why.empty() ? head_comparison::matches : head_comparison::differs;
-    }
-    return comparison;
-} catch (const std::bad_alloc &) {
-    return {head_comparison::failed, "there is not enough memory"};
+head_comparison compare_head(const char *package_file) {
+    return guarded(
+        head_comparison{head_comparison::failed, "there is not enough memory"},
+        [&]() -> head_comparison {
+            own_file stream;
+            uint64_t size = 0;
+            const own_vri head = open_package(package_file, &stream, &size);
+            if (!head) {
+                return {head_comparison::failed, "its head cannot be read"};
+            }
+            head_comparison comparison;
+            const own_vri signed_record = find_signed_record(stream.get(), &comparison.why);
+            if (signed_record) {
+                comparison.why = difference_in_words("its head", head.get(),
+                                                     "its signed description", signed_record.get());
+                comparison.result =
+                    comparison.why.empty() ? head_comparison::matches : head_comparison::differs;
+            }
+            return comparison;
+        });
 }

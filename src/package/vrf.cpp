@@ -6,12 +6,12 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 
 #include "package/head.h"
 #include "package/payload.h"
 #include "package/vrs.h"
 #include "support/array.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/growing_list.h"
 #include "support/log.h"
@@ -52,26 +52,26 @@ static void replace(char **text, char *by) {
     *text = by;
 }
 
-vri *vrm_vrf_info(vrm_handle *handle, const char *path, int verify) try {
-    own_file stream;
-    uint64_t size = 0;
-    own_vri info = open_package(path, &stream, &size);
-    if (!info) {
-        return nullptr;
-    }
-    replace(&info->relative_uri, strdup(path));
-    replace(&info->absolute_uri, realpath(path, nullptr));
-    info->filesize = size;
-    note_signature(handle, stream.get(), info.get(), verify);
-    stream.reset();
+vri *vrm_vrf_info(vrm_handle *handle, const char *path, int verify) {
+    return guarded(nullptr, [&]() -> vri * {
+        own_file stream;
+        uint64_t size = 0;
+        own_vri info = open_package(path, &stream, &size);
+        if (!info) {
+            return nullptr;
+        }
+        replace(&info->relative_uri, strdup(path));
+        replace(&info->absolute_uri, realpath(path, nullptr));
+        info->filesize = size;
+        note_signature(handle, stream.get(), info.get(), verify);
+        stream.reset();
 
-    char hash[41];
-    if (vrs_sha1_file(path, 'x', hash)) {
-        replace(&info->filehash, strdup(hash));
-    }
-    return info.release();
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        char hash[41];
+        if (vrs_sha1_file(path, 'x', hash)) {
+            replace(&info->filehash, strdup(hash));
+        }
+        return info.release();
+    });
 }
 
 // The archive's data files, under the paths they get on the live system.
@@ -92,26 +92,26 @@ static own_array list_data_files(archive *reader) {
     return own_array(files.release());
 }
 
-char **vrm_vrf_index(vrm_handle * /*handle*/, const char *path) try {
-    own_file stream;
-    uint64_t size = 0;
-    if (!open_package(path, &stream, &size)) {
-        return nullptr;
-    }
-    own_reader reader(archive_read_new());
-    if (!reader) {
-        return nullptr;
-    }
-    if (!open_payload(reader.get(), stream.get())) {
-        report({.kind = event_kind::payload_not_opened});
-        return nullptr;
-    }
-    own_array files = list_data_files(reader.get());
-    if (archive_read_free(reader.release()) != ARCHIVE_OK) {
-        report({.kind = event_kind::payload_damaged});
-        return nullptr;
-    }
-    return files.release();
-} catch (const std::bad_alloc &) {
-    return nullptr;
+char **vrm_vrf_index(vrm_handle * /*handle*/, const char *path) {
+    return guarded(nullptr, [&]() -> char ** {
+        own_file stream;
+        uint64_t size = 0;
+        if (!open_package(path, &stream, &size)) {
+            return nullptr;
+        }
+        own_reader reader(archive_read_new());
+        if (!reader) {
+            return nullptr;
+        }
+        if (!open_payload(reader.get(), stream.get())) {
+            report({.kind = event_kind::payload_not_opened});
+            return nullptr;
+        }
+        own_array files = list_data_files(reader.get());
+        if (archive_read_free(reader.release()) != ARCHIVE_OK) {
+            report({.kind = event_kind::payload_damaged});
+            return nullptr;
+        }
+        return files.release();
+    });
 }

@@ -3,12 +3,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <vector>
 
 #include "package/vri.h"
 #include "support/arch.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/ldif_reader.h"
 #include "support/log.h"
@@ -267,38 +267,37 @@ static bool parse_install_info(const char *text, vri *info) {
            parse_install_type(inst, info);
 }
 
-vri *vrk_info_parse(const char *label, int32_t mode, const char *description,
-                    const char *inst) try {
-    own_vri info(static_cast<vri *>(calloc(1, sizeof(vri))));
-    if (!info) {
-        return nullptr;
-    }
-    info->flag = 1;
+vri *vrk_info_parse(const char *label, int32_t mode, const char *description, const char *inst) {
+    return guarded(nullptr, [&]() -> vri * {
+        own_vri info(static_cast<vri *>(calloc(1, sizeof(vri))));
+        if (!info) {
+            return nullptr;
+        }
+        info->flag = 1;
 
-    Attributes text;
-    if (!text.read(description)) {
-        return nullptr;
-    }
-    if (mode != 1 && !known_format(text, label)) {
-        return nullptr;
-    }
-    if (!parse_names(text, info.get()) || !parse_architecture(text, info.get())) {
-        return nullptr;
-    }
-    if (!take(text.find("evrkCreator"), &info->creator) ||
-        !take(text.find("evrkDescription"), &info->description) || !info->description) {
-        return nullptr;
-    }
-    if (!parse_dependencies(text, info.get()) || !parse_file_attributes(text, info.get())) {
-        return nullptr;
-    }
-    if (mode == 1 && !parse_location(text, info.get())) {
-        return nullptr;
-    }
-    if (mode == 2 && !parse_install_info(inst, info.get())) {
-        return nullptr;
-    }
-    return info.release();
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        Attributes text;
+        if (!text.read(description)) {
+            return nullptr;
+        }
+        if (mode != 1 && !known_format(text, label)) {
+            return nullptr;
+        }
+        if (!parse_names(text, info.get()) || !parse_architecture(text, info.get())) {
+            return nullptr;
+        }
+        if (!take(text.find("evrkCreator"), &info->creator) ||
+            !take(text.find("evrkDescription"), &info->description) || !info->description) {
+            return nullptr;
+        }
+        if (!parse_dependencies(text, info.get()) || !parse_file_attributes(text, info.get())) {
+            return nullptr;
+        }
+        if (mode == 1 && !parse_location(text, info.get())) {
+            return nullptr;
+        }
+        if (mode == 2 && !parse_install_info(inst, info.get())) {
+            return nullptr;
+        }
+        return info.release();
+    });
 }

@@ -9,13 +9,13 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
 #include "package/certificate.h"
 #include "package/ossl_own.h"
 #include "package/osslutil.h"
+#include "support/boundary.h"
 #include "support/digest.h"
 #include "support/event.h"
 #include "support/file.h"
@@ -162,63 +162,64 @@ Outcome verify_payload(EVP_PKEY *key, const unsigned char *signature, int32_t le
 }  // namespace
 
 int vrs_fverify_rsa(vrm_handle *handle, const char *subject, const unsigned char *signature,
-                    int32_t length, FILE *stream) try {
-    const time_t now = time(nullptr);
-    const OsslErrorsDropped errors;
-    const std::string path = store_path(handle, subject);
-    if (path.empty()) {
-        return UNTRUSTED;
-    }
-    const own_x509 certificate = stored_certificate(path);
-    if (!certificate || !subject_is(certificate.get(), subject)) {
-        return UNTRUSTED;
-    }
-    const Outcome dates = check_dates(certificate.get(), now);
-    if (dates != VERIFIED) {
-        return dates;
-    }
-    const own_pkey key(X509_get_pubkey(certificate.get()));
-    if (!key) {
-        report({.kind = event_kind::certificate_key_unusable});
-        return STEP_FAILED;
-    }
-    if (!is_long_enough(key.get()) || !is_sound(key.get())) {
-        return INVALID;
-    }
-    return verify_payload(key.get(), signature, length, stream);
-} catch (const std::bad_alloc &) {
-    return STEP_FAILED;
+                    int32_t length, FILE *stream) {
+    return guarded(STEP_FAILED, [&] {
+        const time_t now = time(nullptr);
+        const OsslErrorsDropped errors;
+        const std::string path = store_path(handle, subject);
+        if (path.empty()) {
+            return UNTRUSTED;
+        }
+        const own_x509 certificate = stored_certificate(path);
+        if (!certificate || !subject_is(certificate.get(), subject)) {
+            return UNTRUSTED;
+        }
+        const Outcome dates = check_dates(certificate.get(), now);
+        if (dates != VERIFIED) {
+            return dates;
+        }
+        const own_pkey key(X509_get_pubkey(certificate.get()));
+        if (!key) {
+            report({.kind = event_kind::certificate_key_unusable});
+            return STEP_FAILED;
+        }
+        if (!is_long_enough(key.get()) || !is_sound(key.get())) {
+            return INVALID;
+        }
+        return verify_payload(key.get(), signature, length, stream);
+    });
 }
 
-char *vrs_sha1_file(const char *path, char format, char *out) try {
-    const own_fd file = open_regular(path);
-    const OsslErrorsDropped errors;
-    const own_md_ctx context(EVP_MD_CTX_new());
-    if (!file.valid() || !context || EVP_DigestInit_ex(context.get(), EVP_sha1(), nullptr) != 1) {
-        return nullptr;
-    }
-
-    // In blocks: what is hashed can be larger than the memory of the machine.
-    posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-    std::vector<unsigned char> block(size_t{64} * 1024);
-    for (;;) {
-        const ssize_t got = read(file.get(), block.data(), block.size());
-        if (got == 0) {
-            break;
-        }
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
-        if (got < 0 ||
-            EVP_DigestUpdate(context.get(), block.data(), static_cast<size_t>(got)) != 1) {
+char *vrs_sha1_file(const char *path, char format, char *out) {
+    return guarded(nullptr, [&]() -> char * {
+        const own_fd file = open_regular(path);
+        const OsslErrorsDropped errors;
+        const own_md_ctx context(EVP_MD_CTX_new());
+        if (!file.valid() || !context ||
+            EVP_DigestInit_ex(context.get(), EVP_sha1(), nullptr) != 1) {
             return nullptr;
         }
-    }
-    std::array<unsigned char, SHA_DIGEST_LENGTH> digest;
-    if (EVP_DigestFinal_ex(context.get(), digest.data(), nullptr) != 1) {
-        return nullptr;
-    }
-    return sha1_format(digest.data(), format, out);
-} catch (const std::bad_alloc &) {
-    return nullptr;
+
+        // In blocks: what is hashed can be larger than the memory of the machine.
+        posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+        std::vector<unsigned char> block(size_t{64} * 1024);
+        for (;;) {
+            const ssize_t got = read(file.get(), block.data(), block.size());
+            if (got == 0) {
+                break;
+            }
+            if (got < 0 && errno == EINTR) {
+                continue;
+            }
+            if (got < 0 ||
+                EVP_DigestUpdate(context.get(), block.data(), static_cast<size_t>(got)) != 1) {
+                return nullptr;
+            }
+        }
+        std::array<unsigned char, SHA_DIGEST_LENGTH> digest;
+        if (EVP_DigestFinal_ex(context.get(), digest.data(), nullptr) != 1) {
+            return nullptr;
+        }
+        return sha1_format(digest.data(), format, out);
+    });
 }

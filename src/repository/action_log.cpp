@@ -11,6 +11,7 @@
 
 #include "package/vri.h"
 #include "support/array.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/log.h"
 #include "support/own.h"
@@ -65,36 +66,39 @@ static void append(const std::string &sentence) {
 }
 
 void vrm_log_action(int action, const char *vrk_puname_old, const char *vrk_puname_new,
-                    const char *head) try {
-    if (!vrk_puname_new) {
-        report({.kind = event_kind::history_without_package});
-        return;
-    }
-    const std::string package = vrk_puname_new;
-    std::string done;
-    switch (action) {
-        case 1:
-            done = "installed " + package;
-            break;
-        case 2:
-            if (!vrk_puname_old) {
-                report({.kind = event_kind::history_without_old_package});
-                return;
-            }
-            done = std::string("updated ") + vrk_puname_old + " to " + package;
-            break;
-        case 3:
-            done = "deleted " + package;
-            break;
-        default:
-            report({.kind = event_kind::history_action_invalid});
+                    const char *head) {
+    const auto out_of_memory = [] {
+        report({.kind = event_kind::memory_exhausted, .who = "vrm_log_action"});
+    };
+    guarded(out_of_memory, [&] {
+        if (!vrk_puname_new) {
+            report({.kind = event_kind::history_without_package});
             return;
-    }
-    const std::string reason =
-        head ? std::string("as dependency of ") + head : "as requested by user";
-    append(on_one_line(date_of_now() + ": " + done + " " + reason));
-} catch (const std::bad_alloc &) {
-    report({.kind = event_kind::memory_exhausted, .who = "vrm_log_action"});
+        }
+        const std::string package = vrk_puname_new;
+        std::string done;
+        switch (action) {
+            case 1:
+                done = "installed " + package;
+                break;
+            case 2:
+                if (!vrk_puname_old) {
+                    report({.kind = event_kind::history_without_old_package});
+                    return;
+                }
+                done = std::string("updated ") + vrk_puname_old + " to " + package;
+                break;
+            case 3:
+                done = "deleted " + package;
+                break;
+            default:
+                report({.kind = event_kind::history_action_invalid});
+                return;
+        }
+        const std::string reason =
+            head ? std::string("as dependency of ") + head : "as requested by user";
+        append(on_one_line(date_of_now() + ": " + done + " " + reason));
+    });
 }
 
 // ---- Reading ----
@@ -166,61 +170,62 @@ static void add_reason(own_ekva *rec, const char *reason, const char *head) {
     }
 }
 
-s_ekva **vrm_parse_log(const char *line) try {
-    static constexpr package_keys package = {"evrkLogPkgUid", "evrkLogPkgName", "evrkLogPkgVariant",
-                                             "evrkLogPkgVersion", "evrkLogPkgArchitecture"};
-    static constexpr package_keys new_package = {
-        "evrkLogNewPkgUid", nullptr, "evrkLogNewPkgVariant", "evrkLogNewPkgVersion", nullptr};
-    if (!line) {
-        return nullptr;
-    }
-    const own_array parts(str2arr(line, ' '));
-    if (!parts && line[strspn(line, " ")] != '\0') {
-        throw std::bad_alloc();
-    }
-    if (!parts) {
-        report({.kind = event_kind::history_line_unparsable, .other = line});
-        return nullptr;
-    }
-    const int count = arr_count(parts.get());
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "vrm_parse_log: line <%s> has %d parts", line, count);
-    }
-    if (count < fewest_words) {
-        report({.kind = event_kind::history_line_short,
-                .other = line,
-                .number = static_cast<int64_t>(count)});
-        return nullptr;
-    }
-    const char *const *const word = parts.get();
-    const char action = word[2][0];
-    if (action != 'u' && action != 'i' && action != 'd') {
-        report({.kind = event_kind::history_letter_invalid, .other = std::string_view(&action, 1)});
-        return nullptr;
-    }
-    std::string date = std::string(word[0]) + " " + word[1];
-    int64_t seconds;
-    if (!parse_date(&date, &seconds)) {
-        return nullptr;
-    }
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "vrm_parse_log: %s is %" PRId64, date.c_str(), seconds);
-    }
+s_ekva **vrm_parse_log(const char *line) {
+    // Without memory a line that makes sense must not pass for one that makes none.
+    return guarded("vrm_parse_log", nullptr, [&]() -> s_ekva ** {
+        static constexpr package_keys package = {"evrkLogPkgUid", "evrkLogPkgName",
+                                                 "evrkLogPkgVariant", "evrkLogPkgVersion",
+                                                 "evrkLogPkgArchitecture"};
+        static constexpr package_keys new_package = {
+            "evrkLogNewPkgUid", nullptr, "evrkLogNewPkgVariant", "evrkLogNewPkgVersion", nullptr};
+        if (!line) {
+            return nullptr;
+        }
+        const own_array parts(str2arr(line, ' '));
+        if (!parts && line[strspn(line, " ")] != '\0') {
+            throw std::bad_alloc();
+        }
+        if (!parts) {
+            report({.kind = event_kind::history_line_unparsable, .other = line});
+            return nullptr;
+        }
+        const int count = arr_count(parts.get());
+        if (log_wants(LEVEL_DEBUG)) {
+            log_say(LEVEL_DEBUG, "vrm_parse_log: line <%s> has %d parts", line, count);
+        }
+        if (count < fewest_words) {
+            report({.kind = event_kind::history_line_short,
+                    .other = line,
+                    .number = static_cast<int64_t>(count)});
+            return nullptr;
+        }
+        const char *const *const word = parts.get();
+        const char action = word[2][0];
+        if (action != 'u' && action != 'i' && action != 'd') {
+            report({.kind = event_kind::history_letter_invalid,
+                    .other = std::string_view(&action, 1)});
+            return nullptr;
+        }
+        std::string date = std::string(word[0]) + " " + word[1];
+        int64_t seconds;
+        if (!parse_date(&date, &seconds)) {
+            return nullptr;
+        }
+        if (log_wants(LEVEL_DEBUG)) {
+            log_say(LEVEL_DEBUG, "vrm_parse_log: %s is %" PRId64, date.c_str(), seconds);
+        }
 
-    own_ekva rec(ekva_new(30, 4));
-    add_pair(&rec, "evrkLogDate", date.c_str());
-    add_pair(&rec, "evrkLogTime", std::to_string(seconds).c_str());
-    const bool update = action == 'u';
-    add_pair(&rec, "evrkLogAction", update ? "update" : action == 'i' ? "install" : "remove");
-    if (!add_package(&rec, word[3], package) ||
-        (update && !add_package(&rec, word[5], new_package))) {
-        return nullptr;
-    }
-    const int reason = update ? 7 : 5;
-    add_reason(&rec, word[reason], count > reason + 2 ? word[reason + 2] : nullptr);
-    return rec.release();
-} catch (const std::bad_alloc &) {
-    // A line that makes sense must not pass for one that makes none.
-    report({.kind = event_kind::memory_short, .who = "vrm_parse_log"});
-    return nullptr;
+        own_ekva rec(ekva_new(30, 4));
+        add_pair(&rec, "evrkLogDate", date.c_str());
+        add_pair(&rec, "evrkLogTime", std::to_string(seconds).c_str());
+        const bool update = action == 'u';
+        add_pair(&rec, "evrkLogAction", update ? "update" : action == 'i' ? "install" : "remove");
+        if (!add_package(&rec, word[3], package) ||
+            (update && !add_package(&rec, word[5], new_package))) {
+            return nullptr;
+        }
+        const int reason = update ? 7 : 5;
+        add_reason(&rec, word[reason], count > reason + 2 ? word[reason + 2] : nullptr);
+        return rec.release();
+    });
 }

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
-#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,6 +15,7 @@
 #include "package/variant.h"
 #include "repository/inventory.h"
 #include "repository/vrc.h"
+#include "support/boundary.h"
 #include "support/log.h"
 
 namespace {
@@ -190,19 +190,19 @@ void Choice::compare_in_fallback(const vri *record, int index) {
 
 }  // namespace
 
-int vrm_findone(const char *name, const char *variant, vri *const *list) try {
-    if (!name) {
-        return -1;
-    }
-    Choice choice(name, variant);
-    for (int i = 0; list && list[i]; ++i) {
-        if (list[i]->name && strcmp(list[i]->name, name) == 0) {
-            choice.look_at(list[i], i);
+int vrm_findone(const char *name, const char *variant, vri *const *list) {
+    return guarded(-1, [&] {
+        if (!name) {
+            return -1;
         }
-    }
-    return choice.best_index();
-} catch (const std::bad_alloc &) {
-    return -1;
+        Choice choice(name, variant);
+        for (int i = 0; list && list[i]; ++i) {
+            if (list[i]->name && strcmp(list[i]->name, name) == 0) {
+                choice.look_at(list[i], i);
+            }
+        }
+        return choice.best_index();
+    });
 }
 
 namespace {
@@ -298,68 +298,69 @@ vri *as_copy(vri *hit) {
 }  // namespace
 
 int vrm_findpkg_new(vrm_handle *handle, void *connection, const char *name, const char *variant,
-                    s_ekva **filter, int newest, vri ***out) try {
-    vri **found = nullptr;
-    const int count = vrm_findpkg(connection, name, variant, nullptr, 5, filter, &found);
-    const own_vri_list hits(found);
-    if (count < 1 || !hits) {
-        return count < 1 ? count : 0;
-    }
+                    s_ekva **filter, int newest, vri ***out) {
+    return guarded(0, [&] {
+        vri **found = nullptr;
+        const int count = vrm_findpkg(connection, name, variant, nullptr, 5, filter, &found);
+        const own_vri_list hits(found);
+        if (count < 1 || !hits) {
+            return count < 1 ? count : 0;
+        }
 
-    const own_array names(vrm_list_arr(handle, 0));
-    std::unordered_set<std::string_view> installed;
-    for (size_t i = 0; names && names.get()[i]; ++i) {
-        installed.insert(names.get()[i]);
-    }
-    log_say(LEVEL_DEBUG, "vrm_findpkg_new: %04d entries found in catalogue", count);
+        const own_array names(vrm_list_arr(handle, 0));
+        std::unordered_set<std::string_view> installed;
+        for (size_t i = 0; names && names.get()[i]; ++i) {
+            installed.insert(names.get()[i]);
+        }
+        log_say(LEVEL_DEBUG, "vrm_findpkg_new: %04d entries found in catalogue", count);
 
-    size_t room = 1;
-    while (hits.get()[room - 1]) {
-        ++room;
-    }
-    own_vri_list copies(static_cast<vri **>(calloc(room, sizeof(vri *))));
-    if (!copies) {
-        return 0;
-    }
-    std::optional<NewestHits> choices;
-    if (newest) {
-        choices.emplace(hits.get());
-    }
-    std::vector<bool> chosen(room - 1);
-    for (int i = 0; hits.get()[i]; ++i) {
-        const vri *const hit = hits.get()[i];
-        if (installed.count(hit->name) > 0) {
-            if (log_wants(LEVEL_DEBUG)) {
-                log_say(LEVEL_DEBUG, "vrm_findpkg_new: %s already installed, skipping", hit->name);
+        size_t room = 1;
+        while (hits.get()[room - 1]) {
+            ++room;
+        }
+        own_vri_list copies(static_cast<vri **>(calloc(room, sizeof(vri *))));
+        if (!copies) {
+            return 0;
+        }
+        std::optional<NewestHits> choices;
+        if (newest) {
+            choices.emplace(hits.get());
+        }
+        std::vector<bool> chosen(room - 1);
+        for (int i = 0; hits.get()[i]; ++i) {
+            const vri *const hit = hits.get()[i];
+            if (installed.count(hit->name) > 0) {
+                if (log_wants(LEVEL_DEBUG)) {
+                    log_say(LEVEL_DEBUG, "vrm_findpkg_new: %s already installed, skipping",
+                            hit->name);
+                }
+                continue;
             }
-            continue;
-        }
-        if (!choices) {
-            if (log_wants(LEVEL_DEBUG)) {
-                log_say(LEVEL_DEBUG, "vrm_findpkg_new: %s not installed, copying", hit->name);
+            if (!choices) {
+                if (log_wants(LEVEL_DEBUG)) {
+                    log_say(LEVEL_DEBUG, "vrm_findpkg_new: %s not installed, copying", hit->name);
+                }
+            } else if (!is_newest(&*choices, hits.get(), i)) {
+                continue;
             }
-        } else if (!is_newest(&*choices, hits.get(), i)) {
-            continue;
+            chosen[static_cast<size_t>(i)] = true;
         }
-        chosen[static_cast<size_t>(i)] = true;
-    }
 
-    // The hits are ours and end here anyway: what is chosen is handed over as it is, not copied
-    // once more, and what is left is closed up to be freed.
-    int copied = 0;
-    size_t left = 0;
-    for (size_t i = 0; i + 1 < room; ++i) {
-        vri *const hit = std::exchange(hits.get()[i], nullptr);
-        if (chosen[i]) {
-            copies.get()[copied++] = as_copy(hit);
-        } else {
-            hits.get()[left++] = hit;
+        // The hits are ours and end here anyway: what is chosen is handed over as it is, not copied
+        // once more, and what is left is closed up to be freed.
+        int copied = 0;
+        size_t left = 0;
+        for (size_t i = 0; i + 1 < room; ++i) {
+            vri *const hit = std::exchange(hits.get()[i], nullptr);
+            if (chosen[i]) {
+                copies.get()[copied++] = as_copy(hit);
+            } else {
+                hits.get()[left++] = hit;
+            }
         }
-    }
-    *out = copies.release();
-    return copied;
-} catch (const std::bad_alloc &) {
-    return 0;
+        *out = copies.release();
+        return copied;
+    });
 }
 
 vri *vrm_findone_vrc(vrm_handle *, const char *name, const char *variant, const char *version,

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,6 +17,7 @@
 #include "package/vrs.h"
 #include "repository/choice.h"
 #include "support/arch.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/log.h"
 
@@ -136,23 +136,23 @@ vri **handed_out(std::vector<own_vri> *found) {
 }  // namespace
 
 vri **vrm_findall_dirs(vrm_handle *handle, const char *name, const char *variant,
-                       char *const *dirs) try {
-    if (variant) {
-        log_say(LEVEL_DEBUG, "Looking for package %s, variant %s", name, variant);
-    } else {
-        log_say(LEVEL_DEBUG, "Looking for package %s", name);
-    }
-    if (!dirs) {
-        return nullptr;
-    }
-    std::vector<own_vri> found;
-    for (; *dirs; ++dirs) {
-        search_directory(handle, *dirs, name, variant, &found);
-    }
-    fprintf(stderr, "Stored %d vris\n", static_cast<int>(found.size()));
-    return handed_out(&found);
-} catch (const std::bad_alloc &) {
-    return nullptr;
+                       char *const *dirs) {
+    return guarded(nullptr, [&]() -> vri ** {
+        if (variant) {
+            log_say(LEVEL_DEBUG, "Looking for package %s, variant %s", name, variant);
+        } else {
+            log_say(LEVEL_DEBUG, "Looking for package %s", name);
+        }
+        if (!dirs) {
+            return nullptr;
+        }
+        std::vector<own_vri> found;
+        for (; *dirs; ++dirs) {
+            search_directory(handle, *dirs, name, variant, &found);
+        }
+        fprintf(stderr, "Stored %d vris\n", static_cast<int>(found.size()));
+        return handed_out(&found);
+    });
 }
 
 vri *vrm_findone_dirs(vrm_handle *handle, const char *name, const char *variant, const char *,

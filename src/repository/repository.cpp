@@ -9,13 +9,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 
 #include "repository/hooks.h"
 #include "repository/running_script.h"
 #include "support/arch.h"
 #include "support/array.h"
+#include "support/boundary.h"
 #include "support/vconf.h"
 
 static constexpr const char *directory_roles[] = {"installed", "stagearea", "fileindex",
@@ -39,42 +39,42 @@ static bool list_directories(const std::string &root, s_ekva ***dirs) {
     return true;
 }
 
-vrm_handle *vrm_open(const char *root, const char *conf) try {
-    const char *conf_path = conf ? conf : vrm_default_conf;
-    const own_ekva config(vconf_read(nullptr, conf_path));
-    if (!config) {
-        fprintf(stderr, "Failed to read vrm config %s\n", conf_path);
-        return nullptr;
-    }
-    own_handle handle(static_cast<vrm_handle *>(calloc(1, sizeof(vrm_handle))));
-    if (!handle) {
-        return nullptr;
-    }
-    handle->dir = strdup(root ? root : vrm_default_root);
-    handle->conf = strdup(conf_path);
-    if (!handle->dir || !handle->conf) {
-        return nullptr;
-    }
+vrm_handle *vrm_open(const char *root, const char *conf) {
+    return guarded(nullptr, [&]() -> vrm_handle * {
+        const char *conf_path = conf ? conf : vrm_default_conf;
+        const own_ekva config(vconf_read(nullptr, conf_path));
+        if (!config) {
+            fprintf(stderr, "Failed to read vrm config %s\n", conf_path);
+            return nullptr;
+        }
+        own_handle handle(static_cast<vrm_handle *>(calloc(1, sizeof(vrm_handle))));
+        if (!handle) {
+            return nullptr;
+        }
+        handle->dir = strdup(root ? root : vrm_default_root);
+        handle->conf = strdup(conf_path);
+        if (!handle->dir || !handle->conf) {
+            return nullptr;
+        }
 
-    const char *arch_name = ekva_getval(config.get(), "arch_name");
-    if (!arch_name) {
-        fprintf(stderr, "Failed to get arch_name from config\n");
-        return nullptr;
-    }
-    handle->arch = vrm_arch_getid(arch_name);
-    if (handle->arch == arch_unknown) {
-        fprintf(stderr, "Invalid architecture specified: %s\n", arch_name);
-        return nullptr;
-    }
-    if (!copy_optional(ekva_getval(config.get(), "dist_name"), &handle->dist_name) ||
-        !copy_optional(ekva_getval(config.get(), "dist_vers"), &handle->dist_vers) ||
-        !list_directories(handle->dir, &handle->dirs)) {
-        return nullptr;
-    }
-    handle->hooks = vrm_hooks_read(vrm_hooks_dir);
-    return handle.release();
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        const char *arch_name = ekva_getval(config.get(), "arch_name");
+        if (!arch_name) {
+            fprintf(stderr, "Failed to get arch_name from config\n");
+            return nullptr;
+        }
+        handle->arch = vrm_arch_getid(arch_name);
+        if (handle->arch == arch_unknown) {
+            fprintf(stderr, "Invalid architecture specified: %s\n", arch_name);
+            return nullptr;
+        }
+        if (!copy_optional(ekva_getval(config.get(), "dist_name"), &handle->dist_name) ||
+            !copy_optional(ekva_getval(config.get(), "dist_vers"), &handle->dist_vers) ||
+            !list_directories(handle->dir, &handle->dirs)) {
+            return nullptr;
+        }
+        handle->hooks = vrm_hooks_read(vrm_hooks_dir);
+        return handle.release();
+    });
 }
 
 // The root is cut here, and only here, so that the path always fits the systems' smallest limit.
@@ -136,39 +136,40 @@ static int open_and_lock(const char *path) {
     }
 }
 
-int vrm_lock(vrm_handle *handle) try {
-    const lock_path path(handle);
-    const int fd = open_and_lock(path.text);
-    if (fd < 0) {
-        return -1;
-    }
-    const std::string pid = std::to_string(getpid()) + "\n";
-    errno = 0;
-    if (pwrite(fd, pid.data(), pid.size(), 0) != static_cast<ssize_t>(pid.size())) {
-        fprintf(stderr, "Could not write lock file %s: %s\n", path.text,
-                strerror(errno ? errno : ENOSPC));
-        if (!lock_taken) {
-            close(fd);
+int vrm_lock(vrm_handle *handle) {
+    return guarded(-1, [&] {
+        const lock_path path(handle);
+        const int fd = open_and_lock(path.text);
+        if (fd < 0) {
+            return -1;
         }
-        return -1;
-    }
-    try {
-        note_scripts_of(handle);
-    } catch (const std::bad_alloc &) {
-        // Nothing of a lock that is not reported as taken may be left.
-        if (handle->locked != 1) {
-            unlink(path.text);
+        const std::string pid = std::to_string(getpid()) + "\n";
+        errno = 0;
+        if (pwrite(fd, pid.data(), pid.size(), 0) != static_cast<ssize_t>(pid.size())) {
+            fprintf(stderr, "Could not write lock file %s: %s\n", path.text,
+                    strerror(errno ? errno : ENOSPC));
+            if (!lock_taken) {
+                close(fd);
+            }
+            return -1;
         }
-        if (!lock_taken) {
-            close(fd);
-        }
-        return -1;
-    }
-    lock_taken = true;
-    handle->locked = 1;
-    return 0;
-} catch (const std::bad_alloc &) {
-    return -1;
+        const auto give_up = [&] {
+            // Nothing of a lock that is not reported as taken may be left.
+            if (handle->locked != 1) {
+                unlink(path.text);
+            }
+            if (!lock_taken) {
+                close(fd);
+            }
+            return -1;
+        };
+        return guarded(give_up, [&] {
+            note_scripts_of(handle);
+            lock_taken = true;
+            handle->locked = 1;
+            return 0;
+        });
+    });
 }
 
 int vrm_unlock(vrm_handle *handle) {
@@ -212,14 +213,14 @@ static const passwd *calling_user() {
     return sscanf(sudo_uid, "%d", &uid) == 1 ? getpwuid(static_cast<uid_t>(uid)) : nullptr;
 }
 
-s_ekva **vrm_read_rc() try {
-    const passwd *user = calling_user();
-    if (!user || !user->pw_dir) {
-        return nullptr;
-    }
-    return vconf_read(nullptr, (std::string(user->pw_dir) + "/.vrmrc").c_str());
-} catch (const std::bad_alloc &) {
-    return nullptr;
+s_ekva **vrm_read_rc() {
+    return guarded(nullptr, [&]() -> s_ekva ** {
+        const passwd *user = calling_user();
+        if (!user || !user->pw_dir) {
+            return nullptr;
+        }
+        return vconf_read(nullptr, (std::string(user->pw_dir) + "/.vrmrc").c_str());
+    });
 }
 
 int vrm_merge_opts(s_ekva ***opts, s_ekva *const *source, const char *keys) {

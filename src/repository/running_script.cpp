@@ -9,9 +9,9 @@
 #include <charconv>
 #include <csignal>
 #include <cstring>
-#include <new>
 #include <string_view>
 
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/own.h"
 
@@ -193,25 +193,28 @@ void note_scripts_of(const vrm_handle *handle) {
 script_note::script_note(const char *package, const char *command)
     : package_(package), command_(command) {}
 
-void script_note::begins(pid_t shell) try {
-    if (path_of_notes.empty()) {
-        return;
-    }
-    const uint64_t started = look_at(shell).value_or(process_state()).started;
-    const running_script script = {shell, started, boot_id(), one_line(package_),
-                                   one_line(command_)};
-    written_ = write_whole(path_of_notes, text_of(script));
-    if (!written_) {
+void script_note::begins(pid_t shell) {
+    const auto not_noted = [&] {
         report({.kind = event_kind::script_not_noted,
                 .path = path_of_notes,
-                .other = script.command,
+                .other = command_,
                 .error = errno});
-    }
-} catch (const std::bad_alloc &) {
-    report({.kind = event_kind::script_not_noted,
-            .path = path_of_notes,
-            .other = command_,
-            .error = ENOMEM});
+    };
+    guarded(not_noted, [&] {
+        if (path_of_notes.empty()) {
+            return;
+        }
+        const uint64_t started = look_at(shell).value_or(process_state()).started;
+        const running_script script = {shell, started, boot_id(), one_line(package_),
+                                       one_line(command_)};
+        written_ = write_whole(path_of_notes, text_of(script));
+        if (!written_) {
+            report({.kind = event_kind::script_not_noted,
+                    .path = path_of_notes,
+                    .other = script.command,
+                    .error = errno});
+        }
+    });
 }
 
 void script_note::ended() {

@@ -9,12 +9,12 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <new>
 #include <utility>
 
 #include "package/fileops.h"
 #include "package/preserved_copy.h"
 #include "package/tree_walk.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/own.h"
 
@@ -171,37 +171,36 @@ static bool read_names(own_fd all, std::vector<std::string> *names) {
     return errno == 0;
 }
 
-bool list_saved(const vrm_handle *handle, saved_listing *listing) try {
-    const std::string all = saved_directory(handle);
-    own_fd fd = open_all(all);
-    if (!fd.valid()) {
-        return errno == ENOENT;
-    }
-    std::vector<std::string> names;
-    if (!read_names(std::move(fd), &names)) {
-        return false;
-    }
-    for (const std::string &name : names) {
-        saved_set set = {std::string(all).append("/").append(name), 0, "", {}};
-        struct stat status;
-        if (!parse_name(name, &set) || lstat(set.directory.c_str(), &status) != 0 ||
-            !S_ISDIR(status.st_mode)) {
-            listing->strange.push_back(set.directory);
-            continue;
+bool list_saved(const vrm_handle *handle, saved_listing *listing) {
+    return guarded(false, [&] {
+        const std::string all = saved_directory(handle);
+        own_fd fd = open_all(all);
+        if (!fd.valid()) {
+            return errno == ENOENT;
         }
-        file_lister lister(&set.files, set.directory.size());
-        errno = 0;
-        if (walk_tree(set.directory.c_str(), lister) != 0) {
+        std::vector<std::string> names;
+        if (!read_names(std::move(fd), &names)) {
             return false;
         }
-        std::sort(set.files.begin(), set.files.end(),
-                  [](const saved_file &a, const saved_file &b) { return a.path < b.path; });
-        listing->sets.push_back(std::move(set));
-    }
-    return true;
-} catch (const std::bad_alloc &) {
-    errno = ENOMEM;
-    return false;
+        for (const std::string &name : names) {
+            saved_set set = {std::string(all).append("/").append(name), 0, "", {}};
+            struct stat status;
+            if (!parse_name(name, &set) || lstat(set.directory.c_str(), &status) != 0 ||
+                !S_ISDIR(status.st_mode)) {
+                listing->strange.push_back(set.directory);
+                continue;
+            }
+            file_lister lister(&set.files, set.directory.size());
+            errno = 0;
+            if (walk_tree(set.directory.c_str(), lister) != 0) {
+                return false;
+            }
+            std::sort(set.files.begin(), set.files.end(),
+                      [](const saved_file &a, const saved_file &b) { return a.path < b.path; });
+            listing->sets.push_back(std::move(set));
+        }
+        return true;
+    });
 }
 
 bool remove_saved(const saved_set &set) {

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/growing_list.h"
 #include "support/log.h"
@@ -27,14 +28,15 @@ static void forget_names() {
     name_index.array = nullptr;
 }
 
-static void index_names(vri **cache) try {
-    forget_names();
-    for (vri *const *record = cache; record && *record; record++) {
-        name_index.by_name[(*record)->name].push_back(*record);
-    }
-    name_index.array = cache;
-} catch (const std::bad_alloc &) {
-    forget_names();  // the searches walk the cache then
+static void index_names(vri **cache) {
+    // Without memory the searches walk the cache.
+    guarded(forget_names, [&] {
+        forget_names();
+        for (vri *const *record = cache; record && *record; record++) {
+            name_index.by_name[(*record)->name].push_back(*record);
+        }
+        name_index.array = cache;
+    });
 }
 
 vri **vrm_vrc_cache_fill(void *connection) {
@@ -91,58 +93,59 @@ static bool index_serves(const char *name, s_ekva *const *filter) {
 }
 
 int vrm_findpkg(void *connection, const char *name, const char *variant, const char *version,
-                int five, s_ekva **filter, vri ***out) try {
-    if (!connection) {
-        report({.kind = event_kind::catalogue_not_connected});
-        *out = nullptr;
-        return 0;
-    }
-    if (!vrc_cache) {
-        return pvrm_vrc_findpkg(connection, name, variant, version, five, filter, out);
-    }
-    const char *name_text = name ? name : "(null)";
-    log_request(name_text, variant);
+                int five, s_ekva **filter, vri ***out) {
+    return guarded(0, [&] {
+        if (!connection) {
+            report({.kind = event_kind::catalogue_not_connected});
+            *out = nullptr;
+            return 0;
+        }
+        if (!vrc_cache) {
+            return pvrm_vrc_findpkg(connection, name, variant, version, five, filter, out);
+        }
+        const char *name_text = name ? name : "(null)";
+        log_request(name_text, variant);
 
-    growing_list<vri, vrm_vri_list_free> hits(50, log_room);
-    const auto consider = [&](const vri *record) {
-        if (!vrm_vri_match(record, 1, name, variant, version, five, filter)) {
-            return;
-        }
-        // No hits rather than some: without the newest one an older one would be chosen.
-        if (!hits.make_room()) {
-            throw std::bad_alloc();
-        }
-        if (log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG, "vrm_findpkg: Storing %s, matches %s", record->name, name_text);
-        }
-        own_vri copy(vrk_info_copy(record));
-        if (!copy) {
-            throw std::bad_alloc();
-        }
-        hits.add(copy.release());
-    };
-    if (index_serves(name, filter)) {
-        const auto named = name_index.by_name.find(name);
-        if (named != name_index.by_name.end()) {
-            for (const vri *record : named->second) {
-                consider(record);
+        growing_list<vri, vrm_vri_list_free> hits(50, log_room);
+        const auto consider = [&](const vri *record) {
+            if (!vrm_vri_match(record, 1, name, variant, version, five, filter)) {
+                return;
+            }
+            // No hits rather than some: without the newest one an older one would be chosen.
+            if (!hits.make_room()) {
+                throw std::bad_alloc();
+            }
+            if (log_wants(LEVEL_DEBUG)) {
+                log_say(LEVEL_DEBUG, "vrm_findpkg: Storing %s, matches %s", record->name,
+                        name_text);
+            }
+            own_vri copy(vrk_info_copy(record));
+            if (!copy) {
+                throw std::bad_alloc();
+            }
+            hits.add(copy.release());
+        };
+        if (index_serves(name, filter)) {
+            const auto named = name_index.by_name.find(name);
+            if (named != name_index.by_name.end()) {
+                for (const vri *record : named->second) {
+                    consider(record);
+                }
+            }
+        } else {
+            for (vri *const *record = vrc_cache; *record; record++) {
+                consider(*record);
             }
         }
-    } else {
-        for (vri *const *record = vrc_cache; *record; record++) {
-            consider(*record);
-        }
-    }
 
-    const int count = hits.count();
-    if (count > 1) {
-        vrm_vri_list_sort(hits.address());
-    }
-    log_say(LEVEL_DEBUG, "vrm_findpkg: Stored %d vris", count);
-    if (count > 0) {
-        *out = hits.release();
-    }
-    return count;
-} catch (const std::bad_alloc &) {
-    return 0;
+        const int count = hits.count();
+        if (count > 1) {
+            vrm_vri_list_sort(hits.address());
+        }
+        log_say(LEVEL_DEBUG, "vrm_findpkg: Stored %d vris", count);
+        if (count > 0) {
+            *out = hits.release();
+        }
+        return count;
+    });
 }

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "repository/vrc.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/log.h"
 
@@ -61,25 +62,25 @@ static void set_backend_name(const char *filename) {
     snprintf(backend_name, sizeof backend_name, "%s", slash ? slash + 1 : filename);
 }
 
-static bool is_supported(void *library) try {
-    const uint32_t abi = abi_of(library);
-    if (abi >= vrm_oldest_backend_abi && abi <= VRC_ABI) {
-        return true;
-    }
-    char supported[40];
-    snprintf(supported, sizeof supported, "%" PRIu32 " to %d", vrm_oldest_backend_abi, VRC_ABI);
-    const event refused{.kind = event_kind::backend_refused,
-                        .path = backend_name,
-                        .other = supported,
-                        .number = abi};
-    report(refused);
-    // Once: a program may have the errors of its log on stderr.
-    if (!llog || (llog->stderr_levels & LEVEL_ERROR) == 0) {
-        fprintf(stderr, "%s\n", event_line(refused).c_str());
-    }
-    return false;
-} catch (const std::bad_alloc &) {
-    return false;
+static bool is_supported(void *library) {
+    return guarded(false, [&] {
+        const uint32_t abi = abi_of(library);
+        if (abi >= vrm_oldest_backend_abi && abi <= VRC_ABI) {
+            return true;
+        }
+        char supported[40];
+        snprintf(supported, sizeof supported, "%" PRIu32 " to %d", vrm_oldest_backend_abi, VRC_ABI);
+        const event refused{.kind = event_kind::backend_refused,
+                            .path = backend_name,
+                            .other = supported,
+                            .number = abi};
+        report(refused);
+        // Once: a program may have the errors of its log on stderr.
+        if (!llog || (llog->stderr_levels & LEVEL_ERROR) == 0) {
+            fprintf(stderr, "%s\n", event_line(refused).c_str());
+        }
+        return false;
+    });
 }
 
 // Functions that a backend may do without. One of version 1 has none, whatever its symbols are.
@@ -145,26 +146,27 @@ static event_kind kind_of(uint32_t reported) {
     return event_kind::catalogue_error;
 }
 
-void vrm_vrc_report(const vrc_report *given, const char *backend) noexcept try {
-    if (!given || given->size < smallest_report || given->kind < VRC_REPORT_DIRECTORY ||
-        given->kind > VRC_REPORT_ERROR) {
-        return;
-    }
-    std::string text = given->text ? given->text : "";
-    const bool has_both = !text.empty() && given->error != 0;
-    if (has_both) {
-        text += std::string(": ") + strerror(given->error);
-    } else if (text.empty() && given->error == 0) {
-        text = "no reason given";
-    }
-    report({.kind = kind_of(given->kind),
-            .who = backend,
-            .package = given->package ? given->package : "",
-            .path = given->path && *given->path ? given->path : "(not named)",
-            .other = text,
-            .error = has_both ? 0 : given->error});
-} catch (const std::bad_alloc &) {
-    report({.kind = event_kind::memory_short, .who = backend});
+void vrm_vrc_report(const vrc_report *given, const char *backend) noexcept {
+    const auto out_of_memory = [&] { report({.kind = event_kind::memory_short, .who = backend}); };
+    guarded(out_of_memory, [&] {
+        if (!given || given->size < smallest_report || given->kind < VRC_REPORT_DIRECTORY ||
+            given->kind > VRC_REPORT_ERROR) {
+            return;
+        }
+        std::string text = given->text ? given->text : "";
+        const bool has_both = !text.empty() && given->error != 0;
+        if (has_both) {
+            text += std::string(": ") + strerror(given->error);
+        } else if (text.empty() && given->error == 0) {
+            text = "no reason given";
+        }
+        report({.kind = kind_of(given->kind),
+                .who = backend,
+                .package = given->package ? given->package : "",
+                .path = given->path && *given->path ? given->path : "(not named)",
+                .other = text,
+                .error = has_both ? 0 : given->error});
+    });
 }
 
 // In log lines vrc-dirs.so is vrc-dirs.
@@ -200,19 +202,19 @@ static void set_string(char **place, const std::string &text) {
     }
 }
 
-void *vrm_vrc_load_configured(s_ekva *const *sys_conf) try {
-    vrc_backend = ekva_getval(sys_conf, "vrc_backend");
-    if (vrc_backend) {
-        set_string(&vrc_filename, base_name(vrc_backend));
-        log_say(LEVEL_DEBUG, "%s specified as catalogue backend", vrc_backend);
-    } else {
-        set_string(&vrc_filename, vrm_default_backend);
-        log_say(LEVEL_DEBUG, "No catalogue backend speficied, using %.1900s", vrc_filename);
-    }
-    set_string(&vrc_fullname, std::string(vrm_backend_dir) + "/" + vrc_filename);
-    log_say(LEVEL_DEBUG, "Loading vrm backend %s", vrc_fullname);
-    vrc_backend_handle = vrm_vrc_load(vrc_fullname);
-    return vrc_backend_handle;
-} catch (const std::bad_alloc &) {
-    return nullptr;
+void *vrm_vrc_load_configured(s_ekva *const *sys_conf) {
+    return guarded(nullptr, [&] {
+        vrc_backend = ekva_getval(sys_conf, "vrc_backend");
+        if (vrc_backend) {
+            set_string(&vrc_filename, base_name(vrc_backend));
+            log_say(LEVEL_DEBUG, "%s specified as catalogue backend", vrc_backend);
+        } else {
+            set_string(&vrc_filename, vrm_default_backend);
+            log_say(LEVEL_DEBUG, "No catalogue backend speficied, using %.1900s", vrc_filename);
+        }
+        set_string(&vrc_fullname, std::string(vrm_backend_dir) + "/" + vrc_filename);
+        log_say(LEVEL_DEBUG, "Loading vrm backend %s", vrc_fullname);
+        vrc_backend_handle = vrm_vrc_load(vrc_fullname);
+        return vrc_backend_handle;
+    });
 }

@@ -8,10 +8,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string_view>
 #include <unordered_set>
 
+#include "support/boundary.h"
 #include "support/bubble.h"
 #include "support/own.h"
 #include "support/t21.h"
@@ -102,24 +102,24 @@ char **arr_tail(char **array, char *const *other) {
 }
 
 // Copies of the entries of `other` that are not in `array`, each once.
-static own_array missing_from(char *const *array, char *const *other) try {
-    std::unordered_set<std::string_view> present;
-    for (size_t i = 0; array[i]; ++i) {
-        present.insert(array[i]);
-    }
-    own_array missing = new_array(static_cast<size_t>(arr_count(other)));
-    size_t count = 0;
-    for (size_t i = 0; missing && other[i]; ++i) {
-        if (present.insert(other[i]).second) {
-            missing.get()[count] = strdup(other[i]);
-            if (!missing.get()[count++]) {
-                return nullptr;
+static own_array missing_from(char *const *array, char *const *other) {
+    return guarded(nullptr, [&]() -> own_array {
+        std::unordered_set<std::string_view> present;
+        for (size_t i = 0; array[i]; ++i) {
+            present.insert(array[i]);
+        }
+        own_array missing = new_array(static_cast<size_t>(arr_count(other)));
+        size_t count = 0;
+        for (size_t i = 0; missing && other[i]; ++i) {
+            if (present.insert(other[i]).second) {
+                missing.get()[count] = strdup(other[i]);
+                if (!missing.get()[count++]) {
+                    return nullptr;
+                }
             }
         }
-    }
-    return missing;
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        return missing;
+    });
 }
 
 char **arr_tailx(char **array, char *const *other) {

@@ -8,10 +8,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <string_view>
 
+#include "support/boundary.h"
 #include "support/file.h"
 #include "support/ldif.h"
 #include "support/own.h"
@@ -47,30 +47,29 @@ class temp_file {
     bool made_;
 };
 
-int cmd_exec(const char *command, char **out, size_t *out_length, char **err,
-             size_t *err_length) try {
-    static constexpr size_t command_limit = 65000;
-    *out = *err = nullptr;
-    *out_length = *err_length = 0;
+int cmd_exec(const char *command, char **out, size_t *out_length, char **err, size_t *err_length) {
+    return guarded(-1, [&] {
+        static constexpr size_t command_limit = 65000;
+        *out = *err = nullptr;
+        *out_length = *err_length = 0;
 
-    const temp_file out_file("/tmp/out.cmd_execXXXXXX");
-    if (!out_file.made()) {
-        fprintf(stderr, "cmd_exec: failed to create outfile: %s\n", strerror(errno));
-        return -1;
-    }
-    const temp_file err_file("/tmp/err.cmd_execXXXXXX");
-    if (!err_file.made()) {
-        fprintf(stderr, "cmd_exec: failed to create errfile: %s\n", strerror(errno));
-        return -1;
-    }
-    std::string line(command, strnlen(command, command_limit));
-    line += " 1>" + out_file.path() + " 2>" + err_file.path();
-    const int status = run_shell(line.c_str());
-    *out = _read_file(out_file.path().c_str(), out_length);
-    *err = _read_file(err_file.path().c_str(), err_length);
-    return status;
-} catch (const std::bad_alloc &) {
-    return -1;
+        const temp_file out_file("/tmp/out.cmd_execXXXXXX");
+        if (!out_file.made()) {
+            fprintf(stderr, "cmd_exec: failed to create outfile: %s\n", strerror(errno));
+            return -1;
+        }
+        const temp_file err_file("/tmp/err.cmd_execXXXXXX");
+        if (!err_file.made()) {
+            fprintf(stderr, "cmd_exec: failed to create errfile: %s\n", strerror(errno));
+            return -1;
+        }
+        std::string line(command, strnlen(command, command_limit));
+        line += " 1>" + out_file.path() + " 2>" + err_file.path();
+        const int status = run_shell(line.c_str());
+        *out = _read_file(out_file.path().c_str(), out_length);
+        *err = _read_file(err_file.path().c_str(), err_length);
+        return status;
+    });
 }
 
 int cmd_exec_user(const char *command, const char *, char **out, size_t *out_length, char **err,
@@ -192,10 +191,10 @@ class mask_parser {
 
 }  // namespace
 
-char *cmd_mask_parse_ext(const char *mask, s_ekva *const *rec, int quote_mode) try {
-    return mask ? strdup(mask_parser(mask, rec, quote_mode).parse().c_str()) : nullptr;
-} catch (const std::bad_alloc &) {
-    return nullptr;
+char *cmd_mask_parse_ext(const char *mask, s_ekva *const *rec, int quote_mode) {
+    return guarded(nullptr, [&] {
+        return mask ? strdup(mask_parser(mask, rec, quote_mode).parse().c_str()) : nullptr;
+    });
 }
 
 char *cmd_mask_parse(const char *mask, s_ekva *const *rec) {

@@ -3,12 +3,12 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 
 #include "support/array.h"
+#include "support/boundary.h"
 #include "support/growing_list.h"
 #include "support/own.h"
 
@@ -33,31 +33,31 @@ static void append_field(std::string &line, std::string_view text, char separato
     }
 }
 
-char *csv_quote(const char *text, char separator, int always) try {
-    if (!text) {
-        return nullptr;
-    }
-    std::string field;
-    append_field(field, text, separator, always != 0);
-    return strdup(field.c_str());
-} catch (const std::bad_alloc &) {
-    return nullptr;
+char *csv_quote(const char *text, char separator, int always) {
+    return guarded(nullptr, [&]() -> char * {
+        if (!text) {
+            return nullptr;
+        }
+        std::string field;
+        append_field(field, text, separator, always != 0);
+        return strdup(field.c_str());
+    });
 }
 
-char *arr2csv(char *const *array, char separator, int always) try {
-    if (!array) {
-        return nullptr;
-    }
-    std::string line;
-    for (char *const *entry = array; *entry; ++entry) {
-        if (entry != array) {
-            line += separator;
+char *arr2csv(char *const *array, char separator, int always) {
+    return guarded(nullptr, [&]() -> char * {
+        if (!array) {
+            return nullptr;
         }
-        append_field(line, *entry, separator, always != 0);
-    }
-    return strdup(line.c_str());
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        std::string line;
+        for (char *const *entry = array; *entry; ++entry) {
+            if (entry != array) {
+                line += separator;
+            }
+            append_field(line, *entry, separator, always != 0);
+        }
+        return strdup(line.c_str());
+    });
 }
 
 // The field parser: what all three readers run over a line without its end.
@@ -157,10 +157,8 @@ class field_machine {
 
 }  // namespace
 
-char **lgetcsv(const char *line, char separator) try {
-    return line ? field_machine(line, separator).run() : nullptr;
-} catch (const std::bad_alloc &) {
-    return nullptr;
+char **lgetcsv(const char *line, char separator) {
+    return guarded(nullptr, [&] { return line ? field_machine(line, separator).run() : nullptr; });
 }
 
 static void drop_suffix(std::string_view &line, char c) {
@@ -169,48 +167,48 @@ static void drop_suffix(std::string_view &line, char c) {
     }
 }
 
-const char *sgetcsv(const char *text, size_t /*length*/, char separator, char ***array) try {
-    if (!text || !*text) {
-        return nullptr;
-    }
-    std::string_view line(text, strcspn(text, "\n"));
-    const char *const behind = text + line.size() + 1;
-    drop_suffix(line, '\r');
-    if (!line.empty()) {
-        char **const fields = field_machine(line, separator).run();
-        if (!fields) {
+const char *sgetcsv(const char *text, size_t /*length*/, char separator, char ***array) {
+    return guarded(nullptr, [&]() -> const char * {
+        if (!text || !*text) {
             return nullptr;
         }
-        *array = fields;
-    }
-    return behind;
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        std::string_view line(text, strcspn(text, "\n"));
+        const char *const behind = text + line.size() + 1;
+        drop_suffix(line, '\r');
+        if (!line.empty()) {
+            char **const fields = field_machine(line, separator).run();
+            if (!fields) {
+                return nullptr;
+            }
+            *array = fields;
+        }
+        return behind;
+    });
 }
 
-char **fgetcsv(FILE *stream, char separator, int bom) try {
-    char *block = nullptr;
-    size_t size = 0;
-    const ssize_t length = getline(&block, &size, stream);
-    const own_string owner(block);
-    if (length < 1) {
-        return nullptr;
-    }
-    std::string_view line(block, static_cast<size_t>(length));
-    // A last line that the end of the stream cut off has no line end to drop.
-    if (!feof(stream)) {
-        drop_suffix(line, '\n');
-        drop_suffix(line, '\r');
-    }
-    if (line.empty()) {
-        return nullptr;
-    }
-    if (bom && line.size() >= 4 && line.starts_with("\xEF\xBB\xBF")) {
-        line.remove_prefix(3);
-    }
-    return field_machine(line, separator).run();
-} catch (const std::bad_alloc &) {
-    return nullptr;
+char **fgetcsv(FILE *stream, char separator, int bom) {
+    return guarded(nullptr, [&]() -> char ** {
+        char *block = nullptr;
+        size_t size = 0;
+        const ssize_t length = getline(&block, &size, stream);
+        const own_string owner(block);
+        if (length < 1) {
+            return nullptr;
+        }
+        std::string_view line(block, static_cast<size_t>(length));
+        // A last line that the end of the stream cut off has no line end to drop.
+        if (!feof(stream)) {
+            drop_suffix(line, '\n');
+            drop_suffix(line, '\r');
+        }
+        if (line.empty()) {
+            return nullptr;
+        }
+        if (bom && line.size() >= 4 && line.starts_with("\xEF\xBB\xBF")) {
+            line.remove_prefix(3);
+        }
+        return field_machine(line, separator).run();
+    });
 }
 
 char **csv2arr(const char *text, char separator) {
@@ -250,34 +248,34 @@ std::unordered_map<std::string, key_values> gather(s_ekva *const *first) {
 
 }  // namespace
 
-char *ekva2csv(s_ekva *const *rec, char separator, int quote, int header) try {
-    if (!rec) {
-        return nullptr;
-    }
-    int capacity = 0;
-    int mode = 0;
-    s_ekva *const *const first = rec + _ekva_parse_header(rec, &capacity, &mode);
-    const auto keys = gather(first);
-    std::string line;
-    for (s_ekva *const *slot = first; *slot; ++slot) {
-        const s_ekva &pair = **slot;
-        if (strstr(pair.key, ";binary")) {
-            continue;
+char *ekva2csv(s_ekva *const *rec, char separator, int quote, int header) {
+    return guarded(nullptr, [&]() -> char * {
+        if (!rec) {
+            return nullptr;
         }
-        if (slot != first) {
-            line += separator;
-        }
-        if (header) {
-            append_field(line, pair.key, separator, quote != 0);
-        } else if (pair.val) {
-            const key_values &values = keys.at(lower(pair.key));
-            append_field(line, values.joined, separator, quote != 0);
-            while (values.count > 1 && slot[1] && strcmp(slot[1]->key, pair.key) == 0) {
-                ++slot;
+        int capacity = 0;
+        int mode = 0;
+        s_ekva *const *const first = rec + _ekva_parse_header(rec, &capacity, &mode);
+        const auto keys = gather(first);
+        std::string line;
+        for (s_ekva *const *slot = first; *slot; ++slot) {
+            const s_ekva &pair = **slot;
+            if (strstr(pair.key, ";binary")) {
+                continue;
+            }
+            if (slot != first) {
+                line += separator;
+            }
+            if (header) {
+                append_field(line, pair.key, separator, quote != 0);
+            } else if (pair.val) {
+                const key_values &values = keys.at(lower(pair.key));
+                append_field(line, values.joined, separator, quote != 0);
+                while (values.count > 1 && slot[1] && strcmp(slot[1]->key, pair.key) == 0) {
+                    ++slot;
+                }
             }
         }
-    }
-    return strdup(line.c_str());
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        return strdup(line.c_str());
+    });
 }

@@ -4,8 +4,8 @@
 
 #include <cerrno>
 #include <cstring>
-#include <new>
 
+#include "support/boundary.h"
 #include "support/log.h"
 
 namespace {
@@ -104,11 +104,8 @@ void report(const event &happened) noexcept {
     const int saved_errno = errno;
     const uint32_t level = event_level(happened.kind);
     if (level != 0 && log_wants(level)) {
-        try {
-            log_say(level, "%s", event_line(happened).c_str());
-        } catch (const std::bad_alloc &) {
-            log_say(level, "%s", row_of(happened.kind).name);
-        }
+        const auto name_only = [&] { log_say(level, "%s", row_of(happened.kind).name); };
+        guarded(name_only, [&] { log_say(level, "%s", event_line(happened).c_str()); });
     }
     if (receiver_function) {
         receiver_function(happened, receiver_context);

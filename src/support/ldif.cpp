@@ -6,13 +6,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "support/array.h"
 #include "support/base64.h"
+#include "support/boundary.h"
 #include "support/file.h"
 #include "support/growing_list.h"
 #include "support/ldif_reader.h"
@@ -36,25 +36,25 @@ static bool begins_entry(std::string_view line) {
 }
 
 const char *ldif_parse(const char *text, int32_t /*length*/, char **name, char **value,
-                       int32_t *value_length, int32_t *binary) try {
-    *name = *value = nullptr;
-    *value_length = *binary = 0;
-    ldif_reader reader(text, references::followed);
-    if (!reader.next()) {
-        return nullptr;
-    }
-    own_string own_name = to_heap(reader.name());
-    own_string own_value = to_heap(reader.value());
-    if (!own_name || !own_value) {
-        return nullptr;
-    }
-    *name = own_name.release();
-    *value = own_value.release();
-    *value_length = static_cast<int32_t>(reader.value().size());
-    *binary = reader.binary() ? 1 : 0;
-    return reader.behind();
-} catch (const std::bad_alloc &) {
-    return nullptr;
+                       int32_t *value_length, int32_t *binary) {
+    return guarded(nullptr, [&]() -> const char * {
+        *name = *value = nullptr;
+        *value_length = *binary = 0;
+        ldif_reader reader(text, references::followed);
+        if (!reader.next()) {
+            return nullptr;
+        }
+        own_string own_name = to_heap(reader.name());
+        own_string own_value = to_heap(reader.value());
+        if (!own_name || !own_value) {
+            return nullptr;
+        }
+        *name = own_name.release();
+        *value = own_value.release();
+        *value_length = static_cast<int32_t>(reader.value().size());
+        *binary = reader.binary() ? 1 : 0;
+        return reader.behind();
+    });
 }
 
 // The line as a pair of the record. A value that came encoded is kept encoded.
@@ -79,7 +79,11 @@ static void add_line(s_ekva ***rec, const ldif_reader &line) {
 
 s_ekva **ldif2ekva(const char *text, int32_t /*length*/) {
     s_ekva **rec = nullptr;
-    try {
+    const auto drop = [&] {
+        ekva_free(rec);
+        return nullptr;
+    };
+    return guarded(drop, [&]() -> s_ekva ** {
         ldif_reader reader(text, references::followed);
         if (!reader.next()) {
             fputs("ldif2ekva: failed to parse ldif buffer\n", stderr);
@@ -90,71 +94,68 @@ s_ekva **ldif2ekva(const char *text, int32_t /*length*/) {
             add_line(&rec, reader);
         } while (rec && reader.next());
         return rec;
-    } catch (const std::bad_alloc &) {
-        ekva_free(rec);
-        return nullptr;
-    }
+    });
 }
 
 const char *ldif_get_entry(const char *text, int32_t /*length*/, char **entry,
-                           int32_t *entry_length) try {
-    *entry = nullptr;
-    *entry_length = 0;
-    if (!text || !*text) {
-        return nullptr;
-    }
-    std::string line, lines;
-    for (;;) {
-        const char *const end = ldif_unfold(text, line);
-        text = *end == '\0' ? end : end + 1;
-        line.erase(line.find_last_not_of('\r') + 1);
-        if (line.empty()) {
-            break;
-        }
-        if (!lines.empty() || begins_entry(line)) {
-            lines.append(line).append("\n");
-        }
-    }
-    if (!lines.empty()) {
-        own_string block = lines.size() < INT_MAX ? to_heap(lines) : nullptr;
-        if (!block) {
+                           int32_t *entry_length) {
+    return guarded(nullptr, [&]() -> const char * {
+        *entry = nullptr;
+        *entry_length = 0;
+        if (!text || !*text) {
             return nullptr;
         }
-        *entry = block.release();
-        *entry_length = static_cast<int32_t>(lines.size());
-    }
-    return text;
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        std::string line, lines;
+        for (;;) {
+            const char *const end = ldif_unfold(text, line);
+            text = *end == '\0' ? end : end + 1;
+            line.erase(line.find_last_not_of('\r') + 1);
+            if (line.empty()) {
+                break;
+            }
+            if (!lines.empty() || begins_entry(line)) {
+                lines.append(line).append("\n");
+            }
+        }
+        if (!lines.empty()) {
+            own_string block = lines.size() < INT_MAX ? to_heap(lines) : nullptr;
+            if (!block) {
+                return nullptr;
+            }
+            *entry = block.release();
+            *entry_length = static_cast<int32_t>(lines.size());
+        }
+        return text;
+    });
 }
 
-char *ldif_fget_entry(FILE *stream) try {
-    char piece[510 + 1];
-    std::string lines;
-    bool line_goes_on = false;
-    while (fgets(piece, sizeof(piece), stream)) {
-        std::string_view line = piece;
-        const bool behind_full_piece = line_goes_on;
-        line_goes_on = !line.ends_with('\n');
-        if (!line_goes_on) {
-            line.remove_suffix(1);
+char *ldif_fget_entry(FILE *stream) {
+    return guarded(nullptr, [&]() -> char * {
+        char piece[510 + 1];
+        std::string lines;
+        bool line_goes_on = false;
+        while (fgets(piece, sizeof(piece), stream)) {
+            std::string_view line = piece;
+            const bool behind_full_piece = line_goes_on;
+            line_goes_on = !line.ends_with('\n');
+            if (!line_goes_on) {
+                line.remove_suffix(1);
+            }
+            if (line.ends_with('\r')) {
+                line.remove_suffix(1);
+            }
+            if (line.empty() && behind_full_piece) {
+                continue;  // the line's end alone was left
+            }
+            if (line.empty()) {
+                return lines.empty() ? nullptr : to_heap(lines).release();
+            }
+            if (!lines.empty() || begins_entry(line)) {
+                lines.append(line).append("\n");
+            }
         }
-        if (line.ends_with('\r')) {
-            line.remove_suffix(1);
-        }
-        if (line.empty() && behind_full_piece) {
-            continue;  // the line's end alone was left
-        }
-        if (line.empty()) {
-            return lines.empty() ? nullptr : to_heap(lines).release();
-        }
-        if (!lines.empty() || begins_entry(line)) {
-            lines.append(line).append("\n");
-        }
-    }
-    return nullptr;
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        return nullptr;
+    });
 }
 
 // Hands the record of each entry of the text to `take`, but for those of another class.
@@ -237,65 +238,68 @@ static walk_end walk_entry(const char *text, const char *name, Found found) {
     }
 }
 
-int32_t ldif_entry_count_attr(const char *text, int32_t /*length*/, const char *name) try {
-    int32_t count = 0;
-    const walk_end end = walk_entry(text, name, [&](const std::string &) {
-        ++count;
-        return false;
+int32_t ldif_entry_count_attr(const char *text, int32_t /*length*/, const char *name) {
+    return guarded(0, [&] {
+        int32_t count = 0;
+        const walk_end end = walk_entry(text, name, [&](const std::string &) {
+            ++count;
+            return false;
+        });
+        if (end == walk_end::unparsed) {
+            fputs("ldif_entry_count_attr: failed to parse ldif buffer\n", stderr);
+        }
+        return count;
     });
-    if (end == walk_end::unparsed) {
-        fputs("ldif_entry_count_attr: failed to parse ldif buffer\n", stderr);
-    }
-    return count;
-} catch (const std::bad_alloc &) {
-    return 0;
 }
 
 int32_t ldif_entry_get_attr(const char *text, int32_t /*length*/, const char *name, char **value,
-                            int32_t n) try {
-    own_string found;
-    int32_t length = 0;
-    const walk_end end = walk_entry(text, name, [&](const std::string &bytes) {
-        if (--n != 0) {
-            return false;
-        }
-        found = to_heap(bytes);
-        length = found ? static_cast<int32_t>(bytes.size()) : 0;
-        return true;
-    });
-    if (end == walk_end::unparsed) {
-        fputs("ldif_entry_get_attr: failed to parse ldif buffer\n", stderr);
+                            int32_t n) {
+    const auto no_value = [&] {
+        *value = nullptr;
         return 0;
-    }
-    *value = found.release();
-    return length;
-} catch (const std::bad_alloc &) {
-    *value = nullptr;
-    return 0;
+    };
+    return guarded(no_value, [&] {
+        own_string found;
+        int32_t length = 0;
+        const walk_end end = walk_entry(text, name, [&](const std::string &bytes) {
+            if (--n != 0) {
+                return false;
+            }
+            found = to_heap(bytes);
+            length = found ? static_cast<int32_t>(bytes.size()) : 0;
+            return true;
+        });
+        if (end == walk_end::unparsed) {
+            fputs("ldif_entry_get_attr: failed to parse ldif buffer\n", stderr);
+            return 0;
+        }
+        *value = found.release();
+        return length;
+    });
 }
 
 int32_t ldif_entry_get_vals(const char *text, int32_t /*length*/, const char *name,
-                            char ***values) try {
-    *values = nullptr;
-    growing_list<char, arr_free> list(255);
-    const bool is_dn = strcasecmp(name, "dn") == 0;
-    const walk_end end = walk_entry(text, name, [&](const std::string &bytes) {
-        // Entries are strings: a value ends at its first NUL.
-        own_string value = to_heap(bytes.c_str());
-        if (!is_dn && value && list.add(value.get())) {
-            value.release();
+                            char ***values) {
+    return guarded(0, [&] {
+        *values = nullptr;
+        growing_list<char, arr_free> list(255);
+        const bool is_dn = strcasecmp(name, "dn") == 0;
+        const walk_end end = walk_entry(text, name, [&](const std::string &bytes) {
+            // Entries are strings: a value ends at its first NUL.
+            own_string value = to_heap(bytes.c_str());
+            if (!is_dn && value && list.add(value.get())) {
+                value.release();
+            }
+            return false;
+        });
+        if (end == walk_end::unparsed) {
+            fputs("ldif_entry_get_attr: failed to parse ldif buffer\n", stderr);
         }
-        return false;
+        if (end != walk_end::text_end) {
+            return 0;
+        }
+        const int32_t count = list.count();
+        *values = count > 0 ? list.release() : static_cast<char **>(calloc(1, sizeof(char *)));
+        return count;
     });
-    if (end == walk_end::unparsed) {
-        fputs("ldif_entry_get_attr: failed to parse ldif buffer\n", stderr);
-    }
-    if (end != walk_end::text_end) {
-        return 0;
-    }
-    const int32_t count = list.count();
-    *values = count > 0 ? list.release() : static_cast<char **>(calloc(1, sizeof(char *)));
-    return count;
-} catch (const std::bad_alloc &) {
-    return 0;
 }

@@ -4,11 +4,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <new>
 #include <string>
 #include <string_view>
 
 #include "support/base64.h"
+#include "support/boundary.h"
 #include "support/ldif.h"
 #include "support/own.h"
 
@@ -153,28 +153,28 @@ char *append(char *buffer, int32_t *length, const attribute_line &line) {
 }  // namespace
 
 char *ldif_write(char *buffer, int32_t *length, const char *name, const char *value,
-                 int32_t value_length, int32_t mode) try {
-    if (!value || (mode == 1 && value_length < 0)) {
-        return nullptr;
-    }
-    if (!name || !*name) {
-        return append(buffer, length, {"\n", 1});
-    }
-    std::string_view bytes =
-        mode == 1 ? std::string_view(value, static_cast<size_t>(value_length)) : value;
-    form shape = mode == 3 ? form::reference : form::plain;
-    own_string encoded;
-    if (mode == 1 || (mode != 3 && needs_base64(bytes, mode == 2))) {
-        encoded = encode(bytes);
-        if (!encoded) {
+                 int32_t value_length, int32_t mode) {
+    return guarded(nullptr, [&]() -> char * {
+        if (!value || (mode == 1 && value_length < 0)) {
             return nullptr;
         }
-        bytes = encoded.get();
-        shape = form::base64;
-    }
-    return append(buffer, length, compose(name, bytes, shape));
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        if (!name || !*name) {
+            return append(buffer, length, {"\n", 1});
+        }
+        std::string_view bytes =
+            mode == 1 ? std::string_view(value, static_cast<size_t>(value_length)) : value;
+        form shape = mode == 3 ? form::reference : form::plain;
+        own_string encoded;
+        if (mode == 1 || (mode != 3 && needs_base64(bytes, mode == 2))) {
+            encoded = encode(bytes);
+            if (!encoded) {
+                return nullptr;
+            }
+            bytes = encoded.get();
+            shape = form::base64;
+        }
+        return append(buffer, length, compose(name, bytes, shape));
+    });
 }
 
 int32_t ldif_fwrite(FILE *stream, const char *name, const char *value, int32_t value_length,
@@ -194,26 +194,26 @@ static bool append_line(std::string &text, const char *name, const char *value, 
     return line != nullptr;
 }
 
-char *ekva2ldif(s_ekva *const *rec) try {
-    if (!rec) {
-        return nullptr;
-    }
-    const auto has_text = [](const char *value) { return value && *value; };
-    std::string text;
-    const char *const dn = ekva_getval(rec, "dn");
-    if (has_text(dn) && !append_line(text, "dn", dn, 2)) {
-        return nullptr;
-    }
-    int capacity = 0;
-    int mode = 0;
-    for (rec += _ekva_parse_header(rec, &capacity, &mode); *rec; ++rec) {
-        const s_ekva &pair = **rec;
-        const bool written = has_text(dn) && strcmp(pair.key, "dn") == 0;
-        if (has_text(pair.val) && !written && !append_line(text, pair.key, pair.val, 0)) {
+char *ekva2ldif(s_ekva *const *rec) {
+    return guarded(nullptr, [&]() -> char * {
+        if (!rec) {
             return nullptr;
         }
-    }
-    return strdup(text.c_str());
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        const auto has_text = [](const char *value) { return value && *value; };
+        std::string text;
+        const char *const dn = ekva_getval(rec, "dn");
+        if (has_text(dn) && !append_line(text, "dn", dn, 2)) {
+            return nullptr;
+        }
+        int capacity = 0;
+        int mode = 0;
+        for (rec += _ekva_parse_header(rec, &capacity, &mode); *rec; ++rec) {
+            const s_ekva &pair = **rec;
+            const bool written = has_text(dn) && strcmp(pair.key, "dn") == 0;
+            if (has_text(pair.val) && !written && !append_line(text, pair.key, pair.val, 0)) {
+                return nullptr;
+            }
+        }
+        return strdup(text.c_str());
+    });
 }

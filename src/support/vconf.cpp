@@ -8,11 +8,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "support/boundary.h"
 #include "support/file.h"
 #include "support/own.h"
 #include "support/text.h"
@@ -170,33 +170,33 @@ static void walk(const char *path, const Begin &begin, const Take &take) {
     }
 }
 
-s_ekva **vconf_read_ext(s_ekva **rec, const char *path, int mode) try {
-    const auto make_record = [&] {
-        if (!rec) {
-            rec = ekva_new(1024, mode);
-        }
-        return rec != nullptr;
-    };
-    walk(path, make_record, [&](const char *key, const char *val, const open_config &) {
-        if (ekva_addval(&rec, key, val, mode) < 1) {
-            // Key first, against what the words say.
-            fprintf(stderr, "Failed to add value <%s> for key <%s>\n", key, val);
-        }
+s_ekva **vconf_read_ext(s_ekva **rec, const char *path, int mode) {
+    return guarded(rec, [&] {
+        const auto make_record = [&] {
+            if (!rec) {
+                rec = ekva_new(1024, mode);
+            }
+            return rec != nullptr;
+        };
+        walk(path, make_record, [&](const char *key, const char *val, const open_config &) {
+            if (ekva_addval(&rec, key, val, mode) < 1) {
+                // Key first, against what the words say.
+                fprintf(stderr, "Failed to add value <%s> for key <%s>\n", key, val);
+            }
+        });
+        return rec;
     });
-    return rec;
-} catch (const std::bad_alloc &) {
-    return rec;
 }
 
-int vconf_walk(const char *path, vconf_visitor visit, void *context) try {
-    bool opened_one = false;
-    const auto note = [&] { return opened_one = true; };
-    walk(path, note, [&](const char *key, const char *val, const open_config &config) {
-        visit(key, val, config.path.c_str(), config.line, context);
+int vconf_walk(const char *path, vconf_visitor visit, void *context) {
+    return guarded(-1, [&] {
+        bool opened_one = false;
+        const auto note = [&] { return opened_one = true; };
+        walk(path, note, [&](const char *key, const char *val, const open_config &config) {
+            visit(key, val, config.path.c_str(), config.line, context);
+        });
+        return opened_one ? 0 : -1;
     });
-    return opened_one ? 0 : -1;
-} catch (const std::bad_alloc &) {
-    return -1;
 }
 
 s_ekva **vconf_read(s_ekva **rec, const char *path) {

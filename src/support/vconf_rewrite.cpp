@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
 
+#include "support/boundary.h"
 #include "support/file.h"
 #include "support/own.h"
 #include "support/text.h"
@@ -59,76 +59,81 @@ static bool write_lines(own_file out, std::string_view content, s_ekva *const *r
     return fclose(out.release()) == 0 && good;
 }
 
-int vconf_replace(const char *path, s_ekva *const *rec, int keep) try {
-    if (!path) {
-        fprintf(stderr, "No config file specified\n");
+int vconf_replace(const char *path, s_ekva *const *rec, int keep) {
+    const auto out_of_memory = [&] {
+        fprintf(stderr, "Failed to open <%s>: %s\n", path, strerror(ENOMEM));
         return -1;
-    }
-    size_t size = 0;
-    struct stat status;
-    const own_string content(stat(path, &status) == 0 ? _read_file(path, &size) : nullptr);
-    if (!content) {
-        fprintf(stderr, "Failed to open <%s>: %s\n", path, strerror(errno));
-        return -1;
-    }
-    const std::string prev = std::string(path) + ".prev";
-    const std::string next = std::string(path) + ".next";
-    errno = 0;
-    if (file_copy(next.c_str(), path, 1) < 1) {
-        fprintf(stderr, "Failed to create new config as <%s>: %s\n", next.c_str(), strerror(errno));
-        return give_up(next);
-    }
-    own_file out(fopen(next.c_str(), "we"));
-    if (!out) {
-        fprintf(stderr, "Failed to open <%s> for reading: %s\n", next.c_str(), strerror(errno));
-        return give_up(next);
-    }
-    // Who may not give a file away has made it as his own.
-    (void)!fchown(fileno(out.get()), status.st_uid, status.st_gid);
-    if (!write_lines(std::move(out), {content.get(), size}, rec)) {
-        fprintf(stderr, "Failed to write <%s>: %s\n", next.c_str(), strerror(errno));
-        return give_up(next);
-    }
+    };
+    return guarded(out_of_memory, [&] {
+        if (!path) {
+            fprintf(stderr, "No config file specified\n");
+            return -1;
+        }
+        size_t size = 0;
+        struct stat status;
+        const own_string content(stat(path, &status) == 0 ? _read_file(path, &size) : nullptr);
+        if (!content) {
+            fprintf(stderr, "Failed to open <%s>: %s\n", path, strerror(errno));
+            return -1;
+        }
+        const std::string prev = std::string(path) + ".prev";
+        const std::string next = std::string(path) + ".next";
+        errno = 0;
+        if (file_copy(next.c_str(), path, 1) < 1) {
+            fprintf(stderr, "Failed to create new config as <%s>: %s\n", next.c_str(),
+                    strerror(errno));
+            return give_up(next);
+        }
+        own_file out(fopen(next.c_str(), "we"));
+        if (!out) {
+            fprintf(stderr, "Failed to open <%s> for reading: %s\n", next.c_str(), strerror(errno));
+            return give_up(next);
+        }
+        // Who may not give a file away has made it as his own.
+        (void)!fchown(fileno(out.get()), status.st_uid, status.st_gid);
+        if (!write_lines(std::move(out), {content.get(), size}, rec)) {
+            fprintf(stderr, "Failed to write <%s>: %s\n", next.c_str(), strerror(errno));
+            return give_up(next);
+        }
 
-    unlink(prev.c_str());
-    if (keep) {
-        (void)!rename(path, prev.c_str());
-    }
-    unlink(path);
-    (void)!rename(next.c_str(), path);
-    return 0;
-} catch (const std::bad_alloc &) {
-    fprintf(stderr, "Failed to open <%s>: %s\n", path, strerror(ENOMEM));
-    return -1;
+        unlink(prev.c_str());
+        if (keep) {
+            (void)!rename(path, prev.c_str());
+        }
+        unlink(path);
+        (void)!rename(next.c_str(), path);
+        return 0;
+    });
 }
 
 // ---- Value maps ----
 
-vconf_valnum **vconf_gen_vnlist(const char *text) try {
-    const own_array fields(text ? str2arr(text, ',') : nullptr);
-    if (!fields) {
-        return nullptr;
-    }
-    const auto count = static_cast<size_t>(arr_count(fields.get()));
-    own_valnum_list map(static_cast<vconf_valnum **>(calloc(count + 1, sizeof(vconf_valnum *))));
-    if (!map) {
-        return nullptr;
-    }
-    int number = 0;
-    for (size_t i = 0; i < count; i++) {
-        const auto [name, value] = key_and_value(fields.get()[i]);
-        auto *const entry = static_cast<vconf_valnum *>(calloc(1, sizeof(vconf_valnum)));
-        map.get()[i] = entry;
-        if (!entry || !(entry->name = strdup(name.c_str()))) {
+vconf_valnum **vconf_gen_vnlist(const char *text) {
+    return guarded(nullptr, [&]() -> vconf_valnum ** {
+        const own_array fields(text ? str2arr(text, ',') : nullptr);
+        if (!fields) {
             return nullptr;
         }
-        // What does not scan leaves the number of the field before.
-        (void)!sscanf(value.c_str(), "%d", &number);
-        entry->num = number;
-    }
-    return map.release();
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        const auto count = static_cast<size_t>(arr_count(fields.get()));
+        own_valnum_list map(
+            static_cast<vconf_valnum **>(calloc(count + 1, sizeof(vconf_valnum *))));
+        if (!map) {
+            return nullptr;
+        }
+        int number = 0;
+        for (size_t i = 0; i < count; i++) {
+            const auto [name, value] = key_and_value(fields.get()[i]);
+            auto *const entry = static_cast<vconf_valnum *>(calloc(1, sizeof(vconf_valnum)));
+            map.get()[i] = entry;
+            if (!entry || !(entry->name = strdup(name.c_str()))) {
+                return nullptr;
+            }
+            // What does not scan leaves the number of the field before.
+            (void)!sscanf(value.c_str(), "%d", &number);
+            entry->num = number;
+        }
+        return map.release();
+    });
 }
 
 static const vconf_valnum *entry_named(vconf_valnum *const *map, const char *name) {
