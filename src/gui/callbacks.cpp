@@ -7,7 +7,7 @@
 #include "support/log.h"
 
 static void say_pressed(const char *button) {
-    log_say(LEVEL_DEBUG, "Somebody presssed the %s button!!\n", button);
+    log_debug("Somebody presssed the %s button!!\n", button);
 }
 
 static void go_to(int action) {

@@ -35,13 +35,13 @@ const char *vrmui_select(vrmui_object *ui, const char *prompt, s_ekva *const *ch
     if (!command) {
         return nullptr;
     }
-    log_say(LEVEL_DEBUG, "Calling <%s>", command->c_str());
+    log_debug("Calling <%s>", command->c_str());
     const std::optional<std::string> answer = first_line_of(*command);
     return answer ? key_of_yad_answer(choices, *answer) : nullptr;
 }
 
 int vrmui_write_form(vrmui_object *ui, const char *heading, s_ekva *const *rec) {
     const std::string command = yad_form_command(title_of(ui), heading, rec);
-    log_say(LEVEL_DEBUG, "Calling <%s>", command.c_str());
+    log_debug("Calling <%s>", command.c_str());
     return system(command.c_str());
 }

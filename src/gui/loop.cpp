@@ -47,7 +47,7 @@ void run_loop() {
             vrc_cache = vrm_vrc_cache_fill(vrc);
         }
         new_window();
-        log_say(LEVEL_DEBUG, "Gui Action: %d\n", vrm_gui_action);
+        log_debug("Gui Action: %d\n", vrm_gui_action);
         if (!add_screen(vrm_gui_action, last_action)) {
             break;
         }

@@ -23,7 +23,7 @@ static void offer_updates() {
 bool screen_updates() {
     pvrm_status->hide();
     update_rows_free();
-    log_say(LEVEL_DEBUG, "In action update\n");
+    log_debug("In action update\n");
     if (!update_only) {
         add_label("Action: Select software to update");
     }

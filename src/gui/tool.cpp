@@ -35,7 +35,7 @@ void drain(int fd, void *data) {
     auto *tool = static_cast<unwatched_tool *>(data);
     tool_line line;
     if (read_tool_line(tool->output, &line)) {
-        log_say(LEVEL_DEBUG, "%s: %s", tool->action_name.c_str(), line.text);
+        log_debug("%s: %s", tool->action_name.c_str(), line.text);
         return;
     }
     const std::unique_ptr<unwatched_tool> owner(tool);
@@ -112,7 +112,7 @@ void start_tool(const tool_action &action, char *const *names) {
         set_status(action.failure_line);
         return;
     }
-    log_say(LEVEL_DEBUG, "executing <%s>\n", command->c_str());
+    log_debug("executing <%s>\n", command->c_str());
     // Closed on exec, or a dialog program started meanwhile would hold the pipe open.
     FILE *output = popen(command->c_str(), "re");
     if (!output) {
@@ -138,9 +138,7 @@ static void take_line(const char *line) {
     if (const char *status = status_of_tool_line(line)) {
         set_status(status);
     }
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "adding <%s>", line);
-    }
+    log_debug("adding <%s>", line);
     add_output(line);
 }
 
@@ -148,7 +146,7 @@ static void finish_tool() {
     Fl::remove_fd(fileno(pvrm_file));
     const bool was_watched = pvrm_file == watched;
     const int status = pclose(pvrm_file);
-    log_say(LEVEL_DEBUG, "pvrm freed");
+    log_debug("pvrm freed");
     pvrm_lock = 0;
     if (was_watched) {
         watched = nullptr;
@@ -168,7 +166,7 @@ void pvrm_fdh(int /*fd*/, void *name) {
     if (name) {
         copy_action_name(cur_action, static_cast<const char *>(name));
     }
-    log_say(LEVEL_DEBUG, "entering pvrm_fdh");
+    log_debug("entering pvrm_fdh");
     tool_line line;
     if (read_tool_line(pvrm_file, &line)) {
         take_line(line.text);

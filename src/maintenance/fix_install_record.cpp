@@ -67,7 +67,7 @@ int vrm_fixinst_vrk(vrm_handle *handle, const vri *package, char new_type, const
                     .other = "name"});
             return -1;
         }
-        log_say(LEVEL_DEBUG, "fixing installation info for %s ", package->name);
+        log_debug("fixing installation info for %s ", package->name);
         entry_places places = places_of(handle, package->name);
         vrm_vrf_mkdir(places.new_entry.data(), 0755);
         if (!write_record(places.new_entry + "/inst.txt", package, new_type, head) ||

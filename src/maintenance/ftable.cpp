@@ -60,7 +60,7 @@ vrm_ftable *vrm_ftable_new(FILE *stream, const void * /*title*/, s_ekva *const *
             write_csv(stream, columns, 1);
             break;
         case FORMAT_LDIF:
-            log_say(LEVEL_DEBUG, "Ldif needs no header");
+            log_debug("Ldif needs no header");
             break;
         default:
             fprintf(stream, text_row, "Name (with variant)", "Version", "Description");

@@ -126,9 +126,7 @@ static std::optional<fork_count> check_fork(const std::string &entry, const fork
     const std::string root = fork.kept_in_entry ? entry + "/" + fork.name : "";
     for (s_ekva *const *pair = list + 1; *pair; pair++) {
         const char *const hash = (*pair)->key, *const path = (*pair)->val;
-        if (log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG, "vrm_chkhash: found %s: %s\n", hash, path);
-        }
+        log_debug("vrm_chkhash: found %s: %s\n", hash, path);
         count.errors += check_delivered(root + path, hash, verbose);
         if (fork.edited) {
             count.errors += check_edited(path, hash, verbose);

@@ -156,7 +156,7 @@ class head_audit {
 
 bool head_audit::visit(const char *entry, const vri *package) {
     if (!package) {
-        log_say(LEVEL_DEBUG, "%s is not a valid package, skipping", entry);
+        log_debug("%s is not a valid package, skipping", entry);
         return true;
     }
     if (package->install_type != 'D' || is_wanted_by_head(*package)) {
@@ -180,13 +180,13 @@ bool head_audit::is_wanted_by_head(const vri &package) {
         return false;
     }
     if (head->count > 0) {
-        log_say(LEVEL_DEBUG, "vrm_chkhead: %s has %d dependencies", head_name.c_str(), head->count);
+        log_debug("vrm_chkhead: %s has %d dependencies", head_name.c_str(), head->count);
     }
     if (!head->dependencies.contains(name)) {
         report_finding({.kind = event_kind::head_done, .package = name, .other = head_name});
         return false;
     }
-    log_say(LEVEL_DEBUG, "vrm_chkhead: %s is still needed by %s", name.c_str(), head_name.c_str());
+    log_debug("vrm_chkhead: %s is still needed by %s", name.c_str(), head_name.c_str());
     return true;
 }
 
@@ -236,7 +236,7 @@ class entry_audit {
 
 bool entry_audit::visit(const char *entry, const std::string &path, const vri *package) {
     if (package && strcmp(package->name, entry) == 0) {
-        log_say(LEVEL_DEBUG, "%s is a valid package dir", entry);
+        log_debug("%s is a valid package dir", entry);
         valid_++;
         return true;
     }
@@ -316,7 +316,7 @@ int vrm_chkhead(vrm_handle *handle) {
             report({.kind = event_kind::head_audit_aborted});
             return -1;
         }
-        log_say(LEVEL_DEBUG, "Found %d packages", *count);
+        log_debug("Found %d packages", *count);
         walk.close();
         return audit.orphans();
     });
@@ -339,7 +339,7 @@ int vrm_chkinst(vrm_handle *handle, unsigned report) {
             ::report({.kind = event_kind::entry_audit_aborted});
             return -1;
         }
-        log_say(LEVEL_DEBUG, "Found %d packages", *count);
+        log_debug("Found %d packages", *count);
         if (report) {
             audit.report_sums();
         }

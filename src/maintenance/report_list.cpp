@@ -52,12 +52,6 @@ bool add_row(const own_ekva &row, int number) {
                      event_kind::report_row_failed);
 }
 
-void say_adding(int number) {
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "adding %d entry", number);
-    }
-}
-
 // ---- A list of packages as a table of the user interface ----
 
 std::string list_title(int mode, int count) {
@@ -83,7 +77,7 @@ int write_list_as_table(const std::string &title, vri *const *list, int count, b
     }
     for (int i = 0; i < count; i++) {
         const vri *package = list[i];
-        say_adding(i + 1);
+        log_debug("adding %d entry", i + 1);
         own_ekva row = record_of({{"Name", package->name},
                                   {"Variant", package->variant},
                                   {"Version", package->version},
@@ -162,7 +156,7 @@ int write_list_to_stream(FILE *out, const std::string &title, vri *const *list, 
     if (!stream) {
         return without_file();
     }
-    log_say(LEVEL_DEBUG, "Opening table");
+    log_debug("Opening table");
     const own_ekva columns(vrk_info_ekva(nullptr, mode));
     const own_heap<vrm_ftable> table(
         vrm_ftable_new(stream, title.c_str(), columns.get(), mode, list_format, deps));
@@ -170,7 +164,7 @@ int write_list_to_stream(FILE *out, const std::string &title, vri *const *list, 
         return without_file();
     }
     for (int i = 0; i < count; i++) {
-        say_adding(i + 1);
+        log_debug("adding %d entry", i + 1);
         own_ekva record(vrk_info_ekva(list[i], mode));
         if (!record) {
             throw std::bad_alloc();
@@ -180,7 +174,7 @@ int write_list_to_stream(FILE *out, const std::string &title, vri *const *list, 
         }
         vrm_ftable_add(table.get(), record.get());
     }
-    log_say(LEVEL_DEBUG, "Closing table");
+    log_debug("Closing table");
     vrm_ftable_end(table.get(), nullptr);
     if (out) {
         return 0;
@@ -188,7 +182,7 @@ int write_list_to_stream(FILE *out, const std::string &title, vri *const *list, 
     if (!temporary.close()) {
         return without_file();  // rather than show a part of the list
     }
-    log_say(LEVEL_DEBUG, "Writing table");
+    log_debug("Writing table");
     vrmui_write_file(vrmui, temporary.path(), 1);
     return 0;
 }
@@ -229,7 +223,7 @@ int write_actions_as_table(const char *title, vra *const *list, bool sizes) {
     }
     for (int number = 1; list && list[number - 1]; number++) {
         const vra *entry = list[number - 1];
-        say_adding(number);
+        log_debug("adding %d entry", number);
         own_ekva row = record_of({{"Action", vra_action_word(entry->action)},
                                   {"Package", entry->name},
                                   {"Version", entry->info->version}});
@@ -251,7 +245,7 @@ int write_actions_as_table(const char *title, vra *const *list, bool sizes) {
 int vrm_vrk_list_write(FILE *out, vri *const *list, int count, int mode, int list_format,
                        int deps) {
     return guarded("vrm_vrk_list_write", -1, [&] {
-        log_say(LEVEL_DEBUG, out ? "Writing list to file" : "Writing list to ui");
+        log_debug(out ? "Writing list to file" : "Writing list to ui");
         const std::string title = list_title(mode, count);
         return list_format == FORMAT_TABLE
                    ? write_list_as_table(title, list, count, deps != 0)

@@ -138,7 +138,7 @@ void add_installation(form_record *form, const vri *package) {
 }
 
 int write_form(const vri *package, unsigned mode, unsigned list_format) {
-    log_say(LEVEL_DEBUG, "vrm_vrk_info_write: list_format = %d", static_cast<int>(list_format));
+    log_debug("vrm_vrk_info_write: list_format = %d", static_cast<int>(list_format));
     form_record form;
     form.add("Name", or_empty(package->name));
     form.add_if_set("Variant", package->variant);
@@ -244,7 +244,7 @@ void write_delimited(const report_sink &sink, const vri *package) {
 }
 
 int write_package(const vri *package, FILE *out, unsigned list_format) {
-    log_say(LEVEL_DEBUG, out ? "Writing info to file" : "Writing info to ui");
+    log_debug(out ? "Writing info to file" : "Writing info to ui");
     if (vrmui) {
         vrmui_line_new(vrmui, "");
     }

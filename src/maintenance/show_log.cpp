@@ -71,23 +71,16 @@ static void show_csv(const char *number, s_ekva *const *record) {
         const char *value = i == 0 ? number : ekva_getval(record, columns[i]);
         fields[i] = !record ? columns[i] : value ? value : "";
     }
-    const bool traced = log_wants(LEVEL_DEBUG);
-    if (traced) {
-        log_say(LEVEL_DEBUG, "vrm_showlogline: before arr2csv, num=%d\n",
-                static_cast<int>(columns.size()));
-        for (size_t i = 0; i < columns.size(); i++) {
-            log_say(LEVEL_DEBUG, "vrm_showlogline: csv_arr[%d]: <%s>\n", static_cast<int>(i),
-                    fields[i]);
-        }
+    log_debug("vrm_showlogline: before arr2csv, num=%d\n", static_cast<int>(columns.size()));
+    for (size_t i = 0; i < columns.size(); i++) {
+        log_debug("vrm_showlogline: csv_arr[%d]: <%s>\n", static_cast<int>(i), fields[i]);
     }
     const own_string line(arr2csv(const_cast<char *const *>(fields.data()), ';', 0));
     if (!line) {
         report({.kind = event_kind::report_line_empty});
         return;
     }
-    if (traced) {
-        log_say(LEVEL_DEBUG, "vrm_showlogline: csv_line: <%s>\n", line.get());
-    }
+    log_debug("vrm_showlogline: csv_line: <%s>\n", line.get());
     vrmui_say("%s\n", line.get());
 }
 

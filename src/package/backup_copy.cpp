@@ -102,7 +102,7 @@ int copy_content(int from, const char *source, int to, const char *target, int32
         total += static_cast<uint64_t>(got);
     }
     *bytes = told_bytes(total);
-    log_say(LEVEL_DEBUG, "Wrote %d bytes to %s\n", *bytes, target);
+    log_debug("Wrote %d bytes to %s\n", *bytes, target);
     return 0;
 }
 
@@ -132,7 +132,7 @@ int back_up(const char *target, const char *backup_base) {
     const std::string directory = backup_base + directory_of(target);
     make_directory(directory);
     const std::string backup = directory + '/' + name_of(target);
-    log_say(LEVEL_DEBUG, "Backing up %s to %s\n", target, backup.c_str());
+    log_debug("Backing up %s to %s\n", target, backup.c_str());
 
     const char *why;
     struct stat status;
@@ -163,7 +163,7 @@ enum class extent {
 // Takes an old target away, after it was saved if there is a backup base. `stays` says whether it
 // could not be removed.
 int clear_target(const char *target, const char *backup_base, extent how, bool *stays) {
-    log_say(LEVEL_DEBUG, "vrm_vrf_copy: checking existence of %s", target);
+    log_debug("vrm_vrf_copy: checking existence of %s", target);
     struct stat info;
     if (how == extent::whole && lstat(target, &info) == 0 && S_ISLNK(info.st_mode)) {
         unlink(target);
@@ -177,10 +177,10 @@ int clear_target(const char *target, const char *backup_base, extent how, bool *
             report({.kind = event_kind::file_not_found, .path = target, .error = errno});
             return -1;
         }
-        log_say(LEVEL_DEBUG, "vrm_vrf_copy: %s does not exist, no backup necessary", target);
+        log_debug("vrm_vrf_copy: %s does not exist, no backup necessary", target);
         return 0;
     }
-    log_say(LEVEL_DEBUG, "vrm_vrf_copy: %s exists", target);
+    log_debug("vrm_vrf_copy: %s exists", target);
     if (!S_ISREG(info.st_mode)) {
         report({.kind = event_kind::target_not_regular, .path = target});
         return -1;
@@ -213,9 +213,9 @@ int note_backup(const char *backup_base, const char *path) {
 static int32_t copy_over(const char *target, const char *source, const char *backup_base, int mode,
                          extent how) {
     if (backup_base) {
-        log_say(LEVEL_DEBUG, "vrm_vrf_copy: backup base is %s, will backup target", backup_base);
+        log_debug("vrm_vrf_copy: backup base is %s, will backup target", backup_base);
     } else {
-        log_say(LEVEL_DEBUG, "vrm_vrf_copy: backup base is NULL, will not backup target");
+        log_debug("vrm_vrf_copy: backup base is NULL, will not backup target");
     }
 
     struct stat info;
@@ -236,7 +236,7 @@ static int32_t copy_over(const char *target, const char *source, const char *bac
         return -1;
     }
 
-    log_say(LEVEL_DEBUG, "Copying %s to %s\n", source, target);
+    log_debug("Copying %s to %s\n", source, target);
     if (!from.valid()) {
         return fail_read_open(source, why);
     }

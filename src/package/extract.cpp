@@ -33,7 +33,7 @@ static bool go_to_end_and_back(FILE *stream, const char *path) {
 }
 
 static bool signature_holds(vrm_handle *handle, FILE *stream, vri *info, const char *path) {
-    log_say(LEVEL_DEBUG, "Will verify the package signature");
+    log_debug("Will verify the package signature");
     if (!info->rsa_sig_subj) {
         report({.kind = event_kind::signer_missing});
         return false;
@@ -70,7 +70,7 @@ static own_vri pass_head(vrm_handle *handle, FILE *stream, const char *path, int
             return nullptr;
         }
         if (!verify) {
-            log_say(LEVEL_DEBUG, "Not verifying the package signature");
+            log_debug("Not verifying the package signature");
             return info;
         }
         return signature_holds(handle, stream, info.get(), path) ? std::move(info) : nullptr;

@@ -34,9 +34,7 @@ struct Entry {
 }  // namespace
 
 static bool add_hash(s_ekva ***hashes, const char *hash, const char *path) {
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "Adding hash %s for file %s", hash, path);
-    }
+    log_debug("Adding hash %s for file %s", hash, path);
     return ekva_addval(hashes, hash, path, 0) > 0;
 }
 
@@ -45,7 +43,7 @@ int vrm_vrf_vrk_hashes(const char *dir, const char *fork, s_ekva ***hashes) {
         const std::string path = std::string(dir) + "/hash/" + fork + ".txt";
         const own_file stream(fopen_regular(path.c_str()));
         if (!stream) {
-            log_say(LEVEL_DEBUG, "vrm_vrf_vrk_hashes: no file: %s, exiting", path.c_str());
+            log_debug("vrm_vrf_vrk_hashes: no file: %s, exiting", path.c_str());
             return 0;
         }
         *hashes = ekva_new(first_capacity, record_mode);
@@ -122,7 +120,7 @@ static int hash_tree(const std::string &root, const std::string &relative, s_ekv
     struct stat st = {};
     if (lstat(path.c_str(), &st) != 0) {
         if (errno == ENOENT) {
-            log_say(LEVEL_DEBUG, "no directory %s under %s", relative.c_str(), root.c_str());
+            log_debug("no directory %s under %s", relative.c_str(), root.c_str());
             return 0;
         }
         report({.kind = event_kind::path_not_found, .path = path});
@@ -145,7 +143,7 @@ static int hash_tree(const std::string &root, const std::string &relative, s_ekv
         }
         const int result = hash_tree(root, below, hashes);
         if (result != 0) {
-            log_say(LEVEL_DEBUG, "vrm_vrf_hash_files on %s got rc=%d\n", below.c_str(), result);
+            log_debug("vrm_vrf_hash_files on %s got rc=%d\n", below.c_str(), result);
             return result;
         }
     }

@@ -29,7 +29,7 @@ static bool read_magic(FILE *stream, const std::string &short_magic_behind) {
         report({.kind = event_kind::package_magic_unknown});
         return false;
     }
-    log_say(LEVEL_DEBUG, "Package version: %d", version);
+    log_debug("Package version: %d", version);
     return true;
 }
 
@@ -95,6 +95,6 @@ bool check_signature(vrm_handle *handle, FILE *stream, vri *info) {
     }
     info->sig_status =
         vrs_fverify_rsa(handle, info->rsa_sig_subj, info->rsa_sig_data, info->rsa_sig_len, stream);
-    log_say(LEVEL_DEBUG, "rc of vrs_verify_rsa: %d", info->sig_status);
+    log_debug("rc of vrs_verify_rsa: %d", info->sig_status);
     return fseeko(stream, payload, SEEK_SET) == 0;
 }

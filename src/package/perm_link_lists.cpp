@@ -70,9 +70,8 @@ class FieldList {
             if (!line_.empty()) {
                 return Read::entry;
             }
-            if (function_ && log_wants(LEVEL_DEBUG)) {
-                log_say(LEVEL_DEBUG, "%s: Skipping empty line no %d in %s", function_, number_,
-                        path_);
+            if (function_) {
+                log_debug("%s: Skipping empty line no %d in %s", function_, number_, path_);
             }
         }
     }
@@ -181,10 +180,7 @@ int vrm_vrf_perms(const char *path) {
             const std::string &file = list.field(0);
             const std::string &text = list.field(1);
             if (file.empty() || text.empty()) {
-                if (log_wants(LEVEL_DEBUG)) {
-                    log_say(LEVEL_DEBUG,
-                            "vrm_vrf_perms: Skipping entry, file or mode not properly specified");
-                }
+                log_debug("vrm_vrf_perms: Skipping entry, file or mode not properly specified");
                 continue;
             }
             mode_t mode;
@@ -221,40 +217,34 @@ bool enter_directory(const std::string &directory, int *outcome) {
         report({.kind = event_kind::link_directory_not_entered, .path = directory});
         return false;
     }
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "vrm_vrf_links: Changed to directory %s.", directory.c_str());
-    }
+    log_debug("vrm_vrf_links: Changed to directory %s.", directory.c_str());
     return true;
 }
 
 // A link that isn't there is the usual case of a first installation, so nothing of this is more
 // than a DEBUG line.
 void remove_link(const char *name, int *outcome) {
-    log_say(LEVEL_DEBUG, "vrm_vrf_links: Will remove symbolic link named %s", name);
+    log_debug("vrm_vrf_links: Will remove symbolic link named %s", name);
     struct stat info;
     *outcome = lstat(name, &info);
     if (*outcome != 0) {
-        log_say(LEVEL_DEBUG, "vrm_vrf_links: %s does not exist, or is not accessible: %s", name,
-                strerror(errno));
+        log_debug("vrm_vrf_links: %s does not exist, or is not accessible: %s", name,
+                  strerror(errno));
         return;
     }
     if (!S_ISLNK(info.st_mode)) {
-        log_say(LEVEL_DEBUG,
-                "vrm_vrf_links: %s exists, but is not a symbolic link, refusing to delete", name);
+        log_debug("vrm_vrf_links: %s exists, but is not a symbolic link, refusing to delete", name);
         return;
     }
     *outcome = unlink(name);
     if (*outcome != 0) {
-        log_say(LEVEL_DEBUG, "vrm_vrf_links: Failed to remove symbolic link named %s: %s", name,
-                strerror(errno));
+        log_debug("vrm_vrf_links: Failed to remove symbolic link named %s: %s", name,
+                  strerror(errno));
     }
 }
 
 void create_link(const char *target, const char *name, int *outcome) {
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "vrm_vrf_links: Will create symbolic link named %s pointing to %s",
-                name, target);
-    }
+    log_debug("vrm_vrf_links: Will create symbolic link named %s pointing to %s", name, target);
     *outcome = symlink(target, name);
     if (*outcome != 0) {
         report(
@@ -296,15 +286,11 @@ int apply_links(FieldList<3> &list, bool remove, bool create, link_entry entry,
                 continue;
             }
             if (unreachable) {
-                if (log_wants(LEVEL_DEBUG)) {
-                    log_say(LEVEL_DEBUG,
-                            "vrm_vrf_links: Skipping entry, as directory could not be reached");
-                }
+                log_debug("vrm_vrf_links: Skipping entry, as directory could not be reached");
                 continue;
             }
             if (remove && may_remove && !may_remove(entry)) {
-                log_say(LEVEL_DEBUG, "vrm_vrf_links: Will not remove symbolic link named %s",
-                        name.c_str());
+                log_debug("vrm_vrf_links: Will not remove symbolic link named %s", name.c_str());
             } else if (remove) {
                 remove_link(name.c_str(), &outcome);
             }

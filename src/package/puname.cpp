@@ -32,7 +32,7 @@ static bool valid_arch(const std::string &name) {
     if (vrm_arch_getid(name.c_str()) != arch_unknown) {
         return true;
     }
-    log_say(LEVEL_DEBUG, "vrk_puname_decode: arch %s is invalid", name.c_str());
+    log_debug("vrk_puname_decode: arch %s is invalid", name.c_str());
     return false;
 }
 

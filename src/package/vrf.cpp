@@ -20,12 +20,12 @@
 int vrk_file_is_vrk(const char *path) {
     const char *extension = _get_filename_ext(path);
     if (!extension || strcmp(extension, "vrk") != 0) {
-        log_say(LEVEL_DEBUG, "%s has not suffix vrk", path);
+        log_debug("%s has not suffix vrk", path);
         return 0;
     }
     struct stat st = {};
     if (stat(path, &st) != 0) {
-        log_say(LEVEL_DEBUG, "file %s could not be stated: %s", path, strerror(errno));
+        log_debug("file %s could not be stated: %s", path, strerror(errno));
         return 0;
     }
     return S_ISREG(st.st_mode) ? 1 : 0;
@@ -35,7 +35,7 @@ int vrk_file_is_vrk(const char *path) {
 // unpack.
 static void note_signature(vrm_handle *handle, FILE *stream, vri *info, int verify) {
     if (!verify || !handle) {
-        log_say(LEVEL_DEBUG, "Not verifying the package signature");
+        log_debug("Not verifying the package signature");
     } else if (!info->rsa_sig_subj) {
         report({.kind = event_kind::signer_missing_noted});
         info->sig_status = -1;

@@ -241,7 +241,7 @@ void vrm_vri_list_sort(vri ***list) {
     const auto start = std::chrono::steady_clock::now();
     vrm_vri_list_bsort(list);
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-    log_say(LEVEL_DEBUG, "vrm_vri_list_sort(): bsort took %.5f seconds\n", took.count());
+    log_debug("vrm_vri_list_sort(): bsort took %.5f seconds\n", took.count());
 }
 
 void vrm_vri_list_qsort(vri ***list) {

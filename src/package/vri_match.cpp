@@ -24,10 +24,7 @@ static bool pair_fits(const s_ekva *pair, s_ekva *const *attributes) {
             continue;
         }
         hit = true;
-        if (log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG, "Found matching attribite %s with value %s: %s", pair->key,
-                    pair->val, *value);
-        }
+        log_debug("Found matching attribite %s with value %s: %s", pair->key, pair->val, *value);
     }
     return hit;
 }

@@ -125,9 +125,7 @@ static bool known_format(const Attributes &text, const char *label) {
         report({.kind = event_kind::package_format_unknown, .other = version->c_str()});
         return false;
     }
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "%s: Package format: %d", label ? label : "", format);
-    }
+    log_debug("%s: Package format: %d", label ? label : "", format);
     return true;
 }
 

@@ -64,9 +64,8 @@ bool subject_is(const X509 *certificate, const char *subject) {
 void say_date(const char *label, time_t date) {
     struct tm parts = {};
     localtime_r(&date, &parts);
-    log_say(LEVEL_DEBUG, "vrs_vferify_rsa: %s: %4d-%02d-%02d %02d:%02d:%02d", label,
-            parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min,
-            parts.tm_sec);
+    log_debug("vrs_vferify_rsa: %s: %4d-%02d-%02d %02d:%02d:%02d", label, parts.tm_year + 1900,
+              parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
 }
 
 // VERIFIED if the certificate is within its dates.
@@ -83,7 +82,7 @@ Outcome check_dates(const X509 *certificate, time_t now) {
         case validity::valid:
             break;
     }
-    log_say(LEVEL_DEBUG, "vrs_vferify_rsa: Certificate is valid");
+    log_debug("vrs_vferify_rsa: Certificate is valid");
     return VERIFIED;
 }
 
@@ -130,7 +129,7 @@ bool digest_stream(EVP_MD_CTX *context, FILE *stream) {
         }
         total += static_cast<uint64_t>(got);
     }
-    log_say(LEVEL_DEBUG, "vrs_vferify_rsa: Got %d bytes of package data", told_bytes(total));
+    log_debug("vrs_vferify_rsa: Got %d bytes of package data", told_bytes(total));
     return true;
 }
 
@@ -155,7 +154,7 @@ Outcome verify_payload(EVP_PKEY *key, const unsigned char *signature, int32_t le
         report({.kind = event_kind::signature_wrong});
         return INVALID;
     }
-    log_say(LEVEL_DEBUG, "Package signature succesfuly verified");
+    log_debug("Package signature succesfuly verified");
     return VERIFIED;
 }
 

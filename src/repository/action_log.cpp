@@ -132,7 +132,7 @@ static own_ekva decode(const char *uid) {
         throw std::bad_alloc();
     }
     if (!parts) {
-        log_say(LEVEL_DEBUG, "vrm_parse_log: error parsing PkgUid <%s>", uid);
+        log_debug("vrm_parse_log: error parsing PkgUid <%s>", uid);
     }
     return parts;
 }
@@ -190,9 +190,7 @@ s_ekva **vrm_parse_log(const char *line) {
             return nullptr;
         }
         const int count = arr_count(parts.get());
-        if (log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG, "vrm_parse_log: line <%s> has %d parts", line, count);
-        }
+        log_debug("vrm_parse_log: line <%s> has %d parts", line, count);
         if (count < fewest_words) {
             report({.kind = event_kind::history_line_short,
                     .other = line,
@@ -211,9 +209,7 @@ s_ekva **vrm_parse_log(const char *line) {
         if (!parse_date(&date, &seconds)) {
             return nullptr;
         }
-        if (log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG, "vrm_parse_log: %s is %" PRId64, date.c_str(), seconds);
-        }
+        log_debug("vrm_parse_log: %s is %" PRId64, date.c_str(), seconds);
 
         own_ekva rec(ekva_new(30, 4));
         add_pair(&rec, "evrkLogDate", date.c_str());

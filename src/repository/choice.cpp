@@ -57,9 +57,8 @@ class Choice {
     void compare_in_wanted(const vri *record, int index);
     void compare_in_default(const vri *record, int index);
     void compare_in_fallback(const vri *record, int index);
-    void compare_versions(const vri *record, int index, const std::string &where);
+    void compare_versions(const vri *record, int index, const char *where, const char *more);
 
-    const bool tells_ = log_wants(LEVEL_DEBUG);
     const char *wanted_ = nullptr;  // never the default variant
     bool fallback_allowed_ = false;
     const char *fallback_variant_ = nullptr;
@@ -70,88 +69,69 @@ class Choice {
 Choice::Choice(const char *name, const char *variant) {
     if (!variant) {
         fallback_allowed_ = true;
-        log_say(LEVEL_DEBUG, "vrm_findone: Checking for %s (no variant specified).", name);
+        log_debug("vrm_findone: Checking for %s (no variant specified).", name);
     } else if (means_default_variant(variant)) {
-        log_say(LEVEL_DEBUG, "vrm_findone: Checking for %s (default variant specified).", name);
+        log_debug("vrm_findone: Checking for %s (default variant specified).", name);
     } else {
         wanted_ = variant;
-        log_say(LEVEL_DEBUG, "vrm_findone: Checking for %s (%s variant specified).", name, variant);
+        log_debug("vrm_findone: Checking for %s (%s variant specified).", name, variant);
     }
 }
 
 void Choice::look_for_first(const vri *record, int index) {
     const bool is_default = !record->variant;
     if (wanted_ && !is_default && strcmp(record->variant, wanted_) == 0) {
-        if (tells_) {
-            log_say(LEVEL_DEBUG, "vrm_findone: Initiallly selecting %s variant for %s", wanted_,
-                    Id(record).text);
-        }
+        log_debug("vrm_findone: Initiallly selecting %s variant for %s", wanted_, Id(record).text);
         select(record, index);
     } else if (!wanted_ && is_default) {
-        if (tells_) {
-            log_say(LEVEL_DEBUG, "vrm_findone: Initiallly selecting default variant for %s",
-                    Id(record).text);
-        }
+        log_debug("vrm_findone: Initiallly selecting default variant for %s", Id(record).text);
         select(record, index);
         fallback_allowed_ = false;
     } else if (!wanted_ && fallback_allowed_) {
-        if (tells_) {
-            log_say(LEVEL_DEBUG, "vrm_findone: Initiallly selecting fallback variant %s for %s",
-                    record->variant, Id(record).text);
-        }
+        log_debug("vrm_findone: Initiallly selecting fallback variant %s for %s", record->variant,
+                  Id(record).text);
         select(record, index);
         fallback_variant_ = record->variant;
-    } else if (tells_) {
-        log_say(LEVEL_DEBUG, "vrm_findone: Initiallly skipping %s due to variant mismatch",
-                Id(record).text);
+    } else {
+        log_debug("vrm_findone: Initiallly skipping %s due to variant mismatch", Id(record).text);
     }
 }
 
-// The record and the best one are of the same variant; `where` names it for the log.
-void Choice::compare_versions(const vri *record, int index, const std::string &where) {
+// The record and the best one are of the same variant; `where` and `more` name it for the log.
+void Choice::compare_versions(const vri *record, int index, const char *where, const char *more) {
     const int order = strverscmp(record->version, best_->version);
     if (order > 0) {
-        if (tells_) {
-            // The new one first, against what the words say.
-            log_say(LEVEL_DEBUG, "vrm_findone: Replacing %s with %s in the %s, as this is newer",
-                    Id(record).text, Id(best_).text, where.c_str());
-        }
+        // The new one first, against what the words say.
+        log_debug("vrm_findone: Replacing %s with %s in the %s%s, as this is newer",
+                  Id(record).text, Id(best_).text, where, more);
         select(record, index);
-    } else if (tells_) {
-        log_say(LEVEL_DEBUG, "vrm_findone: Keeping %s instead of %s in the %s, %s", Id(best_).text,
-                Id(record).text, where.c_str(), order == 0 ? "first is first" : "as this is older");
+    } else {
+        log_debug("vrm_findone: Keeping %s instead of %s in the %s%s, %s", Id(best_).text,
+                  Id(record).text, where, more, order == 0 ? "first is first" : "as this is older");
     }
 }
 
 void Choice::compare_in_wanted(const vri *record, int index) {
     if (!record->variant) {
-        if (tells_) {
-            log_say(LEVEL_DEBUG,
-                    "vrm_findone: Skipping %s of default variant, as %s was in the relevant %s "
-                    "variant",
-                    Id(record).text, Id(best_).text, wanted_);
-        }
+        log_debug(
+            "vrm_findone: Skipping %s of default variant, as %s was in the relevant %s "
+            "variant",
+            Id(record).text, Id(best_).text, wanted_);
     } else if (strcmp(record->variant, best_->variant) != 0) {
-        if (tells_) {
-            log_say(LEVEL_DEBUG,
-                    "vrm_findone: Skipping %s of %s variant, as %s was in the relevant %s variant",
-                    Id(record).text, record->variant, Id(best_).text, wanted_);
-        }
+        log_debug("vrm_findone: Skipping %s of %s variant, as %s was in the relevant %s variant",
+                  Id(record).text, record->variant, Id(best_).text, wanted_);
     } else {
-        compare_versions(record, index, tells_ ? std::string(wanted_) + " variant" : "");
+        compare_versions(record, index, wanted_, " variant");
     }
 }
 
 void Choice::compare_in_default(const vri *record, int index) {
     if (!fallback_variant_) {
-        compare_versions(record, index, "default variant");
+        compare_versions(record, index, "default variant", "");
         return;
     }
-    if (tells_) {
-        log_say(LEVEL_DEBUG,
-                "vrm_findone: Default variant found: %s, overriding fallback variant %s: %s",
-                Id(record).text, fallback_variant_, Id(best_).text);
-    }
+    log_debug("vrm_findone: Default variant found: %s, overriding fallback variant %s: %s",
+              Id(record).text, fallback_variant_, Id(best_).text);
     select(record, index);
     fallback_allowed_ = false;
     fallback_variant_ = nullptr;
@@ -159,32 +139,25 @@ void Choice::compare_in_default(const vri *record, int index) {
 
 void Choice::compare_in_fallback(const vri *record, int index) {
     if (!fallback_allowed_) {
-        if (tells_) {
-            log_say(LEVEL_DEBUG,
-                    "vrm_findone: Keeping %s instead of %s of variant %s, no fallback allowed "
-                    "(anymore)",
-                    Id(best_).text, Id(record).text, record->variant);
-        }
+        log_debug(
+            "vrm_findone: Keeping %s instead of %s of variant %s, no fallback allowed "
+            "(anymore)",
+            Id(best_).text, Id(record).text, record->variant);
     } else if (!best_->variant) {
         // A default record ends the fallback, so that this is only a safeguard.
-        if (tells_) {
-            log_say(LEVEL_DEBUG,
-                    "vrm_findone: Skipping %s of %s variant, as %s was the relevant default "
-                    "variant",
-                    Id(record).text, record->variant, Id(best_).text);
-        }
+        log_debug(
+            "vrm_findone: Skipping %s of %s variant, as %s was the relevant default "
+            "variant",
+            Id(record).text, record->variant, Id(best_).text);
     } else if (strcmp(record->variant, best_->variant) != 0) {
-        if (tells_) {
-            log_say(LEVEL_DEBUG,
-                    "vrm_findone: Skipping both %s and %s and set no fallback allowed, as only one "
-                    "fallback can exist",
-                    Id(best_).text, Id(record).text);
-        }
+        log_debug(
+            "vrm_findone: Skipping both %s and %s and set no fallback allowed, as only one "
+            "fallback can exist",
+            Id(best_).text, Id(record).text);
         // Other than the line says a fallback stays allowed, and its variant stays noted.
         select(nullptr, -1);
     } else {
-        compare_versions(record, index,
-                         tells_ ? "fallback variant " + std::string(record->variant) : "");
+        compare_versions(record, index, "fallback variant ", record->variant);
     }
 }
 
@@ -270,19 +243,14 @@ bool is_newest(NewestHits *choices, vri *const *hits, int i) {
     const vri *const hit = hits[i];
     const int newest = choices->newest_for(hit);
     if (newest == i) {
-        if (log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG,
-                    "vrm_findpkg_new: %s not installed and %s is the newest version, copying",
-                    hit->name, Id(hit).text);
-        }
+        log_debug("vrm_findpkg_new: %s not installed and %s is the newest version, copying",
+                  hit->name, Id(hit).text);
         return true;
     }
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG,
-                "vrm_findpkg_new: %s not installed, but %s is older than the newest version %s, "
-                "skipping",
-                hit->name, Id(hit).text, newest < 0 ? "-" : Id(hits[newest]).text);
-    }
+    log_debug(
+        "vrm_findpkg_new: %s not installed, but %s is older than the newest version %s, "
+        "skipping",
+        hit->name, Id(hit).text, newest < 0 ? "-" : Id(hits[newest]).text);
     return false;
 }
 
@@ -312,7 +280,7 @@ int vrm_findpkg_new(vrm_handle *handle, void *connection, const char *name, cons
         for (size_t i = 0; names && names.get()[i]; ++i) {
             installed.insert(names.get()[i]);
         }
-        log_say(LEVEL_DEBUG, "vrm_findpkg_new: %04d entries found in catalogue", count);
+        log_debug("vrm_findpkg_new: %04d entries found in catalogue", count);
 
         size_t room = 1;
         while (hits.get()[room - 1]) {
@@ -330,16 +298,11 @@ int vrm_findpkg_new(vrm_handle *handle, void *connection, const char *name, cons
         for (int i = 0; hits.get()[i]; ++i) {
             const vri *const hit = hits.get()[i];
             if (installed.count(hit->name) > 0) {
-                if (log_wants(LEVEL_DEBUG)) {
-                    log_say(LEVEL_DEBUG, "vrm_findpkg_new: %s already installed, skipping",
-                            hit->name);
-                }
+                log_debug("vrm_findpkg_new: %s already installed, skipping", hit->name);
                 continue;
             }
             if (!choices) {
-                if (log_wants(LEVEL_DEBUG)) {
-                    log_say(LEVEL_DEBUG, "vrm_findpkg_new: %s not installed, copying", hit->name);
-                }
+                log_debug("vrm_findpkg_new: %s not installed, copying", hit->name);
             } else if (!is_newest(&*choices, hits.get(), i)) {
                 continue;
             }
@@ -368,7 +331,7 @@ vri *vrm_findone_vrc(vrm_handle *, const char *name, const char *variant, const 
     vri **found = nullptr;
     const int count = vrm_findpkg(connection, name, variant, version, 5, nullptr, &found);
     const own_vri_list hits(found);
-    log_say(LEVEL_DEBUG, "Number of packages returned for %s: %d", name, count);
+    log_debug("Number of packages returned for %s: %d", name, count);
     if (!hits) {
         return nullptr;
     }

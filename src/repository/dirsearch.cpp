@@ -52,14 +52,11 @@ std::vector<std::string> regular_files(const char *directory) {
 
 bool arch_fits(const vrm_handle *handle, const vri *info) {
     const bool fits = info->arch == arch_any || info->arch == handle->arch;
-    if (log_wants(LEVEL_DEBUG)) {
-        const char *package = vrm_arch_getname(info->arch);
-        const char *local = vrm_arch_getname(handle->arch);
-        log_say(LEVEL_DEBUG,
-                fits ? "Package arch %s matches local arch %s"
-                     : "Package arch %s doesn't match local arch %s, skipping",
-                package ? package : "unknown", local ? local : "unknown");
-    }
+    const char *package = vrm_arch_getname(info->arch);
+    const char *local = vrm_arch_getname(handle->arch);
+    log_debug(fits ? "Package arch %s matches local arch %s"
+                   : "Package arch %s doesn't match local arch %s, skipping",
+              package ? package : "unknown", local ? local : "unknown");
     return fits;
 }
 
@@ -67,9 +64,7 @@ bool arch_fits(const vrm_handle *handle, const vri *info) {
 own_vri candidate(vrm_handle *handle, const std::string &path, const char *name,
                   const char *variant) {
     if (!vrk_file_is_vrk(path.c_str())) {
-        if (log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG, "Found file %s, skipping", path.c_str());
-        }
+        log_debug("Found file %s, skipping", path.c_str());
         return nullptr;
     }
     // The head tells whether the file is of interest. Reading its whole record includes a digest of
@@ -78,7 +73,7 @@ own_vri candidate(vrm_handle *handle, const std::string &path, const char *name,
     uint64_t size;
     own_vri info = open_package(path.c_str(), &stream, &size);
     if (!info) {
-        log_say(LEVEL_DEBUG, "Skipping %s, failed to read info", path.c_str());
+        log_debug("Skipping %s, failed to read info", path.c_str());
         return nullptr;
     }
     if (!info->name || strcmp(info->name, name) != 0 || !arch_fits(handle, info.get()) ||
@@ -88,23 +83,20 @@ own_vri candidate(vrm_handle *handle, const std::string &path, const char *name,
     // It names the path it was given and where that really is, which are the record's URIs.
     info.reset(vrm_vrf_info(handle, path.c_str(), 0));
     if (!info) {
-        log_say(LEVEL_DEBUG, "Skipping %s, failed to read info", path.c_str());
+        log_debug("Skipping %s, failed to read info", path.c_str());
         return nullptr;
     }
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "Storing %s, package name %s matches %s", path.c_str(), info->name,
-                name);
-    }
+    log_debug("Storing %s, package name %s matches %s", path.c_str(), info->name, name);
     return info;
 }
 
 void search_directory(vrm_handle *handle, const char *directory, const char *name,
                       const char *variant, std::vector<own_vri> *found) {
-    log_say(LEVEL_DEBUG, "Scanning directory %s", directory);
+    log_debug("Scanning directory %s", directory);
     for (const std::string &file : regular_files(directory)) {
         const std::string path = std::string(directory) + '/' + file;
         if (path.size() >= path_limit) {
-            log_say(LEVEL_DEBUG, "Filename <%s> too long, skipping entry", path.c_str());
+            log_debug("Filename <%s> too long, skipping entry", path.c_str());
             continue;
         }
         own_vri info = candidate(handle, path, name, variant);
@@ -139,9 +131,9 @@ vri **vrm_findall_dirs(vrm_handle *handle, const char *name, const char *variant
                        char *const *dirs) {
     return guarded(nullptr, [&]() -> vri ** {
         if (variant) {
-            log_say(LEVEL_DEBUG, "Looking for package %s, variant %s", name, variant);
+            log_debug("Looking for package %s, variant %s", name, variant);
         } else {
-            log_say(LEVEL_DEBUG, "Looking for package %s", name);
+            log_debug("Looking for package %s", name);
         }
         if (!dirs) {
             return nullptr;

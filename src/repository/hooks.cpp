@@ -81,7 +81,7 @@ int vrm_hook_match_attr(s_ekva *const *package, const char *argument) {
     if (!parsed) {
         return 0;
     }
-    log_say(LEVEL_DEBUG, "vrm_hook_match_attr: parsed cond: <%s> = <%s>", argument, parsed.get());
+    log_debug("vrm_hook_match_attr: parsed cond: <%s> = <%s>", argument, parsed.get());
     char *const equals = strchr(parsed.get(), '=');
     if (!equals) {
         report({.kind = event_kind::hook_condition_invalid, .other = parsed.get()});
@@ -92,11 +92,10 @@ int vrm_hook_match_attr(s_ekva *const *package, const char *argument) {
     const own_array values(ekva_getvals(package, parsed.get()));
     for (char **value = values.get(); value && *value; value++) {
         if (fnmatch(pattern, *value, 0) == 0) {
-            log_say(LEVEL_DEBUG, "vrm_hook_match_attr: bingo, <%s> matches <%s>", *value, pattern);
+            log_debug("vrm_hook_match_attr: bingo, <%s> matches <%s>", *value, pattern);
             return 1;
         }
-        log_say(LEVEL_DEBUG, "vrm_hook_match_attr: bongo, <%s> does not match <%s>", *value,
-                pattern);
+        log_debug("vrm_hook_match_attr: bongo, <%s> does not match <%s>", *value, pattern);
     }
     return 0;
 }
@@ -109,11 +108,10 @@ int vrm_hook_match_file(s_ekva *const *package, const char *argument, char *cons
     if (!pattern) {
         return 0;
     }
-    log_say(LEVEL_DEBUG, "vrm_hook_match_file: parsed cond: <%s> = <%s>", argument, pattern.get());
+    log_debug("vrm_hook_match_file: parsed cond: <%s> = <%s>", argument, pattern.get());
     for (; *files; files++) {
         if (fnmatch(pattern.get(), *files, 0) == 0) {
-            log_say(LEVEL_DEBUG, "vrm_hook_match_file: bingo, <%s> matches <%s>", *files,
-                    pattern.get());
+            log_debug("vrm_hook_match_file: bingo, <%s> matches <%s>", *files, pattern.get());
             return 1;
         }
     }
@@ -161,7 +159,7 @@ static bool holds(const char *condition, const changed_package &package) {
         if (kind != name) {
             return false;
         }
-        log_say(LEVEL_DEBUG, "vrm_hooks_parse: got %s cond: <%s>", name, argument);
+        log_debug("vrm_hooks_parse: got %s cond: <%s>", name, argument);
         return true;
     };
     if (got("data")) {
@@ -190,29 +188,28 @@ static bool is_pair(const s_ekva *pair, const char *key, const char *value) {
 // The command of a hook for a package, a new string, or null when the hook gives none.
 static char *command_of(s_ekva *const *hook, const changed_package &package) {
     const char *const name = ekva_getval(hook, "evrhName");
-    log_say(LEVEL_DEBUG, "vrm_hooks_parse: found hook named %s", name ? name : "(null)");
+    log_debug("vrm_hooks_parse: found hook named %s", name ? name : "(null)");
     const char *const condition = usable_condition(hook);
     if (!condition || !holds(condition, package)) {
         return nullptr;
     }
     own_string command(cmd_mask_parse(ekva_getval(hook, "evrhExec"), package.attributes));
     if (command) {
-        log_say(LEVEL_DEBUG, "vrm_hooks_parse: we got a match, will add command: <%s>",
-                command.get());
+        log_debug("vrm_hooks_parse: we got a match, will add command: <%s>", command.get());
     }
     return command.release();
 }
 
 char **vrm_hooks_parse(vrm_handle *handle, const vri *info, int, const char *type,
                        char *const *data, char *const *conf, char *const *dump) {
-    log_say(LEVEL_DEBUG, "vrm_hooks_parse: starting");
+    log_debug("vrm_hooks_parse: starting");
     const own_ekva attributes(vrk_info_ekva(info, 3));
     if (!handle->hooks) {
-        log_say(LEVEL_DEBUG, "vrm_hooks_parse: no hooks.");
+        log_debug("vrm_hooks_parse: no hooks.");
         return nullptr;
     }
     const int found = ekva_list_cnt_ekva(handle->hooks, "evrhType", type);
-    log_say(LEVEL_DEBUG, "vrm_hooks_parse: found %d hook(-s) of type %s", found, type);
+    log_debug("vrm_hooks_parse: found %d hook(-s) of type %s", found, type);
     if (found == 0) {
         return nullptr;
     }

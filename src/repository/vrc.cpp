@@ -42,7 +42,7 @@ static void index_names(vri **cache) {
 vri **vrm_vrc_cache_fill(void *connection) {
     vri **result = nullptr;
     const int count = pvrm_vrc_findpkg(connection, nullptr, nullptr, nullptr, 5, nullptr, &result);
-    log_say(LEVEL_DEBUG, "Number of packages cached: %d", count);
+    log_debug("Number of packages cached: %d", count);
     if (count == 0) {
         return nullptr;
     }
@@ -54,7 +54,7 @@ void vrm_cache_free(vri **cache) {
     if (!cache) {
         return;
     }
-    log_say(LEVEL_DEBUG, "Freeing cached vris...");
+    log_debug("Freeing cached vris...");
     if (name_index.array == cache) {
         forget_names();
     }
@@ -64,25 +64,22 @@ void vrm_cache_free(vri **cache) {
         count++;
     }
     free(cache);
-    log_say(LEVEL_DEBUG, "%d cached vris freed.", count);
+    log_debug("%d cached vris freed.", count);
 }
 
 static void log_room(int capacity, bool again) {
     if (again) {
-        log_say(LEVEL_DEBUG, "vrm_findpkg: reallocation space for %d entries", capacity);
+        log_debug("vrm_findpkg: reallocation space for %d entries", capacity);
     } else {
-        log_say(LEVEL_DEBUG, "vrm_findpkg: allocating space for %d entries", capacity);
+        log_debug("vrm_findpkg: allocating space for %d entries", capacity);
     }
 }
 
 static void log_request(const char *name, const char *variant) {
-    if (!log_wants(LEVEL_DEBUG)) {
-        return;
-    }
     if (variant) {
-        log_say(LEVEL_DEBUG, "vrm_findpkg: Looking for package %s, variant <%s>", name, variant);
+        log_debug("vrm_findpkg: Looking for package %s, variant <%s>", name, variant);
     } else {
-        log_say(LEVEL_DEBUG, "vrm_findpkg: Looking for package %s", name);
+        log_debug("vrm_findpkg: Looking for package %s", name);
     }
 }
 
@@ -115,10 +112,7 @@ int vrm_findpkg(void *connection, const char *name, const char *variant, const c
             if (!hits.make_room()) {
                 throw std::bad_alloc();
             }
-            if (log_wants(LEVEL_DEBUG)) {
-                log_say(LEVEL_DEBUG, "vrm_findpkg: Storing %s, matches %s", record->name,
-                        name_text);
-            }
+            log_debug("vrm_findpkg: Storing %s, matches %s", record->name, name_text);
             own_vri copy(vrk_info_copy(record));
             if (!copy) {
                 throw std::bad_alloc();
@@ -142,7 +136,7 @@ int vrm_findpkg(void *connection, const char *name, const char *variant, const c
         if (count > 1) {
             vrm_vri_list_sort(hits.address());
         }
-        log_say(LEVEL_DEBUG, "vrm_findpkg: Stored %d vris", count);
+        log_debug("vrm_findpkg: Stored %d vris", count);
         if (count > 0) {
             *out = hits.release();
         }

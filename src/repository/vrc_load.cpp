@@ -207,13 +207,13 @@ void *vrm_vrc_load_configured(s_ekva *const *sys_conf) {
         vrc_backend = ekva_getval(sys_conf, "vrc_backend");
         if (vrc_backend) {
             set_string(&vrc_filename, base_name(vrc_backend));
-            log_say(LEVEL_DEBUG, "%s specified as catalogue backend", vrc_backend);
+            log_debug("%s specified as catalogue backend", vrc_backend);
         } else {
             set_string(&vrc_filename, vrm_default_backend);
-            log_say(LEVEL_DEBUG, "No catalogue backend speficied, using %.1900s", vrc_filename);
+            log_debug("No catalogue backend speficied, using %.1900s", vrc_filename);
         }
         set_string(&vrc_fullname, std::string(vrm_backend_dir) + "/" + vrc_filename);
-        log_say(LEVEL_DEBUG, "Loading vrm backend %s", vrc_fullname);
+        log_debug("Loading vrm backend %s", vrc_fullname);
         vrc_backend_handle = vrm_vrc_load(vrc_fullname);
         return vrc_backend_handle;
     });

@@ -91,8 +91,8 @@ class growing_list {
 // The watcher of the lists of packages and of files.
 inline void log_list_room(int capacity, bool again) {
     if (again) {
-        log_say(LEVEL_DEBUG, "Reallocation space for %d entries", capacity);
+        log_debug("Reallocation space for %d entries", capacity);
     } else {
-        log_say(LEVEL_DEBUG, "Allocating space for %d entries", capacity);
+        log_debug("Allocating space for %d entries", capacity);
     }
 }

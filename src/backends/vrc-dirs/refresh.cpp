@@ -215,8 +215,7 @@ bool Catalogue::refresh() {
             fresh++;
         }
     }
-    log_say(LEVEL_DEBUG, "vrc-dirs: %zu package files, %zu of them read", found.files.size(),
-            fresh);
+    log_debug("vrc-dirs: %zu package files, %zu of them read", found.files.size(), fresh);
 
     for (size_t i = 0; i < sources.size(); i++) {
         const Index &index = sources[i].index();

@@ -41,11 +41,11 @@ void package_rows_list_installed(vrm_handle *handle) {
 
 static void begin_search(const char *label, const char *typed) {
     package_rows_free();
-    log_say(LEVEL_DEBUG, "Add Callback for %s '%s'\n", label ? label : "", typed);
+    log_debug("Add Callback for %s '%s'\n", label ? label : "", typed);
 }
 
 static void end_search(const char *typed) {
-    log_say(LEVEL_DEBUG, "Got %d entries for %s\n", sel_rows, typed);
+    log_debug("Got %d entries for %s\n", sel_rows, typed);
 }
 
 void package_rows_search_installed(vrm_handle *handle, const char *label, const char *typed) {
@@ -74,15 +74,15 @@ void package_rows_search_catalogue(vrm_handle *handle, void *connection, const c
 }
 
 void package_rows_view(const std::function<bool(int row)> &selected) {
-    log_say(LEVEL_DEBUG, "Somebody presssed the listloc button.");
+    log_debug("Somebody presssed the listloc button.");
     for (int row = 0; row < sel_rows; row++) {
         if (selected(row)) {
             vrm_vrk_info_write(vri_list[row], nullptr, 2, FORMAT_FORM, 1);
-            log_say(LEVEL_DEBUG, "package %s selected", vri_list[row]->name);
+            log_debug("package %s selected", vri_list[row]->name);
             return;
         }
     }
-    log_say(LEVEL_DEBUG, "No package selected");
+    log_debug("No package selected");
 }
 
 int package_rows_choose(const std::function<bool(int row)> &selected, char ***names) {

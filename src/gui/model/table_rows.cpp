@@ -54,13 +54,11 @@ int choose_names(const char *said, int rows, const std::function<bool(int row)> 
             return 0;
         }
         chosen.get()[count++] = copy;
-        if (log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG, "added %d entry: <%s>", count, copy);
-            log_say(LEVEL_DEBUG, "Row %d is selected: %s.", row, copy);
-        }
+        log_debug("added %d entry: <%s>", count, copy);
+        log_debug("Row %d is selected: %s.", row, copy);
     }
     if (count > 0) {
-        log_say(LEVEL_DEBUG, "%d rows were selected.", count);
+        log_debug("%d rows were selected.", count);
         *names = chosen.release();
     }
     return count;

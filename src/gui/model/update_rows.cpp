@@ -32,16 +32,12 @@ void update_rows_free() {
 
 static void take_plan(const char *name) {
     if (!vrt) {
-        if (log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG, "no update for %s", name);
-        }
+        log_debug("no update for %s", name);
         return;
     }
     num_vras = vrm_vra_list_add_vrt(vrt, &vra_list);
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "Transaction for %s added to vra_list, which now contains %d entries",
-                name, num_vras);
-    }
+    log_debug("Transaction for %s added to vra_list, which now contains %d entries", name,
+              num_vras);
     vrt_free(std::exchange(vrt, nullptr));
 }
 
