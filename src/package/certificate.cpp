@@ -3,6 +3,7 @@
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <memory>
 
@@ -32,6 +33,17 @@ own_x509 certificate_read(const std::string &path, std::string *why) {
         *why = path + " holds no certificate in PEM form";
     }
     return certificate;
+}
+
+std::string certificate_pem(const X509 *certificate) {
+    const own_bio memory(BIO_new(BIO_s_mem()));
+    char *text = nullptr;
+    if (!memory || PEM_write_bio_X509(memory.get(), certificate) != 1) {
+        errno = ENOMEM;
+        return "";
+    }
+    const long length = BIO_get_mem_data(memory.get(), &text);
+    return {text, static_cast<size_t>(length)};
 }
 
 std::string name_line(const X509_NAME *name) {

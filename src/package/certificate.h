@@ -26,6 +26,9 @@ inline constexpr int most_key_bits = OPENSSL_RSA_MAX_MODULUS_BITS;
 // for the user, which names the path.
 own_x509 certificate_read(const std::string &path, std::string *why);
 
+// A certificate in PEM form; empty, with ENOMEM in errno, when memory fails.
+std::string certificate_pem(const X509 *certificate);
+
 // A name in one line, as packages write it; empty when memory fails.
 std::string name_line(const X509_NAME *name);
 std::string certificate_subject(const X509 *certificate);

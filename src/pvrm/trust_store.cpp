@@ -1,8 +1,5 @@
 #include "pvrm/trust_store.h"
 
-#include <fcntl.h>
-#include <openssl/pem.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,7 +9,7 @@
 #include <filesystem>
 
 #include "pvrm/tell.h"
-#include "support/own.h"
+#include "support/atomic_file.h"
 
 namespace fs = std::filesystem;
 
@@ -90,28 +87,15 @@ static bool failed_to(const char *what, const std::string &path) {
     return false;
 }
 
-// What was renamed or removed in a directory is sure to outlive a power failure only after this.
 static bool sync_directory_of(const std::string &path) {
     const std::string dir = fs::path(path).parent_path();
-    const own_fd opened(open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return (opened.valid() && fsync(opened.get()) == 0) || failed_to("sync", dir);
+    return sync_directory(dir) || failed_to("sync", dir);
 }
 
 bool store_certificate(const X509 *certificate, const std::string &path) {
-    const std::string unfinished = path + ".new";
-    unlink(unfinished.c_str());  // what a process left that was killed
-    own_fd fd(open(unfinished.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-    own_file file = fd.stream("w");
-    bool good = file && PEM_write_X509(file.get(), certificate) == 1 && fflush(file.get()) == 0 &&
-                fchmod(fileno(file.get()), 0644) == 0 && fsync(fileno(file.get())) == 0;
-    if (file) {
-        good = fclose(file.release()) == 0 && good;
-    }
-    good = good && rename(unfinished.c_str(), path.c_str()) == 0;
-    if (!good) {
-        failed_to("write", path);
-        unlink(unfinished.c_str());
-        return false;
+    const std::string text = certificate_pem(certificate);
+    if (text.empty() || !write_atomically(path, text, 0644, durability::synced)) {
+        return failed_to("write", path);
     }
     return sync_directory_of(path);
 }

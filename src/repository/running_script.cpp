@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "support/atomic_file.h"
 #include "support/boundary.h"
 #include "support/event.h"
 #include "support/own.h"
@@ -155,28 +156,6 @@ const char *reason_against(const struct stat &status) {
     return status.st_size > static_cast<off_t>(most_bytes) ? "it is too long" : "";
 }
 
-// Writes a file beside the path and moves it there, so that a reader never finds half of it. It is
-// not synced: after a crash of the machine no script runs any more.
-bool write_whole(const std::string &path, const std::string &text) {
-    const std::string beside = path + ".new";
-    unlink(beside.c_str());  // what a program left that was killed
-    own_fd file(open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!file.valid()) {
-        return false;
-    }
-    errno = ENOSPC;  // for a write of less than all
-    // The mode is for dry runs of other users.
-    if (write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-        fchmod(file.get(), 0644) == 0 && file.close() == 0 &&
-        rename(beside.c_str(), path.c_str()) == 0) {
-        return true;
-    }
-    const int reason = errno;
-    unlink(beside.c_str());
-    errno = reason;
-    return false;
-}
-
 // Empty while no repository is locked.
 std::string path_of_notes;
 
@@ -207,7 +186,9 @@ void script_note::begins(pid_t shell) {
         const uint64_t started = look_at(shell).value_or(process_state()).started;
         const running_script script = {shell, started, boot_id(), one_line(package_),
                                        one_line(command_)};
-        written_ = write_whole(path_of_notes, text_of(script));
+        // Readable for dry runs of other users. Not synced: after a crash of the machine no script
+        // runs any more.
+        written_ = write_atomically(path_of_notes, text_of(script), 0644, durability::none);
         if (!written_) {
             report({.kind = event_kind::script_not_noted,
                     .path = path_of_notes,

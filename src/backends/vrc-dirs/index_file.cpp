@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "support/atomic_file.h"
 #include "support/log.h"
 #include "support/own.h"
 
@@ -21,35 +22,6 @@ constexpr mode_t readable_file = 0644;
 
 std::string path_in(const std::string &directory) {
     return directory + "/vrc-dirs.index";
-}
-
-bool write_all(int file, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = write(file, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return false;
-        }
-        bytes.remove_prefix(static_cast<size_t>(written));
-    }
-    return true;
-}
-
-// Without this a power cut may keep the file and lose its name. A file system that can't sync a
-// directory is no reason to do without an index.
-void sync_directory(const std::string &directory) {
-    const own_fd opened(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (opened.valid()) {
-        static_cast<void>(fsync(opened.get()));
-    }
-}
-
-// The steps up to the new name; errno tells which reason stopped them.
-bool write_and_rename(int file, std::string_view bytes, const char *from, const char *to) {
-    return write_all(file, bytes) && fchmod(file, readable_file) == 0 && fsync(file) == 0 &&
-           rename(from, to) == 0;
 }
 
 }  // namespace
@@ -92,23 +64,18 @@ bool store_index(const std::string &directory, std::string_view bytes, Reports *
     if (mkdir(directory.c_str(), readable_directory) == 0) {
         static_cast<void>(chmod(directory.c_str(), readable_directory));
     }
-    std::string temporary = directory + "/.vrc-dirs.index.XXXXXX";
-    const own_fd file(mkostemp(temporary.data(), O_CLOEXEC));
-    const bool stored = file.valid() && write_and_rename(file.get(), bytes, temporary.c_str(),
-                                                         path_in(directory).c_str());
-    if (!stored) {
+    atomic_file file(path_in(directory), directory + "/.vrc-dirs.index.XXXXXX");
+    if (!file.is_open() || !file.write(bytes) || !file.commit(readable_file, durability::synced)) {
         const std::string text = "cannot keep the index in " + directory + ", working from memory";
         if (geteuid() == 0) {
             reports->warn(text, errno, directory.c_str());
         } else {
             log_say(LEVEL_INFO, "vrc-dirs: %s: %s", text.c_str(), strerror(errno));
         }
-        if (file.valid()) {
-            unlink(temporary.c_str());
-        }
         return false;
     }
-    sync_directory(directory);
+    // A file system that can't sync a directory is no reason to do without an index.
+    static_cast<void>(sync_directory(directory));
     return true;
 }
 

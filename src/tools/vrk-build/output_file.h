@@ -1,8 +1,11 @@
 // A file that appears under its name whole or not at all.
 #pragma once
 
-#include <cstddef>
+#include <optional>
 #include <string>
+#include <string_view>
+
+#include "support/atomic_file.h"
 
 // Bytes gather in a hidden file beside the target. It is gone when the object is, and also when
 // HUP, INT or TERM ends the program; so there can be one such object at a time. Problems are
@@ -14,13 +17,13 @@ class output_file {
     output_file(const output_file &) = delete;
     output_file &operator=(const output_file &) = delete;
 
-    void append(const void *bytes, size_t count);
+    void append(std::string_view bytes);
     // Writes over what stands at the start.
     void replace_start(const std::string &bytes);
     // Gives the file its name, in place of what bore it before. Nothing may follow.
     void finish();
 
  private:
-    std::string target_, path_;
-    int fd_ = -1;
+    std::string target_;
+    std::optional<atomic_file> file_;
 };

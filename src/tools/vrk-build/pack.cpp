@@ -147,7 +147,7 @@ std::string pack(const pack_options &options) {
                           std::to_string(options.largest) +
                           " bytes, which no catalogue can deliver; split the package");
         }
-        out.append(bytes, count);
+        out.append({static_cast<const char *>(bytes), count});
     };
     append(kept.data(), kept.size());
     payload_signature signature(key.get());
