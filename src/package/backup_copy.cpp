@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "package/backup_journal.h"
-#include "package/file_attributes.h"
 #include "package/fileops.h"
+#include "package/file_attributes.h"
 #include "support/boundary.h"
 #include "support/event.h"
 #include "support/file.h"
@@ -52,21 +52,6 @@ own_fd open_output(const char *path, int flags, mode_t permissions) {
     return file;
 }
 
-bool write_all(int fd, const char *bytes, size_t length) {
-    while (length > 0) {
-        const ssize_t written = write(fd, bytes, length);
-        if (written < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return false;
-        }
-        bytes += written;
-        length -= static_cast<size_t>(written);
-    }
-    return true;
-}
-
 // The kernel copies by itself where it can: no bytes pass through here, and some file systems share
 // the blocks. It stops at the first refusal; whatever is left is for the caller to copy.
 uint64_t copy_in_kernel(int from, int to) {
@@ -96,7 +81,7 @@ int copy_content(int from, const char *source, int to, const char *target, int32
             report({.kind = event_kind::file_not_copied, .path = source, .error = errno});
             return -1;
         }
-        if (!write_all(to, block.data(), static_cast<size_t>(got))) {
+        if (!write_all(to, {block.data(), static_cast<size_t>(got)})) {
             return fail_write(target);
         }
         total += static_cast<uint64_t>(got);
@@ -203,7 +188,7 @@ int note_backup(const char *backup_base, const char *path) {
             return -1;
         }
         const std::string line = std::string(path) + '\n';
-        if (!write_all(file.get(), line.data(), line.size()) || file.close() != 0) {
+        if (!write_all(file.get(), line) || file.close() != 0) {
             return fail_write(index.c_str());
         }
         return 0;

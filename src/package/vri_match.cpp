@@ -32,11 +32,8 @@ static bool pair_fits(const s_ekva *pair, s_ekva *const *attributes) {
 // All pairs are tried, also behind a hit, so that the log shows each of them.
 static bool filter_fits(s_ekva *const *filter, const vri *info, int mode) {
     const own_ekva attributes(vrk_info_ekva(info, mode));
-    int capacity = 0;
-    int add_mode = 0;
     bool hit = false;
-    for (s_ekva *const *pair = filter + _ekva_parse_header(filter, &capacity, &add_mode); *pair;
-         pair++) {
+    for (s_ekva *const *pair = ekva_first_pair(filter); *pair; pair++) {
         if (pair_fits(*pair, attributes.get())) {
             hit = true;
         }

@@ -154,16 +154,9 @@ static bool parse_dependencies(const Attributes &text, vri *info) {
     if (values.empty()) {
         return true;
     }
-    info->deps = static_cast<char **>(calloc(values.size() + 1, sizeof(char *)));
-    if (!info->deps) {
-        return false;
-    }
-    for (size_t i = 0; i < values.size(); i++) {
-        if (!take(values[i], &info->deps[i])) {
-            return false;
-        }
-    }
-    return true;
+    const auto copy = [](const std::string *value) { return strdup(value->c_str()); };
+    info->deps = to_c_array<own_array>(values, copy).release();
+    return info->deps != nullptr;
 }
 
 static bool parse_signature_data(const Attributes &text, vri *info) {

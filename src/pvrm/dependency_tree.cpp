@@ -1,29 +1,20 @@
 #include "pvrm/dependency_tree.h"
 
-#include <cctype>
 #include <map>
 #include <set>
 
 #include "repository/inventory.h"
 #include "support/terminal_text.h"
+#include "support/text.h"
 
 namespace {
-
-// Names count as equal whatever their case, as in the walk.
-std::string plain(const char *name) {
-    std::string text = name;
-    for (char &c : text) {
-        c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    }
-    return text;
-}
 
 class tree {
  public:
     explicit tree(const vrt &walk) : top_(walk.info) {
         for (int32_t i = 0; i < walk.num_deps; i++) {
             if (walk.deps[i]->info) {
-                found_.emplace(plain(walk.deps[i]->name), walk.deps[i]);
+                found_.emplace(lower_case(walk.deps[i]->name), walk.deps[i]);
             }
         }
     }
@@ -53,7 +44,7 @@ void tree::enter(const vri *package) {
 
 void tree::show(const char *name) {
     const std::string indent(2 * levels_.size(), ' ');
-    const auto found = found_.find(plain(name));
+    const auto found = found_.find(lower_case(name));
     if (found == found_.end()) {
         // The walk leaves out only what leads back to the top.
         lines_.push_back(indent + terminal_safe_cell(name) + " (see the first line)");

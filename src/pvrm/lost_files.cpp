@@ -1,20 +1,13 @@
 #include "pvrm/lost_files.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 
 #include "pvrm/tell.h"
 #include "repository/inventory.h"
-#include "support/own.h"
+#include "support/file.h"
 
 // A disk that is full at the first of thousands of files costs all of the others.
 static constexpr size_t most_told = 10;
-
-static bool is_there(const char *path) {
-    struct stat status;
-    return lstat(path, &status) == 0;
-}
 
 lost_files::lost_files(vrm_handle *repository, const std::vector<std::string> &packages)
     : repository_(repository) {
@@ -22,7 +15,7 @@ lost_files::lost_files(vrm_handle *repository, const std::vector<std::string> &p
         const own_array index(vrm_vrl_index(repository, package.c_str()));
         std::vector<std::string> &present = present_[package];
         for (char *const *path = index.get(); path && *path; path++) {
-            if (is_there(*path)) {
+            if (path_exists(*path)) {
                 present.emplace_back(*path);
             }
         }
@@ -36,7 +29,7 @@ void lost_files::tell() const {
         const own_array index(vrm_vrl_index(repository_, package.c_str()));
         std::vector<std::string> lost;
         for (char *const *path = index.get(); path && *path; path++) {
-            if (!is_there(*path) && std::binary_search(present.begin(), present.end(), *path)) {
+            if (!path_exists(*path) && std::binary_search(present.begin(), present.end(), *path)) {
                 lost.emplace_back(*path);
             }
         }

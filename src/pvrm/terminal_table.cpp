@@ -73,12 +73,7 @@ std::vector<size_t> fit_columns(std::vector<size_t> widths, const std::vector<si
 
 int vrmui_write_table_new(vrmui_object *, const char *title, s_ekva *const *columns) {
     table = {true, title ? title : "", {}, {}, {text_cells()}};
-    int capacity, mode;
-    s_ekva *const *pair = columns;
-    if (pair && _ekva_parse_header(columns, &capacity, &mode)) {
-        pair++;
-    }
-    for (; pair && *pair; pair++) {
+    for (s_ekva *const *pair = ekva_first_pair(columns); pair && *pair; pair++) {
         const std::string head = terminal_safe_cell((*pair)->key);
         const size_t asked = number_of((*pair)->val);
         table.names.emplace_back((*pair)->key);

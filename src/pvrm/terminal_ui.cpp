@@ -59,12 +59,6 @@ std::optional<std::string> read_answer() {
     return answer.substr(first, answer.find_last_not_of(" \t\r\n") - first + 1);
 }
 
-// Slot 0 of a record is its header, if it has one.
-s_ekva *const *first_pair(s_ekva *const *rec) {
-    int capacity, mode;
-    return rec && rec[0] && _ekva_parse_header(rec, &capacity, &mode) ? rec + 1 : rec;
-}
-
 const char *value_of(const s_ekva *pair) {
     return pair->val ? pair->val : "";
 }
@@ -146,7 +140,7 @@ const char *vrmui_select(vrmui_object *, const char *prompt, s_ekva *const *choi
     if (vote_mode == 3) {
         return default_key;
     }
-    s_ekva *const *const pairs = first_pair(choices);
+    s_ekva *const *const pairs = ekva_first_pair(choices);
     if (!pairs || !*pairs) {
         return nullptr;  // nothing to choose from
     }
@@ -174,7 +168,7 @@ const char *vrmui_select(vrmui_object *, const char *prompt, s_ekva *const *choi
 }
 
 int vrmui_write_form(vrmui_object *, const char *heading, s_ekva *const *rec) {
-    s_ekva *const *const pairs = first_pair(rec);
+    s_ekva *const *const pairs = ekva_first_pair(rec);
     size_t widest = 0;
     for (s_ekva *const *pair = pairs; pair && *pair; pair++) {
         widest = std::max(widest, terminal_width(terminal_safe_cell((*pair)->key) + ":"));

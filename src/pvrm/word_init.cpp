@@ -51,11 +51,6 @@ class repository_maker {
 
 }  // namespace
 
-static bool is_there(const std::string &path) {
-    struct stat status;
-    return lstat(path.c_str(), &status) == 0;
-}
-
 bool repository_maker::step(const std::string &path, bool done) {
     if (!done) {
         tell_problem("%s can't be made: %s", path.c_str(), strerror(errno));
@@ -82,7 +77,7 @@ bool repository_maker::directory(const std::string &path, mode_t mode) {
 }
 
 bool repository_maker::copy(const std::string &path, const std::string &source) {
-    if (is_there(path)) {
+    if (path_exists(path)) {
         return true;
     }
     made_something = true;
@@ -100,7 +95,7 @@ bool repository_maker::copy(const std::string &path, const std::string &source) 
 }
 
 bool repository_maker::link(const std::string &path, const char *target) {
-    if (is_there(path)) {
+    if (path_exists(path)) {
         return true;
     }
     made_something = true;
@@ -122,7 +117,7 @@ static bool make_scriptdir(repository_maker &maker, const std::string &dir) {
         }
         return good;
     }
-    if (is_there(dir + "/ash")) {
+    if (path_exists(dir + "/ash")) {
         return true;
     }
     tell_problem(
@@ -159,7 +154,7 @@ int word_init(const common_options &options) {
     } else if (!options.dry_run) {
         tell_step("the repository %s is ready", root.c_str());
     }
-    if (!is_there(vrm_default_conf)) {
+    if (!path_exists(vrm_default_conf)) {
         tell_step("there is no %s yet: copy /usr/share/vrm/vrm.conf.sample to it and edit it",
                   vrm_default_conf);
     }

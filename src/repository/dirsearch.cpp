@@ -114,17 +114,6 @@ void search_directory(vrm_handle *handle, const char *directory, const char *nam
     }
 }
 
-vri **handed_out(std::vector<own_vri> *found) {
-    if (found->empty()) {
-        return nullptr;
-    }
-    auto **list = static_cast<vri **>(calloc(found->size() + 1, sizeof(vri *)));
-    for (size_t i = 0; list && i < found->size(); ++i) {
-        list[i] = (*found)[i].release();
-    }
-    return list;
-}
-
 }  // namespace
 
 vri **vrm_findall_dirs(vrm_handle *handle, const char *name, const char *variant,
@@ -143,7 +132,8 @@ vri **vrm_findall_dirs(vrm_handle *handle, const char *name, const char *variant
             search_directory(handle, *dirs, name, variant, &found);
         }
         fprintf(stderr, "Stored %d vris\n", static_cast<int>(found.size()));
-        return handed_out(&found);
+        const auto hand_out = [](own_vri &info) { return info.release(); };
+        return found.empty() ? nullptr : to_c_array<own_vri_list>(found, hand_out).release();
     });
 }
 

@@ -8,8 +8,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 #include <string_view>
 #include <unordered_set>
+#include <vector>
 
 #include "support/boundary.h"
 #include "support/bubble.h"
@@ -57,23 +59,15 @@ void arr_free(char **array) {
     free(array);
 }
 
-// An empty array with room for a number of entries.
-static own_array new_array(size_t entries) {
-    return own_array(static_cast<char **>(calloc(entries + 1, sizeof(char *))));
+static std::span<char *const> entries_of(char *const *array) {
+    return {array, static_cast<size_t>(arr_count(array))};
 }
 
 char **arr_copy(char *const *array) {
     if (!array) {
         return nullptr;
     }
-    own_array copy = new_array(static_cast<size_t>(arr_count(array)));
-    for (size_t i = 0; copy && array[i]; ++i) {
-        copy.get()[i] = strdup(array[i]);
-        if (!copy.get()[i]) {
-            return nullptr;
-        }
-    }
-    return copy.release();
+    return to_c_array<own_array>(entries_of(array), strdup).release();
 }
 
 // Moves all entries of `more`, an array of the caller's own, behind those of the array. Both are
@@ -104,21 +98,15 @@ char **arr_tail(char **array, char *const *other) {
 // Copies of the entries of `other` that are not in `array`, each once.
 static own_array missing_from(char *const *array, char *const *other) {
     return guarded(nullptr, [&]() -> own_array {
-        std::unordered_set<std::string_view> present;
-        for (size_t i = 0; array[i]; ++i) {
-            present.insert(array[i]);
-        }
-        own_array missing = new_array(static_cast<size_t>(arr_count(other)));
-        size_t count = 0;
-        for (size_t i = 0; missing && other[i]; ++i) {
-            if (present.insert(other[i]).second) {
-                missing.get()[count] = strdup(other[i]);
-                if (!missing.get()[count++]) {
-                    return nullptr;
-                }
+        const auto own = entries_of(array);
+        std::unordered_set<std::string_view> present(own.begin(), own.end());
+        std::vector<const char *> missing;
+        for (const char *entry : entries_of(other)) {
+            if (present.insert(entry).second) {
+                missing.push_back(entry);
             }
         }
-        return missing;
+        return to_c_array<own_array>(missing, strdup);
     });
 }
 

@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "support/file.h"
+
 static int make_file(std::string *path) {
     if (path->ends_with("XXXXXX")) {
         return mkostemp(path->data(), O_CLOEXEC);
@@ -30,18 +32,7 @@ atomic_file::~atomic_file() {
 }
 
 bool atomic_file::write(std::string_view bytes) {
-    while (!bytes.empty()) {
-        errno = ENOSPC;  // for a write of nothing
-        const ssize_t written = ::write(file_.get(), bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return false;
-        }
-        bytes.remove_prefix(static_cast<size_t>(written));
-    }
-    return true;
+    return write_all(file_.get(), bytes);
 }
 
 bool atomic_file::commit(mode_t mode, durability how) {

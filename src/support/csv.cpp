@@ -1,6 +1,5 @@
 #include "support/csv.h"
 
-#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -11,6 +10,7 @@
 #include "support/boundary.h"
 #include "support/growing_list.h"
 #include "support/own.h"
+#include "support/text.h"
 
 using field_list = growing_list<char, arr_free>;
 
@@ -224,19 +224,11 @@ struct key_values {
     bool any = false;
 };
 
-std::string lower(const char *key) {
-    std::string text = key;
-    for (char &c : text) {
-        c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-    }
-    return text;
-}
-
 // All keys of a record, gathered in one walk.
 std::unordered_map<std::string, key_values> gather(s_ekva *const *first) {
     std::unordered_map<std::string, key_values> keys;
     for (; *first; ++first) {
-        key_values &values = keys[lower((*first)->key)];
+        key_values &values = keys[lower_case((*first)->key)];
         ++values.count;
         if ((*first)->val) {
             values.joined.append(values.any ? "|" : "").append((*first)->val);
@@ -253,9 +245,7 @@ char *ekva2csv(s_ekva *const *rec, char separator, int quote, int header) {
         if (!rec) {
             return nullptr;
         }
-        int capacity = 0;
-        int mode = 0;
-        s_ekva *const *const first = rec + _ekva_parse_header(rec, &capacity, &mode);
+        s_ekva *const *const first = ekva_first_pair(rec);
         const auto keys = gather(first);
         std::string line;
         for (s_ekva *const *slot = first; *slot; ++slot) {
@@ -269,7 +259,7 @@ char *ekva2csv(s_ekva *const *rec, char separator, int quote, int header) {
             if (header) {
                 append_field(line, pair.key, separator, quote != 0);
             } else if (pair.val) {
-                const key_values &values = keys.at(lower(pair.key));
+                const key_values &values = keys.at(lower_case(pair.key));
                 append_field(line, values.joined, separator, quote != 0);
                 while (values.count > 1 && slot[1] && strcmp(slot[1]->key, pair.key) == 0) {
                     ++slot;

@@ -93,11 +93,10 @@ int _ekva_parse_header(s_ekva *const *rec, int *capacity, int *mode) {
     return 1;
 }
 
-// The slot of the first entry.
-static size_t first_of(s_ekva *const *rec) {
+s_ekva *const *ekva_first_pair(s_ekva *const *rec) {
     int capacity = 0;
     int mode = 0;
-    return _ekva_parse_header(rec, &capacity, &mode) ? 1 : 0;
+    return _ekva_parse_header(rec, &capacity, &mode) ? rec + 1 : rec;
 }
 
 // The index of the terminating null. The count is believed only when the slots around it agree, so
@@ -161,11 +160,8 @@ void ekva_free(s_ekva **rec) {
 }
 
 int ekva_nument(s_ekva *const *rec) {
-    if (!rec) {
-        return 0;
-    }
     int entries = 0;
-    for (size_t i = first_of(rec); rec[i]; ++i) {
+    for (s_ekva *const *pair = ekva_first_pair(rec); pair && *pair; ++pair) {
         ++entries;
     }
     return entries;
@@ -226,18 +222,18 @@ static bool make_room(s_ekva ***rec, size_t end) {
 // failed.
 static int treat_present(s_ekva **rec, const char *key, const char *val, int mode) {
     int found = 0;
-    for (size_t i = first_of(rec); rec[i]; ++i) {
-        if (strcasecmp(rec[i]->key, key) != 0) {
+    for (s_ekva *const *pair = ekva_first_pair(rec); *pair; ++pair) {
+        if (strcasecmp((*pair)->key, key) != 0) {
             continue;
         }
         ++found;
-        if (mode == 2 && rec[i]->val) {
+        if (mode == 2 && (*pair)->val) {
             char *const copy = val ? strdup(val) : nullptr;
             if (val && !copy) {
                 return -1;
             }
-            free(rec[i]->val);
-            rec[i]->val = copy;
+            free((*pair)->val);
+            (*pair)->val = copy;
         }
     }
     return found;
@@ -333,7 +329,7 @@ s_ekva **ekva_dup(s_ekva *const *rec) {
     }
     const size_t end = end_of(rec);
     const size_t slots = (end + 3) * words_a_slot;
-    const size_t first = first_of(rec);
+    const auto first = static_cast<size_t>(ekva_first_pair(rec) - rec);
     own_ekva copy(first == 1 ? new_array(slots, strdup(rec[0]->key))
                              : static_cast<s_ekva **>(calloc(slots, sizeof(s_ekva *))));
     if (!copy) {
@@ -360,8 +356,8 @@ s_ekva **ekva_copy(s_ekva *const *rec) {
     int mode = 2;
     _ekva_parse_header(rec, &capacity, &mode);
     s_ekva **copy = ekva_new(ekva_nument(rec), mode);
-    for (size_t i = first_of(rec); copy && rec[i]; ++i) {
-        if (ekva_addval(&copy, rec[i]->key, rec[i]->val, 0) < 1) {
+    for (s_ekva *const *pair = ekva_first_pair(rec); copy && *pair; ++pair) {
+        if (ekva_addval(&copy, (*pair)->key, (*pair)->val, 0) < 1) {
             ekva_free(copy);
             return nullptr;
         }
@@ -371,11 +367,11 @@ s_ekva **ekva_copy(s_ekva *const *rec) {
 
 int ekva_print(s_ekva *const *rec) {
     int lines = 0;
-    for (size_t i = first_of(rec); rec && rec[i]; ++i, ++lines) {
-        if (rec[i]->val) {
-            printf("%s: <%s>\n", rec[i]->key, rec[i]->val);
+    for (s_ekva *const *pair = ekva_first_pair(rec); pair && *pair; ++pair, ++lines) {
+        if ((*pair)->val) {
+            printf("%s: <%s>\n", (*pair)->key, (*pair)->val);
         } else {
-            printf("%s: NULL\n", rec[i]->key);
+            printf("%s: NULL\n", (*pair)->key);
         }
     }
     return lines;
@@ -383,8 +379,9 @@ int ekva_print(s_ekva *const *rec) {
 
 int ekva_fprint(s_ekva *const *rec, FILE *stream, int width) {
     int lines = 0;
-    for (size_t i = first_of(rec); rec && rec[i]; ++i, ++lines) {
-        fprintf(stream, "%-*s: <%s>\n", width, rec[i]->key, rec[i]->val ? rec[i]->val : "NULL");
+    for (s_ekva *const *pair = ekva_first_pair(rec); pair && *pair; ++pair, ++lines) {
+        const char *const value = (*pair)->val ? (*pair)->val : "NULL";
+        fprintf(stream, "%-*s: <%s>\n", width, (*pair)->key, value);
     }
     return lines;
 }

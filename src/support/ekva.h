@@ -25,6 +25,9 @@
 // A null record has none.
 int _ekva_parse_header(s_ekva *const *rec, int *capacity, int *mode);
 
+// The slot of the first pair, which is 1 where there is a header; null for null.
+s_ekva *const *ekva_first_pair(s_ekva *const *rec);
+
 // A new record that holds only its header. Null when the capacity is less than 1, when the mode is
 // outside 1 to 4, or when memory fails. The caller frees it with ekva_free.
 s_ekva **ekva_new(int capacity, int mode);

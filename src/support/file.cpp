@@ -55,6 +55,26 @@ bool is_missing(const char *path) {
     return stat(path, &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
 }
 
+bool path_exists(const std::string &path) {
+    struct stat status;
+    return lstat(path.c_str(), &status) == 0;
+}
+
+bool write_all(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        errno = ENOSPC;  // for a write of nothing
+        const ssize_t written = write(fd, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            return false;
+        }
+        bytes.remove_prefix(static_cast<size_t>(written));
+    }
+    return true;
+}
+
 FILE *fopen_regular(const char *path, struct stat *status, const char **why) {
     own_file file = open_regular(path, status, why).stream("r");
     return file.release();

@@ -12,6 +12,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <string>
+#include <string_view>
 
 #include "support/own.h"
 
@@ -28,6 +30,12 @@ FILE *fopen_regular(const char *path, struct stat *status = nullptr, const char 
 // through a loop of links, is not missing: it must not be taken for a place where anything may be
 // written. `errno` tells why nothing could be seen, also then.
 bool is_missing(const char *path);
+
+// Whether anything is at a path that can be looked at, links not followed.
+bool path_exists(const std::string &path);
+
+// Writes all of the bytes; false, with the reason in errno, when not all could be.
+bool write_all(int fd, std::string_view bytes);
 
 // A count of bytes as results and the log tell it: 2 GiB and more are told as the largest number.
 inline int32_t told_bytes(uint64_t bytes) {

@@ -205,10 +205,8 @@ char *ekva2ldif(s_ekva *const *rec) {
         if (has_text(dn) && !append_line(text, "dn", dn, 2)) {
             return nullptr;
         }
-        int capacity = 0;
-        int mode = 0;
-        for (rec += _ekva_parse_header(rec, &capacity, &mode); *rec; ++rec) {
-            const s_ekva &pair = **rec;
+        for (s_ekva *const *slot = ekva_first_pair(rec); *slot; ++slot) {
+            const s_ekva &pair = **slot;
             const bool written = has_text(dn) && strcmp(pair.key, "dn") == 0;
             if (has_text(pair.val) && !written && !append_line(text, pair.key, pair.val, 0)) {
                 return nullptr;

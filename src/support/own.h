@@ -8,8 +8,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <new>
+#include <span>
+#include <string>
 #include <utility>
 
 #include "support/array.h"
@@ -34,6 +37,27 @@ using own_ekva = std::unique_ptr<s_ekva *, release_with<ekva_free>>;
 using own_ekva_list = std::unique_ptr<s_ekva **, release_with<ekva_list_free>>;
 using own_file = std::unique_ptr<FILE, release_with<fclose>>;
 using own_dir = std::unique_ptr<DIR, release_with<closedir>>;
+
+// A null-terminated array to hand out: what `entry` gives for each of the items, taken over. Null
+// when that is null for one of them, and when memory fails.
+template <typename Owner, typename Items, typename Entry>
+Owner to_c_array(Items &&items, Entry entry) {
+    using slot = typename Owner::element_type;
+    Owner array(static_cast<slot *>(calloc(std::size(items) + 1, sizeof(slot))));
+    slot *to = array.get();
+    for (auto &item : items) {
+        if (!to || !(*to++ = entry(item))) {
+            return nullptr;
+        }
+    }
+    return array;
+}
+
+// The same for copies of strings.
+inline own_array to_c_array(std::span<const std::string> items) {
+    return to_c_array<own_array>(items,
+                                 [](const std::string &text) { return strdup(text.c_str()); });
+}
 
 // Adds a pair at the end of a record. Throws when memory fails: a record with a pair missing would
 // pass for a whole one.

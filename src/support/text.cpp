@@ -27,6 +27,14 @@ static bool is_quote(char c) {
     return c == '"' || c == '\'';
 }
 
+std::string lower_case(std::string_view text) {
+    std::string lowered(text);
+    for (char &c : lowered) {
+        c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    }
+    return lowered;
+}
+
 void _clean_key(char *text) {
     drop_leading(text);
     text[strcspn(text, blanks)] = '\0';

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <string>
+#include <string_view>
 
 // Cuts the text, in place, down to its first word: what stands between leading blanks and tabs and
 // the next blank or tab.
@@ -13,6 +15,9 @@ void _clean_key(char *text);
 // end; a quote behind a backslash doesn't end it and takes the backslash's place. Otherwise the
 // value is the rest without trailing blanks, though with trailing tabs.
 void _clean_val(char *text);
+
+// The text with its letters in lower case, as the comparison of keys (strcasecmp) sees them.
+std::string lower_case(std::string_view text);
 
 // Takes leading blanks and tabs and trailing blanks off, in place. Quotes mean nothing here.
 void _trim_val(char *text);

@@ -68,14 +68,10 @@ int Catalogue::find(const Request &request, vri ***out) {
     const std::vector<uint32_t> hits = search(*index_, request);
     own_vri_list list;
     if (!hits.empty() && hits.size() < INT_MAX && !index_->is_damaged()) {
-        list.reset(static_cast<vri **>(calloc(hits.size() + 1, sizeof(vri *))));
-    }
-    for (size_t i = 0; list && i < hits.size(); i++) {
-        index_->walked_to(hits[i]);
-        list.get()[i] = index_->record(hits[i]).release();
-        if (!list.get()[i]) {
-            list.reset();
-        }
+        list = to_c_array<own_vri_list>(hits, [this](uint32_t hit) {
+            index_->walked_to(hit);
+            return index_->record(hit).release();
+        });
     }
     drop_if_damaged();
     if (!list || !index_) {

@@ -81,17 +81,10 @@ void mark_by_name(const Index &index, const char *name, Marks *marks) {
     }
 }
 
-// The slots of a filter behind its header.
-s_ekva *const *first_pair(s_ekva *const *filter) {
-    int capacity = 0;
-    int mode = 0;
-    return filter + _ekva_parse_header(filter, &capacity, &mode);
-}
-
 // The pairs on the two columns. False when there are other pairs too, which need the records.
 bool mark_by_columns(const Index &index, s_ekva *const *filter, Marks *marks) {
     bool all = true;
-    for (s_ekva *const *slot = first_pair(filter); *slot; slot++) {
+    for (s_ekva *const *slot = ekva_first_pair(filter); *slot; slot++) {
         const s_ekva &pair = **slot;
         if (!pair.val) {
             continue;

@@ -9,12 +9,6 @@ static const char *or_empty(const char *text) {
     return text ? text : "";
 }
 
-// The pairs after the header, if there is one.
-static s_ekva *const *first_pair(s_ekva *const *rec) {
-    int capacity, mode;
-    return rec && rec[0] && _ekva_parse_header(rec, &capacity, &mode) ? rec + 1 : rec;
-}
-
 // For the inside of single quotes: a single quote closes them, stands by itself and opens them
 // again.
 static std::string single_quoted(const char *text) {
@@ -53,7 +47,7 @@ std::string yad_form_command(const char *title, const char *heading, s_ekva *con
                "' --scroll --center --width=600 --height=400 --text='" + single_quoted(heading) +
                "' --buttons-layout=center --button=yad-ok:0";
     const char *key_before = nullptr;
-    for (s_ekva *const *pair = first_pair(rec); pair && *pair; pair++) {
+    for (s_ekva *const *pair = ekva_first_pair(rec); pair && *pair; pair++) {
         const char *key = or_empty((*pair)->key);
         if (!key_before || strcmp(key, key_before) != 0) {
             command += " --field='" + single_quoted(key) + ":RO'";
@@ -70,7 +64,7 @@ std::optional<std::string> yad_selection_command(const char *title, const char *
                                                  s_ekva *const *choices) {
     std::string command = "yad --entry --title=\"" + double_quoted(title) + "\" --text \"" +
                           double_quoted(prompt) + "\" --no-markup --button=yad-ok:0 --entry-text ";
-    for (s_ekva *const *pair = first_pair(choices); pair && *pair; pair++) {
+    for (s_ekva *const *pair = ekva_first_pair(choices); pair && *pair; pair++) {
         command += " \"" + double_quoted((*pair)->val) + "\" ";
     }
     if (command.size() >= yad_selection_room) {
@@ -85,7 +79,7 @@ std::optional<std::string> yad_selection_command(const char *title, const char *
 
 const char *key_of_yad_answer(s_ekva *const *choices, const std::string &line) {
     const std::string answer = line.substr(0, line.empty() ? 0 : line.size() - 1);
-    for (s_ekva *const *pair = first_pair(choices); pair && *pair; pair++) {
+    for (s_ekva *const *pair = ekva_first_pair(choices); pair && *pair; pair++) {
         if (answer == or_empty((*pair)->val)) {
             return (*pair)->key;
         }
