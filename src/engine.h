@@ -69,8 +69,8 @@
 #include "transaction/vrt.h"
 
 #include "maintenance/cleanup.h"
-#include "maintenance/dry_run.h"
 #include "maintenance/hash_audit.h"
 #include "maintenance/inventory_audit.h"
 #include "maintenance/report.h"
 #include "maintenance/show_log.h"
+#include "maintenance/upkeep.h"

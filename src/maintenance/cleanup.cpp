@@ -9,7 +9,6 @@
 #include <cstring>
 #include <string>
 
-#include "maintenance/dry_run.h"
 #include "maintenance/upkeep.h"
 #include "package/fileops.h"
 #include "support/boundary.h"

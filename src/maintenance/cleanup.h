@@ -14,7 +14,7 @@
 
 // Removes what the table tells, directory by directory in its order, and asks about each entry when
 // vote_mode is 1; a capital letter then answers for the rest of the directory. In every other mode
-// all of it goes without a question. While dry_run is set (maintenance/dry_run.h) nothing is asked
+// all of it goes without a question. While dry_run is set (maintenance/upkeep.h) nothing is asked
 // or removed and no lock is needed: the log alone tells what would go.
 //
 // `handle` is the repository, whose lock the caller holds. Returns the number of entries removed,

@@ -10,7 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "maintenance/dry_run.h"
 #include "maintenance/upkeep.h"
 #include "package/fileops.h"
 #include "repository/installed_walk.h"

@@ -5,7 +5,7 @@
 // directory or begins with a dot, tell what they find with vrmui_write_info, a sentence at a time,
 // and ask what to do about it when vote_mode is 1. A capital letter answers for the rest of the
 // walk. In every other mode nothing is asked and nothing is changed. While dry_run is set
-// (maintenance/dry_run.h) they report only, and need no lock.
+// (maintenance/upkeep.h) they report only, and need no lock.
 #pragma once
 
 #include "package/vri.h"

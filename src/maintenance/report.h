@@ -20,9 +20,16 @@
 #pragma once
 
 #include <cstdio>
+#include <string>
 
 #include "package/vri.h"
+#include "support/ldif.h"
 #include "transaction/vrt.h"
+
+// The name of a package in LDIF.
+inline std::string package_dn(const vri *package) {
+    return std::string("evrkUid=") + vrk_puname(package) + "," + dn_suffix;
+}
 
 // How a report is to be written.
 enum list_format : int {

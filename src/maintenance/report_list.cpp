@@ -12,7 +12,6 @@
 #include <string>
 #include <utility>
 
-#include "maintenance/package_dn.h"
 #include "maintenance/report.h"
 #include "support/array.h"
 #include "support/boundary.h"

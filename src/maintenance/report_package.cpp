@@ -2,7 +2,6 @@
 #include <ctime>
 #include <string>
 
-#include "maintenance/package_dn.h"
 #include "maintenance/report.h"
 #include "support/arch.h"
 #include "support/boundary.h"

@@ -1,8 +1,9 @@
 #include "maintenance/upkeep.h"
 
-#include "maintenance/dry_run.h"
 #include "support/event.h"
 #include "ui/vrmui.h"
+
+bool dry_run = false;
 
 bool may_begin(const char *who, const vrm_handle *handle) {
     if (dry_run || handle->locked) {

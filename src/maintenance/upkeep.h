@@ -1,10 +1,16 @@
-// Private to the maintenance: what the audits and the cleanup share.
+// What the audits and the cleanup share. All but dry_run is private to the maintenance.
 #pragma once
 
 #include <string>
 
 #include "support/handle.h"
 #include "support/own.h"
+
+// While it is set audits and the cleanup ask nothing and change nothing: they only tell what they
+// would do. Therefore they need no repository lock then. Nothing else looks at it, and least of all
+// the executors of a change, which never run without the lock. A program sets it once, before it
+// calls them; it is false at the start.
+extern bool dry_run;
 
 // Whether a function of the maintenance may begin: with the repository lock, or when dry_run makes
 // it a report. Tells at ERROR when it may not; `who` is the function.

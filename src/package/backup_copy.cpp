@@ -11,7 +11,7 @@
 
 #include "package/backup_journal.h"
 #include "package/fileops.h"
-#include "package/file_attributes.h"
+#include "package/preserved_copy.h"
 #include "support/boundary.h"
 #include "support/event.h"
 #include "support/file.h"

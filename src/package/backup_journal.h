@@ -5,7 +5,7 @@
 // is what a rollback reads, so a backup that isn't listed would not come back.
 //
 // A backup and what is restored from it have the owner, the extended attributes, the mode and the
-// times of the original (package/file_attributes.h). Until then they have the mode 0600. A backup
+// times of the original (package/preserved_copy.h). Until then they have the mode 0600. A backup
 // base lies in a directory that only root can enter: a saved set-id program must not be run.
 #pragma once
 

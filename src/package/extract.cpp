@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "package/head.h"
-#include "package/payload.h"
 #include "package/vrf.h"
 #include "support/boundary.h"
 #include "support/event.h"

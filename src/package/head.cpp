@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -97,4 +98,11 @@ bool check_signature(vrm_handle *handle, FILE *stream, vri *info) {
         vrs_fverify_rsa(handle, info->rsa_sig_subj, info->rsa_sig_data, info->rsa_sig_len, stream);
     log_debug("rc of vrs_verify_rsa: %d", info->sig_status);
     return fseeko(stream, payload, SEEK_SET) == 0;
+}
+
+bool open_payload(archive *reader, FILE *stream) {
+    archive_read_support_filter_gzip(reader);
+    archive_read_support_format_cpio(reader);
+    // EILSEQ is the library's number for an unknown format; reading bytes never gives it.
+    return archive_read_open_FILE(reader, stream) == ARCHIVE_OK || archive_errno(reader) == EILSEQ;
 }

@@ -1,5 +1,7 @@
-// The reader of a package file's head, private to the functions that start there.
+// The head of a package file and the payload after it, private to the functions that read them.
 #pragma once
+
+#include <archive.h>
 
 #include <cstdio>
 #include <string>
@@ -20,3 +22,11 @@ own_vri open_package(const char *path, own_file *stream, uint64_t *size);
 // Checks the record's signature over the rest of the stream, notes the outcome in `sig_status` and
 // puts the stream back to where it stood. Result: whether it could be put back.
 bool check_signature(vrm_handle *handle, FILE *stream, vri *info);
+
+using own_reader = std::unique_ptr<archive, release_with<archive_read_free>>;
+
+// Makes `reader`, fresh from archive_read_new, read a gzip-compressed cpio archive from the
+// stream's position on. Whether an archive of another kind is told of at the opening or at the
+// first header depends on the library's version; it counts as opened here, and the first header
+// then fails.
+bool open_payload(archive *reader, FILE *stream);

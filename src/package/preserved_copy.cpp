@@ -3,13 +3,144 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
-#include "package/file_attributes.h"
+#include "support/event.h"
 #include "support/file.h"
+
+static constexpr std::string_view access_list = "system.posix_acl_access";
+
+static bool set_owner(const struct stat &status, int to, const char *path) {
+    if (fchown(to, status.st_uid, status.st_gid) == 0) {
+        return true;
+    }
+    const int error = errno;
+    // Most files are root's, as a new one is.
+    struct stat made;
+    if (fstat(to, &made) == 0 && made.st_uid == status.st_uid && made.st_gid == status.st_gid) {
+        return true;
+    }
+    report({.kind = event_kind::owner_not_set, .path = path, .error = error});
+    return false;
+}
+
+// What a call fills that gives the size needed when it is handed no room. The size can change
+// between two calls. None, with errno, on a failure.
+template <class Read>
+static std::optional<std::string> read_sized(const Read &read) {
+    for (;;) {
+        const ssize_t size = read(nullptr, 0);
+        if (size < 0) {
+            return std::nullopt;
+        }
+        std::string text(static_cast<size_t>(size), '\0');
+        const ssize_t got = size == 0 ? 0 : read(text.data(), text.size());
+        if (got >= 0) {
+            text.resize(static_cast<size_t>(got));
+            return text;
+        }
+        if (errno != ERANGE) {
+            return std::nullopt;
+        }
+    }
+}
+
+// The names of a file's extended attributes. A file system that has none gives none.
+static std::optional<std::vector<std::string>> attributes_of(int file) {
+    const auto list =
+        read_sized([file](char *room, size_t size) { return flistxattr(file, room, size); });
+    if (!list) {
+        return errno == ENOTSUP ? std::optional(std::vector<std::string>()) : std::nullopt;
+    }
+    std::vector<std::string> names;
+    for (size_t at = 0; at < list->size(); at += names.back().size() + 1) {
+        names.emplace_back(list->c_str() + at);
+    }
+    return names;
+}
+
+static bool copy_attribute(int from, int to, const std::string &name, const char *path) {
+    const auto value = read_sized([from, &name](char *room, size_t size) {
+        return fgetxattr(from, name.c_str(), room, size);
+    });
+    if (!value && errno == ENODATA) {
+        return true;  // removed meanwhile
+    }
+    if (!value || fsetxattr(to, name.c_str(), value->data(), value->size(), 0) != 0) {
+        report(
+            {.kind = event_kind::attribute_not_set, .path = path, .other = name, .error = errno});
+        return false;
+    }
+    return true;
+}
+
+// Takes away the access control list that a file got from its directory when it was made.
+static bool remove_access_list(int file, const char *path) {
+    // Most files have none: then it does not matter why it can't be taken away.
+    const auto is_gone = [] { return errno == ENODATA || errno == ENOTSUP; };
+    if (fremovexattr(file, access_list.data()) == 0 || is_gone()) {
+        return true;
+    }
+    const int error = errno;
+    if (fgetxattr(file, access_list.data(), nullptr, 0) < 0 && is_gone()) {
+        return true;
+    }
+    report({.kind = event_kind::attribute_not_set,
+            .path = path,
+            .other = std::string(access_list),
+            .error = error});
+    return false;
+}
+
+// Whether the access control list, or that there is none, was copied. What fails is logged.
+static bool copy_extended(int from, int to, const char *path) {
+    const auto names = attributes_of(from);
+    if (!names) {
+        report({.kind = event_kind::attributes_not_read, .path = path, .error = errno});
+        return false;
+    }
+    bool has_list = false, is_list_copied = false;
+    for (const std::string &name : *names) {
+        const bool copied = copy_attribute(from, to, name, path);
+        if (name == access_list) {
+            has_list = true;
+            is_list_copied = copied;
+        }
+    }
+    return has_list ? is_list_copied : remove_access_list(to, path);
+}
+
+void copy_attributes(int from, const struct stat &status, int to, const char *path) {
+    mode_t mode = status.st_mode & 07777;
+    if (!set_owner(status, to, path)) {
+        // Its group can be any, such as that of its directory.
+        const mode_t lost = mode & (S_ISUID | S_ISGID | S_IRWXG);
+        mode &= ~lost;
+        if (lost != 0) {
+            report({.kind = event_kind::set_id_bits_dropped, .path = path});
+        }
+    }
+    if (!copy_extended(from, to, path)) {
+        // A list also says what a user may not do that all others may.
+        mode &= S_IRWXU;
+    }
+    if (fchmod(to, mode) != 0) {
+        report({.kind = event_kind::mode_not_set, .path = path, .error = errno});
+    }
+    const timespec times[] = {status.st_atim, status.st_mtim};
+    if (futimens(to, times) != 0) {
+        report({.kind = event_kind::times_not_set, .path = path, .error = errno});
+    }
+}
 
 static bool copy_file(const char *source, const char *target) {
     struct stat status;

@@ -1,8 +1,24 @@
-// Private to the library: copies of files that keep all that the original has.
+// Private to the library: copies of files that keep what belongs to a file beside its name and its
+// content.
 #pragma once
 
+#include <sys/stat.h>
+
+// Gives the file behind a descriptor the owner and group, the extended attributes (capabilities,
+// access control list and all others), the mode and the times of another one, in this order: a
+// change of the owner takes capabilities and set-id bits away, and a mode that came first would let
+// the wrong owner's program run. `status` is the other file's, taken before it was read. The file
+// must be private until now, with mode 0600, and complete.
+//
+// What can't be set is a WARNING that names `path`, the file's own, and no failure. It never makes
+// the file accessible to more users than the other one: without its owner and group it gets no
+// set-id bits and no group bits. Without its access control list it gets the bits of its owner
+// alone: the group bits of such a mode say what all entries of the list together may do, and an
+// entry can deny what others may.
+void copy_attributes(int from, const struct stat &status, int to, const char *path);
+
 // Copies what lies at `source` to `target`, where nothing may be yet. A regular file gets all that
-// belongs to it as by copy_attributes (package/file_attributes.h), where what can't be set is a
+// belongs to it as by copy_attributes, where what can't be set is a
 // WARNING. A symbolic link is copied as a link, a pipe or a device is made anew, each with owner,
 // mode and times, and without extended attributes. A directory is refused. Nothing is synced.
 // Result: whether all else arrived; if not, what was made stays, and the reason is in errno.

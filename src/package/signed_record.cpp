@@ -10,7 +10,6 @@
 #include <optional>
 
 #include "package/head.h"
-#include "package/payload.h"
 #include "support/arch.h"
 #include "support/boundary.h"
 #include "support/file.h"

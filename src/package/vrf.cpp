@@ -8,7 +8,6 @@
 #include <cstring>
 
 #include "package/head.h"
-#include "package/payload.h"
 #include "package/vrs.h"
 #include "support/array.h"
 #include "support/boundary.h"

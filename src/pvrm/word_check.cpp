@@ -1,7 +1,7 @@
 #include <string>
 
-#include "maintenance/dry_run.h"
 #include "maintenance/inventory_audit.h"
+#include "maintenance/upkeep.h"
 #include "pvrm/engine_report.h"
 #include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"

@@ -16,7 +16,6 @@
 #include "support/file.h"
 #include "support/own.h"
 #include "support/text.h"
-#include "support/vconf_lines.h"
 
 namespace {
 

@@ -14,7 +14,10 @@
 // the log stands.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <memory>
+#include <string_view>
 
 #include "support/ekva.h"
 #include "support/own.h"
@@ -89,3 +92,12 @@ int vconf_get_optval_vl(const char *key, vconf_valnum *const *map, s_ekva *const
 int vconf_get_bool(const char *key, s_ekva *const *rec, int default_value, int override_value);
 
 using own_valnum_list = std::unique_ptr<vconf_valnum *, release_with<vconf_valnum_list_free>>;
+
+// Private to the reader and the rewriter: the line of a file's content that begins at `at`, with
+// its newline if it has one. A line holds at most one byte less than the file, which only a file of
+// a single line can exceed: that line comes in two pieces.
+inline std::string_view vconf_line_at(std::string_view content, size_t at) {
+    const size_t limit = std::min(std::max<size_t>(content.size() - 1, 1), content.size() - at);
+    const std::string_view line = content.substr(at, limit);
+    return line.substr(0, line.find('\n') == line.npos ? line.npos : line.find('\n') + 1);
+}

@@ -13,7 +13,6 @@
 #include "support/own.h"
 #include "support/text.h"
 #include "support/vconf.h"
-#include "support/vconf_lines.h"
 
 static std::pair<std::string, std::string> key_and_value(const char *line) {
     const size_t room = strlen(line) + 1;

@@ -17,7 +17,7 @@
 #include "kit/lower_limit.h"
 #include "kit/scripted_user.h"
 #include "kit/test_repo.h"
-#include "maintenance/dry_run.h"
+#include "maintenance/upkeep.h"
 #include "repository/inventory.h"
 #include "transaction/interrupt.h"
 #include "ui/vrmui.h"

@@ -1,3 +1,0 @@
-#include "maintenance/dry_run.h"
-
-bool dry_run = false;
