@@ -332,3 +332,17 @@ TEST(ListCmpAddr, TakesMissingFieldsForZero) {
     EXPECT_EQ(list_cmp_addr("1.2", "1.2.0.1"), -1);
     EXPECT_EQ(list_cmp_addr("x", "0.0.0.0"), 0);
 }
+
+TEST(ToCArray, CopiesEachString) {
+    const Texts texts = {"a", "", "b"};
+    const own_array array = to_c_array(texts);
+    EXPECT_EQ(texts_of(array.get()), texts);
+    EXPECT_NE(to_c_array(Texts()), nullptr);
+}
+
+TEST(ToCArray, GivesNothingWhenOneEntryFails) {
+    strdups_left = 1;
+    const own_array array = to_c_array(Texts{"a", "b"});
+    strdups_left = -1;
+    EXPECT_EQ(array, nullptr);
+}

@@ -164,6 +164,14 @@ TEST(EkvaHeader, LetsACallerTakeTheRecordApart) {
     free(rec);
 }
 
+TEST(EkvaFirstPair, IsBehindTheHeaderIfThereIsOne) {
+    const Record with(Pairs{{"a", "1"}});
+    EXPECT_EQ(ekva_first_pair(with.rec), with.rec + 1);
+    const Record without(record_by_hand({"a"}, 2));
+    EXPECT_EQ(ekva_first_pair(without.rec), without.rec);
+    EXPECT_EQ(ekva_first_pair(nullptr), nullptr);
+}
+
 TEST(EkvaNument, CountsDataEntriesOnly) {
     EXPECT_EQ(ekva_nument(nullptr), 0);
     EXPECT_EQ(ekva_nument(Record(Pairs{{"a", "1"}, {"b", null_value}}).rec), 2);

@@ -1,5 +1,6 @@
 #include "support/file.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -423,4 +424,25 @@ TEST(FileIsMissing, ADanglingLinkIsAndALoopIsNot) {
     EXPECT_TRUE(is_missing((dir / "dangling").c_str()));
     EXPECT_FALSE(is_missing((dir / "loop").c_str()));
     EXPECT_EQ(errno, ELOOP);
+}
+
+TEST(PathExists, CountsALinkThatLeadsNowhere) {
+    const TempDir dir;
+    dir.write("file", "");
+    std::filesystem::create_symlink("nothing", dir / "link");
+    EXPECT_TRUE(path_exists(dir / "file"));
+    EXPECT_TRUE(path_exists(dir / "link"));
+    EXPECT_FALSE(path_exists(dir / "nothing"));
+}
+
+TEST(WriteAll, WritesEveryByteOrFailsWithTheReason) {
+    const TempDir dir;
+    const std::string bytes(100000, 'x');
+    own_fd file(open((dir / "file").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    EXPECT_TRUE(write_all(file.get(), bytes));
+    EXPECT_EQ(file.close(), 0);
+    EXPECT_EQ(read_all(dir / "file"), bytes);
+    const own_fd full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+    EXPECT_FALSE(write_all(full.get(), "x"));
+    EXPECT_EQ(errno, ENOSPC);
 }

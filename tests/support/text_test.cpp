@@ -254,3 +254,9 @@ TEST(Hexs2bin, HandsOutWhatStandsBeforeABadDigit) {
     EXPECT_THAT(std::vector<unsigned char>(bytes, bytes + 4), ElementsAre(1, 2, 0x41, 0x41));
     free(bytes);
 }
+
+TEST(LowerCase, ChangesTheLettersOfAsciiAlone) {
+    EXPECT_EQ(lower_case("Evrk-NAME.9"), "evrk-name.9");
+    EXPECT_EQ(lower_case(""), "");
+    EXPECT_EQ(lower_case("\xc3\x84"), "\xc3\x84");
+}
