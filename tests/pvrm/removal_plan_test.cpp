@@ -144,30 +144,23 @@ namespace {
 
 struct model {
     std::map<std::string, installed> packages;
-    std::set<std::string> requests, stay;  // what stays by now; the rest of `may_go` goes
+    std::map<std::string, names> dependents;  // without the package itself
+    std::set<std::string> requests, stay;     // what stays by now; the rest of `may_go` goes
     std::set<std::string> may_go;
 
     bool goes(const std::string &name) const {
         return may_go.contains(name) && !stay.contains(name);
     }
-    bool needs(const installed &package, const std::string &name) const {
-        return package.name != name &&
-               std::find(package.deps.begin(), package.deps.end(), name) != package.deps.end();
+    bool is_needed_by_staying(const std::string &name) {
+        return std::any_of(dependents[name].begin(), dependents[name].end(),
+                           [&](const std::string &other) { return !goes(other); });
     }
-    bool is_needed_by_staying(const std::string &name) const {
-        return std::any_of(packages.begin(), packages.end(), [&](const auto &other) {
-            return needs(other.second, name) && !goes(other.first);
-        });
-    }
-    bool must_stay(const std::string &name) const {
+    bool must_stay(const std::string &name) {
         const bool requested = requests.contains(name);
         bool wanted = requested;  // by a request, or by what goes
-        for (const auto &[other, package] : packages) {
-            if (!needs(package, name)) {
-                continue;
-            }
-            const bool is_exempt =
-                requested && package.head == name && !is_needed_by_staying(other);
+        for (const std::string &other : dependents[name]) {
+            const bool is_exempt = requested && packages.at(other).head == name && !goes(other) &&
+                                   !is_needed_by_staying(other);
             if (!goes(other) && !is_exempt) {
                 return true;
             }
@@ -184,6 +177,11 @@ std::set<std::string> what_must_go(const std::vector<installed> &all, const name
     model state;
     for (const installed &package : all) {
         state.packages[package.name] = package;
+        for (const std::string &dep : package.deps) {
+            if (dep != package.name) {
+                state.dependents[dep].push_back(package.name);
+            }
+        }
     }
     for (const std::string &name : requests) {
         state.requests.insert(name);
@@ -193,9 +191,10 @@ std::set<std::string> what_must_go(const std::vector<installed> &all, const name
     for (bool grew = !keep_deps; grew;) {
         grew = false;
         for (const installed &package : all) {
-            const bool reached = std::any_of(all.begin(), all.end(), [&](const installed &other) {
-                return state.may_go.contains(other.name) && state.needs(other, package.name);
-            });
+            const names &dependents = state.dependents[package.name];
+            const bool reached =
+                std::any_of(dependents.begin(), dependents.end(),
+                            [&](const std::string &other) { return state.may_go.contains(other); });
             if (reached && !package.head.empty()) {
                 grew = state.may_go.insert(package.name).second || grew;
             }
