@@ -15,6 +15,7 @@
 #include "pvrm/tell.h"
 #include "repository/inventory.h"
 #include "support/arch.h"
+#include "transaction/fetch.h"
 #include "transaction/install.h"
 #include "transaction/scripts.h"
 

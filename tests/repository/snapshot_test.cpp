@@ -14,7 +14,7 @@
 #include "kit/log_capture.h"
 #include "kit/test_repo.h"
 #include "repository/inventory.h"
-#include "transaction/removal.h"
+#include "transaction/plan_removal.h"
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
