@@ -26,6 +26,11 @@ void measure_changes();
 void measure_commands();
 void measure_audits();
 
+// What the tool costs on a disk; see scripts/bench --disk. Arguments: a directory for images, the
+// number of runs, and the groups of rows to measure (many, small, words; none: all). Result: the
+// exit status, which no figure changes.
+int measure_disk(int argc, char **argv);
+
 // The global cache, filled from a generated catalogue of this size. Result: its connection.
 void *with_cache_of(int64_t size);
 

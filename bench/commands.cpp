@@ -11,6 +11,10 @@
 #include <cstdio>
 #include <cstdlib>
 
+static double seconds_of(const timeval &time) {
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
 static process_cost run_once(const std::vector<std::string> &command) {
     std::vector<char *> words;
     for (const std::string &word : command) {
@@ -34,7 +38,8 @@ static process_cost run_once(const std::vector<std::string> &command) {
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
     posix_spawn_file_actions_destroy(&silence);
     return {took.count(), static_cast<double>(usage.ru_maxrss) / 1024,
-            started && WIFEXITED(status) ? WEXITSTATUS(status) : -1};
+            started && WIFEXITED(status) ? WEXITSTATUS(status) : -1,
+            seconds_of(usage.ru_utime) + seconds_of(usage.ru_stime)};
 }
 
 process_cost cost_of(const std::vector<std::string> &command, int runs) {
@@ -44,6 +49,7 @@ process_cost cost_of(const std::vector<std::string> &command, int runs) {
         best.seconds = std::min(best.seconds, next.seconds);
         best.peak_megabytes = std::max(best.peak_megabytes, next.peak_megabytes);
         best.status = std::max(best.status, next.status);
+        best.cpu_seconds = std::min(best.cpu_seconds, next.cpu_seconds);
     }
     return best;
 }

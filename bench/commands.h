@@ -7,7 +7,8 @@
 struct process_cost {
     double seconds;
     double peak_megabytes;
-    int status;  // exit status
+    int status;          // exit status
+    double cpu_seconds;  // user and system, with the processes that it waited for
 };
 
 // Runs a program with its output thrown away: the fastest of some runs.

@@ -53,6 +53,9 @@ int main(int argc, char **argv) {
         return 1;
     }
     fs::create_directories(bench_dir);
+    if (argc > 1 && strcmp(argv[1], "--disk") == 0) {
+        return measure_disk(argc - 2, argv + 2);
+    }
     if (!vrm_vrc_load("/usr/lib/vrm/vrc-dirs.so")) {
         return 1;
     }
