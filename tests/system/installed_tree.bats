@@ -155,6 +155,16 @@ END
     assert_equal "$(realpath -m "$output")" "$root/usr/lib/vrm"
 }
 
+@test "the programs load no library for formats that a package never has" {
+    local program
+    for program in /usr/sbin/pvrm /usr/bin/vrk-build; do
+        run ldd "$root$program"
+        assert_status 0
+        assert_output_has "libcrypto.so"
+        assert_equal "$program $(grep -oE 'lib(xml2|icu[a-z]*)[^ ]*' <<<"$output" || true)" "$program "
+    done
+}
+
 @test "a function of another type than the header's is not compiled" {
     local source
     for source in tiny.c:gcc tiny.cpp:g++; do
