@@ -3,9 +3,11 @@
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <vector>
 
 #include "package/osslutil.h"
 #include "support/file.h"
@@ -115,10 +117,25 @@ int rsa_key_bits(const EVP_PKEY *key) {
 }
 
 bool is_sound_key(EVP_PKEY *key) {
+    // The check takes several milliseconds, more than all else that a small package needs, and the
+    // packages of one command have few signers. Only keys that passed are kept: what is refused is
+    // checked each time.
+    static thread_local std::vector<own_pkey> sound;
+    constexpr size_t most_kept = 16;
     const OsslErrorsDropped errors;
+    const auto same = [key](const own_pkey &other) { return EVP_PKEY_eq(key, other.get()) == 1; };
+    if (key && std::any_of(sound.begin(), sound.end(), same)) {
+        return true;
+    }
     const own_pkey_ctx context(EVP_PKEY_CTX_new(key, nullptr));
-    return context && EVP_PKEY_get_bits(key) <= most_key_bits &&
-           EVP_PKEY_public_check(context.get()) == 1;
+    if (!context || EVP_PKEY_get_bits(key) > most_key_bits ||
+        EVP_PKEY_public_check(context.get()) != 1) {
+        return false;
+    }
+    if (sound.size() < most_kept && EVP_PKEY_up_ref(key) == 1) {
+        sound.emplace_back(key);
+    }
+    return true;
 }
 
 // Whether the verification can find the certificate by the line that packages name its signer by,

@@ -138,6 +138,9 @@ TEST(CertificateFault, IsAKeyThatEverybodyCanSignFor) {
     EXPECT_EQ(fault("1" + std::string(4095, '0') + "1", "65537"),
               "its RSA key has 16385 bits, and at most 16384 can be used; make a new key and "
               "certificate");
+    // The same answers once more, though a key that passed is not checked twice.
+    EXPECT_EQ(fault(modulus, "65537"), "");
+    EXPECT_EQ(fault(modulus, "1"), unsound);
 }
 
 TEST(CertificateFault, IsAUseThatExcludesSignatures) {
