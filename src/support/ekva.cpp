@@ -4,6 +4,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <charconv>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
@@ -78,6 +79,19 @@ static s_ekva *new_pair(const char *key, const char *val) {
     return pair;
 }
 
+// The two numbers after the prefix. Every access to a record reads them, and sscanf would be a
+// quarter of what a listing of packages computes; it is left to what only it accepts, such as
+// blanks.
+static bool read_numbers(const char *text, int *capacity, int *mode) {
+    const char *const end = text + strlen(text);
+    const auto first = std::from_chars(text, end, *capacity);
+    if (first.ec == std::errc() && first.ptr != end && *first.ptr == ':' &&
+        std::from_chars(first.ptr + 1, end, *mode).ec == std::errc()) {
+        return true;
+    }
+    return sscanf(text, "%d:%d", capacity, mode) == 2;
+}
+
 int _ekva_parse_header(s_ekva *const *rec, int *capacity, int *mode) {
     if (!rec || !rec[0] || !rec[0]->key) {
         return 0;
@@ -85,7 +99,7 @@ int _ekva_parse_header(s_ekva *const *rec, int *capacity, int *mode) {
     int found_capacity = 0;
     int found_mode = 0;
     if (strncmp(rec[0]->key, header_prefix, strlen(header_prefix)) != 0 ||
-        sscanf(rec[0]->key, "#EKVA_10:%d:%d", &found_capacity, &found_mode) != 2) {
+        !read_numbers(rec[0]->key + strlen(header_prefix), &found_capacity, &found_mode)) {
         return 0;
     }
     *capacity = found_capacity;

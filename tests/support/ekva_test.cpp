@@ -121,6 +121,23 @@ TEST(EkvaHeader, IsParsed) {
     EXPECT_EQ(mode, 4);
 }
 
+TEST(EkvaHeader, TakesWhatWasWrittenByHand) {
+    for (const char *key : {"#EKVA_10: 20:+4", "#EKVA_10:20: 4 and more", "#EKVA_10:020:4"}) {
+        int capacity = 0;
+        int mode = 0;
+        const Record record(record_by_hand({key}, 2));
+        EXPECT_EQ(_ekva_parse_header(record.rec, &capacity, &mode), 1) << key;
+        EXPECT_EQ(capacity, 20) << key;
+        EXPECT_EQ(mode, 4) << key;
+    }
+    int capacity = 0;
+    int mode = 0;
+    const Record negative(record_by_hand({"#EKVA_10:-1:-2"}, 2));
+    EXPECT_EQ(_ekva_parse_header(negative.rec, &capacity, &mode), 1);
+    EXPECT_EQ(capacity, -1);
+    EXPECT_EQ(mode, -2);
+}
+
 TEST(EkvaHeader, IsNoneWhenTheKeyIsAnother) {
     int capacity = 77;
     int mode = 78;
