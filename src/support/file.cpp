@@ -121,8 +121,10 @@ static bool copy_bytes(FILE *from, FILE *to, uint64_t *copied) {
 char *_read_file(const char *path, size_t *length) {
     *length = 0;
     struct stat status;
-    own_file file(fopen_regular(path, &status));
-    if (!file) {
+    // No stream: its buffer and the system calls that set it up would cost as much as the reading
+    // of a small file, and an inventory has thousands of them.
+    const own_fd file = open_regular(path, &status);
+    if (!file.valid()) {
         return nullptr;
     }
     if (static_cast<uintmax_t>(status.st_size) > PTRDIFF_MAX - spare_bytes) {
@@ -131,8 +133,18 @@ char *_read_file(const char *path, size_t *length) {
     }
     const auto size = static_cast<size_t>(status.st_size);
     own_string block(static_cast<char *>(malloc(size + spare_bytes)));
-    if (!block || fread(block.get(), 1, size, file.get()) != size) {
+    if (!block) {
         return nullptr;
+    }
+    for (size_t done = 0; done < size;) {
+        const ssize_t got = read(file.get(), block.get() + done, size - done);
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got <= 0) {
+            return nullptr;
+        }
+        done += static_cast<size_t>(got);
     }
     *length = size;
     return block.release();
