@@ -61,8 +61,7 @@ std::string many_files_package(int version) {
 std::string pack_for_bench(const std::string &name, const std::string &live, size_t files,
                            int version) {
     const std::string tree = changes_dir + "/tree";
-    const std::string file =
-        changes_dir + "/" + name + "_any_" + std::to_string(version) + ".0.vrk";
+    std::string file = changes_dir + "/" + name + "_any_" + std::to_string(version) + ".0.vrk";
     write_source_tree(tree, name, live, files, version);
     must(cost_of({"vrk-build", "pack", tree, "--key", changes_dir + "/key.pem", "--cert",
                   changes_dir + "/cert.pem", "-o", file},
