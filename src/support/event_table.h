@@ -338,7 +338,9 @@
       "{who}: Failed to write fileindex for package {package}")                                    \
     X(broken_swap_undone, LEVEL_WARNING,                                                           \
       "vrm_undo_broken_swaps: the update of {package} was cut off while it was entered, "          \
-      "its old entry is back")
+      "its old entry is back")                                                                     \
+    X(left_links_not_noted, LEVEL_WARNING,                                                         \
+      "Failed to write the links that {package} leaves to {path}: {reason}")
 
 #define VRM_EVENTS_OF_OUTCOMES(X)                                                                  \
     X(dependency_install_failed, LEVEL_ERROR,                                                      \

@@ -5,6 +5,7 @@
 #include "package/fileops.h"
 #include "package/safe_name.h"
 #include "repository/action_log.h"
+#include "repository/left_links.h"
 #include "support/log.h"
 #include "transaction/conflicts.h"
 #include "transaction/interrupt.h"
@@ -52,6 +53,7 @@ void drop_stage(const change &change) {
 int leave_inventory(change *change) {
     drop_stage(*change);
     drop_registration(change->places);
+    note_removed_links(change->handle, change->old_package->name);
     return 0;
 }
 
@@ -60,6 +62,8 @@ int finish(change *change) {
     note_configuration(*change);
     drop_stage(*change);
     if (change->old_package) {
+        note_left_links(change->handle, change->old_package->name,
+                        change->places.old_entry + "/link.txt", change->places.entry + "/link.txt");
         drop_old_registration(change->places);
     }
     return 0;

@@ -397,6 +397,9 @@ constexpr row rows[] = {
     {event_kind::broken_swap_undone, sentence_sort::reason,
      "warning: an upgrade of {package} was cut off; it is registered in its old version again, "
      "upgrade it once more"},
+    {event_kind::left_links_not_noted, sentence_sort::reason,
+     "warning: cannot write {path}: {reason}; pvrm check may not know all links that {package} "
+     "leaves"},
     // Outcomes.
     {event_kind::dependency_install_failed, sentence_sort::failure,
      "the installation of {package} failed"},

@@ -22,6 +22,7 @@ const std::vector<std::string> &compared_places() {
         repository + "/installed",
         repository + "/fileindex",
         stagearea,
+        repository + "/left_links",
         repository + "/saved",
         action_log,
         lock_file,

@@ -133,6 +133,16 @@ TEST_F(Update, LinksOfTheOldVersionStay) {
     install_now(before);
     ASSERT_EQ(update(foo2), 0);
     EXPECT_TRUE(fs::is_symlink(live + "/old-link"));
+    EXPECT_EQ(read_all(repo.in("left_links/foo")), live + "/old-link|foo\n");
+}
+
+TEST_F(Update, LinksAreNotNotedAsLeftWhenItFails) {
+    PackageSpec before = foo1, after = foo2;
+    before.info["link.txt"] = "/srv/t|foo|old-link\n";
+    after.init["99-add.sh"] = "exit 3\n";
+    install_now(before);
+    ASSERT_NE(update(after), 0);
+    EXPECT_FALSE(exists(repo.in("left_links")));
 }
 
 TEST_F(Update, CarriesTheInstallRecordOver) {
