@@ -69,6 +69,7 @@
 #include "transaction/vrt.h"
 
 #include "maintenance/cleanup.h"
+#include "maintenance/consistency_audit.h"
 #include "maintenance/hash_audit.h"
 #include "maintenance/inventory_audit.h"
 #include "maintenance/report.h"

@@ -1,6 +1,9 @@
-// Private to the library: the entries of a link list (package/fileops.h), for those who have to
-// know of links before they are made or removed, and for lists that are applied in part.
+// Private to the library: the entries of a link list and of a permission list (package/fileops.h),
+// for those who have to know of links before they are made or removed, for lists that are applied
+// in part, and for audits.
 #pragma once
+
+#include <sys/types.h>
 
 #include <functional>
 #include <string>
@@ -13,9 +16,29 @@ struct link_entry {
     std::string name;  // a path in the directory
 };
 
+// A line that is left out.
+struct refused_line {
+    int number;  // the first line has 1
+    std::string why;
+};
+
 // The links of a list in its order. Lines that are refused are left out, without a message.
+// `refused`, unless null, receives them, and then more are refused: those that mean another place
+// from another working directory, and those with a name that no link can have.
 // Result: false with the reason in errno when the list can't be read to its end.
-bool read_link_list(const std::string &path, std::vector<link_entry> *entries);
+bool read_link_list(const std::string &path, std::vector<link_entry> *entries,
+                    std::vector<refused_line> *refused = nullptr);
+
+struct perm_entry {
+    std::string path;  // absolute
+    mode_t mode;       // permission and set-id bits
+};
+
+// The permissions of a list in its order, without the lines that have no effect. Lines that can't
+// be applied, and relative paths, are `refused`.
+// Result: false with the reason in errno when the list can't be read to its end.
+bool read_perm_list(const std::string &path, std::vector<perm_entry> *entries,
+                    std::vector<refused_line> *refused);
 
 // vrm_vrf_links, with which it shares the log, but a symbolic link is only removed when
 // `may_remove` allows it. With `create` the attempt to make the link is made all the same.

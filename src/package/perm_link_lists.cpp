@@ -58,6 +58,7 @@ class FieldList {
                 refusal = "a field is longer than 2063 bytes";
             }
             if (refusal) {
+                refusal_ = refusal;
                 if (function_) {
                     report({.kind = event_kind::list_line_refused,
                             .who = function_,
@@ -78,6 +79,12 @@ class FieldList {
 
     const std::string &field(size_t index) const {
         return fields_[index];
+    }
+
+    // The line that was read last, as one that is left out for a reason; null means the reason for
+    // which it was refused.
+    refused_line line_left_out(const char *why = nullptr) const {
+        return {number_, why ? why : refusal_};
     }
 
     // Whether the list ended with a failure to read it, which is logged.
@@ -139,6 +146,7 @@ class FieldList {
     own_file file_;
     std::string line_;
     std::array<std::string, field_count> fields_;
+    const char *refusal_ = "";
     int number_ = 0;
 };
 
@@ -329,8 +337,20 @@ int vrm_vrf_links(const char *path, int remove, int create) {
     return apply_link_list(path, remove != 0, create != 0, nullptr);
 }
 
-bool read_link_list(const std::string &path, std::vector<link_entry> *entries) {
-    const own_string start(getcwd(nullptr, 0));
+// Why a line of a link list can't be compared with the disk; null when it can. The directory is
+// the one that counts for the line, empty for the working directory of whoever applies the list.
+static const char *reason_against(const std::string &directory, const std::string &name) {
+    const std::string last = name.substr(name.rfind('/') + 1);
+    if (last.empty() || last == "." || last == "..") {
+        return "its name is not one that a link can have";
+    }
+    return directory.starts_with('/') || name.starts_with('/') ? nullptr
+                                                               : "it has no absolute directory";
+}
+
+bool read_link_list(const std::string &path, std::vector<link_entry> *entries,
+                    std::vector<refused_line> *refused) {
+    const own_string start(refused ? strdup("") : getcwd(nullptr, 0));
     if (!start) {
         return false;
     }
@@ -341,14 +361,52 @@ bool read_link_list(const std::string &path, std::vector<link_entry> *entries) {
     using Read = FieldList<3>::Read;
     std::string directory = start.get();
     bool unreachable = false;
+    const auto refuse = [&](const char *why) {
+        if (refused) {
+            refused->push_back(list.line_left_out(why));
+        }
+    };
     for (Read read; (read = list.next()) != Read::end;) {
         if (!list.field(0).empty()) {
             unreachable = read == Read::refused;
-            directory = unreachable ? directory : path_in(directory, list.field(0));
+            if (!unreachable) {
+                directory = directory.empty() ? list.field(0) : path_in(directory, list.field(0));
+            }
         }
-        if (read != Read::refused && !unreachable && !list.field(1).empty() &&
-            !list.field(2).empty()) {
-            entries->push_back({directory, list.field(1), list.field(2)});
+        if (read == Read::refused) {
+            refuse(nullptr);
+        } else if (!unreachable && !list.field(1).empty() && !list.field(2).empty()) {
+            const char *why = refused ? reason_against(directory, list.field(2)) : nullptr;
+            if (why) {
+                refuse(why);
+            } else {
+                entries->push_back({directory, list.field(1), list.field(2)});
+            }
+        }
+    }
+    return !list.broke_off();
+}
+
+bool read_perm_list(const std::string &path, std::vector<perm_entry> *entries,
+                    std::vector<refused_line> *refused) {
+    FieldList<2> list(path.c_str(), nullptr);
+    if (!list.opened()) {
+        return false;
+    }
+    using Read = FieldList<2>::Read;
+    for (Read read; (read = list.next()) != Read::end;) {
+        const std::string &file = list.field(0), &text = list.field(1);
+        mode_t mode;
+        if (read == Read::refused) {
+            refused->push_back(list.line_left_out());
+        } else if (file.empty() || text.empty()) {
+            continue;
+        } else if (!file.starts_with('/')) {
+            refused->push_back(list.line_left_out("its path is not absolute"));
+        } else if (!parse_mode(text, &mode)) {
+            refused->push_back(list.line_left_out("its mode is not an octal number"));
+        } else {
+            entries->push_back({file, mode & 07777});
         }
     }
     return !list.broke_off();

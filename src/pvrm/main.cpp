@@ -121,7 +121,7 @@ void add_reading_words(CLI::App &app, command_line &line) {
                  [&line] { return word_verify(line.common, line.audited); });
     verify->footer(
         "With --verbose it prints a line for each file.\n"
-        "Exit status: 1 when a file is wrong, or missing.");
+        "Exit status: 1 when a file, a link or a listed permission is wrong, or missing.");
     verify->add_option("NAME", line.audited, "Installed packages; without names all of them");
 
     line.add(app, "orphans", "List dependencies that no installed package needs any more", false,
@@ -185,8 +185,8 @@ void add_changing_words(CLI::App &app, command_line &line) {
     line.add(app, "cleanup", "Remove staged package files and what a crash left behind", true,
              [&line] { return word_cleanup(line.common); });
 
-    line.add(app, "check", "Look for damaged entries of the inventory, and dependencies left over",
-             true, [&line] { return word_check(line.common); })
+    line.add(app, "check", "Audit the inventory for what is damaged, missing or left over", true,
+             [&line] { return word_check(line.common); })
         ->footer(
             "On a terminal it asks what to do about each; with --dry-run it only reports.\n"
             "Exit status: 1 when something was found.");

@@ -1,5 +1,6 @@
 #include <string>
 
+#include "maintenance/consistency_audit.h"
 #include "maintenance/inventory_audit.h"
 #include "maintenance/upkeep.h"
 #include "pvrm/engine_report.h"
@@ -25,13 +26,22 @@ int word_check(const common_options &options) {
     // Entries first: what is removed of them needs nothing any more.
     const int invalid = vrm_chkinst(work.repository(), !options.quiet);
     const int orphans = invalid < 0 ? -1 : vrm_chkhead(work.repository());
-    if (orphans < 0) {
+    const int others = orphans < 0 ? -1 : vrm_chkconsistency(work.repository());
+    if (others < 0) {
         tell_problem(was_interrupted() ? "interrupted: the check was not finished"
                                        : "the check was not finished");
         return EXIT_FAILED;
     }
-    tell_step("found %s and %s", counted(invalid, "damaged entry", "damaged entries").c_str(),
-              counted(orphans, "dependency left over", "dependencies left over").c_str());
-    const bool clean = invalid == 0 && orphans == 0 && reasons_told() == problems_before;
+    const std::string damaged = counted(invalid, "damaged entry", "damaged entries");
+    const std::string left_over =
+        counted(orphans, "dependency left over", "dependencies left over");
+    if (others == 0) {
+        tell_step("found %s and %s", damaged.c_str(), left_over.c_str());
+    } else {
+        tell_step("found %s, %s and %s", damaged.c_str(), left_over.c_str(),
+                  counted(others, "other problem", "other problems").c_str());
+    }
+    const bool clean =
+        invalid == 0 && orphans == 0 && others == 0 && reasons_told() == problems_before;
     return clean ? EXIT_DONE : EXIT_FAILED;
 }

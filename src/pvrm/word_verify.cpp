@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include "maintenance/consistency_audit.h"
 #include "maintenance/hash_audit.h"
 #include "pvrm/engine_report.h"
 #include "pvrm/exit_status.h"
@@ -51,7 +52,11 @@ static bool verify(const session &work, const std::string &name) {
     if (errors < 0 && was_explained()) {
         tell_failure("%s can't be verified", name.c_str());
     }
-    return errors == 0 && own_record;
+    if (errors < 0 && !own_vri(vrm_vrl_info(work.repository(), name.c_str()))) {
+        return false;
+    }
+    const int differences = vrm_chkplaces(work.repository(), name.c_str());
+    return errors == 0 && differences == 0 && own_record;
 }
 
 int word_verify(const common_options &options, const std::vector<std::string> &names) {

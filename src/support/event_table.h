@@ -400,7 +400,26 @@
     X(install_type_changed, LEVEL_ERROR,                                                           \
       "{who}: change install_type from {found} to {other} for package {package}")                  \
     X(fixed_record_not_written, LEVEL_ERROR,                                                       \
-      "{who}: Failed to write new install info for package {package}")
+      "{who}: Failed to write new install info for package {package}")                             \
+    X(dependency_missing, 0, "{package} needs {other}, which is not installed")                    \
+    X(dependency_entry_damaged, 0, "{package} needs {other}, whose entry is damaged")              \
+    X(index_without_entry, 0, "the file index {path} has no entry")                                \
+    X(entry_without_index, 0, "{package} has {number} files and no file index")                    \
+    X(list_not_compared, 0, "cannot read {path}: {reason}")                                        \
+    X(list_line_not_compared, 0, "{path}, line {number}: {other}")                                 \
+    X(place_not_seen, 0, "cannot look at {path} of {package}: {reason}")                           \
+    X(link_missing, 0, "the link {path} of {package} to {other} is missing")                       \
+    X(link_retargeted, 0,                                                                          \
+      "the link {path} of {package} points to {found}, and not to {other}")                        \
+    X(link_place_taken, 0,                                                                         \
+      "in the place of the link {path} of {package} to {other} is a {found}")                      \
+    X(mode_changed, 0, "the mode of {path} of {package} is {found}, and not {other}")              \
+    X(mode_path_missing, 0, "{path} of {package}, with the mode {other}, is missing")              \
+    X(file_open_to_all, 0, "everybody can write to {path} of {package}: its mode is {found}")      \
+    X(link_left, 0,                                                                                \
+      "the link {path} to {other} was made by an earlier version of {package}")                    \
+    X(link_left_by_removed, 0,                                                                     \
+      "the link {path} to {other} was made by {package}, which is not installed")
 
 #define VRM_EVENTS_OF_REPORTS(X)                                                                   \
     X(report_file_not_created, LEVEL_ERROR, "Error creating tempfile for list: {reason}")          \

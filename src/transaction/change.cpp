@@ -58,12 +58,14 @@ int leave_inventory(change *change) {
 }
 
 int finish(change *change) {
+    if (change->old_package) {
+        note_left_links(change->handle, change->old_package->name,
+                        change->places.old_entry + "/link.txt", change->places.entry + "/link.txt");
+    }
     refresh_linker_cache(change->by->who);
     note_configuration(*change);
     drop_stage(*change);
     if (change->old_package) {
-        note_left_links(change->handle, change->old_package->name,
-                        change->places.old_entry + "/link.txt", change->places.entry + "/link.txt");
         drop_old_registration(change->places);
     }
     return 0;

@@ -470,6 +470,42 @@ constexpr row rows[] = {
      "change install_type from {found} to {other} for package {package}"},
     {event_kind::fixed_record_not_written, sentence_sort::reason,
      "Failed to write new install info for package {package}"},
+    {event_kind::dependency_missing, sentence_sort::finding,
+     "{package} needs {other}, which is not installed; pvrm install {other} installs it"},
+    {event_kind::dependency_entry_damaged, sentence_sort::finding,
+     "{package} needs {other}, whose entry in the inventory is damaged; replace the entry as "
+     "\"Recovering\" in the administrator's guide describes"},
+    {event_kind::index_without_entry, sentence_sort::finding,
+     "{path} lists files of {package}, which is not installed; move it away, and pvrm install "
+     "{package} can replace them"},
+    {event_kind::entry_without_index, sentence_sort::finding,
+     "{package} has no file index, so its {number} files belong to no package; move {path} away "
+     "and install {package} again"},
+    {event_kind::list_not_compared, sentence_sort::finding,
+     "cannot read {path}, so {package} is not compared with it: {reason}"},
+    {event_kind::list_line_not_compared, sentence_sort::finding,
+     "{path}, line {number}, can't be compared: {other}"},
+    {event_kind::place_not_seen, sentence_sort::finding,
+     "cannot look at {path} of {package}: {reason}"},
+    {event_kind::link_missing, sentence_sort::finding,
+     "the link {path} of {package} is missing; make it again by ln -s, it points to {other}"},
+    {event_kind::link_retargeted, sentence_sort::finding,
+     "the link {path} of {package} points to {found} and not to {other}; make it again by ln -sfn"},
+    {event_kind::link_place_taken, sentence_sort::finding,
+     "in the place of the link {path} of {package} is a {found}; move it away and make the link by "
+     "ln -s, it points to {other}"},
+    {event_kind::mode_changed, sentence_sort::finding,
+     "the mode of {path} of {package} is {found} and not {other}; chmod {other} sets it again"},
+    {event_kind::mode_path_missing, sentence_sort::finding,
+     "{path} of {package} is missing; its mode would be {other}"},
+    {event_kind::file_open_to_all, sentence_sort::finding,
+     "everybody can write to {path} of {package}, its mode is {found}; chmod o-w ends that"},
+    {event_kind::link_left, sentence_sort::finding,
+     "the link {path} to {other} is left from an earlier version of {package}; remove it if "
+     "nothing needs it"},
+    {event_kind::link_left_by_removed, sentence_sort::finding,
+     "the link {path} to {other} is left from {package}, which is not installed any more; remove "
+     "it if nothing needs it"},
     // Reports.
     {event_kind::report_file_not_created, sentence_sort::reason,
      "the list can't be kept in a temporary file: {reason}"},

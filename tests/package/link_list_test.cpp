@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 
 #include "kit/log_capture.h"
@@ -31,6 +32,34 @@ class LinkList : public testing::Test {
     TempDir dir;
     LogCapture log;
     link_resolver resolver;
+};
+
+std::vector<std::string> texts(const std::vector<refused_line> &lines) {
+    std::vector<std::string> all;
+    for (const refused_line &line : lines) {
+        all.push_back(std::to_string(line.number) + ": " + line.why);
+    }
+    return all;
+}
+
+class AuditedLists : public testing::Test {
+ protected:
+    bool read_links(const std::string &text) {
+        std::vector<link_entry> entries;
+        refused.clear();
+        const bool whole = read_link_list(dir.write("link.txt", text), &entries, &refused);
+        for (const link_entry &entry : entries) {
+            links.push_back(entry.directory + " " + entry.name + " -> " + entry.target);
+        }
+        return whole;
+    }
+    bool read_modes(const std::string &text) {
+        return read_perm_list(dir.write("perm.txt", text), &modes, &refused);
+    }
+    TempDir dir;
+    std::vector<std::string> links;
+    std::vector<perm_entry> modes;
+    std::vector<refused_line> refused;
 };
 
 }  // namespace
@@ -117,4 +146,56 @@ TEST_F(LinkList, WhatMayNotBeRemovedIsNotReplaced) {
     apply_link_list(list.c_str(), true, true, [](const link_entry &) { return false; });
     EXPECT_EQ(fs::read_symlink(dir / "one"), "old");
     EXPECT_EQ(fs::read_symlink(dir / "two"), "new");
+}
+
+// ---- As audits read lists ----
+
+TEST_F(AuditedLists, LinksThatDependOnTheWorkingDirectoryAreNamed) {
+    WorkingDir there(dir.path());
+    EXPECT_TRUE(read_links("|a|x\nsub|a|y\n|a|/abs\n/opt|b|z\nmore|c|w\n"));
+    EXPECT_THAT(links, ElementsAre("sub /abs -> a", "/opt z -> b", "/opt/more w -> c"));
+    EXPECT_THAT(texts(refused),
+                ElementsAre("1: it has no absolute directory", "2: it has no absolute directory"));
+}
+
+TEST_F(AuditedLists, NamesThatNoLinkCanHaveAreNamed) {
+    EXPECT_TRUE(read_links("/opt|a|x/\n|a|..\n|a|y/.\n|a|good\n"));
+    EXPECT_THAT(links, ElementsAre("/opt good -> a"));
+    EXPECT_THAT(texts(refused), ElementsAre("1: its name is not one that a link can have",
+                                            "2: its name is not one that a link can have",
+                                            "3: its name is not one that a link can have"));
+}
+
+TEST_F(AuditedLists, RefusedLinesAreNamedAndWhatFollowsInTheirDirectoryIsLeftOut) {
+    using namespace std::string_literals;
+    EXPECT_TRUE(read_links("/opt|a|\0x\n|b|y\n/srv|c|z\n"s + std::string(5000, 'x')));
+    EXPECT_THAT(links, ElementsAre("/srv z -> c"));
+    EXPECT_THAT(texts(refused),
+                ElementsAre("1: it holds a zero byte", "4: it is longer than 4095 bytes"));
+}
+
+TEST_F(AuditedLists, PermissionsAreReadAsTheyAreApplied) {
+    EXPECT_TRUE(read_modes("/a|4755\n\n/b|100644|\n/c|\n|644\nonly\n/d|7"));
+    ASSERT_EQ(modes.size(), 3u);
+    EXPECT_EQ(modes[0].path, "/a");
+    EXPECT_EQ(modes[0].mode, 04755u);
+    EXPECT_EQ(modes[1].mode, 0644u) << "without the bits of the file's kind";
+    EXPECT_EQ(modes[2].path, "/d");
+    EXPECT_THAT(refused, IsEmpty());
+}
+
+TEST_F(AuditedLists, PermissionsThatCannotBeAppliedAreNamed) {
+    EXPECT_TRUE(read_modes("/a|9\nb|644\n/c|77777777\n/d|-1\n/e|644\n"));
+    ASSERT_EQ(modes.size(), 1u);
+    EXPECT_EQ(modes[0].path, "/e");
+    EXPECT_THAT(
+        texts(refused),
+        ElementsAre("1: its mode is not an octal number", "2: its path is not absolute",
+                    "3: its mode is not an octal number", "4: its mode is not an octal number"));
+}
+
+TEST_F(AuditedLists, AListThatIsMissingGivesTheReason) {
+    errno = 0;
+    EXPECT_FALSE(read_perm_list(dir / "nothing", &modes, &refused));
+    EXPECT_EQ(errno, ENOENT);
 }

@@ -188,7 +188,7 @@ clean_repository() {
         [[ -f $index ]] || continue
         while read -r path; do rm -f "$path"; done <"$index"
     done
-    rm -rf "$repository"/{installed,fileindex,stagearea,saved}
+    rm -rf "$repository"/{installed,fileindex,stagearea,saved,left_links}
     mkdir "$repository"/{installed,fileindex,stagearea}
     rm -f "$repository"/{install.log,catalogue.*} /var/log/pvrm.log
     : >"$repository/catalogue.txt"

@@ -163,3 +163,47 @@ pvrm: /usr/share/gone is missing, or can't be read"
     assert_status 1
     assert_equal "$output" 'pvrm: \x1B[31mred is not installed'
 }
+
+@test "a deleted link and modes that differ are failures" {
+    pvrm install "$(package bar data/usr/share/bar/a=a data/usr/share/bar/b=b \
+        info/link.txt='/usr/share/bar|a|link' info/perm.txt='/usr/share/bar/a|0640')"
+    run pvrm verify bar
+    assert_status 0
+    assert_equal "$output" 'bar summary: dump: (0/0) conf: (0/0) data: (2/0) init: (0/0)'
+    rm /usr/share/bar/link
+    chmod 777 /usr/share/bar/a /usr/share/bar/b
+    run pvrm verify bar
+    assert_status 1
+    assert_equal "$output" 'bar summary: dump: (0/0) conf: (0/0) data: (2/0) init: (0/0)
+the link /usr/share/bar/link of bar is missing; make it again by ln -s, it points to a
+the mode of /usr/share/bar/a of bar is 0777 and not 0640; chmod 0640 sets it again
+everybody can write to /usr/share/bar/b of bar, its mode is 0777; chmod o-w ends that'
+    ln -s a /usr/share/bar/link
+    chmod 0640 /usr/share/bar/a
+    chmod o-w /usr/share/bar/b
+    run pvrm verify bar
+    assert_status 0
+}
+
+@test "a missing file with a listed mode is reported once" {
+    pvrm install "$(package bar conf/etc/bar.conf=secret \
+        info/perm.txt=$'/usr/share/bar/about|0640\n/etc/bar.conf|0600')"
+    rm /usr/share/bar/about /etc/bar.conf
+    run pvrm verify bar
+    assert_status 1
+    assert_equal "$(grep -c /usr/share/bar/about <<<"$output")" 1
+    assert_equal "$(grep -c 'file /etc/bar.conf' <<<"$output")" 1
+    refute_output_has 'its mode would be'
+}
+
+@test "the mode of a configuration file is the administrator's, but not wider than listed" {
+    pvrm install "$(package bar conf/etc/bar.conf=secret info/perm.txt='/etc/bar.conf|0640')"
+    chmod 600 /etc/bar.conf
+    chmod 666 /etc/foo.conf
+    run pvrm verify
+    assert_status 0
+    chmod 644 /etc/bar.conf
+    run pvrm verify bar
+    assert_status 1
+    assert_line 'the mode of /etc/bar.conf of bar is 0644 and not 0640; chmod 0640 sets it again'
+}
