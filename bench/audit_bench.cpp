@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <set>
 
 #include "bench/bench.h"
 #include "bench/commands.h"
@@ -72,6 +73,43 @@ void measure_questions(std::vector<question> *questions, bool twice) {
     }
 }
 
+// What a dry run of a removal of so many packages takes, of packages that no other needs.
+std::vector<std::string> dry_removal_of(size_t count, const std::vector<bench_package> &packages) {
+    std::set<std::string> needed;
+    for (const bench_package &package : packages) {
+        needed.insert(package.dependencies.begin(), package.dependencies.end());
+    }
+    std::vector<std::string> command = {"pvrm", "remove", "--dry-run"};
+    for (const bench_package &package : packages) {
+        if (!needed.contains(package.name) && count > 0) {
+            command.push_back(package.name);
+            count--;
+        }
+    }
+    return command;
+}
+
+void measure_dry_removals() {
+    auto packages = make_packages(1500);
+    give_heads(&packages);
+    fs::remove_all(repository + "/installed");
+    write_inventory(repository, packages, 0);
+    const auto one = dry_removal_of(1, packages), many = dry_removal_of(41, packages);
+    double one_seconds = 1e9, many_seconds = 1e9;
+    // In turn, so that a busy moment meets both.
+    for (int run = 0; run < 9; run++) {
+        const process_cost of_one = cost_of(one, 1), of_many = cost_of(many, 1);
+        must(of_one, "pvrm remove --dry-run of one package");
+        must(of_many, "pvrm remove --dry-run of 41 packages");
+        one_seconds = std::min(one_seconds, of_one.seconds);
+        many_seconds = std::min(many_seconds, of_many.seconds);
+    }
+    add_figure({"pvrm remove --dry-run, 1 of 1500 packages", one_seconds, "s", 0, ""});
+    add_figure({"pvrm remove --dry-run, 41 of 1500 packages", many_seconds, "s", 0, ""});
+    add_figure({"pvrm remove --dry-run, 41 packages in place of 1", many_seconds / one_seconds, "x",
+                2, ""});
+}
+
 }  // namespace
 
 void measure_audits() {
@@ -87,4 +125,5 @@ void measure_audits() {
         add_figure(
             {one.what + ", twice the packages", one.seconds[1] / one.seconds[0], "x", 2.4, ""});
     }
+    measure_dry_removals();
 }

@@ -79,8 +79,10 @@ bool session::open_repository() {
             "the configuration %s can't be used; /usr/share/vrm/vrm.conf.sample shows a "
             "good one",
             vrm_default_conf);
+        return false;
     }
-    return handle_ != nullptr;
+    installed_.emplace(handle_.get());
+    return true;
 }
 
 bool session::are_there(std::initializer_list<const char *> roles) {

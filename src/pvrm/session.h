@@ -2,11 +2,13 @@
 #pragma once
 
 #include <initializer_list>
+#include <optional>
 #include <utility>
 
 #include "pvrm/engine_report.h"
 #include "pvrm/options.h"
 #include "repository/repository.h"
+#include "repository/snapshot.h"
 #include "support/own.h"
 
 class session {
@@ -61,6 +63,12 @@ class session {
     }
     void *catalogue() const;
 
+    // What is installed, each entry read once at the first question about it. Who changes a package
+    // has it forgotten. The repository must be open.
+    inventory_snapshot &installed() {
+        return *installed_;
+    }
+
     const common_options options;
 
  private:
@@ -75,6 +83,7 @@ class session {
 
     own_ekva config_;
     own_handle handle_;
+    std::optional<inventory_snapshot> installed_;
     bool tried_to_learn_ = false;
     bool found_cut_off_ = false;
 

@@ -43,8 +43,8 @@ int word_depends(const common_options &options, const std::string &what,
     const own_vrt tree = work.look_up([&] {
         vrt *made = nullptr;
         vrmui_line_new(vrmui, "");
-        vrm_walk(work.repository(), work.catalogue(), what.c_str(), nullptr,
-                 dirs.empty() ? nullptr : dir_array.data(), &made);
+        plan_tree(work.installed(), work.catalogue(), what.c_str(), nullptr,
+                  dirs.empty() ? nullptr : dir_array.data(), &made);
         return own_vrt(made);
     });
     if (!tree) {
