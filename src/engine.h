@@ -5,6 +5,7 @@
 
 #include "support/arch.h"
 #include "support/array.h"
+#include "support/atomic_file.h"
 #include "support/base64.h"
 #include "support/cmd.h"
 #include "support/csv.h"

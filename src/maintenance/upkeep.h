@@ -1,4 +1,4 @@
-// What the audits and the cleanup share. All but dry_run is private to the maintenance.
+// What the audits and the cleanup share, and how a program asks them for a dry run.
 #pragma once
 
 #include <string>

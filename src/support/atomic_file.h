@@ -1,4 +1,4 @@
-// Files that appear under their name whole or not at all. Private to the project.
+// Files that appear under their name whole or not at all.
 #pragma once
 
 #include <sys/stat.h>
