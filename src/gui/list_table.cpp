@@ -7,8 +7,8 @@
 
 #include "gui/state.h"
 
-ListTable::ListTable(int x, int y, int w, int h, const char *label, const table_columns &columns,
-                     int count)
+list_table::list_table(int x, int y, int w, int h, const char *label, const table_columns &columns,
+                       int count)
     : Fl_Table_Row(x, y, w, h, label), columns_(columns) {
     row_header(0);
     row_resize(0);
@@ -22,7 +22,7 @@ ListTable::ListTable(int x, int y, int w, int h, const char *label, const table_
 // A change of a row's height makes the table add up the heights of all rows, so changing each row
 // of a long list takes seconds. New rows take after the last one: they are added behind one that
 // has its height.
-void ListTable::size_rows_and_columns(int count) {
+void list_table::size_rows_and_columns(int count) {
     if (count > 0) {
         rows(1);
         row_height(0, table_row_height);
@@ -36,17 +36,17 @@ void ListTable::size_rows_and_columns(int count) {
     }
 }
 
-void ListTable::take_rows(int count) {
+void list_table::take_rows(int count) {
     clear();
     size_rows_and_columns(count);
     redraw();
 }
 
-void ListTable::event_callback(Fl_Widget *, void *table) {
-    static_cast<ListTable *>(table)->event_callback2();
+void list_table::event_callback(Fl_Widget *, void *table) {
+    static_cast<list_table *>(table)->event_callback2();
 }
 
-void ListTable::event_callback2() {
+void list_table::event_callback2() {
     [[maybe_unused]] const int row = callback_row();
     [[maybe_unused]] const int column = callback_col();
     [[maybe_unused]] const TableContext context = callback_context();
@@ -54,12 +54,12 @@ void ListTable::event_callback2() {
 
 // The boxes of the theme have round corners. What stood there before, a selected row for one, would
 // show through them after the table has been scrolled.
-void ListTable::draw_box_on_ground(int x, int y, int w, int h, Fl_Color box_color) {
+void list_table::draw_box_on_ground(int x, int y, int w, int h, Fl_Color box_color) {
     fl_rectf(x, y, w, h, parent() ? parent()->color() : color());
     fl_draw_box(FL_THIN_UP_BOX, x, y, w, h, box_color);
 }
 
-void ListTable::DrawHeader(const char *text, int x, int y, int w, int h) {
+void list_table::DrawHeader(const char *text, int x, int y, int w, int h) {
     fl_push_clip(x, y, w, h);
     draw_box_on_ground(x, y, w, h, row_header_color());
     fl_color(FL_BLACK);
@@ -69,7 +69,7 @@ void ListTable::DrawHeader(const char *text, int x, int y, int w, int h) {
 }
 
 // A text that is wider than its cell is cut by the box of the next cell, which is drawn after it.
-void ListTable::draw_list_cell(int row, int col, int x, int y, int w, int h) {
+void list_table::draw_list_cell(int row, int col, int x, int y, int w, int h) {
     const bool selected = row_selected(row) > 0;
     const char *const text = text_of(row, col);
     draw_box_on_ground(x, y, w, h, selected ? FL_BLUE : FL_WHITE);
@@ -77,7 +77,7 @@ void ListTable::draw_list_cell(int row, int col, int x, int y, int w, int h) {
     fl_draw(text, x, y, w, h, FL_ALIGN_LEFT);
 }
 
-void ListTable::draw_cell(TableContext context, int row, int col, int x, int y, int w, int h) {
+void list_table::draw_cell(TableContext context, int row, int col, int x, int y, int w, int h) {
     fl_font(FL_HELVETICA, 11);
     switch (context) {
         case CONTEXT_STARTPAGE:

@@ -11,15 +11,15 @@
 // Asks for the text of a cell when it is drawn and holds no copy: a list of any length costs what
 // the visible rows cost. Each screen makes a table of its own. Several rows can be selected, unless
 // the screen changes that.
-class ListTable : public Fl_Table_Row {
+class list_table : public Fl_Table_Row {
  public:
     // Nothing is done by a click but the selection, which the base class makes.
     static void event_callback(Fl_Widget *widget, void *table);
     void event_callback2();
 
  protected:
-    ListTable(int x, int y, int w, int h, const char *label, const table_columns &columns,
-              int count);
+    list_table(int x, int y, int w, int h, const char *label, const table_columns &columns,
+               int count);
 
     // The text of a cell, which is read before the next call.
     virtual const char *text_of(int row, int column) = 0;

@@ -10,7 +10,7 @@
 cell_text MyTable::s;
 
 MyTable::MyTable(int x, int y, int w, int h, const char *label)
-    : ListTable(x, y, w, h, label, package_columns, sel_rows) {}
+    : list_table(x, y, w, h, label, package_columns, sel_rows) {}
 
 MyTable::~MyTable() = default;
 

@@ -6,7 +6,7 @@
 #include "gui/list_table.h"
 
 // Draws `vri_list` itself and holds no copy of it.
-class MyTable : public ListTable {
+class MyTable : public list_table {
  public:
     // A table of the rows of this moment, several of which can be selected.
     MyTable(int x, int y, int w, int h, const char *label = nullptr);

@@ -13,7 +13,7 @@
 cell_text VraTable::s;
 
 VraTable::VraTable(int x, int y, int w, int h, const char *label)
-    : ListTable(x, y, w, h, label, update_columns, num_vras) {}
+    : list_table(x, y, w, h, label, update_columns, num_vras) {}
 
 VraTable::~VraTable() = default;
 

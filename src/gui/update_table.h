@@ -4,7 +4,7 @@
 #include "gui/list_table.h"
 
 // Draws `vra_list` itself and holds no copy of it.
-class VraTable : public ListTable {
+class VraTable : public list_table {
  public:
     // A table of the rows of this moment, several of which can be selected.
     VraTable(int x, int y, int w, int h, const char *label = nullptr);

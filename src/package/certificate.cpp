@@ -19,7 +19,7 @@ static int no_passphrase(char *, int, int, void *) {
 }
 
 own_x509 certificate_read(const std::string &path, std::string *why) {
-    const OsslErrorsDropped errors;
+    const ossl_errors_dropped errors;
     struct stat status;
     const char *reason = nullptr;
     const own_file stream(fopen_regular(path.c_str(), &status, &reason));
@@ -93,7 +93,7 @@ static std::optional<time_t> true_date(const ASN1_TIME *date) {
 }
 
 std::optional<certificate_dates> dates_of_certificate(const X509 *certificate) {
-    const OsslErrorsDropped errors;
+    const ossl_errors_dropped errors;
     const std::optional<time_t> from = true_date(X509_get0_notBefore(certificate));
     const std::optional<time_t> until = true_date(X509_get0_notAfter(certificate));
     if (!from || !until) {
@@ -122,7 +122,7 @@ bool is_sound_key(EVP_PKEY *key) {
     // checked each time.
     static thread_local std::vector<own_pkey> sound;
     constexpr size_t most_kept = 16;
-    const OsslErrorsDropped errors;
+    const ossl_errors_dropped errors;
     const auto same = [key](const own_pkey &other) { return EVP_PKEY_eq(key, other.get()) == 1; };
     if (key && std::any_of(sound.begin(), sound.end(), same)) {
         return true;
@@ -158,7 +158,7 @@ static bool may_sign(const X509 *certificate) {
 }
 
 std::string certificate_fault(const X509 *certificate) {
-    const OsslErrorsDropped errors;
+    const ossl_errors_dropped errors;
     const X509_NAME *subject = X509_get_subject_name(certificate);
     if (!can_be_found(subject)) {
         return "its subject " + name_line(subject) +

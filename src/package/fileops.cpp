@@ -24,7 +24,7 @@ const char *last_char_is(const char *text, int c) {
 
 namespace {
 
-class Remover : public TreeVisitor {
+class tree_remover : public tree_visitor {
  public:
     int leaf(int parent, const char *name, const struct stat &, const std::string &path) override {
         return remove(parent, name, 0, path);
@@ -43,9 +43,9 @@ class Remover : public TreeVisitor {
     }
 };
 
-class Measurer : public TreeVisitor {
+class tree_measurer : public tree_visitor {
  public:
-    explicit Measurer(uint64_t *total) : total_(total) {}
+    explicit tree_measurer(uint64_t *total) : total_(total) {}
     int leaf(int, const char *, const struct stat &info, const std::string &) override {
         *total_ += static_cast<uint64_t>(info.st_size);
         return 0;
@@ -77,14 +77,14 @@ int vrm_vrf_rmdir(const char *path) {
             report({.kind = event_kind::path_not_removed, .path = path});
             return -1;
         }
-        Remover remover;
+        tree_remover remover;
         return walk_tree(path, remover);
     });
 }
 
 int vrm_vrf_dudir(const char *path, uint64_t *total) {
     return guarded(-1, [&] {
-        Measurer measurer(total);
+        tree_measurer measurer(total);
         return walk_tree(path, measurer);
     });
 }

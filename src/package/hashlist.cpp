@@ -26,7 +26,7 @@ constexpr size_t hash_length = 40;
 // A line of a list: hash, colon, a path, and room for the line end.
 constexpr size_t line_limit = 4193;
 
-struct Entry {
+struct listed_entry {
     std::string name;
     bool is_directory;
 };
@@ -84,7 +84,7 @@ static bool is_directory(const dirent *entry, const std::string &dir) {
 
 // All entries but "." and "..", in the order of readdir. The directory is closed again before any
 // entry is looked at: a deep tree must not use up the process's descriptors.
-static bool list_directory(const std::string &path, std::vector<Entry> *entries) {
+static bool list_directory(const std::string &path, std::vector<listed_entry> *entries) {
     own_dir dir(opendir(path.c_str()));
     if (!dir) {
         return false;
@@ -126,14 +126,14 @@ static int hash_tree(const std::string &root, const std::string &relative, s_ekv
         report({.kind = event_kind::path_not_found, .path = path});
         return -1;
     }
-    std::vector<Entry> entries;
+    std::vector<listed_entry> entries;
     if (!S_ISDIR(st.st_mode) || !list_directory(path, &entries)) {
         return -1;
     }
     if (!*hashes) {
         *hashes = ekva_new(first_capacity, record_mode);
     }
-    for (const Entry &entry : entries) {
+    for (const listed_entry &entry : entries) {
         const std::string below = relative + "/" + entry.name;
         if (!entry.is_directory) {
             if (!hash_file(root, below, hashes)) {

@@ -19,14 +19,14 @@ using own_md_ctx = std::unique_ptr<EVP_MD_CTX, release_with<EVP_MD_CTX_free>>;
 
 // Takes what OpenSSL queues during its life off the error queue again: our failures are told by
 // results and log lines, and a rest in the queue would be found by whoever looks there next.
-class OsslErrorsDropped {
+class ossl_errors_dropped {
  public:
-    OsslErrorsDropped() {
+    ossl_errors_dropped() {
         ERR_set_mark();
     }
-    ~OsslErrorsDropped() {
+    ~ossl_errors_dropped() {
         ERR_pop_to_mark();
     }
-    OsslErrorsDropped(const OsslErrorsDropped &) = delete;
-    OsslErrorsDropped &operator=(const OsslErrorsDropped &) = delete;
+    ossl_errors_dropped(const ossl_errors_dropped &) = delete;
+    ossl_errors_dropped &operator=(const ossl_errors_dropped &) = delete;
 };

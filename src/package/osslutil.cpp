@@ -57,7 +57,7 @@ long utc_offset() {
 
 namespace {
 
-struct Element {
+struct subject_element {
     std::string type;
     std::string value;
     bool joined = false;  // part of the same multi-valued element as the one before
@@ -80,7 +80,8 @@ bool take_part(std::string_view *rest, std::string_view ends, std::string *part)
     return true;
 }
 
-bool split_elements(std::string_view rest, bool multi_value, std::vector<Element> *elements) {
+bool split_elements(std::string_view rest, bool multi_value,
+                    std::vector<subject_element> *elements) {
     if (rest.empty() || rest.front() != '/') {
         BIO_printf(bio_err, "Subject does not start with '/'.\n");
         return false;
@@ -88,7 +89,7 @@ bool split_elements(std::string_view rest, bool multi_value, std::vector<Element
     rest.remove_prefix(1);
     bool joined = false;
     while (!rest.empty()) {
-        Element element;
+        subject_element element;
         element.joined = joined;
         if (!take_part(&rest, "=", &element.type)) {
             return false;
@@ -114,7 +115,7 @@ bool split_elements(std::string_view rest, bool multi_value, std::vector<Element
 }
 
 // Adds an element to the name, or leaves it out with a word of why. False if the name refuses it.
-bool add_element(X509_NAME *name, const Element &element, int character_type) {
+bool add_element(X509_NAME *name, const subject_element &element, int character_type) {
     const int nid = OBJ_txt2nid(element.type.c_str());
     if (nid == NID_undef) {
         BIO_printf(bio_err, "Subject Attribute %s has no known NID, skipped\n",
@@ -135,13 +136,13 @@ bool add_element(X509_NAME *name, const Element &element, int character_type) {
 
 X509_NAME *x509_str2subj(const char *text, int character_type, int multi_value) {
     bio_err_open();
-    const OsslErrorsDropped errors;
+    const ossl_errors_dropped errors;
     const auto out_of_memory = [] {
         BIO_printf(bio_err, "malloc error\n");
         return nullptr;
     };
     return guarded(out_of_memory, [&]() -> X509_NAME * {
-        std::vector<Element> elements;
+        std::vector<subject_element> elements;
         if (!split_elements(text, multi_value != 0, &elements)) {
             return nullptr;
         }
@@ -149,7 +150,7 @@ X509_NAME *x509_str2subj(const char *text, int character_type, int multi_value) 
         if (!name) {
             return nullptr;
         }
-        for (const Element &element : elements) {
+        for (const subject_element &element : elements) {
             if (!add_element(name.get(), element, character_type)) {
                 return nullptr;
             }

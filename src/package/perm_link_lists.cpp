@@ -25,10 +25,10 @@ constexpr size_t field_limit = 2063;
 
 // Reads a list of lines with a fixed number of fields each, separated by `|`.
 template <size_t field_count>
-class FieldList {
+class field_list {
  public:
     // `function` begins the messages; null for no messages.
-    FieldList(const char *path, const char *function) : path_(path), function_(function) {
+    field_list(const char *path, const char *function) : path_(path), function_(function) {
         file_.reset(fopen_regular(path));
     }
 
@@ -36,11 +36,11 @@ class FieldList {
         return file_ != nullptr;
     }
 
-    enum class Read { entry, refused, end };
+    enum class line_kind { entry, refused, end };
 
     // Goes to the next line that isn't empty. For a refused line, which is logged, only the first
     // field is of use, and only to tell whether it was empty.
-    Read next() {
+    line_kind next() {
         for (;;) {
             const char *refusal = nullptr;
             if (!read_line(&refusal)) {
@@ -50,7 +50,7 @@ class FieldList {
                             .path = path_,
                             .error = errno});
                 }
-                return Read::end;
+                return line_kind::end;
             }
             ++number_;
             const bool fits = split();
@@ -66,10 +66,10 @@ class FieldList {
                             .other = refusal,
                             .number = static_cast<int64_t>(number_)});
                 }
-                return Read::refused;
+                return line_kind::refused;
             }
             if (!line_.empty()) {
-                return Read::entry;
+                return line_kind::entry;
             }
             if (function_) {
                 log_debug("%s: Skipping empty line no %d in %s", function_, number_, path_);
@@ -174,15 +174,15 @@ bool parse_mode(const std::string &text, mode_t *mode) {
 
 int vrm_vrf_perms(const char *path) {
     return guarded(-1, [&] {
-        FieldList<2> list(path, "vrm_vrf_perms");
-        using Read = decltype(list)::Read;
+        field_list<2> list(path, "vrm_vrf_perms");
+        using line_kind = decltype(list)::line_kind;
         if (!list.opened()) {
             report({.kind = event_kind::perm_list_not_opened, .path = path});
             return -1;
         }
         int outcome = 0;
-        for (Read read; (read = list.next()) != Read::end;) {
-            if (read == Read::refused) {
+        for (line_kind read; (read = list.next()) != line_kind::end;) {
+            if (read == line_kind::refused) {
                 continue;
             }
             const std::string &file = list.field(0);
@@ -267,15 +267,15 @@ std::string path_in(const std::string &directory, const std::string &path) {
 
 // Goes through the list; the working directory is then the last one that could be reached. `entry`
 // begins with the working directory.
-int apply_links(FieldList<3> &list, bool remove, bool create, link_entry entry,
+int apply_links(field_list<3> &list, bool remove, bool create, link_entry entry,
                 const link_condition &may_remove) {
     return guarded(-1, [&] {
-        using Read = FieldList<3>::Read;
+        using line_kind = field_list<3>::line_kind;
         int outcome = 0;
         bool unreachable = false;
-        for (Read read; (read = list.next()) != Read::end;) {
+        for (line_kind read; (read = list.next()) != line_kind::end;) {
             const std::string &directory = list.field(0);
-            if (read == Read::refused) {
+            if (read == line_kind::refused) {
                 // The lines behind a directory that was refused must not land in the one before it.
                 if (!directory.empty()) {
                     unreachable = true;
@@ -319,7 +319,7 @@ int apply_link_list(const char *path, bool remove, bool create, const link_condi
             report({.kind = event_kind::link_directory_unknown});
             return -1;
         }
-        FieldList<3> list(path, "vrm_vrf_links");
+        field_list<3> list(path, "vrm_vrf_links");
         if (!list.opened()) {
             report({.kind = event_kind::link_list_not_opened, .path = path});
             return -1;
@@ -354,11 +354,11 @@ bool read_link_list(const std::string &path, std::vector<link_entry> *entries,
     if (!start) {
         return false;
     }
-    FieldList<3> list(path.c_str(), nullptr);
+    field_list<3> list(path.c_str(), nullptr);
     if (!list.opened()) {
         return false;
     }
-    using Read = FieldList<3>::Read;
+    using line_kind = field_list<3>::line_kind;
     std::string directory = start.get();
     bool unreachable = false;
     const auto refuse = [&](const char *why) {
@@ -366,14 +366,14 @@ bool read_link_list(const std::string &path, std::vector<link_entry> *entries,
             refused->push_back(list.line_left_out(why));
         }
     };
-    for (Read read; (read = list.next()) != Read::end;) {
+    for (line_kind read; (read = list.next()) != line_kind::end;) {
         if (!list.field(0).empty()) {
-            unreachable = read == Read::refused;
+            unreachable = read == line_kind::refused;
             if (!unreachable) {
                 directory = directory.empty() ? list.field(0) : path_in(directory, list.field(0));
             }
         }
-        if (read == Read::refused) {
+        if (read == line_kind::refused) {
             refuse(nullptr);
         } else if (!unreachable && !list.field(1).empty() && !list.field(2).empty()) {
             const char *why = refused ? reason_against(directory, list.field(2)) : nullptr;
@@ -389,15 +389,15 @@ bool read_link_list(const std::string &path, std::vector<link_entry> *entries,
 
 bool read_perm_list(const std::string &path, std::vector<perm_entry> *entries,
                     std::vector<refused_line> *refused) {
-    FieldList<2> list(path.c_str(), nullptr);
+    field_list<2> list(path.c_str(), nullptr);
     if (!list.opened()) {
         return false;
     }
-    using Read = FieldList<2>::Read;
-    for (Read read; (read = list.next()) != Read::end;) {
+    using line_kind = field_list<2>::line_kind;
+    for (line_kind read; (read = list.next()) != line_kind::end;) {
         const std::string &file = list.field(0), &text = list.field(1);
         mode_t mode;
-        if (read == Read::refused) {
+        if (read == line_kind::refused) {
             refused->push_back(list.line_left_out());
         } else if (file.empty() || text.empty()) {
             continue;

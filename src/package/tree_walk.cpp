@@ -17,7 +17,7 @@ namespace {
 // Directories held open at the same time.
 constexpr size_t open_levels = 64;
 
-struct Level {
+struct tree_level {
     own_dir stream;  // empty while the level is parked
     dev_t device;
     ino_t inode;
@@ -27,9 +27,9 @@ struct Level {
     int outcome;                     // -1 once an entry has failed
 };
 
-class Walk {
+class tree_walk {
  public:
-    Walk(const char *path, TreeVisitor &visitor) : visitor_(visitor), path_(path) {}
+    tree_walk(const char *path, tree_visitor &visitor) : visitor_(visitor), path_(path) {}
 
     int run() {
         visit(AT_FDCWD, 0, 0);
@@ -99,14 +99,14 @@ class Walk {
         if (fstat(fd, &info) != 0) {
             return false;
         }
-        Level level{std::move(stream), info.st_dev, info.st_ino, {}, name_at, path_before, 0};
+        tree_level level{std::move(stream), info.st_dev, info.st_ino, {}, name_at, path_before, 0};
         read_names(level);
         levels_.push_back(std::move(level));
         park_outer_level();
         return true;
     }
 
-    static void read_names(Level &level) {
+    static void read_names(tree_level &level) {
         for (;;) {
             errno = 0;
             const dirent *entry = readdir(level.stream.get());
@@ -131,7 +131,7 @@ class Walk {
 
     // Opens a parked directory again, from the one below it. It must be the same: meanwhile the
     // lower one can have been moved elsewhere.
-    static bool reopen(Level &level, int below) {
+    static bool reopen(tree_level &level, int below) {
         const int fd = openat(below, "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         struct stat info;
         if (fd < 0) {
@@ -148,7 +148,7 @@ class Walk {
 
     // Ends the innermost level. False if the directory above it can't be reached any more.
     bool leave_level() {
-        Level done = std::move(levels_.back());
+        tree_level done = std::move(levels_.back());
         levels_.pop_back();
         if (!levels_.empty() && !levels_.back().stream &&
             !reopen(levels_.back(), dirfd(done.stream.get()))) {
@@ -168,14 +168,14 @@ class Walk {
         return true;
     }
 
-    TreeVisitor &visitor_;
+    tree_visitor &visitor_;
     std::string path_;
-    std::vector<Level> levels_;
+    std::vector<tree_level> levels_;
     int outcome_ = 0;
 };
 
 }  // namespace
 
-int walk_tree(const char *path, TreeVisitor &visitor) {
-    return Walk(path, visitor).run();
+int walk_tree(const char *path, tree_visitor &visitor) {
+    return tree_walk(path, visitor).run();
 }

@@ -10,9 +10,9 @@
 
 #include <string>
 
-class TreeVisitor {
+class tree_visitor {
  public:
-    virtual ~TreeVisitor() = default;
+    virtual ~tree_visitor() = default;
     // Meets something that is no directory: `name` in the open directory `parent`. `path` is its
     // full path, for messages. Returns 0 or -1.
     virtual int leaf(int parent, const char *name, const struct stat &info,
@@ -23,4 +23,4 @@ class TreeVisitor {
 
 // Walks a path and all below it. A failure is remembered and the walk goes on. Returns 0, also for
 // a path that doesn't exist, or -1 when anything failed.
-int walk_tree(const char *path, TreeVisitor &visitor);
+int walk_tree(const char *path, tree_visitor &visitor);

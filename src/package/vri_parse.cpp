@@ -18,7 +18,7 @@ namespace {
 // The attributes of a text up to its first empty line. A text is parsed once for all lookups: a
 // catalogue holds tens of thousands of descriptions, and one of them may name hundreds of
 // dependencies.
-class Attributes {
+class attribute_lines {
  public:
     // False, with the reason on the log, when any line of the text refers to another file: packages
     // are made by strangers, and what they have read here, with the rights of whoever looks at the
@@ -32,14 +32,14 @@ class Attributes {
     std::vector<const std::string *> all(const char *name) const;
 
  private:
-    struct Line {
+    struct attribute_line {
         std::string name;
         std::string value;
     };
-    std::vector<Line> lines_;
+    std::vector<attribute_line> lines_;
 };
 
-bool Attributes::read(const char *text) {
+bool attribute_lines::read(const char *text) {
     ldif_reader reader(text, ldif_reader::references::refused);
     bool is_first = true;
     bool is_over = false;
@@ -63,8 +63,8 @@ bool Attributes::read(const char *text) {
     return true;
 }
 
-const std::string *Attributes::find(const char *name) const {
-    for (const Line &line : lines_) {
+const std::string *attribute_lines::find(const char *name) const {
+    for (const attribute_line &line : lines_) {
         if (strcasecmp(line.name.c_str(), name) == 0) {
             return &line.value;
         }
@@ -72,9 +72,9 @@ const std::string *Attributes::find(const char *name) const {
     return nullptr;
 }
 
-std::vector<const std::string *> Attributes::all(const char *name) const {
+std::vector<const std::string *> attribute_lines::all(const char *name) const {
     std::vector<const std::string *> values;
-    for (const Line &line : lines_) {
+    for (const attribute_line &line : lines_) {
         if (strcasecmp(line.name.c_str(), name) == 0) {
             values.push_back(&line.value);
         }
@@ -110,7 +110,7 @@ static uint64_t size_of(const std::string *value) {
     return static_cast<uint64_t>(number);
 }
 
-static bool known_format(const Attributes &text, const char *label) {
+static bool known_format(const attribute_lines &text, const char *label) {
     const std::string *version = text.find("evrmVersion");
     if (!version || version->empty()) {
         report({.kind = event_kind::package_format_missing});
@@ -129,13 +129,13 @@ static bool known_format(const Attributes &text, const char *label) {
     return true;
 }
 
-static bool parse_names(const Attributes &text, vri *info) {
+static bool parse_names(const attribute_lines &text, vri *info) {
     return take(text.find("evrkName"), &info->name) &&
            take(text.find("evrkVariant"), &info->variant) &&
            take(text.find("evrkVersion"), &info->version) && info->name && info->version;
 }
 
-static bool parse_architecture(const Attributes &text, vri *info) {
+static bool parse_architecture(const attribute_lines &text, vri *info) {
     const std::string *name = text.find("evrkArchitecture");
     if (!name) {
         report({.kind = event_kind::architecture_missing});
@@ -149,7 +149,7 @@ static bool parse_architecture(const Attributes &text, vri *info) {
     return true;
 }
 
-static bool parse_dependencies(const Attributes &text, vri *info) {
+static bool parse_dependencies(const attribute_lines &text, vri *info) {
     const auto values = text.all("evrkDependency");
     if (values.empty()) {
         return true;
@@ -159,7 +159,7 @@ static bool parse_dependencies(const Attributes &text, vri *info) {
     return info->deps != nullptr;
 }
 
-static bool parse_signature_data(const Attributes &text, vri *info) {
+static bool parse_signature_data(const attribute_lines &text, vri *info) {
     const std::string *data = text.find("evrkRsaSigData");
     if (!data) {
         return true;
@@ -173,20 +173,20 @@ static bool parse_signature_data(const Attributes &text, vri *info) {
     return true;
 }
 
-static bool parse_file_attributes(const Attributes &text, vri *info) {
+static bool parse_file_attributes(const attribute_lines &text, vri *info) {
     info->datasize = size_of(text.find("evrkDataSize"));
     return take(text.find("evrkFileHash"), &info->filehash) &&
            take(text.find("evrkRsaSigSubj"), &info->rsa_sig_subj) &&
            parse_signature_data(text, info);
 }
 
-static bool parse_location(const Attributes &text, vri *info) {
+static bool parse_location(const attribute_lines &text, vri *info) {
     info->filesize = size_of(text.find("evrkFileSize"));
     return take(text.find("evrkAbsoluteURI"), &info->absolute_uri) &&
            take(text.find("evrkRelativeURI"), &info->relative_uri);
 }
 
-static bool parse_install_time(const Attributes &inst, vri *info) {
+static bool parse_install_time(const attribute_lines &inst, vri *info) {
     const std::string *time = inst.find("evrkInstallTime");
     if (!time || time->empty()) {
         report({.kind = event_kind::install_time_missing});
@@ -199,7 +199,7 @@ static bool parse_install_time(const Attributes &inst, vri *info) {
     return true;
 }
 
-static bool parse_update_times(const Attributes &inst, vri *info) {
+static bool parse_update_times(const attribute_lines &inst, vri *info) {
     const auto values = inst.all("evrkUpdateTime");
     if (values.empty()) {
         return true;
@@ -221,7 +221,7 @@ static bool parse_update_times(const Attributes &inst, vri *info) {
     return true;
 }
 
-static bool parse_install_type(const Attributes &inst, vri *info) {
+static bool parse_install_type(const attribute_lines &inst, vri *info) {
     const std::string *type = inst.find("evrkInstallType");
     if (!type || type->empty()) {
         report({.kind = event_kind::install_type_missing});
@@ -253,7 +253,7 @@ static bool parse_install_info(const char *text, vri *info) {
         report({.kind = event_kind::install_info_missing});
         return false;
     }
-    Attributes inst;
+    attribute_lines inst;
     return inst.read(text) && parse_install_time(inst, info) && parse_update_times(inst, info) &&
            parse_install_type(inst, info);
 }
@@ -266,7 +266,7 @@ vri *vrk_info_parse(const char *label, int32_t mode, const char *description, co
         }
         info->flag = 1;
 
-        Attributes text;
+        attribute_lines text;
         if (!text.read(description)) {
             return nullptr;
         }

@@ -23,7 +23,7 @@
 
 namespace {
 
-enum Outcome {
+enum verification {
     VERIFIED = 1,
     STEP_FAILED = 0,
     UNTRUSTED = -2,
@@ -69,7 +69,7 @@ void say_date(const char *label, time_t date) {
 }
 
 // VERIFIED if the certificate is within its dates.
-Outcome check_dates(const X509 *certificate, time_t now) {
+verification check_dates(const X509 *certificate, time_t now) {
     say_date("Valid from", asn1_utc_time(X509_get0_notBefore(certificate)));
     say_date("Valid until", asn1_utc_time(X509_get0_notAfter(certificate)));
     switch (certificate_validity(certificate, now)) {
@@ -133,8 +133,8 @@ bool digest_stream(EVP_MD_CTX *context, FILE *stream) {
     return true;
 }
 
-Outcome verify_payload(EVP_PKEY *key, const unsigned char *signature, int32_t length,
-                       FILE *stream) {
+verification verify_payload(EVP_PKEY *key, const unsigned char *signature, int32_t length,
+                            FILE *stream) {
     const own_bio filter(BIO_new(BIO_f_md()));
     EVP_MD_CTX *context = nullptr;
     if (!filter || BIO_get_md_ctx(filter.get(), &context) <= 0 || !context) {
@@ -164,7 +164,7 @@ int vrs_fverify_rsa(vrm_handle *handle, const char *subject, const unsigned char
                     int32_t length, FILE *stream) {
     return guarded(STEP_FAILED, [&] {
         const time_t now = time(nullptr);
-        const OsslErrorsDropped errors;
+        const ossl_errors_dropped errors;
         const std::string path = store_path(handle, subject);
         if (path.empty()) {
             return UNTRUSTED;
@@ -173,7 +173,7 @@ int vrs_fverify_rsa(vrm_handle *handle, const char *subject, const unsigned char
         if (!certificate || !subject_is(certificate.get(), subject)) {
             return UNTRUSTED;
         }
-        const Outcome dates = check_dates(certificate.get(), now);
+        const verification dates = check_dates(certificate.get(), now);
         if (dates != VERIFIED) {
             return dates;
         }
@@ -192,7 +192,7 @@ int vrs_fverify_rsa(vrm_handle *handle, const char *subject, const unsigned char
 char *vrs_sha1_file(const char *path, char format, char *out) {
     return guarded(nullptr, [&]() -> char * {
         const own_fd file = open_regular(path);
-        const OsslErrorsDropped errors;
+        const ossl_errors_dropped errors;
         const own_md_ctx context(EVP_MD_CTX_new());
         if (!file.valid() || !context ||
             EVP_DigestInit_ex(context.get(), EVP_sha1(), nullptr) != 1) {

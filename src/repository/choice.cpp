@@ -21,17 +21,17 @@
 namespace {
 
 // A copy of a record's puname, which itself stands in a buffer of vrk_puname's own.
-struct Id {
-    explicit Id(const vri *info) {
+struct version_id {
+    explicit version_id(const vri *info) {
         snprintf(text, sizeof text, "%s", vrk_puname(info));
     }
     char text[1025];
 };
 
 // The choice while it goes through a list, one record after the other.
-class Choice {
+class version_choice {
  public:
-    Choice(const char *name, const char *variant);
+    version_choice(const char *name, const char *variant);
 
     void look_at(const vri *record, int index) {
         if (!best_) {
@@ -66,7 +66,7 @@ class Choice {
     int best_index_ = -1;
 };
 
-Choice::Choice(const char *name, const char *variant) {
+version_choice::version_choice(const char *name, const char *variant) {
     if (!variant) {
         fallback_allowed_ = true;
         log_debug("vrm_findone: Checking for %s (no variant specified).", name);
@@ -78,82 +78,87 @@ Choice::Choice(const char *name, const char *variant) {
     }
 }
 
-void Choice::look_for_first(const vri *record, int index) {
+void version_choice::look_for_first(const vri *record, int index) {
     const bool is_default = !record->variant;
     if (wanted_ && !is_default && strcmp(record->variant, wanted_) == 0) {
-        log_debug("vrm_findone: Initiallly selecting %s variant for %s", wanted_, Id(record).text);
+        log_debug("vrm_findone: Initiallly selecting %s variant for %s", wanted_,
+                  version_id(record).text);
         select(record, index);
     } else if (!wanted_ && is_default) {
-        log_debug("vrm_findone: Initiallly selecting default variant for %s", Id(record).text);
+        log_debug("vrm_findone: Initiallly selecting default variant for %s",
+                  version_id(record).text);
         select(record, index);
         fallback_allowed_ = false;
     } else if (!wanted_ && fallback_allowed_) {
         log_debug("vrm_findone: Initiallly selecting fallback variant %s for %s", record->variant,
-                  Id(record).text);
+                  version_id(record).text);
         select(record, index);
         fallback_variant_ = record->variant;
     } else {
-        log_debug("vrm_findone: Initiallly skipping %s due to variant mismatch", Id(record).text);
+        log_debug("vrm_findone: Initiallly skipping %s due to variant mismatch",
+                  version_id(record).text);
     }
 }
 
 // The record and the best one are of the same variant; `where` and `more` name it for the log.
-void Choice::compare_versions(const vri *record, int index, const char *where, const char *more) {
+void version_choice::compare_versions(const vri *record, int index, const char *where,
+                                      const char *more) {
     const int order = strverscmp(record->version, best_->version);
     if (order > 0) {
         // The new one first, against what the words say.
         log_debug("vrm_findone: Replacing %s with %s in the %s%s, as this is newer",
-                  Id(record).text, Id(best_).text, where, more);
+                  version_id(record).text, version_id(best_).text, where, more);
         select(record, index);
     } else {
-        log_debug("vrm_findone: Keeping %s instead of %s in the %s%s, %s", Id(best_).text,
-                  Id(record).text, where, more, order == 0 ? "first is first" : "as this is older");
+        log_debug("vrm_findone: Keeping %s instead of %s in the %s%s, %s", version_id(best_).text,
+                  version_id(record).text, where, more,
+                  order == 0 ? "first is first" : "as this is older");
     }
 }
 
-void Choice::compare_in_wanted(const vri *record, int index) {
+void version_choice::compare_in_wanted(const vri *record, int index) {
     if (!record->variant) {
         log_debug(
             "vrm_findone: Skipping %s of default variant, as %s was in the relevant %s "
             "variant",
-            Id(record).text, Id(best_).text, wanted_);
+            version_id(record).text, version_id(best_).text, wanted_);
     } else if (strcmp(record->variant, best_->variant) != 0) {
         log_debug("vrm_findone: Skipping %s of %s variant, as %s was in the relevant %s variant",
-                  Id(record).text, record->variant, Id(best_).text, wanted_);
+                  version_id(record).text, record->variant, version_id(best_).text, wanted_);
     } else {
         compare_versions(record, index, wanted_, " variant");
     }
 }
 
-void Choice::compare_in_default(const vri *record, int index) {
+void version_choice::compare_in_default(const vri *record, int index) {
     if (!fallback_variant_) {
         compare_versions(record, index, "default variant", "");
         return;
     }
     log_debug("vrm_findone: Default variant found: %s, overriding fallback variant %s: %s",
-              Id(record).text, fallback_variant_, Id(best_).text);
+              version_id(record).text, fallback_variant_, version_id(best_).text);
     select(record, index);
     fallback_allowed_ = false;
     fallback_variant_ = nullptr;
 }
 
-void Choice::compare_in_fallback(const vri *record, int index) {
+void version_choice::compare_in_fallback(const vri *record, int index) {
     if (!fallback_allowed_) {
         log_debug(
             "vrm_findone: Keeping %s instead of %s of variant %s, no fallback allowed "
             "(anymore)",
-            Id(best_).text, Id(record).text, record->variant);
+            version_id(best_).text, version_id(record).text, record->variant);
     } else if (!best_->variant) {
         // A default record ends the fallback, so that this is only a safeguard.
         log_debug(
             "vrm_findone: Skipping %s of %s variant, as %s was the relevant default "
             "variant",
-            Id(record).text, record->variant, Id(best_).text);
+            version_id(record).text, record->variant, version_id(best_).text);
     } else if (strcmp(record->variant, best_->variant) != 0) {
         log_debug(
             "vrm_findone: Skipping both %s and %s and set no fallback allowed, as only one "
             "fallback can exist",
-            Id(best_).text, Id(record).text);
+            version_id(best_).text, version_id(record).text);
         // Other than the line says a fallback stays allowed, and its variant stays noted.
         select(nullptr, -1);
     } else {
@@ -168,7 +173,7 @@ int vrm_findone(const char *name, const char *variant, vri *const *list) {
         if (!name) {
             return -1;
         }
-        Choice choice(name, variant);
+        version_choice choice(name, variant);
         for (int i = 0; list && list[i]; ++i) {
             if (list[i]->name && strcmp(list[i]->name, name) == 0) {
                 choice.look_at(list[i], i);
@@ -183,35 +188,35 @@ namespace {
 // The newest record for each hit of a search, as vrm_findone would choose it from all hits for the
 // hit's own name and variant. Hits of other names have no part in that, and for a variant that is
 // asked for neither have those of other variants: each group is gone through once.
-class NewestHits {
+class newest_hits {
  public:
-    explicit NewestHits(vri *const *hits);
+    explicit newest_hits(vri *const *hits);
     // The index of the newest hit for this one, -1 for none.
     int newest_for(const vri *hit);
 
  private:
-    struct Group {
+    struct hit_group {
         std::vector<vri *> hits;  // ends with a null
         std::vector<int> indices;
         std::optional<int> newest;
     };
-    static void add(Group *group, vri *hit, int index) {
+    static void add(hit_group *group, vri *hit, int index) {
         group->hits.back() = hit;
         group->hits.push_back(nullptr);
         group->indices.push_back(index);
     }
-    static int choose(const Group &group, const vri *hit) {
+    static int choose(const hit_group &group, const vri *hit) {
         const int found = vrm_findone(hit->name, hit->variant, group.hits.data());
         return found < 0 ? -1 : group.indices[static_cast<size_t>(found)];
     }
 
-    std::unordered_map<std::string_view, Group> by_name_;
-    std::map<std::pair<std::string_view, std::string_view>, Group> by_variant_;
+    std::unordered_map<std::string_view, hit_group> by_name_;
+    std::map<std::pair<std::string_view, std::string_view>, hit_group> by_variant_;
 };
 
-NewestHits::NewestHits(vri *const *hits) {
+newest_hits::newest_hits(vri *const *hits) {
     for (int i = 0; hits[i]; ++i) {
-        const auto add_to = [&](Group *group) {
+        const auto add_to = [&](hit_group *group) {
             if (group->hits.empty()) {
                 group->hits.push_back(nullptr);
             }
@@ -224,12 +229,12 @@ NewestHits::NewestHits(vri *const *hits) {
     }
 }
 
-int NewestHits::newest_for(const vri *hit) {
-    Group &same_name = by_name_[hit->name];
+int newest_hits::newest_for(const vri *hit) {
+    hit_group &same_name = by_name_[hit->name];
     if (log_wants(LEVEL_DEBUG)) {
         return choose(same_name, hit);  // each hit has lines of its own
     }
-    Group &own = hit->variant ? by_variant_[{hit->name, hit->variant}] : same_name;
+    hit_group &own = hit->variant ? by_variant_[{hit->name, hit->variant}] : same_name;
     if (!own.newest) {
         // A variant that is spelled "default" asks for records without one.
         const bool in_own = hit->variant && !means_default_variant(hit->variant);
@@ -239,18 +244,18 @@ int NewestHits::newest_for(const vri *hit) {
 }
 
 // Whether the i-th hit is the newest version that the search found.
-bool is_newest(NewestHits *choices, vri *const *hits, int i) {
+bool is_newest(newest_hits *choices, vri *const *hits, int i) {
     const vri *const hit = hits[i];
     const int newest = choices->newest_for(hit);
     if (newest == i) {
         log_debug("vrm_findpkg_new: %s not installed and %s is the newest version, copying",
-                  hit->name, Id(hit).text);
+                  hit->name, version_id(hit).text);
         return true;
     }
     log_debug(
         "vrm_findpkg_new: %s not installed, but %s is older than the newest version %s, "
         "skipping",
-        hit->name, Id(hit).text, newest < 0 ? "-" : Id(hits[newest]).text);
+        hit->name, version_id(hit).text, newest < 0 ? "-" : version_id(hits[newest]).text);
     return false;
 }
 
@@ -290,7 +295,7 @@ int vrm_findpkg_new(vrm_handle *handle, void *connection, const char *name, cons
         if (!copies) {
             return 0;
         }
-        std::optional<NewestHits> choices;
+        std::optional<newest_hits> choices;
         if (newest) {
             choices.emplace(hits.get());
         }

@@ -112,7 +112,7 @@ void saved_change::discard() const {
 namespace {
 
 // Gathers the files of a set.
-class file_lister : public TreeVisitor {
+class file_lister : public tree_visitor {
  public:
     file_lister(std::vector<saved_file> *files, size_t before) : files_(files), before_(before) {}
 

@@ -23,37 +23,37 @@
 namespace {
 
 // A pass, counted from 1, and an index in the array. Pass 0 is before the first one.
-using Moment = std::pair<size_t, size_t>;
+using pass_moment = std::pair<size_t, size_t>;
 
 constexpr size_t never = static_cast<size_t>(-1);
 
-struct Name {
-    Moment resolved = {never, 0};
+struct awaited_name {
+    pass_moment resolved = {never, 0};
     std::vector<size_t> waiting;  // records that need it, once for each mention
 };
 
-class Passes {
+class resolving_passes {
  public:
-    Passes(vrd *const *deps, size_t count);
+    resolving_passes(vrd *const *deps, size_t count);
     void run();
     // In how many passes a record had to wait.
     size_t waits_of(size_t index) const;
 
  private:
     void wait_or_resolve(size_t index);
-    void resolve(const Moment &moment);
+    void resolve(const pass_moment &moment);
 
     vrd *const *deps_;
     size_t last_pass_ = 1;
-    std::unordered_map<std::string_view, Name> names_;
+    std::unordered_map<std::string_view, awaited_name> names_;
     std::vector<size_t> missing_;  // of each record, the names that it waits for
     // The records that are free to resolve their name, by the moment of that.
-    std::priority_queue<Moment, std::vector<Moment>, std::greater<>> free_;
+    std::priority_queue<pass_moment, std::vector<pass_moment>, std::greater<>> free_;
 };
 
-Passes::Passes(vrd *const *deps, size_t count) : deps_(deps), missing_(count) {
+resolving_passes::resolving_passes(vrd *const *deps, size_t count) : deps_(deps), missing_(count) {
     for (size_t i = 0; i < count; ++i) {
-        Name &name = names_[deps[i]->name];
+        awaited_name &name = names_[deps[i]->name];
         if (deps[i]->status == 'I') {
             name.resolved = {0, 0};
         }
@@ -63,11 +63,11 @@ Passes::Passes(vrd *const *deps, size_t count) : deps_(deps), missing_(count) {
     }
 }
 
-void Passes::wait_or_resolve(size_t index) {
+void resolving_passes::wait_or_resolve(size_t index) {
     const vrd *const record = deps_[index];
     char *const *const needed = record->circular || !record->info ? nullptr : record->info->deps;
     for (size_t i = 0; needed && needed[i]; ++i) {
-        Name &name = names_[needed[i]];
+        awaited_name &name = names_[needed[i]];
         if (name.resolved.first == never) {
             name.waiting.push_back(index);
             ++missing_[index];
@@ -78,8 +78,8 @@ void Passes::wait_or_resolve(size_t index) {
     }
 }
 
-void Passes::resolve(const Moment &moment) {
-    Name &name = names_[deps_[moment.second]->name];
+void resolving_passes::resolve(const pass_moment &moment) {
+    awaited_name &name = names_[deps_[moment.second]->name];
     if (name.resolved.first != never) {
         return;
     }
@@ -92,16 +92,16 @@ void Passes::resolve(const Moment &moment) {
     }
 }
 
-void Passes::run() {
+void resolving_passes::run() {
     while (!free_.empty()) {
-        const Moment moment = free_.top();
+        const pass_moment moment = free_.top();
         free_.pop();
         resolve(moment);
     }
 }
 
-size_t Passes::waits_of(size_t index) const {
-    const Moment &resolved = names_.at(deps_[index]->name).resolved;
+size_t resolving_passes::waits_of(size_t index) const {
+    const pass_moment &resolved = names_.at(deps_[index]->name).resolved;
     if (resolved.first == never) {
         return last_pass_;
     }
@@ -121,7 +121,7 @@ void vrds_sort(const vri *, vrd ***deps) try {
     while ((*deps)[count]) {
         ++count;
     }
-    Passes passes(*deps, count);
+    resolving_passes passes(*deps, count);
     passes.run();
     for (size_t i = 0; i < count; ++i) {
         vrd *const record = (*deps)[i];

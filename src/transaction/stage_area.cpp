@@ -134,7 +134,7 @@ bool make_stage_directory(const char *who, const vrm_handle *handle, const stage
 namespace {
 
 // Looks for anything but directories.
-class file_finder : public TreeVisitor {
+class file_finder : public tree_visitor {
  public:
     int leaf(int, const char *, const struct stat &, const std::string &) override {
         return -1;

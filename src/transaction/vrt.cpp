@@ -56,7 +56,7 @@ namespace {
 // other to the same list, and to look through all of it for each would take a time that grows with
 // the square of its length. A list that doesn't begin with the entries known here is another one,
 // or was changed meanwhile, and is read anew.
-class KnownEntries {
+class known_entries {
  public:
     void follow(vra *const *list) {
         size_t i = 0;
@@ -95,7 +95,7 @@ constexpr size_t words_a_slot = 3;
 
 }  // namespace
 
-static KnownEntries known;
+static known_entries known;
 
 static bool can_be_added(const vri *package) {
     if (!known.is_new(package)) {

@@ -16,9 +16,9 @@
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using vrc_dirs::Column;
-using vrc_dirs::Index;
+using vrc_dirs::catalogue_index;
 using vrc_dirs::required_literal;
+using vrc_dirs::text_column;
 
 namespace {
 
@@ -35,18 +35,19 @@ Sample sample(const std::string &name, const std::string &description, const std
 }
 
 std::string bytes_of(const std::vector<Sample> &samples) {
-    std::vector<vrc_dirs::NewRecord> records;
+    std::vector<vrc_dirs::new_record> records;
     for (const Sample &one : samples) {
         records.push_back({one.name, one.description, one.path, one.rest, 1});
     }
     return vrc_dirs::make_index({"/"}, records, {});
 }
 
-std::unique_ptr<Index> index_of(const std::vector<Sample> &samples) {
-    return Index::in_memory(bytes_of(samples));
+std::unique_ptr<catalogue_index> index_of(const std::vector<Sample> &samples) {
+    return catalogue_index::in_memory(bytes_of(samples));
 }
 
-std::vector<std::string> paths(const Index &index, const vrc_dirs::Request &request) {
+std::vector<std::string> paths(const catalogue_index &index,
+                               const vrc_dirs::search_request &request) {
     std::vector<std::string> found;
     for (const uint32_t number : vrc_dirs::search(index, request)) {
         found.emplace_back(index.details(number).path);
@@ -165,11 +166,11 @@ TEST(DirsIndex, KeepsEachFieldOfARecord) {
     info.rsa_sig_data = signature;
     info.rsa_sig_len = 4;
     const std::string rest = vrc_dirs::rest_of(info, "/dir/sub/file", {5000000000, -3, 999});
-    const auto index = Index::in_memory(
+    const auto index = catalogue_index::in_memory(
         vrc_dirs::make_index({"/dir"}, {{"n", "d", "/dir/sub/file", rest, 5}}, {}));
     ASSERT_TRUE(index);
     EXPECT_TRUE(index->is_sound(0));
-    EXPECT_EQ(index->details(0).stamp, (vrc_dirs::Stamp{5000000000, -3, 999}));
+    EXPECT_EQ(index->details(0).stamp, (vrc_dirs::file_stamp{5000000000, -3, 999}));
     const own_vri kept = index->record(0);
     ASSERT_TRUE(kept);
     EXPECT_STREQ(kept->name, "n");
@@ -195,7 +196,7 @@ TEST(DirsIndex, KeepsEachFieldOfARecord) {
 }
 
 TEST(DirsIndex, KnowsItsDirectories) {
-    const auto index = Index::in_memory(vrc_dirs::make_index({"/a", "/b"}, {}, {}));
+    const auto index = catalogue_index::in_memory(vrc_dirs::make_index({"/a", "/b"}, {}, {}));
     ASSERT_TRUE(index);
     EXPECT_TRUE(index->is_of({"/a", "/b"}));
     EXPECT_FALSE(index->is_of({"/b", "/a"}));
@@ -216,7 +217,7 @@ TEST(DirsIndex, ReadsTheSameAfterALongWalk) {
     const std::string path = dir.write("index", bytes);
     const own_file file(fopen(path.c_str(), "r"));
     ASSERT_TRUE(file);
-    const auto index = Index::mapped(fileno(file.get()), bytes.size());
+    const auto index = catalogue_index::mapped(fileno(file.get()), bytes.size());
     ASSERT_TRUE(index);
     for (int walk = 0; walk < 2; walk++) {
         for (uint32_t number = 0; number < index->records(); number++) {
@@ -226,38 +227,38 @@ TEST(DirsIndex, ReadsTheSameAfterALongWalk) {
     }
     EXPECT_EQ(index->details(0).path, samples[0].path);
     EXPECT_FALSE(index->is_damaged());
-    EXPECT_EQ(index->texts(Column::name).substr(0, 10), "name100000");
+    EXPECT_EQ(index->texts(text_column::name).substr(0, 10), "name100000");
 }
 
 TEST(DirsIndex, RefusesEveryShorterOne) {
     const std::string whole = bytes_of({sample("a", "b", "/c")});
     for (size_t size = 0; size < whole.size(); size++) {
-        EXPECT_FALSE(Index::in_memory(whole.substr(0, size))) << size;
+        EXPECT_FALSE(catalogue_index::in_memory(whole.substr(0, size))) << size;
     }
-    EXPECT_FALSE(Index::in_memory(whole + '\0'));
-    EXPECT_TRUE(Index::in_memory(whole));
+    EXPECT_FALSE(catalogue_index::in_memory(whole + '\0'));
+    EXPECT_TRUE(catalogue_index::in_memory(whole));
 }
 
 TEST(DirsIndex, RefusesAnotherOrderOfBytesAndAnotherVersion) {
     const std::string whole = bytes_of({sample("a", "b", "/c")});
     std::string other = whole;
     std::reverse(other.begin() + 8, other.begin() + 12);
-    EXPECT_FALSE(Index::in_memory(other));
+    EXPECT_FALSE(catalogue_index::in_memory(other));
     other = whole;
     other[12] = static_cast<char>(other[12] + 1);
     other[15] = other[12];
-    EXPECT_FALSE(Index::in_memory(other));
+    EXPECT_FALSE(catalogue_index::in_memory(other));
 }
 
 // Room is made for all of them at once before the first is read.
 TEST(DirsIndex, RefusesMoreSkippedFilesThanItsBytesCanHold) {
     const std::string path = "/bad";
     std::string bytes = vrc_dirs::make_index({"/"}, {}, {{path, {}}});
-    const auto index = Index::in_memory(bytes);
+    const auto index = catalogue_index::in_memory(bytes);
     ASSERT_TRUE(index);
     EXPECT_EQ(index->skipped_files().size(), 1U);
-    memset(bytes.data() + offsetof(vrc_dirs::IndexHeader, skipped), 0x7f, sizeof(uint32_t));
-    EXPECT_FALSE(Index::in_memory(bytes));
+    memset(bytes.data() + offsetof(vrc_dirs::index_header, skipped), 0x7f, sizeof(uint32_t));
+    EXPECT_FALSE(catalogue_index::in_memory(bytes));
 }
 
 // Every byte in turn, in several ways: reading must stay within the bytes, which the sanitizer
@@ -270,7 +271,7 @@ TEST(DirsIndex, IsReadWithinItsBoundsWhateverItHolds) {
         for (const char change : {'\x01', '\x7f', '\xff'}) {
             std::string bytes = whole;
             bytes[at] = static_cast<char>(bytes[at] ^ change);
-            const auto index = Index::in_memory(bytes);
+            const auto index = catalogue_index::in_memory(bytes);
             if (!index) {
                 continue;
             }
@@ -296,7 +297,7 @@ TEST(DirsIndex, IsNotSoundOutOfOrder) {
     const size_t at = bytes.find("alpha");
     ASSERT_NE(at, std::string::npos);
     bytes[at] = 'z';
-    const auto index = Index::in_memory(bytes);
+    const auto index = catalogue_index::in_memory(bytes);
     ASSERT_TRUE(index);
     EXPECT_TRUE(index->is_sound(0));
     EXPECT_FALSE(index->is_sound(1));

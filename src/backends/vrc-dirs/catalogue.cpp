@@ -11,7 +11,7 @@
 namespace vrc_dirs {
 
 // A path in the one form in which paths are compared; empty when it isn't absolute.
-static std::string clean_path(std::string_view text, const char *key, Reports *reports) {
+static std::string clean_path(std::string_view text, const char *key, backend_reports *reports) {
     constexpr std::string_view blanks = " \t\r\n";
     const size_t start = text.find_first_not_of(blanks);
     if (start == std::string_view::npos) {
@@ -30,8 +30,8 @@ static std::string clean_path(std::string_view text, const char *key, Reports *r
     return path;
 }
 
-Settings read_settings(s_ekva *const *conf, Reports *reports) {
-    Settings settings;
+backend_settings read_settings(s_ekva *const *conf, backend_reports *reports) {
+    backend_settings settings;
     const char *dirs = ekva_getval(conf, "vrc_dirs");
     for (std::string_view left = dirs ? dirs : ""; !left.empty();) {
         const size_t comma = std::min(left.find(','), left.size());
@@ -46,7 +46,7 @@ Settings read_settings(s_ekva *const *conf, Reports *reports) {
     return settings;
 }
 
-void Catalogue::load() {
+void dirs_catalogue::load() {
     index_ = open_index(settings_.cache, &reports_);
     if (index_ && !index_->is_of(settings_.dirs)) {
         log_say(LEVEL_INFO, "vrc-dirs: the index is of other directories; a refresh is needed");
@@ -54,14 +54,14 @@ void Catalogue::load() {
     }
 }
 
-void Catalogue::drop_if_damaged() {
+void dirs_catalogue::drop_if_damaged() {
     if (index_ && index_->is_damaged()) {
         reports_.warn("the index is damaged; a refresh is needed");
         index_ = nullptr;
     }
 }
 
-int Catalogue::find(const Request &request, vri ***out) {
+int dirs_catalogue::find(const search_request &request, vri ***out) {
     if (!index_) {
         return 0;
     }

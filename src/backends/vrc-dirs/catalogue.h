@@ -11,7 +11,7 @@
 
 namespace vrc_dirs {
 
-struct Settings {
+struct backend_settings {
     std::vector<std::string> dirs;  // absolute, without "." and "..", each once
     std::string cache;              // the index file's directory; empty: there is no index file
 };
@@ -19,16 +19,16 @@ struct Settings {
 // Reads the settings from a record of the configuration, which may be null. What isn't an absolute
 // path is reported and left out: what a relative one means would depend on where the program was
 // started.
-Settings read_settings(s_ekva *const *conf, Reports *reports);
+backend_settings read_settings(s_ekva *const *conf, backend_reports *reports);
 
-class Catalogue {
+class dirs_catalogue {
  public:
-    explicit Catalogue(s_ekva *const *conf) : settings_(read_settings(conf, &reports_)) {}
+    explicit dirs_catalogue(s_ekva *const *conf) : settings_(read_settings(conf, &reports_)) {}
 
-    const Settings &settings() const {
+    const backend_settings &settings() const {
         return settings_;
     }
-    Reports &reports() {
+    backend_reports &reports() {
         return reports_;
     }
     // Takes over what the index file holds, if it is of the same directories.
@@ -38,15 +38,15 @@ class Catalogue {
     // and a file that is left out are reported by each refresh, also where they were known before.
     bool refresh();
     // The matching records, see vrc_findpkg.
-    int find(const Request &request, vri ***out);
+    int find(const search_request &request, vri ***out);
 
  private:
     void drop_if_damaged();
     void store();
 
-    Reports reports_;
-    Settings settings_;
-    std::unique_ptr<Index> index_;  // null: nothing is known
+    backend_reports reports_;
+    backend_settings settings_;
+    std::unique_ptr<catalogue_index> index_;  // null: nothing is known
 };
 
 }  // namespace vrc_dirs

@@ -32,12 +32,13 @@ static bool lies_below(const std::vector<std::string> &dirs, std::string_view pa
 }
 
 // Reports why the file of a package can't be had; the result of the fetch.
-static int fail(const vri &package, Reports *reports, const std::string &text, int error = 0) {
+static int fail(const vri &package, backend_reports *reports, const std::string &text,
+                int error = 0) {
     reports->fail(text, error, package.absolute_uri, package.name);
     return -1;
 }
 
-static int copy_blocks(const vri &package, FILE *in, FILE *out, Reports *reports) {
+static int copy_blocks(const vri &package, FILE *in, FILE *out, backend_reports *reports) {
     const std::string path = package.absolute_uri;
     std::string block(block_size, '\0');
     int64_t written = 0;
@@ -60,7 +61,8 @@ static int copy_blocks(const vri &package, FILE *in, FILE *out, Reports *reports
     return static_cast<int>(written);
 }
 
-int fetch(const std::vector<std::string> &dirs, const vri &package, FILE *out, Reports *reports) {
+int fetch(const std::vector<std::string> &dirs, const vri &package, FILE *out,
+          backend_reports *reports) {
     const std::string path = package.absolute_uri ? package.absolute_uri : "";
     if (path.empty() || !lies_below(dirs, path)) {
         return fail(package, reports,

@@ -18,6 +18,7 @@ inline constexpr uint64_t largest_fetch = INT32_MAX;
 // a full disk shows here. The path must lie below one of the directories and be a regular file of
 // less than 2 GiB, the largest that the result can tell. Result: the bytes written, or -1 with the
 // reason reported; part of the file may then have been written.
-int fetch(const std::vector<std::string> &dirs, const vri &package, FILE *out, Reports *reports);
+int fetch(const std::vector<std::string> &dirs, const vri &package, FILE *out,
+          backend_reports *reports);
 
 }  // namespace vrc_dirs

@@ -19,9 +19,9 @@ constexpr uint64_t smallest_skip =
     sizeof(int64_t) + sizeof(uint32_t) + sizeof(uint64_t) + sizeof(uint32_t);
 
 // Takes numbers and strings off the front of bytes that may be anything.
-class Reader {
+class byte_reader {
  public:
-    explicit Reader(std::string_view bytes) : left_(bytes) {}
+    explicit byte_reader(std::string_view bytes) : left_(bytes) {}
 
     template <typename T>
     T number() {
@@ -48,8 +48,8 @@ class Reader {
         left_.remove_prefix(size);
         return text;
     }
-    Stamp time() {
-        Stamp stamp;
+    file_stamp time() {
+        file_stamp stamp;
         stamp.seconds = number<int64_t>();
         stamp.nanoseconds = number<uint32_t>();
         return stamp;
@@ -90,19 +90,19 @@ bool arrived(std::string_view text, const void *copy) {
 
 }  // namespace
 
-Stamp stamp_of(const struct stat &status) {
+file_stamp stamp_of(const struct stat &status) {
     return {static_cast<uint64_t>(status.st_size), status.st_mtim.tv_sec,
             static_cast<uint32_t>(status.st_mtim.tv_nsec)};
 }
 
-std::unique_ptr<Index> Index::in_memory(std::string bytes) {
-    std::unique_ptr<Index> index(new Index);
+std::unique_ptr<catalogue_index> catalogue_index::in_memory(std::string bytes) {
+    std::unique_ptr<catalogue_index> index(new catalogue_index);
     index->bytes_ = std::move(bytes);
     return index->open(index->bytes_) ? std::move(index) : nullptr;
 }
 
-std::unique_ptr<Index> Index::mapped(int file, uint64_t size) {
-    if (size < sizeof(IndexHeader) || size > SIZE_MAX) {
+std::unique_ptr<catalogue_index> catalogue_index::mapped(int file, uint64_t size) {
+    if (size < sizeof(index_header) || size > SIZE_MAX) {
         return nullptr;
     }
     const auto length = static_cast<size_t>(size);
@@ -110,19 +110,19 @@ std::unique_ptr<Index> Index::mapped(int file, uint64_t size) {
     if (map == MAP_FAILED) {
         return nullptr;
     }
-    std::unique_ptr<Index> index(new Index);
+    std::unique_ptr<catalogue_index> index(new catalogue_index);
     index->map_ = map;
     index->all_ = {static_cast<const char *>(map), length};
     return index->open(index->all_) ? std::move(index) : nullptr;
 }
 
-Index::~Index() {
+catalogue_index::~catalogue_index() {
     if (map_) {
         munmap(map_, all_.size());
     }
 }
 
-bool Index::open(std::string_view all) {
+bool catalogue_index::open(std::string_view all) {
     all_ = all;
     if (all.size() < sizeof header_) {
         return false;
@@ -133,22 +133,22 @@ bool Index::open(std::string_view all) {
         header_.size != all.size()) {
         return false;
     }
-    for (const IndexSection &part : {header_.dirs, header_.table, header_.names,
-                                     header_.descriptions, header_.rest, header_.skips}) {
+    for (const index_section &part : {header_.dirs, header_.table, header_.names,
+                                      header_.descriptions, header_.rest, header_.skips}) {
         if (part.at > all.size() || part.size > all.size() - part.at) {
             return false;
         }
     }
     // Readers make room for so many at once, so both numbers must be true to the bytes.
-    return header_.table.size == uint64_t{header_.records} * sizeof(TableRow) &&
+    return header_.table.size == uint64_t{header_.records} * sizeof(table_row) &&
            header_.skips.size / smallest_skip >= header_.skipped;
 }
 
-std::string_view Index::section(const IndexSection &section) const {
+std::string_view catalogue_index::section(const index_section &section) const {
     return all_.substr(static_cast<size_t>(section.at), static_cast<size_t>(section.size));
 }
 
-std::string_view Index::piece(std::string_view section, size_t at, size_t size) const {
+std::string_view catalogue_index::piece(std::string_view section, size_t at, size_t size) const {
     if (at > section.size() || size > section.size() - at) {
         damaged_ = true;
         return nothing;
@@ -156,8 +156,8 @@ std::string_view Index::piece(std::string_view section, size_t at, size_t size) 
     return section.substr(at, size);
 }
 
-TableRow Index::row(uint32_t number) const {
-    TableRow row = {};
+table_row catalogue_index::row(uint32_t number) const {
+    table_row row = {};
     const std::string_view bytes =
         piece(section(header_.table), size_t{number} * sizeof row, sizeof row);
     if (bytes.size() == sizeof row) {
@@ -174,17 +174,17 @@ static std::string packed_dirs(const std::vector<std::string> &dirs) {
     return packed;
 }
 
-bool Index::is_of(const std::vector<std::string> &dirs) const {
+bool catalogue_index::is_of(const std::vector<std::string> &dirs) const {
     return section(header_.dirs) == packed_dirs(dirs);
 }
 
-std::string_view Index::texts(Column column) const {
-    return section(column == Column::name ? header_.names : header_.descriptions);
+std::string_view catalogue_index::texts(text_column column) const {
+    return section(column == text_column::name ? header_.names : header_.descriptions);
 }
 
-std::string_view Index::text(Column column, uint32_t number) const {
-    const TableRow found = row(number);
-    const bool is_name = column == Column::name;
+std::string_view catalogue_index::text(text_column column, uint32_t number) const {
+    const table_row found = row(number);
+    const bool is_name = column == text_column::name;
     const size_t at = is_name ? found.name_at : found.description_at;
     const size_t size = is_name ? found.name_size : found.description_size;
     const std::string_view closed = piece(texts(column), at, size + 1);
@@ -195,25 +195,25 @@ std::string_view Index::text(Column column, uint32_t number) const {
     return closed.substr(0, size);
 }
 
-uint32_t Index::owner(Column column, size_t offset) const {
+uint32_t catalogue_index::owner(text_column column, size_t offset) const {
     // The last one that begins at the offset or before it.
     uint32_t low = 0;
     uint32_t high = records();
     while (high - low > 1) {
         const uint32_t middle = low + (high - low) / 2;
-        const TableRow found = row(middle);
-        const size_t at = column == Column::name ? found.name_at : found.description_at;
+        const table_row found = row(middle);
+        const size_t at = column == text_column::name ? found.name_at : found.description_at;
         (at <= offset ? low : high) = middle;
     }
     return low;
 }
 
-std::string_view Index::rest(uint32_t number) const {
-    const TableRow found = row(number);
+std::string_view catalogue_index::rest(uint32_t number) const {
+    const table_row found = row(number);
     return piece(section(header_.rest), found.rest_at, found.rest_size);
 }
 
-void Index::walked_to(uint32_t number) const {
+void catalogue_index::walked_to(uint32_t number) const {
     constexpr size_t stride = size_t{4} << 20;
     const size_t at = row(number).rest_at;
     if (at < walked_) {
@@ -233,9 +233,9 @@ void Index::walked_to(uint32_t number) const {
     walked_ = at;
 }
 
-Details Index::details(uint32_t number) const {
-    Reader reader(rest(number));
-    Details details;
+record_details catalogue_index::details(uint32_t number) const {
+    byte_reader reader(rest(number));
+    record_details details;
     details.stamp = reader.time();
     details.arch = reader.number<int32_t>();
     details.datasize = reader.number<uint64_t>();
@@ -255,13 +255,13 @@ Details Index::details(uint32_t number) const {
 }
 
 // The dependencies as an array; null when the bytes don't hold them or there is no memory.
-static own_array copy_deps(const Details &details) {
+static own_array copy_deps(const record_details &details) {
     // Each has a length at least, which bounds what a damaged count can ask for.
     if (details.dep_count > details.deps.size() / sizeof(uint32_t)) {
         return nullptr;
     }
     own_array deps(static_cast<char **>(calloc(size_t{details.dep_count} + 1, sizeof(char *))));
-    Reader reader(details.deps);
+    byte_reader reader(details.deps);
     for (uint32_t i = 0; deps && i < details.dep_count; i++) {
         deps.get()[i] = copy_of(reader.string());
         if (!deps.get()[i]) {
@@ -271,10 +271,10 @@ static own_array copy_deps(const Details &details) {
     return deps;
 }
 
-own_vri Index::record(uint32_t number) const {
-    const std::string_view name = text(Column::name, number);
-    const std::string_view description = text(Column::description, number);
-    const Details details = this->details(number);
+own_vri catalogue_index::record(uint32_t number) const {
+    const std::string_view name = text(text_column::name, number);
+    const std::string_view description = text(text_column::description, number);
+    const record_details details = this->details(number);
     const size_t relative_at = row(number).relative_at;
     if (relative_at > details.path.size() || details.rsa_sig_data.size() > INT32_MAX) {
         damaged_ = true;
@@ -325,15 +325,15 @@ own_vri Index::record(uint32_t number) const {
     return info;
 }
 
-bool Index::is_sound(uint32_t number) const {
-    const std::string_view name = text(Column::name, number);
-    text(Column::description, number);
-    const Details details = this->details(number);
+bool catalogue_index::is_sound(uint32_t number) const {
+    const std::string_view name = text(text_column::name, number);
+    text(text_column::description, number);
+    const record_details details = this->details(number);
     if (damaged_ || row(number).relative_at > details.path.size() ||
         details.rsa_sig_data.size() > INT32_MAX) {
         return false;
     }
-    Reader deps(details.deps);
+    byte_reader deps(details.deps);
     for (uint32_t i = 0; details.dep_count != absent_string && i < details.dep_count; i++) {
         if (!deps.string().data()) {
             return false;
@@ -342,15 +342,15 @@ bool Index::is_sound(uint32_t number) const {
     if (number == 0) {
         return true;
     }
-    const int order = text(Column::name, number - 1).compare(name);
+    const int order = text(text_column::name, number - 1).compare(name);
     return order < 0 || (order == 0 && this->details(number - 1).path < details.path);
 }
 
-std::vector<Index::SkippedFile> Index::skipped_files() const {
-    std::vector<SkippedFile> files;
-    Reader reader(section(header_.skips));
+std::vector<catalogue_index::skipped_file> catalogue_index::skipped_files() const {
+    std::vector<skipped_file> files;
+    byte_reader reader(section(header_.skips));
     for (uint32_t i = 0; i < skipped() && !reader.failed(); i++) {
-        SkippedFile file;
+        skipped_file file;
         file.stamp = reader.time();
         file.stamp.size = reader.number<uint64_t>();
         file.path = reader.string();

@@ -46,22 +46,22 @@ inline constexpr uint32_t index_order = 0x01020304;
 inline constexpr uint32_t index_version = 2;
 inline constexpr uint32_t absent_string = UINT32_MAX;
 
-struct IndexSection {
+struct index_section {
     uint64_t at;
     uint64_t size;
 };
 
-struct IndexHeader {
+struct index_header {
     char magic[8];
     uint32_t order;
     uint32_t version;
     uint64_t size;  // of the whole index
     uint32_t records;
     uint32_t skipped;
-    IndexSection dirs, table, names, descriptions, rest, skips;
+    index_section dirs, table, names, descriptions, rest, skips;
 };
 
-struct TableRow {
+struct table_row {
     uint32_t name_at, name_size;  // without the NUL
     uint32_t description_at, description_size;
     uint32_t rest_at, rest_size;
@@ -70,21 +70,21 @@ struct TableRow {
 };
 
 // Neither has padding, so that programs for two architectures of one byte order read each other's.
-static_assert(sizeof(IndexHeader) == 128 && sizeof(TableRow) == 32);
+static_assert(sizeof(index_header) == 128 && sizeof(table_row) == 32);
 
 // What tells that a file is still the one that was read.
-struct Stamp {
+struct file_stamp {
     uint64_t size = 0;
     int64_t seconds = 0;
     uint32_t nanoseconds = 0;
-    bool operator==(const Stamp &) const = default;
+    bool operator==(const file_stamp &) const = default;
 };
-Stamp stamp_of(const struct stat &status);
+file_stamp stamp_of(const struct stat &status);
 
 // A record's part of the section `rest`. A view without data stands for an absent string. The views
 // are as long-lived as the index.
-struct Details {
-    Stamp stamp;
+struct record_details {
+    file_stamp stamp;
     int32_t arch = 0;
     uint64_t datasize = 0;
     std::string_view path, version, variant, creator, filehash, rsa_sig_subj, rsa_sig_data;
@@ -92,17 +92,17 @@ struct Details {
     std::string_view deps;  // their bytes, as they lie there
 };
 
-enum class Column { name, description };
+enum class text_column { name, description };
 
-class Index {
+class catalogue_index {
  public:
     // An index in memory, and one that is mapped from a file of that size; the descriptor may be
     // closed afterwards. Null when it isn't a whole index of this format, or can't be mapped.
-    static std::unique_ptr<Index> in_memory(std::string bytes);
-    static std::unique_ptr<Index> mapped(int file, uint64_t size);
-    ~Index();
-    Index(const Index &) = delete;
-    Index &operator=(const Index &) = delete;
+    static std::unique_ptr<catalogue_index> in_memory(std::string bytes);
+    static std::unique_ptr<catalogue_index> mapped(int file, uint64_t size);
+    ~catalogue_index();
+    catalogue_index(const catalogue_index &) = delete;
+    catalogue_index &operator=(const catalogue_index &) = delete;
 
     bool is_mapped() const {
         return map_ != nullptr;
@@ -125,14 +125,14 @@ class Index {
     bool is_of(const std::vector<std::string> &dirs) const;
 
     // A record's text, closed by a NUL.
-    std::string_view text(Column column, uint32_t number) const;
+    std::string_view text(text_column column, uint32_t number) const;
     // All texts of a column.
-    std::string_view texts(Column column) const;
+    std::string_view texts(text_column column) const;
     // The record whose text stands at an offset of the column.
-    uint32_t owner(Column column, size_t offset) const;
+    uint32_t owner(text_column column, size_t offset) const;
 
     std::string_view rest(uint32_t number) const;
-    Details details(uint32_t number) const;
+    record_details details(uint32_t number) const;
     // The record as the engine takes it, for vrk_info_free; null without memory or when the index
     // turns out damaged.
     own_vri record(uint32_t number) const;
@@ -146,42 +146,42 @@ class Index {
     // than it needs; what goes on into the next index is checked.
     bool is_sound(uint32_t number) const;
 
-    struct SkippedFile {
+    struct skipped_file {
         std::string_view path;
-        Stamp stamp;
+        file_stamp stamp;
     };
-    std::vector<SkippedFile> skipped_files() const;
+    std::vector<skipped_file> skipped_files() const;
 
  private:
-    Index() = default;
+    catalogue_index() = default;
     bool open(std::string_view all);
-    std::string_view section(const IndexSection &section) const;
+    std::string_view section(const index_section &section) const;
     std::string_view piece(std::string_view section, size_t at, size_t size) const;
-    TableRow row(uint32_t number) const;
+    table_row row(uint32_t number) const;
 
     std::string bytes_;
     void *map_ = nullptr;
     std::string_view all_;
-    IndexHeader header_ = {};
+    index_header header_ = {};
     mutable bool damaged_ = false;
     mutable size_t walked_ = 0;  // offset of `rest` up to which the walk was told
 };
 
 // The bytes of a record's section `rest`.
-std::string rest_of(const vri &info, std::string_view path, const Stamp &stamp);
+std::string rest_of(const vri &info, std::string_view path, const file_stamp &stamp);
 
 // One record of an index that is to be made. The views stay the caller's.
-struct NewRecord {
+struct new_record {
     std::string_view name, description, path, rest;
     uint32_t relative_at;
 };
-struct NewSkip {
+struct new_skip {
     std::string_view path;
-    Stamp stamp;
+    file_stamp stamp;
 };
 // The bytes of an index. Throws std::length_error when a section would be larger than its offsets
 // reach, 4 GiB.
-std::string make_index(const std::vector<std::string> &dirs, std::vector<NewRecord> records,
-                       const std::vector<NewSkip> &skipped);
+std::string make_index(const std::vector<std::string> &dirs, std::vector<new_record> records,
+                       const std::vector<new_skip> &skipped);
 
 }  // namespace vrc_dirs

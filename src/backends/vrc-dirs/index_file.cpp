@@ -26,7 +26,8 @@ std::string path_in(const std::string &directory) {
 
 }  // namespace
 
-std::unique_ptr<Index> open_index(const std::string &directory, Reports *reports) {
+std::unique_ptr<catalogue_index> open_index(const std::string &directory,
+                                            backend_reports *reports) {
     if (directory.empty()) {
         return nullptr;
     }
@@ -48,7 +49,7 @@ std::unique_ptr<Index> open_index(const std::string &directory, Reports *reports
                       0, path.c_str());
         return nullptr;
     }
-    auto index = Index::mapped(file.get(), static_cast<uint64_t>(status.st_size));
+    auto index = catalogue_index::mapped(file.get(), static_cast<uint64_t>(status.st_size));
     if (!index) {
         reports->warn("not using the index " + path + ": it is damaged or of another version", 0,
                       path.c_str());
@@ -56,7 +57,7 @@ std::unique_ptr<Index> open_index(const std::string &directory, Reports *reports
     return index;
 }
 
-bool store_index(const std::string &directory, std::string_view bytes, Reports *reports) {
+bool store_index(const std::string &directory, std::string_view bytes, backend_reports *reports) {
     if (directory.empty()) {
         return false;
     }

@@ -35,7 +35,7 @@ std::string_view view_of(const char *text) {
     return text ? std::string_view(text) : std::string_view();
 }
 
-void put_time(std::string *bytes, const Stamp &stamp) {
+void put_time(std::string *bytes, const file_stamp &stamp) {
     put(bytes, stamp.seconds);
     put(bytes, stamp.nanoseconds);
 }
@@ -49,7 +49,7 @@ uint32_t add_text(std::string *column, std::string_view text) {
 
 }  // namespace
 
-std::string rest_of(const vri &info, std::string_view path, const Stamp &stamp) {
+std::string rest_of(const vri &info, std::string_view path, const file_stamp &stamp) {
     std::string bytes;
     put_time(&bytes, stamp);
     put(&bytes, info.arch);
@@ -80,9 +80,9 @@ std::string rest_of(const vri &info, std::string_view path, const Stamp &stamp) 
     return bytes;
 }
 
-std::string make_index(const std::vector<std::string> &dirs, std::vector<NewRecord> records,
-                       const std::vector<NewSkip> &skipped) {
-    std::sort(records.begin(), records.end(), [](const NewRecord &a, const NewRecord &b) {
+std::string make_index(const std::vector<std::string> &dirs, std::vector<new_record> records,
+                       const std::vector<new_skip> &skipped) {
+    std::sort(records.begin(), records.end(), [](const new_record &a, const new_record &b) {
         const int order = a.name.compare(b.name);
         return order != 0 ? order < 0 : a.path < b.path;
     });
@@ -91,9 +91,9 @@ std::string make_index(const std::vector<std::string> &dirs, std::vector<NewReco
     for (const std::string &dir : dirs) {
         dir_list.append(dir).push_back('\0');
     }
-    table.reserve(records.size() * sizeof(TableRow));
-    for (const NewRecord &record : records) {
-        TableRow row = {};
+    table.reserve(records.size() * sizeof(table_row));
+    for (const new_record &record : records) {
+        table_row row = {};
         row.name_size = small(record.name.size());
         row.name_at = add_text(&names, record.name);
         row.description_size = small(record.description.size());
@@ -104,13 +104,13 @@ std::string make_index(const std::vector<std::string> &dirs, std::vector<NewReco
         rest.append(record.rest);
         put(&table, row);
     }
-    for (const NewSkip &skip : skipped) {
+    for (const new_skip &skip : skipped) {
         put_time(&skips, skip.stamp);
         put(&skips, skip.stamp.size);
         put_string(&skips, skip.path);
     }
 
-    IndexHeader header = {};
+    index_header header = {};
     memcpy(header.magic, index_magic, sizeof index_magic);
     header.order = index_order;
     header.version = index_version;
@@ -118,7 +118,7 @@ std::string make_index(const std::vector<std::string> &dirs, std::vector<NewReco
     header.skipped = small(skipped.size());
     uint64_t at = sizeof header;
     const struct {
-        IndexSection *section;
+        index_section *section;
         const std::string *bytes;
     } sections[] = {{&header.dirs, &dir_list}, {&header.table, &table},
                     {&header.names, &names},   {&header.descriptions, &descriptions},

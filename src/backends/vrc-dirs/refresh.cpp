@@ -42,19 +42,19 @@ bool is_readable(int file, uint64_t size) {
 
 // The files that an index knows, by path. An index that is damaged anywhere knows none: what goes
 // on into the next index would not be mended before the file changes.
-class KnownFiles {
+class known_files {
  public:
-    explicit KnownFiles(const Index &index) : index_(&index) {
+    explicit known_files(const catalogue_index &index) : index_(&index) {
         files_.reserve(size_t{index.records()} + index.skipped());
         for (uint32_t number = 0; number < index.records(); number++) {
             if (!index.is_sound(number)) {
                 files_.clear();
                 return;
             }
-            const Details details = index.details(number);
+            const record_details details = index.details(number);
             files_[details.path] = {details.stamp, number};
         }
-        for (const Index::SkippedFile &file : index.skipped_files()) {
+        for (const catalogue_index::skipped_file &file : index.skipped_files()) {
             files_[file.path] = {file.stamp, no_record};
         }
         is_sound_ = !index.is_damaged();
@@ -62,12 +62,12 @@ class KnownFiles {
     bool is_sound() const {
         return is_sound_;
     }
-    struct File {
-        Stamp stamp;
+    struct known_file {
+        file_stamp stamp;
         uint32_t number;  // of the record; no_record when the file is no package
     };
     // The file if it is still the one that was read, else null.
-    const File *find(const FoundFile &file) const {
+    const known_file *find(const found_file &file) const {
         const auto found = files_.find(file.path);
         return found != files_.end() && found->second.stamp == file.stamp ? &found->second
                                                                           : nullptr;
@@ -75,40 +75,40 @@ class KnownFiles {
     size_t count() const {
         return files_.size();
     }
-    const Index &index() const {
+    const catalogue_index &index() const {
         return *index_;
     }
 
  private:
-    const Index *index_;
+    const catalogue_index *index_;
     bool is_sound_ = false;
-    std::unordered_map<std::string_view, File> files_;
+    std::unordered_map<std::string_view, known_file> files_;
 };
 
 // Puts the next index together.
-class Collector {
+class record_collector {
  public:
-    explicit Collector(Reports *reports) : reports_(reports) {}
+    explicit record_collector(backend_reports *reports) : reports_(reports) {}
 
     // True when the file was known to the source.
-    bool take_known(const KnownFiles &source, const FoundFile &file) {
-        const KnownFiles::File *known = source.find(file);
+    bool take_known(const known_files &source, const found_file &file) {
+        const known_files::known_file *known = source.find(file);
         if (!known) {
             return false;
         }
         if (known->number == no_record) {
             skip(file);
         } else {
-            const Index &index = source.index();
-            records_.push_back({index.text(Column::name, known->number),
-                                index.text(Column::description, known->number), file.path,
+            const catalogue_index &index = source.index();
+            records_.push_back({index.text(text_column::name, known->number),
+                                index.text(text_column::description, known->number), file.path,
                                 index.rest(known->number), file.relative_at});
         }
         return true;
     }
 
     // Reads a file. False when it can't be told now what it is; that is nothing to remember.
-    bool read(const FoundFile &file) {
+    bool read(const found_file &file) {
         const char *path = file.path.c_str();
         // A package that nobody could fetch is not worth the reading, which takes seconds even of a
         // sparse file.
@@ -143,7 +143,7 @@ class Collector {
     }
 
  private:
-    void skip(const FoundFile &file) {
+    void skip(const found_file &file) {
         if (file.stamp.size > largest_fetch) {
             reports_->skipped_file(file.path, "too large: " + std::to_string(file.stamp.size) +
                                                   " bytes, and a fetch delivers less than 2 GiB");
@@ -153,9 +153,9 @@ class Collector {
         skipped_.push_back({file.path, file.stamp});
     }
 
-    Reports *reports_;
-    std::vector<NewRecord> records_;
-    std::vector<NewSkip> skipped_;
+    backend_reports *reports_;
+    std::vector<new_record> records_;
+    std::vector<new_skip> skipped_;
     // What the views of records that were read are views of.
     std::deque<own_vri> infos_;
     std::deque<std::string> rests_;
@@ -163,7 +163,7 @@ class Collector {
 
 }  // namespace
 
-void Catalogue::store() {
+void dirs_catalogue::store() {
     if (!store_index(settings_.cache, index_->bytes(), &reports_)) {
         return;
     }
@@ -174,12 +174,12 @@ void Catalogue::store() {
     }
 }
 
-bool Catalogue::refresh() {
+bool dirs_catalogue::refresh() {
     if (settings_.dirs.empty()) {
         reports_.fail("vrc_dirs names no directory");
         return false;
     }
-    const Scan found = scan(settings_.dirs, &reports_);
+    const scan_result found = scan(settings_.dirs, &reports_);
     if (found.directories_read == 0) {
         // Each of them was reported.
         log_say(LEVEL_ERROR, "vrc-dirs: none of the configured directories can be read");
@@ -189,23 +189,23 @@ bool Catalogue::refresh() {
     // Another process may have left a newer index since. A mapped one of ours is its predecessor
     // and has nothing to add; one in memory has. What was read of a file holds for any list of
     // directories.
-    std::unique_ptr<Index> on_disk = open_index(settings_.cache, &reports_);
+    std::unique_ptr<catalogue_index> on_disk = open_index(settings_.cache, &reports_);
     const bool ours_adds = index_ && !(on_disk && index_->is_mapped());
-    std::vector<KnownFiles> sources;
-    for (const Index *index : {on_disk.get(), ours_adds ? index_.get() : nullptr}) {
+    std::vector<known_files> sources;
+    for (const catalogue_index *index : {on_disk.get(), ours_adds ? index_.get() : nullptr}) {
         if (!index) {
             continue;
         }
-        KnownFiles files(*index);
+        known_files files(*index);
         if (files.is_sound()) {
             sources.push_back(std::move(files));
         }
     }
 
-    Collector collector(&reports_);
+    record_collector collector(&reports_);
     std::vector<size_t> taken(sources.size());
     size_t fresh = 0;
-    for (const FoundFile &file : found.files) {
+    for (const found_file &file : found.files) {
         bool known = false;
         for (size_t i = 0; i < sources.size() && !known; i++) {
             known = collector.take_known(sources[i], file);
@@ -218,7 +218,7 @@ bool Catalogue::refresh() {
     log_debug("vrc-dirs: %zu package files, %zu of them read", found.files.size(), fresh);
 
     for (size_t i = 0; i < sources.size(); i++) {
-        const Index &index = sources[i].index();
+        const catalogue_index &index = sources[i].index();
         const bool is_current =
             fresh == 0 && taken[i] == sources[i].count() && index.is_of(settings_.dirs);
         if (!is_current) {
@@ -234,7 +234,7 @@ bool Catalogue::refresh() {
             return true;
         }
     }
-    auto next = Index::in_memory(std::move(collector).index_bytes(settings_.dirs));
+    auto next = catalogue_index::in_memory(std::move(collector).index_bytes(settings_.dirs));
     if (!next) {
         return false;
     }

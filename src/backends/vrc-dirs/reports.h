@@ -10,7 +10,7 @@ namespace vrc_dirs {
 
 // Reports go to the program, which logs them. Where the program did not ask for them they go to the
 // log. What is reported while the backend connects waits, as the program can ask only afterwards.
-class Reports {
+class backend_reports {
  public:
     // From here on reports go to the program, first those that wait. Null ends that.
     void set_receiver(vrc_report_function function, void *context);
@@ -30,7 +30,7 @@ class Reports {
               const char *package = nullptr);
 
  private:
-    struct Waiting {
+    struct waiting_report {
         vrc_report report;
         std::string path, text;
     };
@@ -41,7 +41,7 @@ class Reports {
     vrc_report_function function_ = nullptr;
     void *context_ = nullptr;
     bool is_waiting_ = true;
-    std::vector<Waiting> waiting_;
+    std::vector<waiting_report> waiting_;
 };
 
 }  // namespace vrc_dirs

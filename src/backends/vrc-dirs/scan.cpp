@@ -16,7 +16,7 @@ namespace {
 
 // The first directory may be a link, those below may not. Each is opened by its whole path, so that
 // a deep tree costs no descriptors.
-own_dir open_directory(const std::string &path, bool may_be_link, Reports *reports) {
+own_dir open_directory(const std::string &path, bool may_be_link, backend_reports *reports) {
     const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
     const int fd = open(path.c_str(), may_be_link ? flags : flags | O_NOFOLLOW);
     own_dir stream(fd < 0 ? nullptr : fdopendir(fd));
@@ -44,7 +44,7 @@ bool is_package_name(const char *name) {
 }
 
 void add_file(int parent, const char *name, const std::string &path, size_t relative_at,
-              std::vector<FoundFile> *files, Reports *reports) {
+              std::vector<found_file> *files, backend_reports *reports) {
     struct stat status = {};
     if (fstatat(parent, name, &status, 0) != 0) {
         reports->skipped_file(path, errno);
@@ -57,8 +57,8 @@ void add_file(int parent, const char *name, const std::string &path, size_t rela
 
 // Adds a directory's files, and its directories to those that wait.
 bool list_directory(const std::string &path, bool is_first, size_t relative_at,
-                    std::vector<FoundFile> *files, std::vector<std::string> *waiting,
-                    Reports *reports) {
+                    std::vector<found_file> *files, std::vector<std::string> *waiting,
+                    backend_reports *reports) {
     const own_dir stream = open_directory(path, is_first, reports);
     if (!stream) {
         return false;
@@ -85,8 +85,8 @@ bool list_directory(const std::string &path, bool is_first, size_t relative_at,
 
 }  // namespace
 
-Scan scan(const std::vector<std::string> &dirs, Reports *reports) {
-    Scan result;
+scan_result scan(const std::vector<std::string> &dirs, backend_reports *reports) {
+    scan_result result;
     for (const std::string &dir : dirs) {
         const size_t relative_at = dir == "/" ? 1 : dir.size() + 1;
         std::vector<std::string> waiting;
@@ -99,12 +99,12 @@ Scan scan(const std::vector<std::string> &dirs, Reports *reports) {
             list_directory(path, false, relative_at, &result.files, &waiting, reports);
         }
     }
-    std::vector<FoundFile> &files = result.files;
+    std::vector<found_file> &files = result.files;
     std::stable_sort(files.begin(), files.end(),
-                     [](const FoundFile &a, const FoundFile &b) { return a.path < b.path; });
+                     [](const found_file &a, const found_file &b) { return a.path < b.path; });
     files.erase(
         std::unique(files.begin(), files.end(),
-                    [](const FoundFile &a, const FoundFile &b) { return a.path == b.path; }),
+                    [](const found_file &a, const found_file &b) { return a.path == b.path; }),
         files.end());
     return result;
 }

@@ -13,7 +13,7 @@ namespace vrc_dirs {
 
 namespace {
 
-using Marks = std::vector<bool>;
+using record_marks = std::vector<bool>;
 
 bool is_pattern(const char *text) {
     return strpbrk(text, "*?[\\") != nullptr;
@@ -25,25 +25,26 @@ bool fits(const char *wanted, const char *text) {
 }
 
 // Marks the records of a name, which stand side by side.
-void mark_name(const Index &index, std::string_view name, Marks *marks) {
+void mark_name(const catalogue_index &index, std::string_view name, record_marks *marks) {
     uint32_t low = 0;
     uint32_t high = index.records();
     while (low < high) {
         const uint32_t middle = low + (high - low) / 2;
-        if (index.text(Column::name, middle) < name) {
+        if (index.text(text_column::name, middle) < name) {
             low = middle + 1;
         } else {
             high = middle;
         }
     }
-    for (; low < index.records() && index.text(Column::name, low) == name; low++) {
+    for (; low < index.records() && index.text(text_column::name, low) == name; low++) {
         (*marks)[low] = true;
     }
 }
 
 // Marks the records whose text in a column fits. One pass over the whole column finds the few
 // places that can fit at all; what decides is fnmatch, so the result is its own in every locale.
-void mark_fitting(const Index &index, Column column, const char *wanted, Marks *marks) {
+void mark_fitting(const catalogue_index &index, text_column column, const char *wanted,
+                  record_marks *marks) {
     const auto mark_if_fitting = [&](uint32_t number) {
         if (!(*marks)[number] && fits(wanted, index.text(column, number).data())) {
             (*marks)[number] = true;
@@ -73,16 +74,16 @@ void mark_fitting(const Index &index, Column column, const char *wanted, Marks *
     }
 }
 
-void mark_by_name(const Index &index, const char *name, Marks *marks) {
+void mark_by_name(const catalogue_index &index, const char *name, record_marks *marks) {
     if (is_pattern(name)) {
-        mark_fitting(index, Column::name, name, marks);
+        mark_fitting(index, text_column::name, name, marks);
     } else {
         mark_name(index, name, marks);
     }
 }
 
 // The pairs on the two columns. False when there are other pairs too, which need the records.
-bool mark_by_columns(const Index &index, s_ekva *const *filter, Marks *marks) {
+bool mark_by_columns(const catalogue_index &index, s_ekva *const *filter, record_marks *marks) {
     bool all = true;
     for (s_ekva *const *slot = ekva_first_pair(filter); *slot; slot++) {
         const s_ekva &pair = **slot;
@@ -90,7 +91,7 @@ bool mark_by_columns(const Index &index, s_ekva *const *filter, Marks *marks) {
             continue;
         }
         if (strcasecmp(pair.key, "evrkDescription") == 0) {
-            mark_fitting(index, Column::description, pair.val, marks);
+            mark_fitting(index, text_column::description, pair.val, marks);
         } else if (strcasecmp(pair.key, "evrkName") == 0) {
             mark_by_name(index, pair.val, marks);
         } else {
@@ -100,7 +101,8 @@ bool mark_by_columns(const Index &index, s_ekva *const *filter, Marks *marks) {
     return all;
 }
 
-void mark_by_records(const Index &index, const Request &request, Marks *marks) {
+void mark_by_records(const catalogue_index &index, const search_request &request,
+                     record_marks *marks) {
     for (uint32_t number = 0; number < index.records() && !index.is_damaged(); number++) {
         if ((*marks)[number]) {
             continue;
@@ -114,12 +116,12 @@ void mark_by_records(const Index &index, const Request &request, Marks *marks) {
     }
 }
 
-bool rest_fits(const Index &index, uint32_t number, const Request &request) {
+bool rest_fits(const catalogue_index &index, uint32_t number, const search_request &request) {
     if (!request.version && !request.variant) {
         return true;
     }
     index.walked_to(number);
-    const Details details = index.details(number);
+    const record_details details = index.details(number);
     return (!request.version || details.version == request.version) &&
            variant_fits(request.variant, details.variant);
 }
@@ -156,9 +158,9 @@ std::string_view required_literal(std::string_view pattern) {
     return longest;
 }
 
-std::vector<uint32_t> search(const Index &index, const Request &request) {
+std::vector<uint32_t> search(const catalogue_index &index, const search_request &request) {
     std::vector<uint32_t> hits;
-    Marks marks(index.records(), !request.name);
+    record_marks marks(index.records(), !request.name);
     if (request.name) {
         mark_by_name(index, request.name, &marks);
         if (request.filter && !mark_by_columns(index, request.filter, &marks)) {

@@ -10,7 +10,7 @@
 namespace vrc_dirs {
 
 // Each may be null, for no restriction.
-struct Request {
+struct search_request {
     const char *name;
     const char *variant;
     const char *version;
@@ -19,7 +19,7 @@ struct Request {
 
 // The numbers of the records that match, in the index's order. Worth nothing if the index is
 // damaged afterwards.
-std::vector<uint32_t> search(const Index &index, const Request &request);
+std::vector<uint32_t> search(const catalogue_index &index, const search_request &request);
 
 // The longest run of bytes that stands in every text which fits the pattern, or which is equal to
 // it; empty when there is none that can be told easily.

@@ -50,9 +50,9 @@
 #include "backends/vrc-dirs/fetch.h"
 #include "support/log.h"
 
-using vrc_dirs::Catalogue;
+using vrc_dirs::dirs_catalogue;
 
-static void report_failure(Catalogue *catalogue, const char *what,
+static void report_failure(dirs_catalogue *catalogue, const char *what,
                            const std::exception &problem) try {
     catalogue->reports().fail(std::string("failed to ") + what + ": " + problem.what());
 } catch (const std::exception &) {
@@ -68,7 +68,7 @@ void *vrc_connect(s_ekva **sys_conf, void *log) {
     // This copy of the engine logs to the program's log, whichever connection came last.
     llog = static_cast<log_object *>(log);
     try {
-        auto catalogue = std::make_unique<Catalogue>(sys_conf);
+        auto catalogue = std::make_unique<dirs_catalogue>(sys_conf);
         catalogue->load();
         return catalogue.release();
     } catch (const std::exception &problem) {
@@ -79,12 +79,12 @@ void *vrc_connect(s_ekva **sys_conf, void *log) {
 
 void vrc_set_report(void *connection, vrc_report_function report, void *context) {
     if (connection) {
-        static_cast<Catalogue *>(connection)->reports().set_receiver(report, context);
+        static_cast<dirs_catalogue *>(connection)->reports().set_receiver(report, context);
     }
 }
 
 int vrc_refresh(void *connection) {
-    auto *const catalogue = static_cast<Catalogue *>(connection);
+    auto *const catalogue = static_cast<dirs_catalogue *>(connection);
     if (!catalogue) {
         return 1;
     }
@@ -99,7 +99,7 @@ int vrc_refresh(void *connection) {
 
 int vrc_findpkg(void *connection, const char *name, const char *variant, const char *version, int,
                 s_ekva **filter, vri ***out) {
-    auto *const catalogue = static_cast<Catalogue *>(connection);
+    auto *const catalogue = static_cast<dirs_catalogue *>(connection);
     if (!catalogue || !out) {
         return 0;
     }
@@ -113,7 +113,7 @@ int vrc_findpkg(void *connection, const char *name, const char *variant, const c
 }
 
 int vrc_readpkg(void *connection, vri *package, FILE *out) {
-    auto *const catalogue = static_cast<Catalogue *>(connection);
+    auto *const catalogue = static_cast<dirs_catalogue *>(connection);
     if (!catalogue || !package || !out) {
         return -1;
     }
@@ -127,7 +127,7 @@ int vrc_readpkg(void *connection, vri *package, FILE *out) {
 }
 
 void vrc_release(void *connection) {
-    delete static_cast<Catalogue *>(connection);
+    delete static_cast<dirs_catalogue *>(connection);
 }
 
 }  // extern "C"
