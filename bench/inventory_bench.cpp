@@ -9,6 +9,7 @@
 #include "bench/data.h"
 #include "bench/report.h"
 #include "repository/inventory.h"
+#include "repository/owner_lookup.h"
 #include "support/own.h"
 
 namespace fs = std::filesystem;

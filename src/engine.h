@@ -28,6 +28,7 @@
 #include "ui/vrmui.h"
 
 #include "package/certificate.h"
+#include "package/copy_file.h"
 #include "package/fileops.h"
 #include "package/hashlist.h"
 #include "package/ossl_own.h"
@@ -43,8 +44,8 @@
 #include "repository/choice.h"
 #include "repository/dirsearch.h"
 #include "repository/hooks.h"
-#include "repository/installed_walk.h"
 #include "repository/inventory.h"
+#include "repository/owner_lookup.h"
 #include "repository/repository.h"
 #include "repository/running_script.h"
 #include "repository/saved_files.h"

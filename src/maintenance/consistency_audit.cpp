@@ -15,7 +15,6 @@
 
 #include "maintenance/place_audit.h"
 #include "package/hashlist.h"
-#include "repository/installed_walk.h"
 #include "repository/inventory.h"
 #include "repository/left_links.h"
 #include "repository/repository.h"

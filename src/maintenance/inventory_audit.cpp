@@ -12,7 +12,6 @@
 
 #include "maintenance/upkeep.h"
 #include "package/fileops.h"
-#include "repository/installed_walk.h"
 #include "repository/inventory.h"
 #include "support/array.h"
 #include "support/boundary.h"

@@ -14,7 +14,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "package/link_list.h"
+#include "package/fileops_lists.h"
 #include "support/handle.h"
 
 class place_audit {

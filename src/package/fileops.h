@@ -1,4 +1,4 @@
-// File operations on the live system: trees, permission and link lists, copies with backup.
+// File operations on the live system: trees, permission and link lists.
 //
 // perm.txt, in info/ of a package: a line for each entry, "<path>|<mode>", the mode in octal
 // digits. A `|` behind the mode is allowed; what follows it is written over the mode from its first
@@ -12,10 +12,6 @@
 //
 // In both, empty lines are skipped, a line has at most 4,095 bytes and a field at most 2,063. A
 // line beyond that, or one with a zero byte, is refused with an ERROR and the list goes on.
-//
-// A backup tree is a directory, the backup base, in which each saved file stands at its own
-// absolute path, and a file index.txt with these absolute paths, one to a line, in the order of
-// their saving.
 #pragma once
 
 #include <sys/types.h>
@@ -53,15 +49,3 @@ int vrm_vrf_perms(const char *list);
 // Directories of the list that don't exist are made. Changes the working directory of the process
 // for its run.
 int vrm_vrf_links(const char *list, int remove, int create);
-
-// Copies a regular file over the target, with the parents that the target needs. An old target is
-// taken away first, so its other names keep the old content, unless it can't be removed; with a
-// backup base it is saved to the backup tree before that, with its mode. A link to a regular file
-// is replaced by the copy, a dangling one is written through. A target that exists and, links
-// followed, is no regular file is refused. `mode`: 0 or less leaves what the umask gives, 1 takes
-// the mode of the source, any other value is the mode to set. Owners and times are not copied.
-// Returns the number of bytes copied, at most INT32_MAX, and so 0 for an empty file; -1 on failure,
-// which is logged at ERROR. A source that is missing or no regular file and a backup that fails
-// leave the target as it was; a later failure leaves it missing or incomplete, and the backup tree
-// is there to undo that.
-int32_t vrm_vrf_copy(const char *target, const char *source, const char *backup_base, int mode);

@@ -10,6 +10,7 @@
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
 #include "repository/inventory.h"
+#include "repository/owner_lookup.h"
 #include "support/terminal_text.h"
 
 namespace fs = std::filesystem;

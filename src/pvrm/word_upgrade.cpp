@@ -17,6 +17,7 @@
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
 #include "repository/inventory.h"
+#include "repository/owner_lookup.h"
 #include "transaction/plan_update.h"
 #include "transaction/update.h"
 

@@ -10,7 +10,6 @@
 #include "pvrm/session.h"
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
-#include "repository/installed_walk.h"
 #include "repository/inventory.h"
 #include "ui/vrmui.h"
 

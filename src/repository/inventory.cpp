@@ -11,7 +11,6 @@
 #include <string>
 #include <string_view>
 
-#include "repository/installed_walk.h"
 #include "support/array.h"
 #include "support/event.h"
 #include "support/file.h"

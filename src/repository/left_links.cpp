@@ -15,7 +15,7 @@
 #include <new>
 #include <string_view>
 
-#include "package/link_list.h"
+#include "package/fileops_lists.h"
 #include "support/event.h"
 #include "support/file.h"
 #include "support/own.h"

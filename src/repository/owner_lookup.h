@@ -1,5 +1,4 @@
-// Owners of many files at once: asking vrm_file_owner for each reads all file indexes each time,
-// and this reads them once. Private to the library.
+// The owners of files, as the file indexes of the inventory tell them.
 #pragma once
 
 #include <string>
@@ -12,6 +11,11 @@
 #include "support/handle.h"
 #include "support/own.h"
 
+// The name of the package that owns a file, for free, or null. A symbolic link stands for what it
+// points at, so `path` must exist; otherwise it is compared as it is spelled. The answer costs one
+// pass over all file indexes, and the first one in the directory's order wins.
+char *vrm_file_owner(vrm_handle *handle, const char *path);
+
 // A file index, or the directory of them, that could not be read.
 struct unread_index {
     event_kind kind;
@@ -21,6 +25,8 @@ struct unread_index {
     void report() const;
 };
 
+// Owners of many files at once: asking vrm_file_owner for each reads all file indexes each time,
+// and this reads them once.
 class owner_lookup {
  public:
     // The handle must outlive the lookup. Nothing is read before the first question.

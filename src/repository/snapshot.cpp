@@ -9,7 +9,6 @@
 #include <new>
 #include <utility>
 
-#include "repository/installed_walk.h"
 #include "repository/inventory.h"
 #include "support/event.h"
 #include "support/own.h"

@@ -191,10 +191,6 @@ int aarr_t21_add(char ****arrays, char *const *array, int count, int *capacity) 
     return t21_put(*arrays, copy.release(), count);
 }
 
-bool is_strict_order(text_compare compare) {
-    return compare == strcmp || compare == strcasecmp || compare == list_cmp_addr;
-}
-
 void arr_sortx(char ***array, int (*compare)(const char *, const char *)) {
     if (!array || !*array) {
         return;

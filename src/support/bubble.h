@@ -5,13 +5,20 @@
 // equal, 1.9 and 2.8 too, but not 1.0 and 2.8) only the bubble sort's own steps do.
 #pragma once
 
+#include <strings.h>
+
 #include <cstddef>
+#include <cstring>
 #include <utility>
+
+#include "support/array.h"
 
 using text_compare = int (*)(const char *, const char *);
 
 // Whether the compare function is known to be a strict order.
-bool is_strict_order(text_compare compare);
+inline bool is_strict_order(text_compare compare) {
+    return compare == strcmp || compare == strcasecmp || compare == list_cmp_addr;
+}
 
 // Exchanges neighbours for which `swaps(left, right)` holds, in passes each one slot shorter than
 // the one before. It ends early with a pass that finds nothing.

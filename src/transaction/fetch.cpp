@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "package/copy_file.h"
 #include "package/fileops.h"
 #include "package/signed_record.h"
 #include "package/vrf.h"

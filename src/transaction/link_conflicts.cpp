@@ -11,7 +11,7 @@
 #include <map>
 #include <unordered_map>
 
-#include "package/link_list.h"
+#include "package/fileops_lists.h"
 #include "repository/owner_lookup.h"
 #include "support/event.h"
 #include "support/file.h"

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "package/backup_journal.h"
+#include "package/copy_file.h"
 #include "package/fileops.h"
 #include "package/vrs.h"
 #include "support/event.h"

@@ -6,6 +6,7 @@
 #include <ctime>
 #include <utility>
 
+#include "package/copy_file.h"
 #include "package/fileops.h"
 #include "support/ekva.h"
 #include "support/ldif.h"

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "package/backup_journal.h"
+#include "package/copy_file.h"
 #include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"

@@ -1,4 +1,5 @@
 #include "package/fileops.h"
+#include "package/copy_file.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

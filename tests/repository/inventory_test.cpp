@@ -1,4 +1,5 @@
 #include "repository/inventory.h"
+#include "repository/owner_lookup.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

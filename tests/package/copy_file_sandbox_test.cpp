@@ -1,4 +1,4 @@
-#include "package/backup_journal.h"
+#include "package/copy_file.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

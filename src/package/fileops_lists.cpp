@@ -11,7 +11,7 @@
 #include <string>
 
 #include "package/fileops.h"
-#include "package/link_list.h"
+#include "package/fileops_lists.h"
 #include "support/boundary.h"
 #include "support/event.h"
 #include "support/file.h"

@@ -1,3 +1,5 @@
+#include "repository/owner_lookup.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,9 +13,7 @@
 #include <optional>
 #include <string_view>
 
-#include "package/link_list.h"
-#include "repository/inventory.h"
-#include "repository/owner_lookup.h"
+#include "package/fileops_lists.h"
 #include "support/event.h"
 #include "support/log.h"
 

@@ -1,4 +1,4 @@
-#include "package/link_list.h"
+#include "package/fileops_lists.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
-// Copying a file over another one, which is saved to a backup tree first.
+#include "package/copy_file.h"
+
 #include <fcntl.h>
 #include <libgen.h>
 #include <sys/stat.h>
@@ -9,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "package/backup_journal.h"
 #include "package/fileops.h"
 #include "package/preserved_copy.h"
 #include "support/boundary.h"
