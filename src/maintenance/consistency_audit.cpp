@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
-#include <new>
 #include <optional>
 #include <set>
 #include <string>
@@ -19,6 +18,7 @@
 #include "repository/left_links.h"
 #include "repository/repository.h"
 #include "support/array.h"
+#include "support/boundary.h"
 #include "support/ekva.h"
 #include "support/event.h"
 #include "support/own.h"
@@ -220,21 +220,18 @@ bool consistency_audit::audit() {
 
 }  // namespace
 
-int vrm_chkconsistency(vrm_handle *handle) try {
-    installed_walk walk(handle);
-    if (!walk.is_open()) {
-        return 0;
-    }
-    consistency_audit audit(handle);
-    return audit.read_inventory(&walk) && audit.audit() ? audit.findings() : -1;
-} catch (const std::bad_alloc &) {
-    report({.kind = event_kind::memory_short, .who = "vrm_chkconsistency"});
-    return -1;
+int vrm_chkconsistency(vrm_handle *handle) {
+    return guarded("vrm_chkconsistency", -1, [&]() -> int {
+        installed_walk walk(handle);
+        if (!walk.is_open()) {
+            return 0;
+        }
+        consistency_audit audit(handle);
+        return audit.read_inventory(&walk) && audit.audit() ? audit.findings() : -1;
+    });
 }
 
-int vrm_chkplaces(vrm_handle *handle, const char *name) try {
-    return place_audit(handle).compare_with_files(name);
-} catch (const std::bad_alloc &) {
-    report({.kind = event_kind::memory_short, .who = "vrm_chkplaces"});
-    return -1;
+int vrm_chkplaces(vrm_handle *handle, const char *name) {
+    return guarded("vrm_chkplaces", -1,
+                   [&]() -> int { return place_audit(handle).compare_with_files(name); });
 }

@@ -7,11 +7,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <string_view>
 
 #include "support/array.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/file.h"
 #include "support/growing_list.h"
@@ -66,7 +66,7 @@ static own_string read_entry_file(const std::string &entry_dir, const char *file
                                   const char *name) {
     const std::string path = entry_dir + "/" + file;
     if (path.size() > longest_filename) {
-        log_say(LEVEL_DEBUG, "Filename <%s> too long, skipping entry %s", path.c_str(), name);
+        log_debug("Filename <%s> too long, skipping entry %s", path.c_str(), name);
         return nullptr;
     }
     return read_text(path);
@@ -93,10 +93,10 @@ static vri *read_directory(vrm_handle *handle, const std::string &entry) {
     return read_entry(installed, entry.c_str());
 }
 
-vri *vrm_vrl_info(vrm_handle *handle, const char *name) try {
-    return name && is_entry_name(name) ? read_directory(handle, name) : nullptr;
-} catch (const std::bad_alloc &) {
-    return nullptr;
+vri *vrm_vrl_info(vrm_handle *handle, const char *name) {
+    return guarded(nullptr, [&]() -> vri * {
+        return name && is_entry_name(name) ? read_directory(handle, name) : nullptr;
+    });
 }
 
 vri *vrm_vrl_own_info(vrm_handle *handle, const char *name) {
@@ -104,10 +104,11 @@ vri *vrm_vrl_own_info(vrm_handle *handle, const char *name) {
     return info && strcmp(info->name, name) == 0 ? info.release() : nullptr;
 }
 
-vri *vrm_vrl_retired_info(vrm_handle *handle, const char *name) try {
-    return is_entry_name(name) ? read_directory(handle, std::string(".") + name + ".old") : nullptr;
-} catch (const std::bad_alloc &) {
-    return nullptr;
+vri *vrm_vrl_retired_info(vrm_handle *handle, const char *name) {
+    return guarded(nullptr, [&]() -> vri * {
+        return is_entry_name(name) ? read_directory(handle, std::string(".") + name + ".old")
+                                   : nullptr;
+    });
 }
 
 installed_walk::installed_walk(vrm_handle *handle)
@@ -125,9 +126,7 @@ bool installed_walk::next() {
             break;
         }
         if (entry->d_type != DT_DIR) {
-            if (log_wants(LEVEL_DEBUG)) {
-                log_say(LEVEL_DEBUG, "Omitting non-directory %s", entry->d_name);
-            }
+            log_debug("Omitting non-directory %s", entry->d_name);
         } else if (entry->d_name[0] != '.') {
             name_ = entry->d_name;
             info_.reset(read_entry(installed_, entry->d_name));
@@ -158,122 +157,115 @@ static own_ekva description_filter(const char *pattern) {
     return own_ekva(filter);
 }
 
-int vrm_list_vri(vrm_handle *handle, const char *pattern, int sort, vri ***out) try {
-    growing_list<vri, vrm_vri_list_free> list(room_for_packages, log_list_room);
-    const own_ekva filter = description_filter(pattern);
-    installed_walk walk(handle);
-    if (!walk.is_open() || !filter) {
-        return 0;
-    }
-    while (walk.next()) {
-        own_vri info = walk.take_info();
-        if (!info) {
-            log_passed_over(walk.name());
-        } else if (!vrm_vri_match(info.get(), 2, pattern, nullptr, nullptr, 5, filter.get())) {
-            if (log_wants(LEVEL_DEBUG)) {
-                log_say(LEVEL_DEBUG, "Local package %s does not match wildcard %s", walk.name(),
-                        pattern ? pattern : "");
-            }
-        } else if (list.add(info.get())) {
-            info.release();
-        } else {
+int vrm_list_vri(vrm_handle *handle, const char *pattern, int sort, vri ***out) {
+    return guarded(0, [&]() -> int {
+        growing_list<vri, vrm_vri_list_free> list(room_for_packages, log_list_room);
+        const own_ekva filter = description_filter(pattern);
+        installed_walk walk(handle);
+        if (!walk.is_open() || !filter) {
             return 0;
         }
-    }
-    if (walk.broke_off()) {
-        return 0;
-    }
-    const int count = list.count();
-    log_say(LEVEL_DEBUG, "Found %d packages", count);
-    if (sort && count > 1) {
-        log_say(LEVEL_DEBUG, "Sorting packages");
-        vrm_vri_list_sort(list.address());
-    }
-    walk.close();
-    if (count > 0) {
-        *out = list.release();
-    }
-    return count;
-} catch (const std::bad_alloc &) {
-    return 0;
-}
-
-char **vrm_list_arr(vrm_handle *handle, int sort) try {
-    growing_list<char, arr_free> names(room_for_packages, log_list_room);
-    installed_walk walk(handle);
-    if (!walk.is_open()) {
-        return nullptr;
-    }
-    while (walk.next()) {
-        const own_vri info = walk.take_info();
-        if (!info) {
-            if (log_wants(LEVEL_DEBUG)) {
-                log_say(LEVEL_DEBUG, "Failure parsing info for %s, skipping entry", walk.name());
+        while (walk.next()) {
+            own_vri info = walk.take_info();
+            if (!info) {
+                log_passed_over(walk.name());
+            } else if (!vrm_vri_match(info.get(), 2, pattern, nullptr, nullptr, 5, filter.get())) {
+                log_debug("Local package %s does not match wildcard %s", walk.name(),
+                          pattern ? pattern : "");
+            } else if (list.add(info.get())) {
+                info.release();
+            } else {
+                return 0;
             }
-            continue;
         }
-        own_string name(strdup(info->name));
-        if (!name || !names.add(name.get())) {
-            log_say(LEVEL_DEBUG, "Failed to allocate space for %d entries", names.capacity());
-            return nullptr;
+        if (walk.broke_off()) {
+            return 0;
         }
-        name.release();
-    }
-    if (walk.broke_off()) {
-        return nullptr;
-    }
-    walk.close();
-    log_say(LEVEL_DEBUG, "Found %d packages", names.count());
-    const int count = names.count();
-    char **array = names.release();
-    if (sort && count > 1) {
-        std::stable_sort(array, array + count,
-                         [](const char *a, const char *b) { return strcmp(a, b) < 0; });
-    }
-    return array;
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        const int count = list.count();
+        log_debug("Found %d packages", count);
+        if (sort && count > 1) {
+            log_debug("Sorting packages");
+            vrm_vri_list_sort(list.address());
+        }
+        walk.close();
+        if (count > 0) {
+            *out = list.release();
+        }
+        return count;
+    });
 }
 
-char **vrm_vrl_file_list(vrm_handle *handle, const vri *info) try {
-    const std::string path = directory_of(handle, "fileindex") + "/" + info->name;
-    errno = ENOENT;
-    const own_file index(is_entry_name(info->name) ? fopen_regular(path.c_str()) : nullptr);
-    if (!index) {
-        const int reason = errno == ENOENT ? 0 : errno;
-        log_say(LEVEL_DEBUG, "vrm_vrl_file_list: %s contains no files", info->name);
-        errno = reason;
-        return nullptr;
-    }
-    growing_list<char, arr_free> files(room_for_files);
-    char line[4095];
-    while (fgets(line, sizeof line, index.get())) {
-        line[strcspn(line, "\n")] = '\0';
-        if (line[0] == '\0') {
-            continue;
-        }
-        if (log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG, "vrm_vrl_file_list: Found %s", line);
-        }
-        own_string file(strdup(line));
-        if (!file || !files.add(file.get())) {
-            errno = ENOMEM;
+char **vrm_list_arr(vrm_handle *handle, int sort) {
+    return guarded(nullptr, [&]() -> char ** {
+        growing_list<char, arr_free> names(room_for_packages, log_list_room);
+        installed_walk walk(handle);
+        if (!walk.is_open()) {
             return nullptr;
         }
-        file.release();
-    }
-    if (ferror(index.get())) {
-        // What came may end within a path, which then is another file's.
-        const int reason = errno;
-        report({.kind = event_kind::file_index_not_read, .path = path, .error = reason});
-        errno = reason;
-        return nullptr;
-    }
-    errno = 0;
-    return files.release();
-} catch (const std::bad_alloc &) {
-    errno = ENOMEM;
-    return nullptr;
+        while (walk.next()) {
+            const own_vri info = walk.take_info();
+            if (!info) {
+                log_debug("Failure parsing info for %s, skipping entry", walk.name());
+                continue;
+            }
+            own_string name(strdup(info->name));
+            if (!name || !names.add(name.get())) {
+                log_debug("Failed to allocate space for %d entries", names.capacity());
+                return nullptr;
+            }
+            name.release();
+        }
+        if (walk.broke_off()) {
+            return nullptr;
+        }
+        walk.close();
+        log_debug("Found %d packages", names.count());
+        const int count = names.count();
+        char **array = names.release();
+        if (sort && count > 1) {
+            std::stable_sort(array, array + count,
+                             [](const char *a, const char *b) { return strcmp(a, b) < 0; });
+        }
+        return array;
+    });
+}
+
+char **vrm_vrl_file_list(vrm_handle *handle, const vri *info) {
+    return guarded(nullptr, [&]() -> char ** {
+        const std::string path = directory_of(handle, "fileindex") + "/" + info->name;
+        errno = ENOENT;
+        const own_file index(is_entry_name(info->name) ? fopen_regular(path.c_str()) : nullptr);
+        if (!index) {
+            const int reason = errno == ENOENT ? 0 : errno;
+            log_debug("vrm_vrl_file_list: %s contains no files", info->name);
+            errno = reason;
+            return nullptr;
+        }
+        growing_list<char, arr_free> files(room_for_files);
+        char line[4095];
+        while (fgets(line, sizeof line, index.get())) {
+            line[strcspn(line, "\n")] = '\0';
+            if (line[0] == '\0') {
+                continue;
+            }
+            log_debug("vrm_vrl_file_list: Found %s", line);
+            own_string file(strdup(line));
+            if (!file || !files.add(file.get())) {
+                errno = ENOMEM;
+                return nullptr;
+            }
+            file.release();
+        }
+        if (ferror(index.get())) {
+            // What came may end within a path, which then is another file's.
+            const int reason = errno;
+            report({.kind = event_kind::file_index_not_read, .path = path, .error = reason});
+            errno = reason;
+            return nullptr;
+        }
+        errno = 0;
+        return files.release();
+    });
 }
 
 char **vrm_vrl_index(vrm_handle *handle, const char *name) {

@@ -12,10 +12,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
-#include <new>
 #include <string_view>
 
 #include "package/fileops_lists.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/file.h"
 #include "support/own.h"
@@ -195,21 +195,24 @@ bool is_in_place(const left_link &link) {
 }
 
 void note_left_links(const vrm_handle *handle, const std::string &package,
-                     const std::string &old_list, const std::string &new_list) try {
-    link_resolver resolver;
-    links_by_path before, now;
-    if (!read_places(old_list, &resolver, &before) || !read_places(new_list, &resolver, &now) ||
-        !renew_record(handle, package, before, now)) {
-        warn_of(handle, package);
-    }
-} catch (const std::bad_alloc &) {
-    report({.kind = event_kind::memory_short, .who = "left_links"});
+                     const std::string &old_list, const std::string &new_list) {
+    guarded([] { report({.kind = event_kind::memory_short, .who = "left_links"}); },
+            [&] {
+                link_resolver resolver;
+                links_by_path before, now;
+                if (!read_places(old_list, &resolver, &before) ||
+                    !read_places(new_list, &resolver, &now) ||
+                    !renew_record(handle, package, before, now)) {
+                    warn_of(handle, package);
+                }
+            });
 }
 
-void note_removed_links(const vrm_handle *handle, const std::string &package) try {
-    if (!renew_record(handle, package, {}, {})) {
-        warn_of(handle, package);
-    }
-} catch (const std::bad_alloc &) {
-    report({.kind = event_kind::memory_short, .who = "left_links"});
+void note_removed_links(const vrm_handle *handle, const std::string &package) {
+    guarded([] { report({.kind = event_kind::memory_short, .who = "left_links"}); },
+            [&] {
+                if (!renew_record(handle, package, {}, {})) {
+                    warn_of(handle, package);
+                }
+            });
 }

@@ -9,11 +9,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <optional>
 #include <string_view>
 
 #include "package/fileops_lists.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/log.h"
 
@@ -97,7 +97,6 @@ static void walk_indexes(const vrm_handle *handle, Visit visit, Complain complai
         complain(not_opened(fileindex));
         return;
     }
-    const bool verbose = log_wants(LEVEL_DEBUG);
     std::vector<char> buffer(size_t{1} << 16);
     for (;;) {
         errno = 0;
@@ -107,15 +106,11 @@ static void walk_indexes(const vrm_handle *handle, Visit visit, Complain complai
         }
         const char *name = entry->d_name;
         if (entry->d_type != DT_REG) {
-            if (verbose) {
-                log_say(LEVEL_DEBUG, "Omitting non-file %s", name);
-            }
+            log_debug("Omitting non-file %s", name);
             continue;
         }
         if (name[0] == '.') {
-            if (verbose) {
-                log_say(LEVEL_DEBUG, "Omitting backup file %s", name);
-            }
+            log_debug("Omitting backup file %s", name);
             continue;
         }
         const own_fd file(openat(dirfd(dir.get()), name, O_RDONLY | O_CLOEXEC));
@@ -123,9 +118,7 @@ static void walk_indexes(const vrm_handle *handle, Visit visit, Complain complai
             complain(not_opened(name));
             continue;
         }
-        if (verbose) {
-            log_say(LEVEL_DEBUG, "Checking in <%s>", name);
-        }
+        log_debug("Checking in <%s>", name);
         const std::optional<std::string_view> index = read_whole(file.get(), buffer);
         if (!index) {
             complain(not_read(name));
@@ -138,27 +131,27 @@ static void walk_indexes(const vrm_handle *handle, Visit visit, Complain complai
     }
 }
 
-char *vrm_file_owner(vrm_handle *handle, const char *path) try {
-    const own_string wanted = path_to_search(path);
-    if (!wanted) {
-        return nullptr;
-    }
-    const std::string_view searched = wanted.get();
-    char *owner = nullptr;
-    walk_indexes(
-        handle,
-        [&](const char *name, std::string_view index) {
-            if (each_path(index, [&](std::string_view listed) { return listed != searched; })) {
-                return true;
-            }
-            log_say(LEVEL_DEBUG, "Found <%s> in <%s>", wanted.get(), name);
-            owner = strdup(name);
-            return false;
-        },
-        [](const unread_index &index) { index.report(); });
-    return owner;
-} catch (const std::bad_alloc &) {
-    return nullptr;
+char *vrm_file_owner(vrm_handle *handle, const char *path) {
+    return guarded(nullptr, [&]() -> char * {
+        const own_string wanted = path_to_search(path);
+        if (!wanted) {
+            return nullptr;
+        }
+        const std::string_view searched = wanted.get();
+        char *owner = nullptr;
+        walk_indexes(
+            handle,
+            [&](const char *name, std::string_view index) {
+                if (each_path(index, [&](std::string_view listed) { return listed != searched; })) {
+                    return true;
+                }
+                log_debug("Found <%s> in <%s>", wanted.get(), name);
+                owner = strdup(name);
+                return false;
+            },
+            [](const unread_index &index) { index.report(); });
+        return owner;
+    });
 }
 
 void owner_lookup::read_indexes() {
