@@ -37,15 +37,27 @@ own_x509 certificate_read(const std::string &path, std::string *why) {
     return certificate;
 }
 
-std::string certificate_pem(const X509 *certificate) {
+// What `write` writes to the BIO that it is given; empty, with ENOMEM in errno, when it can't.
+template <typename Write>
+static std::string pem_of(const Write &write) {
     const own_bio memory(BIO_new(BIO_s_mem()));
     char *text = nullptr;
-    if (!memory || PEM_write_bio_X509(memory.get(), certificate) != 1) {
+    if (!memory || write(memory.get()) != 1) {
         errno = ENOMEM;
         return "";
     }
     const long length = BIO_get_mem_data(memory.get(), &text);
     return {text, static_cast<size_t>(length)};
+}
+
+std::string certificate_pem(const X509 *certificate) {
+    return pem_of([&](BIO *out) { return PEM_write_bio_X509(out, certificate); });
+}
+
+std::string private_key_pem(const EVP_PKEY *key) {
+    return pem_of([&](BIO *out) {
+        return PEM_write_bio_PrivateKey(out, key, nullptr, nullptr, 0, nullptr, nullptr);
+    });
 }
 
 std::string name_line(const X509_NAME *name) {

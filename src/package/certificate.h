@@ -29,6 +29,9 @@ own_x509 certificate_read(const std::string &path, std::string *why);
 // A certificate in PEM form; empty, with ENOMEM in errno, when memory fails.
 std::string certificate_pem(const X509 *certificate);
 
+// The same for a private key, which is not encrypted. The caller clears the text.
+std::string private_key_pem(const EVP_PKEY *key);
+
 // A name in one line, as packages write it; empty when memory fails.
 std::string name_line(const X509_NAME *name);
 std::string certificate_subject(const X509 *certificate);

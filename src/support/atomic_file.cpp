@@ -50,6 +50,20 @@ bool write_atomically(const std::string &path, std::string_view bytes, mode_t mo
     return file.is_open() && file.write(bytes) && file.commit(mode, how);
 }
 
+bool write_new_file(const std::string &path, std::string_view bytes, mode_t mode) {
+    own_fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    if (!file.valid()) {
+        return false;
+    }
+    if (write_all(file.get(), bytes) && fsync(file.get()) == 0 && file.close() == 0) {
+        return true;
+    }
+    const int reason = errno;
+    unlink(path.c_str());
+    errno = reason;
+    return false;
+}
+
 bool sync_directory(const std::string &directory) {
     const own_fd opened(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     return opened.valid() && fsync(opened.get()) == 0;

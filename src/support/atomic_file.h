@@ -46,5 +46,9 @@ class atomic_file {
 // Writes a whole file so; the name it has until then is the path and ".new".
 bool write_atomically(const std::string &path, std::string_view bytes, mode_t mode, durability how);
 
+// Writes a whole file that is not there yet, to outlive a power failure. What is there already is
+// never overwritten: EEXIST. A file that could not be written whole is removed.
+bool write_new_file(const std::string &path, std::string_view bytes, mode_t mode);
+
 // A new name in the directory, or one that is gone, is sure to outlive a power failure after this.
 bool sync_directory(const std::string &directory);

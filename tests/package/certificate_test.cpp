@@ -159,3 +159,12 @@ TEST(CertificateFault, IsASubjectThatPackagesCannotName) {
     EXPECT_THAT(fault_of("rsa:2048", "-days 30 -multivalue-rdn -subj /O=a+OU=b"),
                 HasSubstr("can't be written in a package"));
 }
+
+TEST(CertificatePem, IsWhatWasRead) {
+    const TempDir dir;
+    const own_x509 certificate = make_certificate(dir, "rsa:2048", "-subj /O=O/CN=A");
+    ASSERT_NE(certificate, nullptr);
+    EXPECT_EQ(certificate_pem(certificate.get()), read_all(dir / "cert"));
+    EXPECT_EQ(private_key_pem(own_pkey(X509_get_pubkey(certificate.get())).get()), "");
+    EXPECT_EQ(errno, ENOMEM);
+}

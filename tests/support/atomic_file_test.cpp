@@ -2,9 +2,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -91,4 +93,34 @@ TEST_F(AtomicFile, SyncsADirectory) {
     EXPECT_TRUE(sync_directory(dir.path()));
     EXPECT_FALSE(sync_directory(dir / "none"));
     EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_F(AtomicFile, ANewFileIsWrittenWhole) {
+    EXPECT_TRUE(write_new_file(path, "content", 0600));
+    EXPECT_EQ(read_all(path), "content");
+    EXPECT_EQ(mode("a"), 0600U);
+    EXPECT_THAT(names(), ElementsAre("a"));
+}
+
+TEST_F(AtomicFile, ANewFileIsNeverWrittenOverAnother) {
+    dir.write("a", "old");
+    EXPECT_FALSE(write_new_file(path, "content", 0600));
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_EQ(read_all(path), "old");
+    fs::create_symlink("nowhere", dir / "link");
+    EXPECT_FALSE(write_new_file(dir / "link", "content", 0600));
+    EXPECT_FALSE(fs::exists(dir / "nowhere"));
+}
+
+TEST_F(AtomicFile, ANewFileThatCannotBeWrittenWholeIsRemoved) {
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit low = {4, before.rlim_max};
+    const auto handler = signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &low);
+    EXPECT_FALSE(write_new_file(path, "content", 0600));
+    EXPECT_EQ(errno, EFBIG);
+    setrlimit(RLIMIT_FSIZE, &before);
+    signal(SIGXFSZ, handler);
+    EXPECT_THAT(names(), ElementsAre());
 }

@@ -1,13 +1,13 @@
 #include "tools/vrk-build/keygen.h"
 
-#include <fcntl.h>
-#include <openssl/pem.h>
+#include <openssl/crypto.h>
 #include <openssl/rand.h>
 #include <openssl/rsa.h>
 #include <unistd.h>
 
 #include <ctime>
 
+#include "support/atomic_file.h"
 #include "tools/vrk-build/problem.h"
 #include "tools/vrk-build/signer.h"
 
@@ -53,37 +53,11 @@ static problem exists_already(const std::string &path) {
     return problem(path + " exists already and is not overwritten; choose another name");
 }
 
-// A new file that nobody else could have put there. The key is never readable by others, not even
-// for a moment. Who overwrites a key loses what it has signed, so that is never done here.
-static own_file create(const std::string &path, mode_t mode) {
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    if (fd < 0 && errno == EEXIST) {
-        throw exists_already(path);
-    }
-    if (fd < 0) {
-        throw system_problem(path + " can't be written");
-    }
-    own_file file(fdopen(fd, "w"));
-    if (!file) {
-        close(fd);
-        unlink(path.c_str());
-        throw std::bad_alloc();
-    }
-    return file;
-}
-
-// Writes a new file by `write`, which tells whether it could. It is there whole or not at all.
-template <typename Write>
-static void write_new(const std::string &path, mode_t mode, Write write) {
-    own_file file = create(path, mode);
-    errno = 0;
-    bool good = write(file.get()) == 1 && fflush(file.get()) == 0 && fsync(fileno(file.get())) == 0;
-    good = fclose(file.release()) == 0 && good;
-    if (!good) {
-        const problem failure = errno ? system_problem(path + " can't be written")
-                                      : problem(path + " can't be written");
-        unlink(path.c_str());
-        throw failure;
+// Who overwrites a key loses what it has signed, so that is never done here. The key is never
+// readable by others, not even for a moment.
+static void write_new(const std::string &path, const std::string &pem, mode_t mode) {
+    if (pem.empty() || !write_new_file(path, pem, mode)) {
+        throw errno == EEXIST ? exists_already(path) : system_problem(path + " can't be written");
     }
 }
 
@@ -103,12 +77,11 @@ void keygen(const keygen_options &options) {
     own_x509 certificate = make_certificate(options, key.get());
     check_signer(certificate.get(), options.certificate_file, key.get(), options.key_file);
 
-    write_new(options.key_file, 0600, [&key](FILE *file) {
-        return PEM_write_PrivateKey(file, key.get(), nullptr, nullptr, 0, nullptr, nullptr);
-    });
+    std::string pem = private_key_pem(key.get());
+    write_new(options.key_file, pem, 0600);
+    OPENSSL_cleanse(pem.data(), pem.size());
     try {
-        write_new(options.certificate_file, 0644,
-                  [&certificate](FILE *file) { return PEM_write_X509(file, certificate.get()); });
+        write_new(options.certificate_file, certificate_pem(certificate.get()), 0644);
     } catch (const std::exception &) {
         unlink(options.key_file.c_str());  // a key without its certificate is of no use
         throw;
