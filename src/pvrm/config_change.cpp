@@ -11,6 +11,7 @@
 #include <filesystem>
 
 #include "pvrm/tell.h"
+#include "support/atomic_file.h"
 #include "support/file.h"
 #include "support/own.h"
 #include "support/text.h"
@@ -77,20 +78,15 @@ static bool write_longer(const std::string &next, const std::string &path,
         tell_problem("%s can't be read: %s", path.c_str(), strerror(errno));
         return false;
     }
-    own_fd fd(open(next.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    if (!fd.valid()) {
+    std::string text(content.get(), size);
+    if (!line.empty()) {
+        text += (text.empty() || text.ends_with('\n') ? "" : "\n") + line + "\n";
+    }
+    if (!write_new_file(next, text, 0600)) {
         return failed(next);
     }
-    (void)!fchown(fd.get(), status.st_uid, status.st_gid);
-    own_file out = fd.stream("w");
-    const bool ends_in_newline = size == 0 || content.get()[size - 1] == '\n';
-    const std::string more = line.empty() ? "" : (ends_in_newline ? "" : "\n") + line + "\n";
-    const bool written = out && fwrite(content.get(), 1, size, out.get()) == size &&
-                         fputs(more.c_str(), out.get()) >= 0 && fflush(out.get()) == 0 &&
-                         fsync(fileno(out.get())) == 0 &&
-                         fchmod(fileno(out.get()), status.st_mode & 07777) == 0;
-    const bool closed = out && fclose(out.release()) == 0;
-    return (written && closed) || failed(next);
+    (void)!chown(next.c_str(), status.st_uid, status.st_gid);
+    return chmod(next.c_str(), status.st_mode & 07777) == 0 || failed(next);
 }
 
 // Makes room for the old file. Whatever else somebody keeps under that name is not ours to remove.

@@ -13,7 +13,9 @@
 #include "pvrm/words.h"
 #include "repository/hooks.h"
 #include "repository/repository.h"
+#include "support/atomic_file.h"
 #include "support/file.h"
+#include "support/own.h"
 
 namespace fs = std::filesystem;
 
@@ -86,12 +88,10 @@ bool repository_maker::copy(const std::string &path, const std::string &source) 
         return true;
     }
     tell_step("copying %s to %s", source.c_str(), path.c_str());
-    const std::string unfinished = path + ".new";
-    if (file_copy(unfinished.c_str(), source.c_str(), 0755) < 0) {
-        unlink(unfinished.c_str());
-        return step(path, false);
-    }
-    return step(path, rename(unfinished.c_str(), path.c_str()) == 0);
+    size_t size = 0;
+    const own_string content(_read_file(source.c_str(), &size));
+    return step(path,
+                content && write_atomically(path, {content.get(), size}, 0755, durability::synced));
 }
 
 bool repository_maker::link(const std::string &path, const char *target) {
