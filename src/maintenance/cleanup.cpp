@@ -117,14 +117,12 @@ bool cleanup::run(const phase &what) {
         return false;
     }
     question_.begin_walk('d');
-    errno = 0;
-    while (const dirent *found = readdir(dir.get())) {
+    while (const dirent *found = next_entry(dir)) {
         if (has_fitting_name(what, found->d_name) && type_of(dir.get(), *found) == what.type &&
             !visit({what, found->d_name, path + "/" + found->d_name, 0})) {
             report({.kind = event_kind::cleanup_aborted});
             return false;
         }
-        errno = 0;
     }
     if (errno != 0) {
         report({.kind = event_kind::cleanup_directory_not_read, .path = path, .error = errno});

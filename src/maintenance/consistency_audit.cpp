@@ -101,8 +101,7 @@ void consistency_audit::read_indexes() {
     const std::string path = ekva_getval(handle_->dirs, "fileindex");
     const own_dir directory(opendir(path.c_str()));
     std::set<std::string> names;
-    errno = directory ? 0 : errno;
-    while (const dirent *entry = directory ? readdir(directory.get()) : nullptr) {
+    while (const dirent *entry = directory ? next_entry(directory) : nullptr) {
         if (entry->d_type == DT_REG && entry->d_name[0] != '.') {
             names.emplace(entry->d_name);
         }

@@ -296,52 +296,53 @@ std::optional<int> visit_all(installed_walk *walk, Visit visit) {
     return walk->broke_off() ? std::nullopt : std::optional(count);
 }
 
-}  // namespace
-
-int vrm_chkhead(vrm_handle *handle) {
-    return guarded("vrm_chkhead", -1, [&] {
-        if (!may_begin("vrm_chkhead", handle)) {
+// The frame of an audit of all entries. `visit` is called with the audit and the walk at an entry,
+// `finish` with the audit at the end of a whole walk, for the result.
+template <typename Audit, typename Visit, typename Finish>
+int run_audit(const char *who, vrm_handle *handle, event_kind aborted, Visit visit, Finish finish) {
+    return guarded(who, -1, [&] {
+        if (!may_begin(who, handle)) {
             return -1;
         }
         installed_walk walk(handle);
         if (!walk.is_open()) {
             return 0;
         }
-        head_audit audit(handle);
+        Audit audit(handle);
         const std::optional<int> count =
-            visit_all(&walk, [&](const vri *package) { return audit.visit(walk.name(), package); });
+            visit_all(&walk, [&](const vri *package) { return visit(audit, walk, package); });
         if (!count) {
-            report({.kind = event_kind::head_audit_aborted});
+            report({.kind = aborted});
             return -1;
         }
         log_debug("Found %d packages", *count);
+        const int result = finish(audit);
         walk.close();
-        return audit.orphans();
+        return result;
     });
 }
 
+}  // namespace
+
+int vrm_chkhead(vrm_handle *handle) {
+    return run_audit<head_audit>(
+        "vrm_chkhead", handle, event_kind::head_audit_aborted,
+        [](head_audit &audit, const installed_walk &walk, const vri *package) {
+            return audit.visit(walk.name(), package);
+        },
+        [](const head_audit &audit) { return audit.orphans(); });
+}
+
 int vrm_chkinst(vrm_handle *handle, unsigned report) {
-    return guarded("vrm_chkinst", -1, [&] {
-        if (!may_begin("vrm_chkinst", handle)) {
-            return -1;
-        }
-        installed_walk walk(handle);
-        if (!walk.is_open()) {
-            return 0;
-        }
-        entry_audit audit(handle);
-        const std::optional<int> count = visit_all(&walk, [&](const vri *package) {
+    return run_audit<entry_audit>(
+        "vrm_chkinst", handle, event_kind::entry_audit_aborted,
+        [](entry_audit &audit, const installed_walk &walk, const vri *package) {
             return audit.visit(walk.name(), walk.path(), package);
+        },
+        [report](const entry_audit &audit) {
+            if (report) {
+                audit.report_sums();
+            }
+            return audit.invalid();
         });
-        if (!count) {
-            ::report({.kind = event_kind::entry_audit_aborted});
-            return -1;
-        }
-        log_debug("Found %d packages", *count);
-        if (report) {
-            audit.report_sums();
-        }
-        walk.close();
-        return audit.invalid();
-    });
 }

@@ -70,14 +70,11 @@ int copy_content(int from, const char *source, int to, const char *target, int32
     // Only a read tells the end: files of /proc and the like look empty to the kernel's copy.
     std::vector<char> block(size_t{128} * 1024);
     for (;;) {
-        const ssize_t got = read(from, block.data(), block.size());
+        const ssize_t got = read_some(from, block.data(), block.size());
         if (got == 0) {
             break;
         }
         if (got < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
             report({.kind = event_kind::file_not_copied, .path = source, .error = errno});
             return -1;
         }
@@ -111,6 +108,22 @@ own_fd open_private(const char *path, bool is_there) {
         return own_fd();
     }
     return file;
+}
+
+// Adds a path to the list of a backup base. 0, or -1 with the reason on the log.
+int note_backup(const char *backup_base, const char *path) {
+    return guarded(-1, [&] {
+        const std::string index = std::string(backup_base) + "/index.txt";
+        own_fd file = open_output(index.c_str(), O_APPEND, 0666);
+        if (!file.valid()) {
+            return -1;
+        }
+        const std::string line = std::string(path) + '\n';
+        if (!write_all(file.get(), line) || file.close() != 0) {
+            return fail_write(index.c_str());
+        }
+        return 0;
+    });
 }
 
 int back_up(const char *target, const char *backup_base) {
@@ -179,21 +192,6 @@ int clear_target(const char *target, const char *backup_base, extent how, bool *
 }
 
 }  // namespace
-
-int note_backup(const char *backup_base, const char *path) {
-    return guarded(-1, [&] {
-        const std::string index = std::string(backup_base) + "/index.txt";
-        own_fd file = open_output(index.c_str(), O_APPEND, 0666);
-        if (!file.valid()) {
-            return -1;
-        }
-        const std::string line = std::string(path) + '\n';
-        if (!write_all(file.get(), line) || file.close() != 0) {
-            return fail_write(index.c_str());
-        }
-        return 0;
-    });
-}
 
 static int32_t copy_over(const char *target, const char *source, const char *backup_base, int mode,
                          extent how) {

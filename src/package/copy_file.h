@@ -24,9 +24,6 @@
 // is there to undo that.
 int32_t vrm_vrf_copy(const char *target, const char *source, const char *backup_base, int mode);
 
-// Adds a path to the list of a backup base. Result: 0, or -1 with the reason on the log.
-int note_backup(const char *backup_base, const char *path);
-
 // Saves a file that is about to be taken away, links followed, and then adds its line to the list.
 // Result: 0, or -1 with the reason on the log; the file itself is untouched in any case.
 int save_backup(const char *backup_base, const char *path);

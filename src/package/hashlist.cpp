@@ -89,12 +89,10 @@ static bool list_directory(const std::string &path, std::vector<listed_entry> *e
     if (!dir) {
         return false;
     }
-    errno = 0;
-    while (const dirent *entry = readdir(dir.get())) {
-        if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) {
+    while (const dirent *entry = next_entry(dir)) {
+        if (!is_self_or_parent(entry)) {
             entries->push_back({entry->d_name, is_directory(entry, path)});
         }
-        errno = 0;
     }
     // A listing that broke off would let files pass that nobody hashed.
     const bool whole = errno == 0;

@@ -12,7 +12,7 @@
 
 BIO *bio_err;
 
-void bio_err_open() {
+static void bio_err_open() {
     if (!bio_err) {
         bio_err = BIO_new_fp(stderr, BIO_NOCLOSE);
     }

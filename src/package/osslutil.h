@@ -7,11 +7,9 @@
 
 #include <ctime>
 
-// Diagnostics of x509_str2subj, on stderr. Null until `bio_err_open`; lives until the process ends.
+// Diagnostics of x509_str2subj, on stderr. Null until its first call, which is not for concurrent
+// use; lives until the process ends.
 extern BIO *bio_err;
-
-// Makes `bio_err` if it doesn't exist yet. Not for concurrent use.
-void bio_err_open();
 
 // The time of a certificate's date, in seconds since the epoch; 0 for a text of fewer than 12
 // characters. A UTC time with a year below 70 is in this century. A generalized time goes through

@@ -107,13 +107,8 @@ class tree_walk {
     }
 
     static void read_names(tree_level &level) {
-        for (;;) {
-            errno = 0;
-            const dirent *entry = readdir(level.stream.get());
-            if (!entry) {
-                break;
-            }
-            if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) {
+        while (const dirent *entry = next_entry(level.stream)) {
+            if (!is_self_or_parent(entry)) {
                 level.names.emplace_back(entry->d_name);
             }
         }

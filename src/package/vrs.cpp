@@ -70,8 +70,10 @@ void say_date(const char *label, time_t date) {
 
 // VERIFIED if the certificate is within its dates.
 verification check_dates(const X509 *certificate, time_t now) {
-    say_date("Valid from", asn1_utc_time(X509_get0_notBefore(certificate)));
-    say_date("Valid until", asn1_utc_time(X509_get0_notAfter(certificate)));
+    if (log_wants(LEVEL_DEBUG)) {  // each date costs three looks at the time zone's file
+        say_date("Valid from", asn1_utc_time(X509_get0_notBefore(certificate)));
+        say_date("Valid until", asn1_utc_time(X509_get0_notAfter(certificate)));
+    }
     switch (certificate_validity(certificate, now)) {
         case validity::not_yet:
             report({.kind = event_kind::certificate_not_yet_valid});
@@ -203,12 +205,9 @@ char *vrs_sha1_file(const char *path, char format, char *out) {
         posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
         std::vector<unsigned char> block(size_t{64} * 1024);
         for (;;) {
-            const ssize_t got = read(file.get(), block.data(), block.size());
+            const ssize_t got = read_some(file.get(), block.data(), block.size());
             if (got == 0) {
                 break;
-            }
-            if (got < 0 && errno == EINTR) {
-                continue;
             }
             if (got < 0 ||
                 EVP_DigestUpdate(context.get(), block.data(), static_cast<size_t>(got)) != 1) {

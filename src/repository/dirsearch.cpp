@@ -35,12 +35,10 @@ std::vector<std::string> regular_files(const char *directory) {
             {.kind = event_kind::search_directory_not_opened, .path = directory, .error = errno});
         return names;
     }
-    errno = 0;
-    while (const dirent *entry = readdir(stream.get())) {
+    while (const dirent *entry = next_entry(stream)) {
         if (entry->d_type == DT_REG) {
             names.emplace_back(entry->d_name);
         }
-        errno = 0;
     }
     if (errno != 0) {
         report({.kind = event_kind::inventory_not_read, .path = directory, .error = errno});

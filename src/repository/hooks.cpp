@@ -44,12 +44,7 @@ s_ekva ***vrm_hooks_read(const char *dir) {
     s_ekva ***hooks = nullptr;
     int count = 0;
     int capacity = 10;
-    for (;;) {
-        errno = 0;
-        const dirent *entry = readdir(stream.get());
-        if (!entry) {
-            break;
-        }
+    while (const dirent *entry = next_entry(stream)) {
         if (entry->d_type != DT_REG) {
             continue;
         }

@@ -119,12 +119,7 @@ installed_walk::installed_walk(vrm_handle *handle)
 }
 
 bool installed_walk::next() {
-    for (;;) {
-        errno = 0;  // the reading of an entry's texts sets it too
-        const dirent *entry = readdir(dir_.get());
-        if (!entry) {
-            break;
-        }
+    while (const dirent *entry = next_entry(dir_)) {
         if (entry->d_type != DT_DIR) {
             log_debug("Omitting non-directory %s", entry->d_name);
         } else if (entry->d_name[0] != '.') {

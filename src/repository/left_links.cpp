@@ -15,6 +15,7 @@
 #include <string_view>
 
 #include "package/fileops_lists.h"
+#include "support/atomic_file.h"
 #include "support/boundary.h"
 #include "support/event.h"
 #include "support/file.h"
@@ -43,20 +44,6 @@ bool parse_line(std::string_view line, left_link *link) {
     return can_be_noted(link->target);
 }
 
-bool write_all(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = write(fd, text.data(), text.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return false;
-        }
-        text.remove_prefix(static_cast<size_t>(written));
-    }
-    return true;
-}
-
 // Writes the record beside the old one and moves it there. False with errno.
 bool write_record(const vrm_handle *handle, const std::string &package,
                   const links_by_path &links) {
@@ -74,17 +61,8 @@ bool write_record(const vrm_handle *handle, const std::string &package,
     for (const auto &[link, target] : links) {
         text.append(link).append("|").append(target).append("\n");
     }
-    const std::string beside = directory + "/." + package + ".new";
-    unlink(beside.c_str());  // what a program left that was killed
-    own_fd file(open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644));
-    if (file.valid() && write_all(file.get(), text) && fsync(file.get()) == 0 &&
-        file.close() == 0 && rename(beside.c_str(), path.c_str()) == 0) {
-        return true;
-    }
-    const int reason = errno;
-    unlink(beside.c_str());
-    errno = reason;
-    return false;
+    atomic_file file(path, directory + "/." + package + ".new");
+    return file.is_open() && file.write(text) && file.commit(0644, durability::synced);
 }
 
 // The links of a list by where they are. A list that is missing has none.
@@ -140,31 +118,24 @@ std::string left_links_path(const vrm_handle *handle, const std::string &package
 
 bool read_left_links(const vrm_handle *handle, const std::string &package,
                      std::vector<left_link> *links) {
-    const own_file record(fopen_regular(left_links_path(handle, package).c_str()));
+    size_t size = 0;
+    const own_string record(_read_file(left_links_path(handle, package).c_str(), &size));
     if (!record) {
         return errno == ENOENT;
     }
     bool well_formed = true;
-    char *buffer = nullptr;
-    size_t room = 0;
-    ssize_t length;
-    errno = 0;
-    while ((length = getline(&buffer, &room, record.get())) >= 0) {
-        std::string_view line(buffer, static_cast<size_t>(length));
+    for (std::string_view rest(record.get(), size); !rest.empty();) {
+        const size_t end = rest.find('\n');
         left_link link;
-        const bool whole = line.ends_with('\n');
-        line.remove_suffix(whole ? 1 : 0);
-        if (whole && parse_line(line, &link)) {
+        if (end != rest.npos && parse_line(rest.substr(0, end), &link)) {
             links->push_back(std::move(link));
         } else {
             well_formed = false;
         }
+        rest.remove_prefix(std::min(end, rest.size() - 1) + 1);
     }
-    const int reason = errno;
-    free(buffer);
-    const bool complete = feof(record.get()) != 0;
-    errno = complete ? EINVAL : reason;
-    return complete && well_formed;
+    errno = EINVAL;
+    return well_formed;
 }
 
 bool packages_with_left_links(const vrm_handle *handle, std::vector<std::string> *packages) {
@@ -172,8 +143,7 @@ bool packages_with_left_links(const vrm_handle *handle, std::vector<std::string>
     if (!directory) {
         return errno == ENOENT;
     }
-    errno = 0;
-    while (const dirent *entry = readdir(directory.get())) {
+    while (const dirent *entry = next_entry(directory)) {
         if (entry->d_name[0] != '.') {
             packages->emplace_back(entry->d_name);
         }

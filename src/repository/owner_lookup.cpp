@@ -15,6 +15,7 @@
 #include "package/fileops_lists.h"
 #include "support/boundary.h"
 #include "support/event.h"
+#include "support/file.h"
 #include "support/log.h"
 
 static constexpr size_t longest_line = 4096;
@@ -50,10 +51,7 @@ static std::optional<std::string_view> read_whole(int fd, std::vector<char> &buf
         if (length == buffer.size()) {
             buffer.resize(buffer.size() * 2);
         }
-        const ssize_t got = read(fd, buffer.data() + length, buffer.size() - length);
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
+        const ssize_t got = read_some(fd, buffer.data() + length, buffer.size() - length);
         if (got < 0) {
             return std::nullopt;
         }
@@ -98,12 +96,7 @@ static void walk_indexes(const vrm_handle *handle, Visit visit, Complain complai
         return;
     }
     std::vector<char> buffer(size_t{1} << 16);
-    for (;;) {
-        errno = 0;
-        const dirent *entry = readdir(dir.get());
-        if (!entry) {
-            break;
-        }
+    while (const dirent *entry = next_entry(dir)) {
         const char *name = entry->d_name;
         if (entry->d_type != DT_REG) {
             log_debug("Omitting non-file %s", name);

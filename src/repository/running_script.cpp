@@ -14,6 +14,7 @@
 #include "support/atomic_file.h"
 #include "support/boundary.h"
 #include "support/event.h"
+#include "support/file.h"
 #include "support/own.h"
 
 namespace {
@@ -28,10 +29,7 @@ std::optional<std::string> read_start(int fd) {
     std::string text(most_bytes, '\0');
     size_t length = 0;
     while (length < text.size()) {
-        const ssize_t got = read(fd, text.data() + length, text.size() - length);
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
+        const ssize_t got = read_some(fd, text.data() + length, text.size() - length);
         if (got < 0) {
             return std::nullopt;
         }

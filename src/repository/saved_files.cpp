@@ -160,12 +160,10 @@ static bool read_names(own_fd all, std::vector<std::string> *names) {
         return false;
     }
     all.release();
-    errno = 0;
-    while (const dirent *entry = readdir(stream.get())) {
-        if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) {
+    while (const dirent *entry = next_entry(stream)) {
+        if (!is_self_or_parent(entry)) {
             names->emplace_back(entry->d_name);
         }
-        errno = 0;
     }
     std::sort(names->begin(), names->end());
     return errno == 0;

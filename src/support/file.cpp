@@ -60,6 +60,14 @@ bool path_exists(const std::string &path) {
     return lstat(path.c_str(), &status) == 0;
 }
 
+ssize_t read_some(int fd, void *to, size_t size) {
+    ssize_t got;
+    do {
+        got = read(fd, to, size);
+    } while (got < 0 && errno == EINTR);
+    return got;
+}
+
 bool write_all(int fd, std::string_view bytes) {
     while (!bytes.empty()) {
         errno = ENOSPC;  // for a write of nothing
@@ -137,10 +145,7 @@ char *_read_file(const char *path, size_t *length) {
         return nullptr;
     }
     for (size_t done = 0; done < size;) {
-        const ssize_t got = read(file.get(), block.get() + done, size - done);
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
+        const ssize_t got = read_some(file.get(), block.get() + done, size - done);
         if (got <= 0) {
             return nullptr;
         }

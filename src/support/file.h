@@ -34,6 +34,9 @@ bool is_missing(const char *path);
 // Whether anything is at a path that can be looked at, links not followed.
 bool path_exists(const std::string &path);
 
+// As read, begun anew after a signal.
+ssize_t read_some(int fd, void *to, size_t size);
+
 // Writes all of the bytes; false, with the reason in errno, when not all could be.
 bool write_all(int fd, std::string_view bytes);
 

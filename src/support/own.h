@@ -38,6 +38,17 @@ using own_ekva_list = std::unique_ptr<s_ekva **, release_with<ekva_list_free>>;
 using own_file = std::unique_ptr<FILE, release_with<fclose>>;
 using own_dir = std::unique_ptr<DIR, release_with<closedir>>;
 
+// The next entry of an open directory. Null with errno 0 at its end, and with the reason in errno
+// when it can't be read any further.
+inline const dirent *next_entry(const own_dir &dir) {
+    errno = 0;
+    return readdir(dir.get());
+}
+
+inline bool is_self_or_parent(const dirent *entry) {
+    return strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0;
+}
+
 // A null-terminated array to hand out: what `entry` gives for each of the items, taken over. Null
 // when that is null for one of them, and when memory fails.
 template <typename Owner, typename Items, typename Entry>

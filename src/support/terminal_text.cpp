@@ -2,6 +2,8 @@
 
 #include <utf8proc.h>
 
+#include <algorithm>
+
 namespace {
 
 struct character {
@@ -37,6 +39,9 @@ bool steers_the_terminal(utf8proc_int32_t code) {
 }  // namespace
 
 std::string terminal_safe(std::string_view text) {
+    if (std::ranges::all_of(text, [](char c) { return c >= 0x20 && c < 0x7F; })) {
+        return std::string(text);
+    }
     static const char digits[] = "0123456789ABCDEF";
     std::string out;
     out.reserve(text.size());

@@ -449,6 +449,18 @@ TEST_F(VrcDirs, TheIndexIsReadableForAllAndLeavesNoOtherFile) {
     EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
 }
 
+TEST_F(VrcDirs, MakesWhatIsMissingAboveTheIndexForAllToRead) {
+    write_head(file("a.vrk"), "a", "1", "");
+    const mode_t before = umask(0077);
+    const Connection connection(packages(), dir_ / "var/cache/vrm");
+    EXPECT_EQ(connection.refresh(), 0);
+    umask(before);
+    EXPECT_TRUE(fs::exists(dir_ / "var/cache/vrm/vrc-dirs.index"));
+    for (const char *made : {"var", "var/cache", "var/cache/vrm"}) {
+        EXPECT_EQ(fs::status(dir_ / made).permissions(), fs::perms{0755}) << made;
+    }
+}
+
 TEST_F(VrcDirs, LeavesTheModeOfADirectoryThatWasThere) {
     write_head(file("a.vrk"), "a", "1", "");
     fs::create_directory(cache());

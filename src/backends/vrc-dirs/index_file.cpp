@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "support/atomic_file.h"
+#include "support/file.h"
 #include "support/log.h"
 #include "support/own.h"
 
@@ -22,6 +23,17 @@ constexpr mode_t readable_file = 0644;
 
 std::string path_in(const std::string &directory) {
     return directory + "/vrc-dirs.index";
+}
+
+// With what is missing above it. What may be wrong with it shows in the next step.
+void make_directory(const std::string &path) {
+    const std::string above = path.substr(0, path.rfind('/'));
+    if (!above.empty() && !path_exists(above)) {
+        make_directory(above);
+    }
+    if (mkdir(path.c_str(), readable_directory) == 0) {
+        static_cast<void>(chmod(path.c_str(), readable_directory));
+    }
 }
 
 }  // namespace
@@ -61,10 +73,7 @@ bool store_index(const std::string &directory, std::string_view bytes, backend_r
     if (directory.empty()) {
         return false;
     }
-    // What may be wrong with the directory shows in the next step.
-    if (mkdir(directory.c_str(), readable_directory) == 0) {
-        static_cast<void>(chmod(directory.c_str(), readable_directory));
-    }
+    make_directory(directory);
     atomic_file file(path_in(directory), directory + "/.vrc-dirs.index.XXXXXX");
     if (!file.is_open() || !file.write(bytes) || !file.commit(readable_file, durability::synced)) {
         const std::string text = "cannot keep the index in " + directory + ", working from memory";

@@ -13,6 +13,7 @@
 #include "backends/vrc-dirs/index_file.h"
 #include "backends/vrc-dirs/scan.h"
 #include "package/vrf.h"
+#include "support/file.h"
 #include "support/log.h"
 #include "support/own.h"
 
@@ -29,10 +30,7 @@ bool is_readable(int file, uint64_t size) {
     std::array<char, 65536> block;
     uint64_t done = 0;
     for (;;) {
-        const ssize_t got = read(file, block.data(), block.size());
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
+        const ssize_t got = read_some(file, block.data(), block.size());
         done += got > 0 ? static_cast<uint64_t>(got) : 0;
         if (got <= 0 || done >= size) {
             return got >= 0;

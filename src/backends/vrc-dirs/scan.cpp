@@ -65,8 +65,7 @@ bool list_directory(const std::string &path, bool is_first, size_t relative_at,
     }
     const int fd = dirfd(stream.get());
     const std::string base = path == "/" ? path : path + '/';
-    errno = 0;
-    while (const dirent *entry = readdir(stream.get())) {
+    while (const dirent *entry = next_entry(stream)) {
         const char *name = entry->d_name;
         if (*name != '.') {
             if (is_directory(fd, *entry)) {
@@ -75,7 +74,6 @@ bool list_directory(const std::string &path, bool is_first, size_t relative_at,
                 add_file(fd, name, base + name, relative_at, files, reports);
             }
         }
-        errno = 0;
     }
     if (errno != 0) {
         reports->unreadable_directory(path, errno, true);

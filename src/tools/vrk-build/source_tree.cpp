@@ -35,12 +35,10 @@ static std::vector<std::string> names_in(const std::string &dir) {
         throw system_problem(dir + " can't be read");
     }
     std::vector<std::string> names;
-    errno = 0;
-    while (const dirent *entry = readdir(stream.get())) {
-        if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) {
+    while (const dirent *entry = next_entry(stream)) {
+        if (!is_self_or_parent(entry)) {
             names.emplace_back(entry->d_name);
         }
-        errno = 0;
     }
     if (errno != 0) {
         throw system_problem(dir + " can't be read");
