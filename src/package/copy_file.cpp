@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,14 +34,14 @@ void make_directory(std::string path) {
     vrm_vrf_mkdir(path.data(), 0755);
 }
 
-int fail_read_open(const char *path, const char *why) {
+bool fail_read_open(const char *path, const char *why) {
     report({.kind = event_kind::file_not_opened, .path = path, .other = why});
-    return -1;
+    return false;
 }
 
-int fail_write(const char *path) {
+bool fail_write(const char *path) {
     report({.kind = event_kind::file_not_written, .path = path, .error = errno});
-    return -1;
+    return false;
 }
 
 // Opens for writing, created with the permissions given.
@@ -64,8 +65,9 @@ uint64_t copy_in_kernel(int from, int to) {
     return total;
 }
 
-// Copies to the end of the source and tells the number of bytes. -1 on a failure, which is logged.
-int copy_content(int from, const char *source, int to, const char *target, int32_t *bytes) {
+// Copies to the end of the source. The number of bytes as results tell it, or nothing on a failure,
+// which is logged.
+std::optional<int32_t> copy_content(int from, const char *source, int to, const char *target) {
     uint64_t total = copy_in_kernel(from, to);
     // Only a read tells the end: files of /proc and the like look empty to the kernel's copy.
     std::vector<char> block(size_t{128} * 1024);
@@ -76,16 +78,17 @@ int copy_content(int from, const char *source, int to, const char *target, int32
         }
         if (got < 0) {
             report({.kind = event_kind::file_not_copied, .path = source, .error = errno});
-            return -1;
+            return std::nullopt;
         }
         if (!write_all(to, {block.data(), static_cast<size_t>(got)})) {
-            return fail_write(target);
+            fail_write(target);
+            return std::nullopt;
         }
         total += static_cast<uint64_t>(got);
     }
-    *bytes = told_bytes(total);
-    log_debug("Wrote %d bytes to %s\n", *bytes, target);
-    return 0;
+    const int32_t bytes = told_bytes(total);
+    log_debug("Wrote %d bytes to %s\n", bytes, target);
+    return bytes;
 }
 
 // By the open file, so that a name that was exchanged meanwhile isn't hit.
@@ -110,23 +113,23 @@ own_fd open_private(const char *path, bool is_there) {
     return file;
 }
 
-// Adds a path to the list of a backup base. 0, or -1 with the reason on the log.
-int note_backup(const char *backup_base, const char *path) {
-    return guarded(-1, [&] {
+// Adds a path to the list of a backup base. False with the reason on the log.
+bool note_backup(const char *backup_base, const char *path) {
+    return guarded(false, [&] {
         const std::string index = std::string(backup_base) + "/index.txt";
         own_fd file = open_output(index.c_str(), O_APPEND, 0666);
         if (!file.valid()) {
-            return -1;
+            return false;
         }
         const std::string line = std::string(path) + '\n';
         if (!write_all(file.get(), line) || file.close() != 0) {
             return fail_write(index.c_str());
         }
-        return 0;
+        return true;
     });
 }
 
-int back_up(const char *target, const char *backup_base) {
+bool back_up(const char *target, const char *backup_base) {
     const std::string directory = backup_base + directory_of(target);
     make_directory(directory);
     const std::string backup = directory + '/' + name_of(target);
@@ -139,12 +142,8 @@ int back_up(const char *target, const char *backup_base) {
         return fail_read_open(target, why);
     }
     own_fd to = open_private(backup.c_str(), true);
-    if (!to.valid()) {
-        return -1;
-    }
-    int32_t bytes;
-    if (copy_content(from.get(), target, to.get(), backup.c_str(), &bytes) != 0) {
-        return -1;
+    if (!to.valid() || !copy_content(from.get(), target, to.get(), backup.c_str())) {
+        return false;
     }
     // Listed only when it is complete: a rollback trusts the list, and so does whoever puts backups
     // back after the machine died here.
@@ -159,8 +158,8 @@ enum class extent {
 };
 
 // Takes an old target away, after it was saved if there is a backup base. `stays` says whether it
-// could not be removed.
-int clear_target(const char *target, const char *backup_base, extent how, bool *stays) {
+// could not be removed. False with the reason on the log.
+bool clear_target(const char *target, const char *backup_base, extent how, bool *stays) {
     log_debug("vrm_vrf_copy: checking existence of %s", target);
     struct stat info;
     if (how == extent::whole && lstat(target, &info) == 0 && S_ISLNK(info.st_mode)) {
@@ -173,28 +172,29 @@ int clear_target(const char *target, const char *backup_base, extent how, bool *
         // Something that only can't be looked at would be overwritten without a backup.
         if (errno != ENOENT && errno != ENOTDIR) {
             report({.kind = event_kind::file_not_found, .path = target, .error = errno});
-            return -1;
+            return false;
         }
         log_debug("vrm_vrf_copy: %s does not exist, no backup necessary", target);
-        return 0;
+        return true;
     }
     log_debug("vrm_vrf_copy: %s exists", target);
     if (!S_ISREG(info.st_mode)) {
         report({.kind = event_kind::target_not_regular, .path = target});
-        return -1;
+        return false;
     }
-    if (backup_base && back_up(target, backup_base) != 0) {
-        return -1;
+    if (backup_base && !back_up(target, backup_base)) {
+        return false;
     }
     // A file that can't go, such as a mount point, is written over.
     *stays = unlink(target) != 0;
-    return 0;
+    return true;
 }
 
 }  // namespace
 
-static int32_t copy_over(const char *target, const char *source, const char *backup_base, int mode,
-                         extent how) {
+// The number of bytes, or nothing on a failure, which is logged.
+static std::optional<int32_t> copy_over(const char *target, const char *source,
+                                        const char *backup_base, int mode, extent how) {
     if (backup_base) {
         log_debug("vrm_vrf_copy: backup base is %s, will backup target", backup_base);
     } else {
@@ -204,7 +204,7 @@ static int32_t copy_over(const char *target, const char *source, const char *bac
     struct stat info;
     if (stat(source, &info) != 0) {
         report({.kind = event_kind::file_not_found, .path = source, .error = errno});
-        return -1;
+        return std::nullopt;
     }
     // Opened before the old target goes: a file copied onto itself keeps its content. Something
     // that never could be copied is refused while the target is still there.
@@ -212,50 +212,54 @@ static int32_t copy_over(const char *target, const char *source, const char *bac
     struct stat status;
     const own_fd from = open_regular(source, &status, &why);
     if (!S_ISREG(info.st_mode)) {
-        return fail_read_open(source, why);
+        fail_read_open(source, why);
+        return std::nullopt;
     }
     bool stays = false;
-    if (clear_target(target, backup_base, how, &stays) != 0) {
-        return -1;
+    if (!clear_target(target, backup_base, how, &stays)) {
+        return std::nullopt;
     }
 
     log_debug("Copying %s to %s\n", source, target);
     if (!from.valid()) {
-        return fail_read_open(source, why);
+        fail_read_open(source, why);
+        return std::nullopt;
     }
     make_directory(directory_of(target));
     own_fd to = how == extent::whole ? open_private(target, stays)
                                      : open_output(target, O_TRUNC, mode > 0 ? 0600 : 0666);
-    if (!to.valid()) {
-        return -1;
-    }
-    int32_t bytes;
-    if (copy_content(from.get(), source, to.get(), target, &bytes) != 0) {
-        return -1;
+    const std::optional<int32_t> bytes =
+        to.valid() ? copy_content(from.get(), source, to.get(), target) : std::nullopt;
+    if (!bytes) {
+        return std::nullopt;
     }
     if (how == extent::whole) {
         copy_attributes(from.get(), status, to.get(), target);
     } else if (mode > 0) {
         set_mode(to, target, mode == 1 ? info.st_mode : static_cast<mode_t>(mode));
     }
-    return to.close() == 0 ? bytes : fail_write(target);
+    if (to.close() != 0) {
+        fail_write(target);
+        return std::nullopt;
+    }
+    return bytes;
 }
 
 int32_t vrm_vrf_copy(const char *target, const char *source, const char *backup_base, int mode) {
-    return guarded(-1,
-                   [&] { return copy_over(target, source, backup_base, mode, extent::content); });
-}
-
-int save_backup(const char *backup_base, const char *path) {
     return guarded(-1, [&] {
-        const std::string backup = std::string(backup_base) + path;
-        return copy_over(backup.c_str(), path, nullptr, 1, extent::whole) < 0
-                   ? -1
-                   : note_backup(backup_base, path);
+        return copy_over(target, source, backup_base, mode, extent::content).value_or(-1);
     });
 }
 
-int restore_backup(const char *path, const char *backup) {
-    return guarded(-1,
-                   [&] { return copy_over(path, backup, nullptr, 1, extent::whole) < 0 ? -1 : 0; });
+bool save_backup(const char *backup_base, const char *path) {
+    return guarded(false, [&] {
+        const std::string backup = std::string(backup_base) + path;
+        return copy_over(backup.c_str(), path, nullptr, 1, extent::whole) &&
+               note_backup(backup_base, path);
+    });
+}
+
+bool restore_backup(const char *path, const char *backup) {
+    return guarded(false,
+                   [&] { return copy_over(path, backup, nullptr, 1, extent::whole).has_value(); });
 }

@@ -25,10 +25,10 @@
 int32_t vrm_vrf_copy(const char *target, const char *source, const char *backup_base, int mode);
 
 // Saves a file that is about to be taken away, links followed, and then adds its line to the list.
-// Result: 0, or -1 with the reason on the log; the file itself is untouched in any case.
-int save_backup(const char *backup_base, const char *path);
+// False with the reason on the log; the file itself is untouched in any case.
+bool save_backup(const char *backup_base, const char *path);
 
 // Restores a file from its backup in place of what is there now; a symbolic link is replaced,
-// not followed. Result: 0, or -1 with the reason on the log, and then the file can be missing or
-// incomplete. The backup stays.
-int restore_backup(const char *path, const char *backup);
+// not followed. False with the reason on the log, and then the file can be missing or incomplete.
+// The backup stays.
+bool restore_backup(const char *path, const char *backup);

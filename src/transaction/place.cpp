@@ -40,7 +40,7 @@ static bool take_away(const change &change, const char *path) {
         }
         return true;
     }
-    if (save_backup(change.stage.old.c_str(), path) != 0) {
+    if (!save_backup(change.stage.old.c_str(), path)) {
         report({.kind = events.not_saved, .path = path});
         return false;
     }

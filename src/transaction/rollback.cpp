@@ -23,7 +23,7 @@ static bool restore(const char *path, const char *old) {
         log_say(LEVEL_DEBUG, "vrm_install_rollback: Found %s to restore", path);
         log_say(LEVEL_DEBUG, "vrm_install_rollback: Copying %s to %s", backup, path);
     }
-    if (restore_backup(path, backup) != 0) {
+    if (!restore_backup(path, backup)) {
         report({.kind = event_kind::not_restored, .path = path});
         return false;
     }

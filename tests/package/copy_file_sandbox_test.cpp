@@ -93,7 +93,7 @@ class BackupJournal : public testing::Test {
 
     // As a removal and an upgrade do it.
     void take_away() {
-        ASSERT_EQ(save_backup(base.c_str(), file.c_str()), 0);
+        ASSERT_TRUE(save_backup(base.c_str(), file.c_str()));
         ASSERT_EQ(unlink(file.c_str()), 0);
     }
 
@@ -109,7 +109,7 @@ TEST_F(BackupJournal, ASavedFileComesBackWithAllThatBelongsToIt) {
     take_away();
     EXPECT_EQ(facts_of(backup), before);
     EXPECT_EQ(read_all(base + "/index.txt"), file + "\n");
-    ASSERT_EQ(restore_backup(file.c_str(), backup.c_str()), 0);
+    ASSERT_TRUE(restore_backup(file.c_str(), backup.c_str()));
     EXPECT_EQ(facts_of(file), before);
     EXPECT_EQ(facts_of(backup), before) << "the backup stays";
     EXPECT_THAT(log.at(LEVEL_WARNING), IsEmpty());
@@ -121,7 +121,7 @@ TEST_F(BackupJournal, AReplacedFileComesBackWithAllThatBelongsToIt) {
     EXPECT_EQ(facts_of(backup), before);
     EXPECT_EQ(facts_of(file).uid, 0U) << "a copy doesn't take the owner";
     EXPECT_THAT(facts_of(file).attributes, IsEmpty());
-    ASSERT_EQ(restore_backup(file.c_str(), backup.c_str()), 0);
+    ASSERT_TRUE(restore_backup(file.c_str(), backup.c_str()));
     EXPECT_EQ(facts_of(file), before);
 }
 
@@ -130,7 +130,7 @@ TEST_F(BackupJournal, TheLastAccessComesBackToo) {
     const timespec times[] = {{1'111'111'111, 5}, {0, UTIME_OMIT}};
     ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
     take_away();
-    ASSERT_EQ(restore_backup(file.c_str(), backup.c_str()), 0);
+    ASSERT_TRUE(restore_backup(file.c_str(), backup.c_str()));
     struct stat status;
     ASSERT_EQ(stat(file.c_str(), &status), 0);
     EXPECT_EQ(status.st_atim.tv_sec, 1'111'111'111);
@@ -143,7 +143,7 @@ TEST_F(BackupJournal, TheOwnerComesFirstAndTheTimesLast) {
         ElementsAre("fchown", "fsetxattr", "fsetxattr", "fsetxattr", "fchmod", "futimens");
     EXPECT_THAT(calls, order);
     calls.clear();
-    ASSERT_EQ(restore_backup(file.c_str(), backup.c_str()), 0);
+    ASSERT_TRUE(restore_backup(file.c_str(), backup.c_str()));
     EXPECT_THAT(calls, order);
     EXPECT_EQ(set_id_of_another, 0);
 }
@@ -151,7 +151,7 @@ TEST_F(BackupJournal, TheOwnerComesFirstAndTheTimesLast) {
 TEST_F(BackupJournal, WithoutItsOwnerAFileGetsNoSetIdBits) {
     take_away();
     chown_fails = true;
-    EXPECT_EQ(restore_backup(file.c_str(), backup.c_str()), 0);
+    EXPECT_TRUE(restore_backup(file.c_str(), backup.c_str()));
     EXPECT_EQ(facts_of(file).uid, 0U);
     EXPECT_EQ(facts_of(file).mode & 07777, 0705U);
     EXPECT_EQ(read_all(file), "a program\n");
@@ -164,21 +164,21 @@ TEST_F(BackupJournal, WithoutItsOwnerAFileGetsNoSetIdBits) {
 
 TEST_F(BackupJournal, NorDoesItsBackup) {
     chown_fails = true;
-    EXPECT_EQ(save_backup(base.c_str(), file.c_str()), 0);
+    EXPECT_TRUE(save_backup(base.c_str(), file.c_str()));
     EXPECT_EQ(facts_of(backup).mode & 07777, 0705U);
     const std::string next = dir.write("next", "the next program\n", 0755);
     EXPECT_EQ(vrm_vrf_copy(file.c_str(), next.c_str(), (dir / "older").c_str(), 1), 17);
     EXPECT_EQ(facts_of((dir / "older") + file).mode & 07777, 0705U);
     EXPECT_EQ(set_id_of_another, 0);
     chown_fails = false;
-    EXPECT_EQ(restore_backup(file.c_str(), backup.c_str()), 0);
+    EXPECT_TRUE(restore_backup(file.c_str(), backup.c_str()));
     EXPECT_EQ(facts_of(file).mode & 07777, 0705U) << "a program of root's by now";
 }
 
 TEST_F(BackupJournal, AFileOfRootsNeedsNoOwnerSet) {
     const std::string plain = dir.write("live/plain", "x", 0664);
     chown_fails = true;
-    ASSERT_EQ(save_backup(base.c_str(), plain.c_str()), 0);
+    ASSERT_TRUE(save_backup(base.c_str(), plain.c_str()));
     EXPECT_EQ(facts_of(base + plain).mode & 07777, 0664U);
     EXPECT_THAT(log.at(LEVEL_WARNING), IsEmpty());
 }
@@ -188,7 +188,7 @@ TEST_F(BackupJournal, AFileOfRootsNeedsNoOwnerSet) {
 TEST_F(BackupJournal, WithoutItsAccessControlListAFileIsItsOwnersAlone) {
     take_away();
     failing_attribute = "system.posix_acl_access";
-    EXPECT_EQ(restore_backup(file.c_str(), backup.c_str()), 0);
+    EXPECT_TRUE(restore_backup(file.c_str(), backup.c_str()));
     EXPECT_EQ(facts_of(file).mode & 07777, 0700U);
     EXPECT_THAT(log.at(LEVEL_WARNING),
                 ElementsAre("Failed to set attribute system.posix_acl_access of " + file + ": " +
@@ -198,7 +198,7 @@ TEST_F(BackupJournal, WithoutItsAccessControlListAFileIsItsOwnersAlone) {
 TEST_F(BackupJournal, AnAttributeThatCannotBeSetIsAWarning) {
     take_away();
     failing_attribute = "trusted.vrm-test";
-    EXPECT_EQ(restore_backup(file.c_str(), backup.c_str()), 0);
+    EXPECT_TRUE(restore_backup(file.c_str(), backup.c_str()));
     file_facts after = facts_of(file);
     EXPECT_EQ(after.attributes.count("trusted.vrm-test"), 0U);
     after.attributes = before.attributes;
@@ -210,14 +210,14 @@ TEST_F(BackupJournal, AnAttributeThatCannotBeSetIsAWarning) {
 // A directory's default list becomes that of each file that is made in it.
 TEST_F(BackupJournal, ARestoredFileGetsNoListFromItsDirectory) {
     const std::string plain = dir.write("live/plain", "x", 0640);
-    ASSERT_EQ(save_backup(base.c_str(), plain.c_str()), 0);
+    ASSERT_TRUE(save_backup(base.c_str(), plain.c_str()));
     ASSERT_EQ(unlink(plain.c_str()), 0);
     const std::string list = before.attributes.at("system.posix_acl_access");
     ASSERT_EQ(
         setxattr((dir / "live").c_str(), "system.posix_acl_default", list.data(), list.size(), 0),
         0)
         << strerror(errno);
-    ASSERT_EQ(restore_backup(plain.c_str(), (base + plain).c_str()), 0);
+    ASSERT_TRUE(restore_backup(plain.c_str(), (base + plain).c_str()));
     EXPECT_THAT(facts_of(plain).attributes, IsEmpty());
     EXPECT_EQ(facts_of(plain).mode & 07777, 0640U);
 }
@@ -225,7 +225,7 @@ TEST_F(BackupJournal, ARestoredFileGetsNoListFromItsDirectory) {
 TEST_F(BackupJournal, WithAListThatCannotBeRemovedAFileIsItsOwnersAlone) {
     const std::string plain = dir.write("live/plain", "x", 0644);
     removal_fails = true;
-    ASSERT_EQ(save_backup(base.c_str(), plain.c_str()), 0);
+    ASSERT_TRUE(save_backup(base.c_str(), plain.c_str()));
     EXPECT_EQ(facts_of(base + plain).mode & 07777, 0644U) << "it has no list to be removed";
     EXPECT_THAT(log.at(LEVEL_WARNING), IsEmpty());
 
@@ -235,7 +235,7 @@ TEST_F(BackupJournal, WithAListThatCannotBeRemovedAFileIsItsOwnersAlone) {
         0)
         << strerror(errno);
     ASSERT_EQ(unlink(plain.c_str()), 0);
-    ASSERT_EQ(restore_backup(plain.c_str(), (base + plain).c_str()), 0);
+    ASSERT_TRUE(restore_backup(plain.c_str(), (base + plain).c_str()));
     EXPECT_EQ(facts_of(plain).mode & 07777, 0600U);
     EXPECT_THAT(log.at(LEVEL_WARNING),
                 ElementsAre("Failed to set attribute system.posix_acl_access of " + plain + ": " +
@@ -247,18 +247,18 @@ TEST_F(BackupJournal, ALinkInPlaceOfTheFileIsNotWrittenThrough) {
     take_away();
     const std::string elsewhere = dir / "elsewhere";
     fs::create_symlink(elsewhere, file);
-    ASSERT_EQ(restore_backup(file.c_str(), backup.c_str()), 0);
+    ASSERT_TRUE(restore_backup(file.c_str(), backup.c_str()));
     EXPECT_FALSE(exists(elsewhere));
     EXPECT_EQ(facts_of(file), before);
     dir.write("elsewhere", "of somebody");
     fs::remove(file);
     fs::create_symlink(elsewhere, file);
-    ASSERT_EQ(restore_backup(file.c_str(), backup.c_str()), 0);
+    ASSERT_TRUE(restore_backup(file.c_str(), backup.c_str()));
     EXPECT_EQ(read_all(elsewhere), "of somebody");
     EXPECT_EQ(facts_of(file), before);
     fs::remove(file);
     fs::create_symlink(dir.path(), file);
-    ASSERT_EQ(restore_backup(file.c_str(), backup.c_str()), 0) << "one to a directory";
+    ASSERT_TRUE(restore_backup(file.c_str(), backup.c_str())) << "one to a directory";
     EXPECT_EQ(facts_of(file), before);
 }
 
@@ -277,17 +277,17 @@ TEST_F(BackupJournal, AFileThatCannotBeRemovedIsWrittenOver) {
     take_away();
     dir.write("live/program", "a longer text of another program\n", 04755);
     ASSERT_EQ(mount(file.c_str(), file.c_str(), nullptr, MS_BIND, nullptr), 0) << strerror(errno);
-    const int restored = restore_backup(file.c_str(), backup.c_str());
+    const bool restored = restore_backup(file.c_str(), backup.c_str());
     const file_facts after = facts_of(file);
     umount(file.c_str());
-    EXPECT_EQ(restored, 0);
+    EXPECT_TRUE(restored);
     EXPECT_EQ(after, before);
     EXPECT_EQ(set_id_of_another, 0);
 }
 
 TEST_F(BackupJournal, AFileSystemWithoutAttributesIsFine) {
     // Those of /proc have neither attributes nor, by their size, a content.
-    ASSERT_EQ(save_backup(base.c_str(), "/proc/self/limits"), 0);
+    ASSERT_TRUE(save_backup(base.c_str(), "/proc/self/limits"));
     EXPECT_THAT(log.at(LEVEL_WARNING), IsEmpty());
     EXPECT_EQ(facts_of(base + "/proc/self/limits").mode & 07777, 0444U);
 }

@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "support/atomic_file.h"
+#include "support/file.h"
 #include "tools/vrk-build/problem.h"
 #include "tools/vrk-build/signer.h"
 
@@ -66,7 +67,7 @@ void keygen(const keygen_options &options) {
     subject_from(options.subject);
     check_days(options.days);
     for (const std::string *path : {&options.key_file, &options.certificate_file}) {
-        if (access(path->c_str(), F_OK) == 0) {
+        if (path_exists(*path)) {
             throw exists_already(*path);
         }
     }
