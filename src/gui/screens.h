@@ -1,6 +1,6 @@
 // The screens. Each of these functions adds one screen to the window that the pass of the loop has
 // just made, ends the window's group and shows it (finish_window of gui/window.h); the work of an
-// action is done in here, too. A file for each, screen_<name>.cpp.
+// action is done in here, too.
 #pragma once
 
 // 5: nothing to do.

@@ -164,3 +164,18 @@ void all_but_activate() {
         }
     }
 }
+
+void add_close_button() {
+    mbclose = add_button(10, 500, 120, 25, "close", mbclose_CB);
+    mbclose->deactivate();
+}
+
+void mbclose_CB(Fl_Widget * /*widget*/, void * /*data*/) {
+    if (pvrm_out) {
+        pvrm_out->clear();
+        pvrm_out->hide();
+    }
+    if (mbclose) {
+        mbclose->hide();
+    }
+}

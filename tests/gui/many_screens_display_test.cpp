@@ -17,7 +17,6 @@
 #include <string>
 #include <vector>
 
-#include "gui/close_button.h"
 #include "gui/loop.h"
 #include "gui/model/update_rows.h"
 #include "gui/package_table.h"

@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include "gui/close_button.h"
 #include "gui/screens.h"
 #include "gui/tool_kit.h"
 #include "kit/lower_limit.h"

@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "gui/callbacks.h"
-#include "gui/close_button.h"
 #include "gui/state.h"
 
 using testing::ElementsAre;

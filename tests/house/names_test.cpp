@@ -30,10 +30,8 @@ namespace {
 // Types of the tables that window programs are built with, and of the digest's usual three calls.
 constexpr std::array older_types = {"MyTable", "VraTable", "SHA1_CTX"};
 
-// Headers of an interface that others implement: backends, programs, a file for each word or
-// screen.
-constexpr std::array interfaces = {"vrm/vrc_backend.h", "ui/vrmui.h", "pvrm/words.h",
-                                   "gui/screens.h"};
+// Headers of an interface that others implement: backends, programs, a file for each word.
+constexpr std::array interfaces = {"vrm/vrc_backend.h", "ui/vrmui.h", "pvrm/words.h"};
 
 // Headers that wait for their functions to move. Take one away when it is done; add none.
 constexpr std::array unsorted = {"transaction/planning.h", "transaction/plan_install.h",
