@@ -43,133 +43,9 @@ const std::vector<std::string> &watched_places() {
     return places;
 }
 
-// --- Packages ------------------------------------------------------------------------------------
-
-static std::string data(const std::string &path) {
-    return "data" + live_data + "/" + path;
-}
-
-static std::string conf(const std::string &path) {
-    return "conf" + live_conf + "/" + path;
-}
-
-// A script that leaves a mark of its run.
-static std::string marking(const std::string &name) {
-    return ": >" + live_data + "/marks/" + name + "\n";
-}
-
-static package_version lib() {
-    return {"lib",
-            "1.0",
-            {},
-            {{data("lib/a"), "a of lib\n"},
-             {data("lib/b"), "b of lib\n"},
-             {conf("lib.conf"), "lib = 1\n"},
-             {"init/99-add.sh", marking("lib.99-add")},
-             {"init/99-cfg.sh", marking("lib.99-cfg")}},
-            {{live_data + "/links/lib", "../lib/a"}},
-            {}};
-}
-
-static void add_scripts(package_version *package) {
-    for (const char *name : {"00-add", "99-add", "99-cfg", "00-del", "99-del"}) {
-        package->files["init/" + std::string(name) + ".sh"] = marking(package->name + "." + name);
-    }
-}
-
-static package_version app_1() {
-    package_version package = {
-        "app",
-        "1.0",
-        {},
-        {{data("app/run"), "run 1\n"},
-         {data("app/one"), "one 1\n"},
-         {data("app/same"), "the same in both\n"},
-         {data("app/two"), "two 1\n"},
-         {data("app/old/gone"), "gone 1\n"},
-         {conf("app.conf"), "app = 1\n"},
-         {conf("edited.conf"), "edited = 1\n"},
-         {"dump/notes", "notes 1\n"}},
-        {{live_data + "/links/app", "../app/run"}, {live_data + "/links/old", "../app/two"}},
-        {{live_data + "/app/run", "0750"}}};
-    add_scripts(&package);
-    return package;
-}
-
-static package_version app_2() {
-    package_version package = {
-        "app",
-        "2.0",
-        {"lib"},
-        {{data("app/run"), "run 2\n"},
-         {data("app/one"), "one 2\n"},
-         {data("app/same"), "the same in both\n"},
-         {data("app/taken"), "taken 2\n"},
-         {data("app/new/three"), "three 2\n"},
-         {conf("app.conf"), "app = 2\n"},
-         {conf("edited.conf"), "edited = 2\n"},
-         {conf("new.conf"), "new = 2\n"},
-         {"dump/notes", "notes 2\n"}},
-        {{live_data + "/links/app", "../app/one"}, {live_data + "/links/new", "../app/new/three"}},
-        {{live_data + "/app/run", "0755"}}};
-    add_scripts(&package);
-    return package;
-}
-
-static package_version app_3() {
-    return {"app", "3.0", {}, {{conf("app.conf"), "app = 3\n"}, {"dump/notes", "notes 3\n"}},
-            {},    {}};
-}
-
-static package_version failing(package_version package, const std::string &script) {
-    package.files["init/" + script] = "exit 3\n";
-    return package;
-}
-
-static package_version other() {
-    return {"other", "1.0", {}, {{data("other/file"), "of a bystander\n"}}, {}, {}};
-}
-
-static const std::vector<package_version> &all_packages() {
-    static const std::vector<package_version> all = {other(), lib(), app_1(), app_2(), app_3()};
-    return all;
-}
-
-std::vector<package_paths> paths_of_all_packages() {
-    std::map<std::string, package_paths> found;
-    for (const package_version &version : all_packages()) {
-        package_paths &paths = found[version.name];
-        paths.name = version.name;
-        for (const auto &[file, content] : version.files) {
-            const std::string path = file.substr(4);
-            if (file.starts_with("data/")) {
-                paths.data.push_back(path);
-            } else if (file.starts_with("conf/")) {
-                paths.conf.push_back(path);
-            }
-        }
-        for (const auto &[path, target] : version.links) {
-            paths.links.push_back(path);
-        }
-        for (const auto &[path, mode] : version.perms) {
-            paths.perms.push_back(path);
-        }
-    }
-    std::vector<package_paths> all;
-    for (auto &[name, paths] : found) {
-        for (std::vector<std::string> *list :
-             {&paths.data, &paths.conf, &paths.links, &paths.perms}) {
-            std::sort(list->begin(), list->end());
-            list->erase(std::unique(list->begin(), list->end()), list->end());
-        }
-        all.push_back(std::move(paths));
-    }
-    return all;
-}
-
 // --- Making them ---------------------------------------------------------------------------------
 
-static void write(const std::string &path, const std::string &content) {
+void write_file(const std::string &path, const std::string &content) {
     fs::create_directories(fs::path(path).parent_path());
     std::ofstream file(path, std::ios::binary);
     file << content;
@@ -195,7 +71,7 @@ static void must(const std::vector<std::string> &command) {
     }
 }
 
-static std::string file_of(const std::string &directory, const std::string &id) {
+std::string made_package(const std::string &directory, const std::string &id) {
     return workshop + "/" + directory + "/" + id + ".vrk";
 }
 
@@ -208,9 +84,9 @@ static void pack(const package_version &package, const std::string &directory) {
     for (const std::string &need : package.needs) {
         description.append("evrkDependency: ").append(need).append("\n");
     }
-    write(source + "/package.ldif", description);
+    write_file(source + "/package.ldif", description);
     for (const auto &[path, content] : package.files) {
-        write(fs::path(source) / path, content);
+        write_file(fs::path(source) / path, content);
     }
     std::string links, perms;
     for (const auto &[path, target] : package.links) {
@@ -221,10 +97,10 @@ static void pack(const package_version &package, const std::string &directory) {
         perms.append(path).append("|").append(mode).append("\n");
     }
     if (!links.empty()) {
-        write(source + "/info/link.txt", links);
+        write_file(source + "/info/link.txt", links);
     }
     if (!perms.empty()) {
-        write(source + "/info/perm.txt", perms);
+        write_file(source + "/info/perm.txt", perms);
     }
     fs::create_directories(workshop + "/" + directory);
     must({"/usr/bin/vrk-build", "pack", source, "--key", workshop + "/key", "--cert",
@@ -252,13 +128,18 @@ void make_world() {
     pack(app_1(), "app");
     pack(app_3(), "app");
     pack(failing(app_1(), "99-del.sh"), "stays");
+    pack(base_1(), "suite-1");
+    pack(suite_1(), "suite-1");
+    for (const package_version &version : {base_2(), fonts(), suite_2()}) {
+        pack(version, "suite-2");
+    }
     fs::remove_all(workshop + "/tree");
 
     fs::create_directories(live_conf);
     fs::create_directories(live_data + "/marks");
     fs::create_directories("/var/cache/vrm");
-    write(live_data + "/nobodys", "belongs to no package\n");
-    must({tool, "install", "--quiet", file_of("other", "other_any_1.0")});
+    write_file(live_data + "/nobodys", "belongs to no package\n");
+    must({tool, "install", "--quiet", made_package("other", "other_any_1.0")});
     fs::remove_all(stagearea);
     fs::create_directories(stagearea);
     the_start = take_tree(compared_places());
@@ -270,7 +151,7 @@ static void use_catalogue(const std::string &name) {
     for (const std::string &line : lines_of(read_whole(file))) {
         text += (line.starts_with(key) ? key + workshop + "/" + name : line) + "\n";
     }
-    write(file, text);
+    write_file(file, text);
 }
 
 void mend(const fault_case &what) {
@@ -279,7 +160,7 @@ void mend(const fault_case &what) {
         must({tool, "refresh", "--quiet"});
     }
     for (const auto &[path, content] : what.good_files) {
-        write(path, content);
+        write_file(path, content);
     }
 }
 
@@ -295,20 +176,25 @@ void begin_case(const fault_case &what) {
         must(command);
     }
     // As if all that had been long ago.
-    fs::remove_all(stagearea);
-    fs::create_directories(stagearea);
+    if (!what.keeps_stage) {
+        fs::remove_all(stagearea);
+        fs::create_directories(stagearea);
+    }
     for (const auto &entry : fs::directory_iterator(live_data + "/marks")) {
         fs::remove(entry.path());
     }
     for (const auto &[path, content] : what.files) {
-        write(path, content);
+        write_file(path, content);
+    }
+    if (what.prepare) {
+        what.prepare();
     }
 }
 
 const std::vector<fault_case> &all_cases() {
-    static const std::string app_1_file = file_of("app", "app_any_1.0");
-    static const std::string app_2_file = file_of("good", "app_any_2.0");
-    static const std::string app_3_file = file_of("app", "app_any_3.0");
+    static const std::string app_1_file = made_package("app", "app_any_1.0");
+    static const std::string app_2_file = made_package("good", "app_any_2.0");
+    static const std::string app_3_file = made_package("app", "app_any_3.0");
     static const std::vector<std::string> has_app_1 = {tool, "install", "--quiet", app_1_file};
     static const std::vector<std::string> has_app_2 = {tool,    "install",         "--quiet",
                                                        "--dir", workshop + "/lib", app_2_file};
@@ -369,7 +255,7 @@ const std::vector<fault_case> &all_cases() {
          {tool, "remove", "app"},
          true,
          "good",
-         {{tool, "install", "--quiet", file_of("stays", "app_any_1.0")}},
+         {{tool, "install", "--quiet", made_package("stays", "app_any_1.0")}},
          {},
          "",
          {{installed + "app/init/99-del.sh", marking("app.99-del")}}},

@@ -1,15 +1,14 @@
-// The changes that are disturbed, and the packages that they are made of.
+// The changes that are disturbed.
 #pragma once
 
 #include <map>
 #include <string>
 #include <vector>
 
+#include "faults/packages.h"
 #include "faults/tree.h"
 
-// Where all that the packages touch lies, and where the engine keeps its records.
-inline const std::string live_data = "/srv/faults";
-inline const std::string live_conf = "/etc/faults";
+// Where the engine keeps its records.
 inline const std::string repository = "/var/lib/vrm";
 inline const std::string installed = repository + "/installed/";
 inline const std::string fileindex = repository + "/fileindex/";
@@ -24,22 +23,6 @@ const std::vector<std::string> &compared_places();
 // Those and what a change reads: where operations are disturbed.
 const std::vector<std::string> &watched_places();
 
-// A version of a package.
-struct package_version {
-    std::string name;
-    std::string version;
-    std::vector<std::string> needs;
-    std::map<std::string, std::string> files;  // content by "FORK/PATH", such as "data/srv/x"
-    std::map<std::string, std::string> links;  // target by absolute path
-    std::map<std::string, std::string> perms;  // octal digits by absolute path
-};
-
-// What all versions of a package that a case knows can put on the disk.
-struct package_paths {
-    std::string name;
-    std::vector<std::string> data, conf, links, perms;
-};
-
 // A change, from the state that it begins with.
 struct fault_case {
     std::string name;
@@ -53,6 +36,9 @@ struct fault_case {
     // are written, by absolute path.
     std::string good_catalogue = {};
     std::map<std::string, std::string> good_files = {};
+    // Makes what neither the commands nor the files can, such as another owner, at the end.
+    void (*prepare)() = nullptr;
+    bool keeps_stage = false;  // the package files that `before` has fetched stay staged
 };
 
 // What a case looks like when nobody disturbs it.
@@ -69,9 +55,17 @@ struct scene {
 void make_world();
 
 const std::vector<fault_case> &all_cases();
+// Those of the strict judge, which also disturbs them by power cuts.
+const std::vector<fault_case> &strict_cases();
+// The command that repairs what a change left that was cut off; empty when the tool has none.
+std::vector<std::string> recovery_of_tool();
+// A case of either list. Throws std::runtime_error for a name that is not in them.
+const fault_case &case_named(const std::string &name);
 
-// The paths of the packages that were made.
-std::vector<package_paths> paths_of_all_packages();
+// A package file that make_world() has put into a directory of its own.
+std::string made_package(const std::string &directory, const std::string &id);
+// Writes a file with its directories. Throws std::runtime_error.
+void write_file(const std::string &path, const std::string &content);
 
 // Takes the machine to the state in which a case begins.
 void begin_case(const fault_case &what);

@@ -27,9 +27,6 @@ tree entry_of(const tree &all, const std::string &package);
 std::vector<std::string> history_of(const tree &all);
 std::string package_of_line(const std::string &line);
 
-// Where the scripts of the packages leave a mark of their run.
-inline const std::string marks = live_data + "/marks";
-
 // Adds a fault for each change of what belongs to no package: that is nobody's business.
 // Directories that were made stay, and so do the marks. `judged` are the paths of packages.
 void add_foreign_changes(const tree &before, const tree &now, const std::set<std::string> &judged,

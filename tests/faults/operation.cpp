@@ -54,6 +54,12 @@ const std::map<int, shape> &shapes() {
         {SYS_stat, by_path("stat", shape::reads)},
         {SYS_lstat, by_path("lstat", shape::reads)},
 #endif
+#ifdef SYS_utime
+        {SYS_utime, by_path("utimens", shape::changes)},
+        {SYS_utimes, by_path("utimens", shape::changes)},
+        {SYS_chown, by_path("chown", shape::changes)},
+        {SYS_mknod, by_path("mknod", shape::changes)},
+#endif
 #ifdef SYS_stat64
         {SYS_stat64, by_path("stat", shape::reads)},
         {SYS_lstat64, by_path("lstat", shape::reads)},
@@ -107,6 +113,13 @@ const std::map<int, shape> &shapes() {
         {SYS_fchown, by_descriptor("fchown", shape::changes)},
         {SYS_fsetxattr, by_descriptor("fsetxattr", shape::changes)},
         {SYS_fremovexattr, by_descriptor("fremovexattr", shape::changes)},
+        {SYS_setxattr, by_path("setxattr", shape::changes)},
+        {SYS_lsetxattr, by_path("setxattr", shape::changes)},
+        {SYS_removexattr, by_path("removexattr", shape::changes)},
+        {SYS_lremovexattr, by_path("removexattr", shape::changes)},
+        {SYS_mknodat, by_path("mknod", shape::changes, 1, 0)},
+        {SYS_pwritev2, by_descriptor("write", shape::changes)},
+        {SYS_syncfs, by_descriptor("syncfs", shape::changes)},
         {SYS_flistxattr, by_descriptor("flistxattr", shape::reads)},
         {SYS_fgetxattr, by_descriptor("fgetxattr", shape::reads)},
         {SYS_fsync, by_descriptor("fsync", shape::changes)},

@@ -101,19 +101,6 @@ using child_code = std::function<int()>;
     _exit(code());
 }
 
-child_code execution_of(const std::vector<std::string> &command) {
-    std::vector<char *> arguments;
-    arguments.reserve(command.size() + 1);
-    for (const std::string &argument : command) {
-        arguments.push_back(const_cast<char *>(argument.c_str()));
-    }
-    arguments.push_back(nullptr);
-    return [arguments] {
-        execv(arguments[0], arguments.data());
-        return 127;
-    };
-}
-
 std::string content_of(int descriptor) {
     std::string text(static_cast<size_t>(lseek(descriptor, 0, SEEK_END)), '\0');
     if (pread(descriptor, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
@@ -122,15 +109,33 @@ std::string content_of(int descriptor) {
     return text;
 }
 
+std::vector<std::string> places_without_links;
+
+bool is_refused(const operation &op) {
+    static const std::set<std::string> calls = {"link", "symlink", "mknod", "setxattr",
+                                                "fsetxattr"};
+    return calls.contains(op.call) &&
+           (is_in(places_without_links, op.path) || is_in(places_without_links, op.other));
+}
+
+// Whether an operation can't succeed on a full disk. To open a file that exists takes no room.
+bool takes_room(const operation &op) {
+    static const std::set<std::string> calls = {
+        "write", "copy_file_range", "sendfile", "fallocate", "mkdir", "link", "symlink", "mknod"};
+    return calls.contains(op.call) ||
+           (op.call == "open" && op.changes && access(op.path.c_str(), F_OK) != 0);
+}
+
 class watcher {
  public:
     watcher(pid_t child, own_fd listener, const std::vector<std::string> &places,
-            const disturbance *what, watched_run *run)
+            const disturbance *what, const operation_observer &observer, watched_run *run)
         : child_(child),
           ended_(static_cast<int>(syscall(SYS_pidfd_open, child, 0))),
           listener_(std::move(listener)),
           places_(places),
           what_(what),
+          observer_(observer),
           run_(run) {}
 
     // Answers until the program has ended. That what it started has ended too is its own affair.
@@ -174,8 +179,15 @@ class watcher {
         const size_t number = run_->trace.size();
         const bool skipped = what_ && run_->disturbed && what_->then_skipped.contains(op->call);
         run_->trace.push_back(std::move(*op));
+        if (observer_) {
+            observer_(number, run_->trace.back());
+        }
+        const operation &now = run_->trace.back();
         if (skipped) {
             answer->flags = 0;
+        } else if (what_ && what_->stays && run_->disturbed && takes_room(now)) {
+            answer->flags = 0;
+            answer->error = -what_->error;
         } else if (what_ && number == what_->at) {
             run_->disturbed = true;
             // The killed one gets an answer too, which it doesn't live to see: it may be let go
@@ -187,6 +199,9 @@ class watcher {
             } else {
                 answer->error = -what_->error;
             }
+        } else if (is_refused(now)) {
+            answer->flags = 0;
+            answer->error = -EPERM;
         }
     }
 
@@ -195,11 +210,12 @@ class watcher {
     own_fd listener_;
     const std::vector<std::string> &places_;
     const disturbance *what_;
+    const operation_observer &observer_;
     watched_run *run_;
 };
 
 watched_run run(const child_code &code, const std::vector<std::string> *places,
-                const disturbance *what) {
+                const disturbance *what, const operation_observer &observer = nullptr) {
     std::vector<sock_filter> steps = make_filter();
     const sock_fprog filter = {static_cast<unsigned short>(steps.size()), steps.data()};
     const own_fd output(memfd_create("output", MFD_CLOEXEC));
@@ -221,7 +237,7 @@ watched_run run(const child_code &code, const std::vector<std::string> *places,
     if (places) {
         own_fd listener = receive_descriptor(ours.get());
         if (listener.valid()) {
-            watcher(child, std::move(listener), *places, what, &result).answer_all();
+            watcher(child, std::move(listener), *places, what, observer, &result).answer_all();
         } else {
             ::kill(child, SIGKILL);
             waitpid(child, nullptr, 0);
@@ -239,13 +255,35 @@ watched_run run(const child_code &code, const std::vector<std::string> *places,
 
 }  // namespace
 
+std::function<int()> execution_of(const std::vector<std::string> &command) {
+    std::vector<char *> arguments;
+    arguments.reserve(command.size() + 1);
+    for (const std::string &argument : command) {
+        arguments.push_back(const_cast<char *>(argument.c_str()));
+    }
+    arguments.push_back(nullptr);
+    return [arguments] {
+        execv(arguments[0], arguments.data());
+        return 127;
+    };
+}
+
 watched_run run_watched(const std::vector<std::string> &command,
                         const std::vector<std::string> &places, const disturbance *what) {
     return run(execution_of(command), &places, what);
 }
 
-watched_run run_watched(const std::function<int()> &code, const std::vector<std::string> &places) {
-    return run(code, &places, nullptr);
+void refuse_links_below(const std::string &directory) {
+    places_without_links.push_back(directory);
+}
+
+watched_run run_watched(const std::function<int()> &code, const std::vector<std::string> &places,
+                        const operation_observer &observer) {
+    return run(code, &places, nullptr, observer);
+}
+
+watched_run run_alone(const std::function<int()> &code) {
+    return run(code, nullptr, nullptr);
 }
 
 watched_run run_alone(const std::vector<std::string> &command) {

@@ -22,7 +22,13 @@ struct disturbance {
     // For the check of the harness itself, what turns the program into a broken one: calls by their
     // names that from the disturbance on are answered as done and are not.
     std::set<std::string> then_skipped = {};
+    // From then on all operations that take room on the disk fail in the same way.
+    bool stays = false;
 };
+
+// From here on, watched programs find that the file system of a directory has no links, special
+// files and extended attributes, as vfat has none: to make one below it fails with EPERM.
+void refuse_links_below(const std::string &directory);
 
 struct watched_run {
     int status = 0;                // as from waitpid
@@ -37,9 +43,19 @@ struct watched_run {
 watched_run run_watched(const std::vector<std::string> &command,
                         const std::vector<std::string> &places, const disturbance *what);
 
+// Code for a child process that becomes a program.
+std::function<int()> execution_of(const std::vector<std::string> &command);
+
+// Is called ahead of each operation that counts, with its number, while the process is stopped.
+using operation_observer = std::function<void(size_t number, const operation &op)>;
+
 // Runs code in a child process and watches all that it asks of the kernel, undisturbed. The exit
 // status is what the code returns. What the code starts is left alone here too.
-watched_run run_watched(const std::function<int()> &code, const std::vector<std::string> &places);
+watched_run run_watched(const std::function<int()> &code, const std::vector<std::string> &places,
+                        const operation_observer &observer = nullptr);
+
+// Runs code in a child process without watching it.
+watched_run run_alone(const std::function<int()> &code);
 
 // The program without anybody watching.
 watched_run run_alone(const std::vector<std::string> &command);

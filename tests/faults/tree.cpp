@@ -1,9 +1,12 @@
 #include "faults/tree.h"
 
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -17,15 +20,36 @@ std::string read_whole(const std::string &path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+// Without those that only root sees: they are the file system's own.
+static std::map<std::string, std::string> take_attributes(const std::string &path) {
+    std::map<std::string, std::string> all;
+    char names[4096], value[4096];
+    const ssize_t size = llistxattr(path.c_str(), names, sizeof names);
+    for (ssize_t at = 0; at < size;) {
+        const std::string name = names + at;
+        at += static_cast<ssize_t>(name.size()) + 1;
+        const ssize_t length = lgetxattr(path.c_str(), name.c_str(), value, sizeof value);
+        if (!name.starts_with("trusted.") && length >= 0) {
+            all[name].assign(value, static_cast<size_t>(length));
+        }
+    }
+    return all;
+}
+
 static node take_node(const std::string &path, const struct stat &status) {
-    const unsigned mode = status.st_mode & 07777;
+    node taken = {'?', status.st_mode & 07777, {}, status.st_uid, status.st_gid, {}};
     if (S_ISREG(status.st_mode)) {
-        return {'f', mode, read_whole(path)};
+        taken.type = 'f';
+        taken.content = read_whole(path);
+    } else if (S_ISLNK(status.st_mode)) {
+        taken.type = 'l';
+        taken.mode = 0;
+        taken.content = fs::read_symlink(path).string();
+    } else if (S_ISDIR(status.st_mode)) {
+        taken.type = 'd';
     }
-    if (S_ISLNK(status.st_mode)) {
-        return {'l', 0, fs::read_symlink(path).string()};
-    }
-    return {S_ISDIR(status.st_mode) ? 'd' : '?', mode, {}};
+    taken.attributes = take_attributes(path);
+    return taken;
 }
 
 static void take(const std::string &path, tree *all) {
@@ -39,6 +63,41 @@ static void take(const std::string &path, tree *all) {
             take(entry.path().string(), all);
         }
     }
+}
+
+namespace {
+
+struct file_system {
+    std::string root;
+    dev_t device;
+    const std::vector<std::string> &without;
+};
+
+}  // namespace
+
+static void take_within(const file_system &from, const std::string &name, tree *all) {
+    const std::string path = from.root + name;
+    struct stat status;
+    if (is_in(from.without, name) || lstat(path.c_str(), &status) != 0 ||
+        status.st_dev != from.device) {
+        return;
+    }
+    const node &taken = (*all)[name.empty() ? "/" : name] = take_node(path, status);
+    if (taken.type == 'd') {
+        for (const auto &entry : fs::directory_iterator(path)) {
+            take_within(from, name + "/" + entry.path().filename().string(), all);
+        }
+    }
+}
+
+tree take_file_system(const std::string &root, const std::vector<std::string> &without) {
+    struct stat status;
+    if (stat(root.c_str(), &status) != 0) {
+        throw std::runtime_error("cannot look at " + root + ": " + strerror(errno));
+    }
+    tree all;
+    take_within({root, status.st_dev, without}, "", &all);
+    return all;
 }
 
 bool is_in(const std::vector<std::string> &places, const std::string &path) {
@@ -72,20 +131,34 @@ static void make(const std::string &path, const node &wanted) {
         fs::create_directories(path);
     } else if (wanted.type == 'l') {
         fs::create_symlink(wanted.content, path);
-        return;
     } else {
         std::ofstream(path, std::ios::binary) << wanted.content;
     }
-    if (chmod(path.c_str(), wanted.mode) != 0) {
-        throw std::runtime_error("can't put back " + path);
+    // The mode comes after the owner, whose change takes set-id bits away, as it does the
+    // capabilities.
+    bool good = lchown(path.c_str(), wanted.owner, wanted.group) == 0 &&
+                (wanted.type == 'l' || chmod(path.c_str(), wanted.mode) == 0);
+    for (const auto &[name, value] : wanted.attributes) {
+        good = good && lsetxattr(path.c_str(), name.c_str(), value.data(), value.size(), 0) == 0;
+    }
+    if (!good) {
+        throw std::runtime_error("can't put back " + path + ": " + strerror(errno));
     }
 }
 
 void put_back(const tree &wanted, const std::vector<std::string> &places) {
     const tree present = take_tree(places);
     // What lies deeper comes later by name, so it goes first and comes last.
+    std::string kept;  // the last directory that something is mounted on
     for (auto it = present.rbegin(); it != present.rend(); ++it) {
-        fs::remove(it->first);
+        if (remove(it->first.c_str()) == 0) {
+            continue;
+        }
+        if (errno == EBUSY) {
+            kept = it->first;
+        } else if (errno != ENOTEMPTY || !kept.starts_with(it->first + "/")) {
+            throw std::runtime_error("can't remove " + it->first + ": " + strerror(errno));
+        }
     }
     for (const auto &[path, what] : wanted) {
         make(path, what);

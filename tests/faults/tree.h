@@ -9,6 +9,8 @@ struct node {
     char type;  // 'f' a file, 'd' a directory, 'l' a symbolic link, '?' something else
     unsigned mode;
     std::string content;  // of a file, or the target of a link
+    unsigned owner = 0, group = 0;
+    std::map<std::string, std::string> attributes = {};  // the extended ones, such as capabilities
 
     bool operator==(const node &) const = default;
 };
@@ -24,6 +26,11 @@ bool is_in(const std::vector<std::string> &places, const std::string &path);
 
 // All that is in and below the places; a place that isn't there adds nothing.
 tree take_tree(const std::vector<std::string> &places);
+
+// All of one file system below its root directory, which is mounted there; what is mounted in it is
+// left out, with the directory that it is mounted on, and so is what is in one of the places. The
+// paths, of the places too, are those in it: "/etc/passwd".
+tree take_file_system(const std::string &root, const std::vector<std::string> &without = {});
 
 // Makes the places again what they were when the tree was taken. All is made anew, one entry after
 // the other, so that directories list their entries in the same order each time.

@@ -22,6 +22,7 @@
 #include "faults/cases.h"
 #include "faults/judge.h"
 #include "faults/numbers.h"
+#include "faults/strict_run.h"
 #include "faults/tracer.h"
 #include "faults/tree.h"
 
@@ -499,6 +500,9 @@ static int usage(FILE *to, int status) {
         "  --kind KIND    only this kind: ENOSPC, EIO, EACCES, kill\n"
         "  --at NUMBER    only this operation\n"
         "  --verbose      tell each run in which something is left\n"
+        "  --strict       the strict cases: each package as before or as after, whatever happened\n"
+        "  --layout NAME  of a strict run: overlay, other-disk, no-links\n"
+        "  --seed N       of what is random in a strict run\n"
         "  --self-check   see whether broken engines are seen to be broken\n",
         to);
     return status;
@@ -506,7 +510,8 @@ static int usage(FILE *to, int status) {
 
 int main(int count, char **arguments) try {
     options what;
-    bool checks_itself = false;
+    bool checks_itself = false, is_strict = false;
+    strict_options strictly;
     for (int i = 1; i < count; i++) {
         const std::string word = arguments[i];
         if (word == "--short") {
@@ -516,8 +521,14 @@ int main(int count, char **arguments) try {
             checks_itself = true;
         } else if (word == "--verbose") {
             what.verbose = true;
+        } else if (word == "--strict") {
+            is_strict = true;
+        } else if (word == "--seed" && i + 1 < count) {
+            strictly.seed = strtoul(arguments[++i], nullptr, 10);
+        } else if (word == "--layout" && i + 1 < count) {
+            strictly.layout = arguments[++i];
         } else if (word == "--list") {
-            for (const fault_case &which : all_cases()) {
+            for (const fault_case &which : is_strict ? strict_cases() : all_cases()) {
                 printf("%s\n", which.name.c_str());
             }
             return 0;
@@ -538,7 +549,12 @@ int main(int count, char **arguments) try {
     if (checks_itself) {
         return harness(what).check_itself() ? 0 : 1;
     }
-    const size_t faults = harness(what).run_all();
+    strictly.every = what.every;
+    strictly.only_case = what.only_case;
+    strictly.only_kind = what.only_kind;
+    strictly.only_at = what.only_at;
+    strictly.verbose = what.verbose;
+    const size_t faults = is_strict ? run_strictly(strictly) : harness(what).run_all();
     if (faults > 0) {
         printf("%zu runs ended in a fault\n", faults);
     }
