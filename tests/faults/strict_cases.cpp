@@ -43,7 +43,7 @@ static void give_capability(const std::string &path) {
 
 // What an administrator has made of version 1.
 static void administer() {
-    const std::string edited = live_conf + "/edited.conf";
+    const std::string edited = live_conf + "/suite-edited.conf";
     if (chown(edited.c_str(), 5, 60) != 0 || chmod(edited.c_str(), 0640) != 0) {
         throw std::runtime_error("cannot change " + edited + ": " + strerror(errno));
     }
@@ -89,14 +89,14 @@ const std::vector<fault_case> &strict_cases() {
          .command = {tool, "upgrade", "suite", "base"},
          .catalogue = "suite-2",
          .before = {has_suite_1},
-         .files = with(live_conf + "/edited.conf", "edited = mine\n"),
+         .files = with(live_conf + "/suite-edited.conf", "edited = mine\n"),
          .prepare = administer},
         {.name = "full-remove",
          .title = "with the dependencies that nobody needs any more",
          .command = {tool, "remove", "suite"},
          .catalogue = "suite-2",
          .before = {has_suite_2},
-         .files = with(live_conf + "/edited.conf", "edited = mine\n"),
+         .files = with(live_conf + "/suite-edited.conf", "edited = mine\n"),
          .prepare = administer},
         {.name = "cleanup",
          .title = "staged package files, and what a killed upgrade had retired",

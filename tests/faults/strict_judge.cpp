@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
+#include <stdexcept>
 
 #include "faults/judged_tree.h"
 
@@ -67,7 +68,10 @@ class strict_judge {
             for (const auto *list :
                  {&package.data, &package.conf, &package.links, &package.perms}) {
                 for (const std::string &path : *list) {
-                    owners_[path] = package.name;
+                    const auto [it, is_new] = owners_.emplace(path, package.name);
+                    if (!is_new && it->second != package.name) {
+                        throw std::logic_error("two packages have the path " + path);
+                    }
                 }
             }
         }
@@ -316,10 +320,13 @@ std::string text_of(const strict_finding &found) {
 }
 
 void print_findings(const std::vector<strict_finding> &findings, bool all) {
+    std::vector<strict_finding> sorted = findings;
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [](const auto &a, const auto &b) { return a.sort < b.sort; });
     constexpr size_t most = 8;
     const size_t shown = all ? findings.size() : std::min(most, findings.size());
     for (size_t i = 0; i < shown; i++) {
-        printf("    %s\n", text_of(findings[i]).c_str());
+        printf("    %s\n", text_of(sorted[i]).c_str());
     }
     if (findings.size() > shown) {
         printf("    and %zu more\n", findings.size() - shown);

@@ -51,5 +51,5 @@ std::set<std::string> packages_reported(const std::string &output);
 const char *name_of(fault_sort sort);
 // "damaged /a/b: ..."
 std::string text_of(const strict_finding &found);
-// Prints a few of them, enough to see what is the matter, or all, a line each.
+// Prints a few of them, the worst first, enough to see what is the matter, or all, a line each.
 void print_findings(const std::vector<strict_finding> &findings, bool all);

@@ -21,16 +21,22 @@ namespace {
 
 struct strict_kind {
     const char *name;
-    int error;  // 0 kills
+    int error;  // 0 kills or halves
     bool reads;
     bool stays;
+    disturbance::what does = disturbance::fails;
 };
 
 constexpr strict_kind strict_kinds[] = {
-    {"kill", 0, false, false},       {"ENOSPC", ENOSPC, false, false},
-    {"full", ENOSPC, false, true},   {"EIO", EIO, true, false},
-    {"EROFS", EROFS, false, false},  {"EDQUOT", EDQUOT, false, false},
-    {"EACCES", EACCES, true, false}, {"EMFILE", EMFILE, true, false},
+    {"kill", 0, false, false, disturbance::kills},
+    {"ENOSPC", ENOSPC, false, false},
+    {"full", ENOSPC, false, true},
+    {"EIO", EIO, true, false},
+    {"EROFS", EROFS, false, false},
+    {"EDQUOT", EDQUOT, false, false},
+    {"EACCES", EACCES, true, false},
+    {"EMFILE", EMFILE, true, false},
+    {"short", 0, false, false, disturbance::halves},
 };
 
 // In how many runs the recovery is killed at each of its points.
@@ -115,7 +121,9 @@ void strict_harness::look_at() {
 bool strict_harness::is_wanted(const strict_kind &how, size_t number) const {
     const operation &op = trace_[number];
     const bool opens = op.call == "open" || op.call == "look into";
+    const bool has_halves = op.call == "write" || op.call == "copy_file_range";
     return (op.changes || how.reads) && (how.error != EMFILE || opens) &&
+           (how.does != disturbance::halves || has_halves) &&
            (what_.only_at < 0 || static_cast<size_t>(what_.only_at) == number) &&
            number % what_.every == 0;
 }
@@ -163,15 +171,14 @@ std::vector<strict_finding> strict_harness::recover(bool thorough, strict_line *
 std::vector<strict_finding> strict_harness::run_one(const strict_kind &how, size_t number,
                                                     bool thorough, strict_line *line) {
     put_back(scene_.before, strict_places());
-    const disturbance what = {
-        how.error ? disturbance::fails : disturbance::kills, number, how.error, {}, how.stays};
+    const disturbance what = {how.does, number, how.error, {}, how.stays};
     const watched_run run = run_watched(which_.command, strictly_watched(), &what);
     if (!run.disturbed) {
         return {{fault_sort::other, "", "never reached: the run is not always the same"}};
     }
     scene_.done = packages_reported(run.output);
-    scene_.all_done = how.error != 0 && ended_well(run) && which_.name != "cleanup";
-    if (how.error == 0) {
+    scene_.all_done = how.does != disturbance::kills && ended_well(run) && which_.name != "cleanup";
+    if (how.does == disturbance::kills) {
         return recover(thorough, line);
     }
     if (!WIFEXITED(run.status)) {

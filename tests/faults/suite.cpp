@@ -92,11 +92,11 @@ package_version suite_1() {
                                 {data("boot/kernel-1"), long_text("kernel 1", 50'000)},
                                 {data("boot/loader"), "loader 1\n"},
                                 {conf("suite.conf"), "suite = 1\n"},
-                                {conf("edited.conf"), "edited = 1\n"},
-                                {conf("sub/part.conf"), "part = 1\n"},
+                                {conf("suite-edited.conf"), "edited = 1\n"},
+                                {conf("suite/part.conf"), "part = 1\n"},
                                 {"dump/notes", "notes 1\n"}},
                                {{live_data + "/links/suite", "../usr/bin/suite"},
-                                {live_data + "/links/old", "../usr/share/suite/one"}},
+                                {live_data + "/links/suite-old", "../usr/share/suite/one"}},
                                {{live_data + "/usr/bin/suite", "0750"}}};
     add_all_scripts(&package);
     add_tools(&package);
@@ -104,28 +104,29 @@ package_version suite_1() {
 }
 
 package_version suite_2() {
-    package_version package = {"suite",
-                               "2.0",
-                               {"base", "fonts"},
-                               {{data("usr/bin/suite"), "suite 2\n"},
-                                {data("usr/share/suite/one"), "one 2\n"},
-                                {data("usr/share/suite/same"), "the same in both\n"},
-                                {data("usr/share/suite/empty"), "no longer empty\n"},
-                                {data("usr/share/suite/long"), long_text("long 2", 280'000)},
-                                {data("usr/share/suite/names/new-1"), "renamed 1\n"},
-                                {data("usr/share/suite/names/new-2"), "renamed 2\n"},
-                                {data("usr/share/suite/new/deep/three"), "three 2\n"},
-                                {data("usr/share/suite/taken"), "taken 2\n"},
-                                {data("boot/kernel-2"), long_text("kernel 2", 60'000)},
-                                {data("boot/loader"), "loader 2\n"},
-                                {conf("suite.conf"), "suite = 2\n"},
-                                {conf("edited.conf"), "edited = 2\n"},
-                                {conf("sub/part.conf"), "part = 1\n"},
-                                {conf("new.conf"), "new = 2\n"},
-                                {"dump/notes", "notes 2\n"}},
-                               {{live_data + "/links/suite", "../usr/bin/suite"},
-                                {live_data + "/links/new", "../usr/share/suite/new/deep/three"}},
-                               {{live_data + "/usr/bin/suite", "0755"}}};
+    package_version package = {
+        "suite",
+        "2.0",
+        {"base", "fonts"},
+        {{data("usr/bin/suite"), "suite 2\n"},
+         {data("usr/share/suite/one"), "one 2\n"},
+         {data("usr/share/suite/same"), "the same in both\n"},
+         {data("usr/share/suite/empty"), "no longer empty\n"},
+         {data("usr/share/suite/long"), long_text("long 2", 280'000)},
+         {data("usr/share/suite/names/new-1"), "renamed 1\n"},
+         {data("usr/share/suite/names/new-2"), "renamed 2\n"},
+         {data("usr/share/suite/new/deep/three"), "three 2\n"},
+         {data("usr/share/suite/taken"), "taken 2\n"},
+         {data("boot/kernel-2"), long_text("kernel 2", 60'000)},
+         {data("boot/loader"), "loader 2\n"},
+         {conf("suite.conf"), "suite = 2\n"},
+         {conf("suite-edited.conf"), "edited = 2\n"},
+         {conf("suite/part.conf"), "part = 1\n"},
+         {conf("suite-new.conf"), "new = 2\n"},
+         {"dump/notes", "notes 2\n"}},
+        {{live_data + "/links/suite", "../usr/bin/suite"},
+         {live_data + "/links/suite-new", "../usr/share/suite/new/deep/three"}},
+        {{live_data + "/usr/bin/suite", "0755"}}};
     add_all_scripts(&package);
     add_tools(&package);
     return package;

@@ -14,8 +14,9 @@
 
 struct disturbance {
     enum what {
-        fails,  // the operation isn't done and fails with `error`
-        kills,  // the process dies, with the operation not done
+        fails,   // the operation isn't done and fails with `error`
+        kills,   // the process dies, with the operation not done
+        halves,  // a write or a copy takes only half of its bytes; other operations are done whole
     } does = fails;
     size_t at = 0;  // which operation, counted from 0; past the last one nothing is disturbed
     int error = 0;

@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 
+#include "faults/tree.h"
 #include "kit/temp_dir.h"
 
 using testing::Contains;
@@ -75,6 +77,41 @@ TEST_F(Tracer, SkipsWhatABrokenProgramWouldNotDo) {
 TEST_F(Tracer, SaysThatThereWasNoSuchOperation) {
     number_of_unlink(a_);
     EXPECT_FALSE(run({disturbance::fails, 1000, EIO}).disturbed);
+    EXPECT_FALSE(exists(a_) || exists(b_));
+}
+
+TEST_F(Tracer, HalvesAWrite) {
+    const std::vector<std::string> echo = {"/bin/sh", "-c", "exec >" + a_ + "; echo abcdefghi"};
+    const watched_run whole = run_watched(echo, {dir_.path()}, nullptr);
+    const auto is_write = [](const operation &op) { return op.call == "write"; };
+    const auto first = std::find_if(whole.trace.begin(), whole.trace.end(), is_write);
+    const disturbance half = {disturbance::halves, static_cast<size_t>(first - whole.trace.begin()),
+                              0};
+    const watched_run seen = run_watched(echo, {dir_.path()}, &half);
+    EXPECT_TRUE(seen.disturbed);
+    // The shell writes the rest by another call.
+    EXPECT_EQ(std::count_if(whole.trace.begin(), whole.trace.end(), is_write), 1);
+    EXPECT_EQ(std::count_if(seen.trace.begin(), seen.trace.end(), is_write), 2);
+    EXPECT_EQ(read_whole(a_), "abcdefghi\n");
+}
+
+TEST_F(Tracer, KeepsADiskFull) {
+    const disturbance full = {disturbance::fails, 0, ENOSPC, {}, true};
+    const watched_run seen =
+        run_watched({"/bin/mkdir", dir_ / "c", dir_ / "d"}, {dir_.path()}, &full);
+    EXPECT_EQ(exit_status(seen), 1);
+    EXPECT_FALSE(exists(dir_ / "c") || exists(dir_ / "d"));
+}
+
+TEST_F(Tracer, StopsTheProgramForAnObserver) {
+    number_of_unlink(a_);
+    std::vector<bool> there;
+    run_watched(execution_of(remove_both_), {dir_.path()}, [&](size_t number, const operation &op) {
+        EXPECT_EQ(number, there.size());
+        there.push_back(op.call != "unlink" || exists(op.path));
+    });
+    EXPECT_THAT(there, testing::Each(true));
+    EXPECT_GE(there.size(), 2U);
     EXPECT_FALSE(exists(a_) || exists(b_));
 }
 
