@@ -93,7 +93,7 @@ class strict_harness {
     std::vector<strict_finding> run_one(const strict_kind &how, size_t number, bool thorough,
                                         strict_line *line);
     // After a kill: recovers, and kills the recovery too.
-    std::vector<strict_finding> recover(bool thorough, strict_line *line);
+    std::vector<strict_finding> recover(size_t number, bool thorough, strict_line *line);
     void judge_recovered(const watched_run &run, const std::string &moment,
                          std::vector<strict_finding> *findings) const;
 
@@ -139,19 +139,27 @@ void strict_harness::judge_recovered(const watched_run &run, const std::string &
     }
 }
 
-std::vector<strict_finding> strict_harness::recover(bool thorough, strict_line *line) {
+std::vector<strict_finding> strict_harness::recover(size_t number, bool thorough,
+                                                    strict_line *line) {
     std::vector<strict_finding> findings;
     if (recovery_.empty()) {
         judge_recovered({}, "", &findings);
         return findings;
     }
+    // Each word that changes the machine recovers first, not only the one that does nothing more.
+    const std::vector<std::string> cleanup = {recovery_[0], "cleanup", "--yes"};
+    const bool by_other = number % 2 == 1 && which_.command != cleanup;
+    const std::vector<std::string> &recovery = by_other ? cleanup : recovery_;
     const tree killed = take_tree(strict_places());
-    const watched_run run = run_watched(recovery_, strictly_watched(), nullptr);
+    const watched_run run = run_watched(recovery, strictly_watched(), nullptr);
     judge_recovered(run, "", &findings);
+    if (!by_other && run.output.empty() && !judge_strictly(scene_, killed).empty()) {
+        findings.push_back({fault_sort::other, "the recovery", "does not say what it did"});
+    }
     std::vector<size_t> points;
-    for (size_t number = 0; number < run.trace.size(); number++) {
-        if (run.trace[number].changes) {
-            points.push_back(number);
+    for (size_t point = 0; point < run.trace.size(); point++) {
+        if (run.trace[point].changes) {
+            points.push_back(point);
         }
     }
     if (!thorough && !points.empty()) {
@@ -160,9 +168,9 @@ std::vector<strict_finding> strict_harness::recover(bool thorough, strict_line *
     for (const size_t point : points) {
         put_back(killed, strict_places());
         const disturbance kill = {disturbance::kills, point, 0};
-        run_watched(recovery_, strictly_watched(), &kill);
+        run_watched(recovery, strictly_watched(), &kill);
         line->second_kills++;
-        judge_recovered(run_watched(recovery_, strictly_watched(), nullptr),
+        judge_recovered(run_watched(recovery, strictly_watched(), nullptr),
                         " (the recovery was killed at " + std::to_string(point) + ")", &findings);
     }
     return findings;
@@ -179,7 +187,7 @@ std::vector<strict_finding> strict_harness::run_one(const strict_kind &how, size
     scene_.done = packages_reported(run.output);
     scene_.all_done = how.does != disturbance::kills && ended_well(run) && which_.name != "cleanup";
     if (how.does == disturbance::kills) {
-        return recover(thorough, line);
+        return recover(number, thorough, line);
     }
     if (!WIFEXITED(run.status)) {
         return {{fault_sort::other, "", "it does not end as it should: " + run.output}};
