@@ -118,7 +118,7 @@ const fault_case &case_named(const std::string &name) {
             }
         }
     }
-    throw std::runtime_error("there is no case " + name);
+    throw std::runtime_error("unknown case: " + name);
 }
 
 std::vector<std::string> recovery_of_tool() {

@@ -94,7 +94,7 @@ class strict_judge {
 
  private:
     // What a path belongs to: a package by its name, or something that comes and goes as a whole.
-    // Empty for nobody's.
+    // Empty for what belongs to neither.
     std::string unit_of(const std::string &path) const;
     std::set<std::string> units_below(const std::string &directory) const;
     bool is_done(const std::string &unit) const {

@@ -1,9 +1,9 @@
 // Whether a change that was cut off has happened, or has not: nothing in between.
 //
 // Each package is, with every path of its own, its entry, its file index and its lines in the
-// history, exactly what it was before or exactly what the change makes of it. Nothing that is
-// nobody's has changed, nothing is left over, and a package that was reported as done is done. The
-// judge compares trees and asks nothing of the engine.
+// history, exactly what it was before or exactly what the change makes of it. Nothing that belongs
+// to no package has changed, nothing is left over, and a package that was reported as done is done.
+// The judge compares trees and asks nothing of the engine.
 #pragma once
 
 #include <set>

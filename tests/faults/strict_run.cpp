@@ -226,7 +226,7 @@ size_t strict_harness::run_kind(const strict_kind &how) {
 
 }  // namespace
 
-// Mounts what the layout has. Null when that is no disk.
+// Mounts what the layout has. Null when it has no disk.
 static std::unique_ptr<mounted_disk> lay_out(const std::string &layout) {
     const std::string usr = live_data + "/usr", boot = live_data + "/boot";
     if (layout == "other-disk") {
@@ -244,7 +244,7 @@ static std::unique_ptr<mounted_disk> lay_out(const std::string &layout) {
         }
         refuse_links_below(boot);
     } else if (layout != "overlay") {
-        throw std::runtime_error("there is no layout " + layout);
+        throw std::runtime_error("unknown layout: " + layout);
     }
     return nullptr;
 }
