@@ -1,7 +1,9 @@
 #include "pvrm/interruption.h"
 
+#include <poll.h>
 #include <sys/wait.h>
 
+#include <cerrno>
 #include <csignal>
 
 #include "transaction/interrupt.h"
@@ -30,6 +32,23 @@ void hold_signals() {
     set_handler(SIGTERM, ask_for_an_end);
     // Its default would end a change half way, and leave the lock.
     set_handler(SIGQUIT, ask_for_an_end);
+}
+
+bool await_input(int fd) {
+    sigset_t asking, before;
+    sigemptyset(&asking);
+    for (const int signal : {SIGINT, SIGQUIT, SIGTERM}) {
+        sigaddset(&asking, signal);
+    }
+    // They are let in by the wait alone, which they end.
+    pthread_sigmask(SIG_BLOCK, &asking, &before);
+    pollfd input = {fd, POLLIN, 0};
+    int ready = -1;
+    while (!vrm_stop_requested && (ready = ppoll(&input, 1, nullptr, &before)) < 0 &&
+           errno == EINTR) {
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return ready > 0;
 }
 
 bool was_interrupted(int status) {

@@ -9,6 +9,10 @@ void outlive_watchers();
 // the engine ends before the next package.
 void hold_signals();
 
+// Waits until something can be read from a file, or its end. False when an end was asked for: a
+// signal that comes just ahead of the wait is not missed, and the wait does not outlast it.
+bool await_input(int fd);
+
 // Whether an end was asked for; also when a command of a package died of it (`status` is a raw wait
 // status, or 0).
 bool was_interrupted(int status = 0);

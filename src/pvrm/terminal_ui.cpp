@@ -1,6 +1,7 @@
 #include "pvrm/terminal_ui.h"
 
 #include <strings.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -8,6 +9,7 @@
 #include <optional>
 #include <string>
 
+#include "pvrm/interruption.h"
 #include "support/file.h"
 #include "support/own.h"
 #include "support/terminal_text.h"
@@ -41,17 +43,19 @@ std::string terminal_lines(const char *text) {
 namespace {
 
 // The next line of the input without its end and the blanks around it; nothing at the end of the
-// input, also when that cuts an empty line short.
+// input, also when that cuts an empty line short, and when an end was asked for. Read by bytes and
+// not through the stream, in whose buffer the wait for input would not see a line.
 std::optional<std::string> read_answer() {
-    char *line = nullptr;
-    size_t room = 0;
-    const ssize_t length = getline(&line, &room, terminal_in ? terminal_in : stdin);
-    const own_string owner(line);
-    if (length < 0) {
+    const int fd = fileno(terminal_in ? terminal_in : stdin);
+    std::string answer;
+    char next = '\0';
+    while (next != '\n' && await_input(fd) && read(fd, &next, 1) == 1) {
+        answer += next;
+    }
+    if (answer.empty() || was_interrupted()) {
         terminal_put("\n");  // closes the line of the prompt
         return std::nullopt;
     }
-    const std::string answer(line, static_cast<size_t>(length));
     const size_t first = answer.find_first_not_of(" \t\r\n");
     if (first == std::string::npos) {
         return "";

@@ -2,13 +2,18 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "kit/capture.h"
 #include "kit/temp_dir.h"
+#include "pvrm/interruption.h"
 #include "support/own.h"
+#include "transaction/interrupt.h"
 #include "ui/vrmui.h"
 
 namespace {
@@ -73,6 +78,7 @@ using TerminalWrite = Terminal;
 using TerminalYesno = Terminal;
 using TerminalSelect = Terminal;
 using TerminalForm = Terminal;
+using TerminalInterruption = Terminal;
 using TerminalFile = Terminal;
 
 TEST_F(TerminalWrite, ShowsTheTextAsLines) {
@@ -260,4 +266,40 @@ TEST_F(TerminalFile, UnreadableFileFails) {
 
 TEST(TerminalName, IsItsOwn) {
     EXPECT_STREQ(vrmui_backend, "terminal");
+}
+
+// ---- An end is asked for ----
+
+// A terminal on which nobody types, and on which a signal comes as soon as the question is written:
+// before the wait for the answer has begun.
+TEST_F(TerminalInterruption, ASignalBetweenTheQuestionAndTheWaitIsNotMissed) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const own_file keys(fdopen(ends[0], "r"));
+    const cookie_io_functions_t screen = {
+        .read = nullptr,
+        .write = [](void *, const char *, size_t size) -> ssize_t {
+            if (!vrm_stop_requested) {
+                raise(SIGTERM);
+            }
+            return static_cast<ssize_t>(size);
+        },
+        .seek = nullptr,
+        .close = nullptr,
+    };
+    const own_file shown_on(fopencookie(nullptr, "w", screen));
+    FILE *const in = std::exchange(terminal_in, keys.get());
+    FILE *const out = std::exchange(terminal_out, shown_on.get());
+    hold_signals();
+    alarm(30);  // a wait that goes on ends the test
+    EXPECT_EQ(vrmui_yesno(vrmui, "Go on?", 1), 0);
+    EXPECT_TRUE(was_interrupted());
+    alarm(0);
+    for (const int ended : {SIGINT, SIGTERM, SIGQUIT, SIGHUP, SIGPIPE}) {
+        signal(ended, SIG_DFL);
+    }
+    vrm_stop_requested = 0;
+    terminal_in = in;
+    terminal_out = out;
+    close(ends[1]);
 }

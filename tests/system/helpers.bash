@@ -316,14 +316,6 @@ answer_on_terminal() { # COMMAND-LINE [QUESTION ANSWER]...
     end_on_terminal
 }
 
-# The process that holds the lock of the repository sleeps; after a question: it waits for the answer.
-# A signal that comes between the two is not noticed before the next key.
-lock_holder_sleeps() {
-    local process
-    process=$(cat "$repository/lock" 2>/dev/null) &&
-        [[ $(sed 's/.*) //' "/proc/$process/stat" 2>/dev/null) == S* ]]
-}
-
 # Runs a changing command on a terminal, and interrupts it at a question: by a key (as ^C), or by a
 # signal from elsewhere. The answers are those to the questions before; $status, $output and $lines
 # are set as by answer_on_terminal.
@@ -337,7 +329,6 @@ interrupt_on_terminal() { # SIGNAL|^KEY COMMAND-LINE [QUESTION ANSWER]... QUESTI
         shift 2
     done
     await_text "$1" || return 1
-    wait_until lock_holder_sleeps
     case $interruption in
     ^C) type_in $'\003' ;;
     *) kill -"$interruption" "$(cat "$repository/lock")" ;;
