@@ -55,7 +55,6 @@
 #include "transaction/conflicts.h"
 #include "transaction/depend.h"
 #include "transaction/fetch.h"
-#include "transaction/given_packages.h"
 #include "transaction/install.h"
 #include "transaction/interrupt.h"
 #include "transaction/plan_install.h"

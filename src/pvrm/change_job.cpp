@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <iterator>
 #include <set>
-#include <string_view>
 
 #include "pvrm/agreement.h"
+#include "pvrm/change_transaction.h"
 #include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/tell.h"
@@ -23,41 +23,30 @@ static std::vector<std::string> each_once(const std::vector<std::string> &texts)
 change_job::change_job(session &work, const std::vector<std::string> &requests, words said)
     : work_(work), requests_(each_once(requests)), said_(said) {}
 
-std::string reason_after(const std::string &name, const std::string &problem) {
-    if (name.empty() || !problem.starts_with(name)) {
-        return problem;
+void change_job::fail(const std::string &request, const std::string &reason) {
+    if (!has_failed(request)) {
+        failures_.push_back(
+            {request, reason.empty() ? first_problem().text_after(request) : reason});
     }
-    const std::string rest = problem.substr(name.size());
-    if (rest.starts_with(": ")) {
-        return rest.substr(2);
-    }
-    if (!rest.starts_with(" ")) {
-        return problem;
-    }
-    if (rest.starts_with(" can't be ")) {
-        for (const std::string_view separator : {": ", ", as "}) {
-            if (const size_t at = rest.find(separator); at != std::string::npos) {
-                return rest.substr(at + separator.size());
-            }
-        }
-    }
-    return "it" + rest;
 }
 
-void change_job::fail(const std::string &request, const std::string &reason) {
-    const bool is_known =
-        std::any_of(failures_.begin(), failures_.end(),
-                    [&](const failure &known) { return known.request == request; });
-    if (!is_known) {
-        failures_.push_back(
-            {request, reason_after(request, reason.empty() ? first_problem() : reason)});
+bool change_job::has_failed(const std::string &request) const {
+    return std::any_of(failures_.begin(), failures_.end(),
+                       [&](const failure &known) { return known.request == request; });
+}
+
+void change_job::forget_changed(const vrt &transaction) {
+    for (const std::string &name : names_of(transaction)) {
+        work_.installed().forget(name);
     }
 }
 
 void change_job::plan_all() {
+    planned_.clear();
+    begin_planning();
     for (const std::string &request : requests_) {
         note_problems();
-        if (!plan(request)) {
+        if (!has_failed(request) && !plan(request)) {
             fail(request);
         }
     }
@@ -74,6 +63,14 @@ bool change_job::show_and_ask() {
         print(shown_);
     }
     return work_.options.dry_run || user_agrees(question_of_packages(said_.verb, shown_.size()), 1);
+}
+
+// The lock keeps other programs off that respect it, and nobody else.
+void change_job::plan_again_if_changed() {
+    if (work_.installed().refresh()) {
+        tell_warning("what is installed has changed since the plan was made; it is made anew");
+        plan_all();
+    }
 }
 
 void change_job::carry_out_all() {
@@ -119,9 +116,10 @@ int change_job::run() {
             return EXIT_FAILED;
         }
         if (!work_.options.dry_run) {
+            plan_again_if_changed();
             carry_out_all();
         }
     }
     summarise();
-    return has_failed() ? EXIT_FAILED : EXIT_DONE;
+    return failures_.empty() ? EXIT_DONE : EXIT_FAILED;
 }

@@ -28,11 +28,14 @@ class change_job {
     change_job &operator=(const change_job &) = delete;
 
     // The stages of a change: plans all requests, shows the plan, asks, carries it out, and names
-    // what failed at the end. A request that fails does not stop the others, an interruption does.
-    // Result: the exit status.
+    // what failed at the end. When what is installed was changed by another program meanwhile, the
+    // requests are planned again, and what was not shown is not done. A request that fails does not
+    // stop the others, an interruption does. Result: the exit status.
     int run();
 
  protected:
+    // Forgets what the requests were planned as.
+    virtual void begin_planning() {}
     // Plans one request, or notes what is to be planned for it together with the others. False,
     // with the reason printed, when it fails.
     virtual bool plan(const std::string &request) = 0;
@@ -57,9 +60,9 @@ class change_job {
     // Counts a request as failed, once. Without a reason it is the first problem that was printed
     // since the work on the request began.
     void fail(const std::string &request, const std::string &reason = "");
-    bool has_failed() const {
-        return !failures_.empty();
-    }
+    bool has_failed(const std::string &request) const;
+    // Forgets what is known of the packages that a transaction has just changed, or tried to.
+    void forget_changed(const vrt &transaction);
 
     session &work_;
     const std::vector<std::string> requests_;  // each once
@@ -73,13 +76,10 @@ class change_job {
     };
     void plan_all();
     bool show_and_ask();
+    void plan_again_if_changed();
     void carry_out_all();
     void summarise() const;
 
     std::vector<failure> failures_;
     size_t tried_ = 0;  // requests that were planned, or failed so far
 };
-
-// A problem with a package, as it reads after the package's name: "foo is not installed" of foo is
-// "it is not installed", and of "foo can't be removed, as bar needs it" the second half remains.
-std::string reason_after(const std::string &name, const std::string &problem);

@@ -55,7 +55,8 @@ static vrd *new_part(const removal_plan::part &part, const vri *installed) {
     return made.release();
 }
 
-own_vrt removal_transaction(const removal_plan::removal &planned, vri *const *installed) {
+own_vrt removal_transaction(const removal_plan::removal &planned,
+                            const std::vector<const vri *> &installed) {
     own_vrt made(static_cast<vrt *>(calloc(1, sizeof(vrt))));
     if (!made || !(made->name = strdup(planned.name.c_str())) ||
         !(made->info = vrk_info_copy(installed[planned.place]))) {

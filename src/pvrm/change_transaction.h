@@ -17,7 +17,8 @@ void drop_deps(vrt *transaction, const std::function<bool(const vrd &)> &is_unwa
 
 // The transaction of a planned removal; `installed` is the list that the plan was made of. Null
 // when memory fails.
-own_vrt removal_transaction(const removal_plan::removal &planned, vri *const *installed);
+own_vrt removal_transaction(const removal_plan::removal &planned,
+                            const std::vector<const vri *> &installed);
 
 // Clears what earlier attempts left in the stage directories of all packages that a transaction is
 // about to change (vrm_clear_stage). False, with the reasons reported, when the transaction must

@@ -42,9 +42,9 @@ size_t reasons_told() {
     return reasons;
 }
 
-static void tell_with_cause(const std::string &text) {
-    const std::string why = take_cause();
-    tell_problem("%s%s%s", text.c_str(), why.empty() ? "" : ": ", why.c_str());
+void tell_failure(problem found) {
+    found.why = take_cause();
+    tell_problem(found);
 }
 
 void tell_failure(const char *format, ...) {
@@ -53,7 +53,7 @@ void tell_failure(const char *format, ...) {
     va_start(arguments, format);
     vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    tell_with_cause(text);
+    tell_failure({"", text});
 }
 
 void expect_no_catalogue() {
@@ -89,22 +89,32 @@ static void note_rollback(event_kind kind) {
     }
 }
 
-static void take_reason(event_kind kind, std::string text) {
-    const bool is_warning = event_level(kind) == LEVEL_WARNING;
+static void take_reason(event_kind kind, problem found) {
     if (kept) {
-        kept->reasons.push_back({kind, std::move(text), take_cause()});
+        kept->reasons.push_back({kind, std::move(found)});
         return;
     }
-    if (text == last_reason || (is_warning && !told_warnings.insert(text).second)) {
-        const std::string why = take_cause();
-        if (!is_warning) {
-            note_repeated_problem(why.empty() ? text : text + ": " + why);
-        }
-        return;
+    const bool is_warning = event_level(kind) == LEVEL_WARNING;
+    std::string text = problem{found.subject, found.what}.text();
+    const bool is_repeated =
+        text == last_reason || (is_warning && !told_warnings.insert(text).second);
+    if (!is_repeated) {
+        reasons++;
+        last_reason = std::move(text);
     }
-    tell_with_cause(text);
-    reasons++;
-    last_reason = std::move(text);
+    if (is_repeated && !is_warning) {
+        note_repeated_problem(found);
+    } else if (!is_repeated && is_warning) {
+        tell_warning_text(found.text());
+    } else if (!is_repeated) {
+        tell_problem(found);
+    }
+}
+
+// The sentence of an event, with the cause that was given before it.
+static void take_reason(event_kind kind, const sentence &said) {
+    const size_t subject = said.subject.empty() ? 0 : said.subject.size() + 1;
+    take_reason(kind, {said.subject, said.text.substr(subject), take_cause()});
 }
 
 void keep_reasons() {
@@ -120,8 +130,7 @@ kept_reasons take_reasons() {
 
 void tell_reasons(kept_reasons given) {
     for (kept_reasons::given &one : given.reasons) {
-        last_cause = std::move(one.cause);
-        take_reason(one.kind, std::move(one.text));
+        take_reason(one.kind, std::move(one.what));
     }
     last_cause = std::move(given.cause);
 }
@@ -134,7 +143,8 @@ static sentence sentence_without_catalogue(const event &happened) {
             return {sentence_sort::nothing, ""};
         case event_kind::dependency_not_found:
             return {sentence_sort::reason,
-                    fill_in("{package} needs {other}, which is not installed", happened)};
+                    fill_in("{package} needs {other}, which is not installed", happened),
+                    std::string(happened.package)};
         default:
             return sentence_of(happened);
     }
@@ -191,7 +201,7 @@ static void take(const event &happened) {
             said.text = with_rollback(said.text, take_rollback());
             [[fallthrough]];
         case sentence_sort::reason:
-            take_reason(happened.kind, std::move(said.text));
+            take_reason(happened.kind, said);
             break;
     }
 }
@@ -202,6 +212,7 @@ static void receive(const event &happened, void *) {
     } catch (const std::exception &) {
         // Without memory for a sentence the kind has to do. The engine goes on in any case.
         if (event_level(happened.kind) == LEVEL_ERROR) {
+            fflush(stdout);
             fprintf(stderr, "pvrm: %s\n", event_name(happened.kind));
         }
     }

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "pvrm/tell.h"
 #include "support/event.h"
 #include "support/handle.h"
 
@@ -19,6 +20,7 @@ void report_engine_of(vrm_handle *repository);
 
 // Tells a failure that the tool itself found, with the cause that the engine gave last behind it.
 void tell_failure(const char *format, ...) __attribute__((format(printf, 1, 2)));
+void tell_failure(problem found);
 
 // Whether the engine gave a cause that no failure has told yet.
 bool was_explained();
@@ -51,7 +53,7 @@ int unreadable_directories();
 struct kept_reasons {
     struct given {
         event_kind kind;
-        std::string text, cause;
+        problem what;  // the reason in it is the cause
     };
     std::vector<given> reasons;
     std::string cause;  // that no reason took

@@ -11,8 +11,7 @@
 
 class installed_needs {
  public:
-    // `packages` is null-terminated, or null for none.
-    explicit installed_needs(vri *const *packages) : graph_(packages) {}
+    explicit installed_needs(const std::vector<const vri *> &packages) : graph_(packages) {}
 
     // The packages that came as dependencies and that no installed package needs, in the order of
     // the list. Packages that need each other in a circle are taken as one: nobody needs them when

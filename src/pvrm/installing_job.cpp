@@ -13,7 +13,6 @@
 #include "pvrm/request.h"
 #include "pvrm/request_order.h"
 #include "pvrm/tell.h"
-#include "repository/inventory.h"
 #include "support/arch.h"
 #include "transaction/fetch.h"
 #include "transaction/install.h"
@@ -29,27 +28,23 @@ installing_job::installing_job(session &work, const std::vector<std::string> &re
 }
 
 bool installing_job::is_installed(const std::string &name) const {
-    return own_vri(vrm_vrl_info(work_.repository(), name.c_str())) != nullptr;
+    return work_.installed().find(name) != nullptr;
 }
 
 // ---- What a request means ----
 
 std::string installing_job::package_name(const std::string &request) {
     if (vrk_file_is_vrk(request.c_str())) {
-        const auto file = std::find_if(files_.begin(), files_.end(), [&](const named_file &one) {
-            return one.request == request;
-        });
-        if (file != files_.end()) {
-            return file->record->name;
+        if (const vri *known = files_.record_of(request)) {
+            return known->name;
         }
         own_vri info(vrm_vrf_info(work_.repository(), request.c_str(), 0));
         if (!info) {
-            tell_failure("%s is not a valid package file", request.c_str());
+            tell_failure({request, "is not a valid package file"});
             return "";
         }
         if (info->name[0] == '\0') {
-            tell_problem("%s can't be %s: its description gives the package no name",
-                         request.c_str(), said_.done);
+            refuse(request, "its description gives the package no name");
         }
         return info->name;
     }
@@ -58,6 +53,10 @@ std::string installing_job::package_name(const std::string &request) {
         return "";
     }
     return names_nothing(request) ? "" : request;
+}
+
+void installing_job::refuse(const std::string &request, const std::string &why) {
+    tell_problem({request, std::string("can't be ") + said_.done, why});
 }
 
 static const char *arch_name(int32_t arch) {
@@ -89,24 +88,23 @@ bool installing_job::is_acceptable(const std::string &request, const vrt &transa
     const int32_t own_arch = work_.repository()->arch;
     if (package->arch != arch_any && package->arch != own_arch) {
         take_cause();
-        tell_problem("%s can't be %s: it is built for %s, and this machine is %s", request.c_str(),
-                     said_.done, arch_name(package->arch), arch_name(own_arch));
+        refuse(request, std::string("it is built for ") + arch_name(package->arch) +
+                            ", and this machine is " + arch_name(own_arch));
         return false;
     }
     if (const char *part = vrk_info_unsafe_part(package)) {
-        tell_problem("%s can't be %s: its %s holds characters that are not allowed",
-                     request.c_str(), said_.done, part);
+        refuse(request, std::string("its ") + part + " holds characters that are not allowed");
         return false;
     }
     if (const char *name = name_of_a_file(transaction)) {
-        tell_problem("%s can't be %s: a package called %s would be taken for a package file",
-                     request.c_str(), said_.done, name);
+        refuse(request,
+               std::string("a package called ") + name + " would be taken for a package file");
         return false;
     }
     // That of a package file is known now, that of another one when it has been fetched.
     const bool is_file = vrk_file_is_vrk(request.c_str());
     if (is_file && package->sig_status != 1) {
-        tell_failure("%s can't be %s", request.c_str(), said_.done);
+        tell_failure({request, std::string("can't be ") + said_.done});
         return false;
     }
     return true;
@@ -114,53 +112,13 @@ bool installing_job::is_acceptable(const std::string &request, const vrt &transa
 
 // ---- The plan ----
 
-// The files among several requests are known before the first of them is planned. One that can't be
-// read is reported in its turn.
-void installing_job::read_files() {
-    if (files_are_read_ || requests_.size() < 2) {
-        return;
-    }
-    files_are_read_ = true;
-    for (const std::string &request : requests_) {
-        if (!vrk_file_is_vrk(request.c_str())) {
-            continue;
-        }
-        keep_reasons();
-        own_vri record(vrm_vrf_info(work_.repository(), request.c_str(), 0));
-        take_reasons();
-        if (record && record->name[0] != '\0') {
-            files_.push_back({request, std::move(record)});
-        }
-    }
-}
-
-// What the planner is to know besides: the files that were named, and of one name the first. A file
-// does not become a dependency of its own package.
-given_packages installing_job::given_for(const std::string &request) const {
-    given_packages given;
-    for (const named_file &file : files_) {
-        if (unusable_.contains(file.request)) {
-            continue;
-        }
-        auto &place = file.request == request ? given.coming : given.files;
-        place.emplace(file.record->name, file.record.get());
-    }
-    return given;
-}
-
-own_vrt installing_job::plan_with(const given_packages &given, const std::string &request,
-                                  bool *failed) {
-    const planning_with known(given);
-    return make_plan(request, failed);
-}
-
 bool installing_job::plan(const std::string &request) {
-    read_files();
+    files_.read(work_, requests_);
     bool failed = false;
-    own_vrt transaction = plan_with(given_for(request), request, &failed);
+    own_vrt transaction = make_plan(request, files_.given_for(request), &failed);
     if (!transaction) {
         if (failed) {
-            unusable_.insert(request);
+            files_.note_unusable(request);
         }
         return !failed;
     }
@@ -169,46 +127,29 @@ bool installing_job::plan(const std::string &request) {
     if (is_new) {
         planned_.push_back({request, name, std::move(transaction)});
     } else {
-        tell_problem("%s is passed over: it is the package %s, as %s is", request.c_str(),
-                     name.c_str(), first->second.c_str());
+        tell_problem({request, "is passed over: it is the package " + name + ", as " +
+                                   first->second + " is"});
     }
     return true;
-}
-
-// Whether a plan has a dependency from a file whose own request failed.
-bool installing_job::uses_unusable_file(const vrt &transaction) const {
-    for (int32_t i = 0; i < transaction.num_deps; i++) {
-        const vrd *dep = transaction.deps[i];
-        const bool is_one =
-            dep->status == 'L' && dep->info &&
-            std::any_of(files_.begin(), files_.end(), [&](const named_file &file) {
-                return unusable_.contains(file.request) && dep->info->absolute_uri &&
-                       file.record->absolute_uri &&
-                       strcmp(dep->info->absolute_uri, file.record->absolute_uri) == 0;
-            });
-        if (is_one) {
-            return true;
-        }
-    }
-    return false;
 }
 
 // Plans again what would take a dependency from a file that can't be used, until no plan does.
 void installing_job::plan_without_unusable_files() {
     for (size_t i = 0; i < planned_.size();) {
         planned_change &planned = planned_[i];
-        if (!uses_unusable_file(*planned.transaction)) {
+        if (!files_.has_unusable_part(*planned.transaction)) {
             i++;
             continue;
         }
         bool failed = false;
         note_problems();
-        planned.transaction = plan_with(given_for(planned.request), planned.request, &failed);
+        planned.transaction =
+            make_plan(planned.request, files_.given_for(planned.request), &failed);
         if (planned.transaction) {
             continue;
         }
         fail(planned.request);
-        unusable_.insert(planned.request);
+        files_.note_unusable(planned.request);
         requests_by_name_.erase(planned.name);
         planned_.erase(planned_.begin() + static_cast<std::ptrdiff_t>(i));
         i = 0;
@@ -217,7 +158,7 @@ void installing_job::plan_without_unusable_files() {
 
 // The packages of all requests that are still expected to be installed.
 given_packages installing_job::given_with_requests(const std::string &request) const {
-    given_packages given = given_for(request);
+    given_packages given = files_.given_for(request);
     for (const planned_change &planned : planned_) {
         if (!failed_names_.contains(planned.name)) {
             given.coming[planned.name] = planned.transaction->info;
@@ -238,7 +179,7 @@ void installing_job::plan_without_requested() {
             continue;
         }
         bool failed = false;
-        own_vrt alone = plan_with(given, planned.request, &failed);
+        own_vrt alone = make_plan(planned.request, given, &failed);
         if (alone) {
             replaced.push_back(std::exchange(planned.transaction, std::move(alone)));
         }
@@ -332,7 +273,7 @@ bool installing_job::run_one(vrt *transaction) {
     const std::string name = transaction->info->name;
     if (!clear_stages(work_.repository(), *transaction) ||
         !hand_over_local_dependencies(transaction)) {
-        tell_problem("%s was not %s", name.c_str(), said_.done);
+        tell_problem({name, std::string("was not ") + said_.done});
         return false;
     }
     vrt *raw = transaction;
@@ -344,18 +285,20 @@ bool installing_job::run_one(vrt *transaction) {
     if (rc != 0) {
         // An executor may return a plain -1 for a script that ended so.
         was_interrupted(vrm_script_status);
-        tell_problem("%s was not %s", name.c_str(), said_.done);
+        tell_problem({name, std::string("was not ") + said_.done});
         return false;
     }
-    const own_vri entry(vrm_vrl_info(work_.repository(), name.c_str()));
+    const vri *const entry = work_.installed().find(name);
     if (!entry) {
-        tell_problem("%s was unpacked, but its entry in the inventory can't be read", name.c_str());
+        tell_problem({name, "was unpacked, but its entry in the inventory can't be read"});
         return false;
     }
     // The engine does not look back at the swap of an update.
     if (strcmp(entry->version, raw->info->version) != 0) {
-        tell_problem("%s was unpacked, but its entry in the inventory is still that of version %s",
-                     name.c_str(), entry->version);
+        tell_problem(
+            {name, std::string("was unpacked, but its entry in the inventory is still that "
+                               "of version ") +
+                       entry->version});
         return false;
     }
     print_afterwards(raw->info);
@@ -371,7 +314,7 @@ bool installing_job::can_rely(const planned_change &planned, bool *is_to_be_plan
         }
         if (failed_names_.contains(name)) {
             const std::string reason = "it needs " + name + ", which was not " + said_.done;
-            tell_problem("%s was not %s: %s", planned.name.c_str(), said_.done, reason.c_str());
+            tell_problem({planned.name, std::string("was not ") + said_.done, reason});
             fail(planned.request, reason);
             return false;
         }
@@ -384,23 +327,27 @@ bool installing_job::can_rely(const planned_change &planned, bool *is_to_be_plan
 bool installing_job::plan_anew(planned_change *planned) {
     bool failed = false;
     own_vrt transaction =
-        plan_with(given_with_requests(planned->request), planned->request, &failed);
+        make_plan(planned->request, given_with_requests(planned->request), &failed);
     if (!transaction) {
-        return false;
-    }
-    if (!shown_.covers(*transaction)) {
-        tell_problem("%s was not %s: what it takes has changed since it was shown; try again",
-                     planned->request.c_str(), said_.done);
         return false;
     }
     planned->transaction = std::move(transaction);
     return true;
 }
 
+bool installing_job::was_shown(const planned_change &planned) {
+    const bool was = shown_.covers(*planned.transaction);
+    if (!was) {
+        tell_problem({planned.request, std::string("was not ") + said_.done,
+                      "what it takes has changed since it was shown; try again"});
+    }
+    return was;
+}
+
 bool installing_job::carry_out(planned_change *planned) {
     bool is_to_be_planned = false;
     const bool done = can_rely(*planned, &is_to_be_planned) &&
-                      (!is_to_be_planned || plan_anew(planned)) &&
+                      (!is_to_be_planned || plan_anew(planned)) && was_shown(*planned) &&
                       run_one(planned->transaction.get());
     if (!done) {
         failed_names_.insert(planned->name);

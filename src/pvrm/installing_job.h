@@ -7,7 +7,8 @@
 #include <vector>
 
 #include "pvrm/change_job.h"
-#include "transaction/given_packages.h"
+#include "pvrm/named_files.h"
+#include "repository/snapshot.h"
 
 class installing_job : public change_job {
  public:
@@ -15,9 +16,14 @@ class installing_job : public change_job {
                    const std::vector<std::string> &dirs, words said);
 
  protected:
+    void begin_planning() override {
+        requests_by_name_.clear();
+    }
     // The plan of one request; null when there is nothing to do, or, with `*failed`, none can be
     // made. The reason is printed.
-    virtual own_vrt make_plan(const std::string &request, bool *failed) = 0;
+    virtual own_vrt make_plan(const std::string &request, const given_packages &given,
+                              bool *failed) = 0;
+    // Carries a plan out, and forgets what it changed. Result: not 0 when it fails.
     virtual int execute(vrt **transaction) = 0;
     // What the plan's table says of the top package.
     virtual std::string remark(const vri * /*package*/) {
@@ -45,29 +51,21 @@ class installing_job : public change_job {
     bool plan(const std::string &request) override;
     void plan_together() override;
     void add_to_view(const planned_change &planned, plan_view *view) override;
+    void refuse(const std::string &request, const std::string &why);
     bool carry_out(planned_change *planned) override;
 
-    void read_files();
-    given_packages given_for(const std::string &request) const;
     given_packages given_with_requests(const std::string &request) const;
-    own_vrt plan_with(const given_packages &given, const std::string &request, bool *failed);
-    bool uses_unusable_file(const vrt &transaction) const;
     void plan_without_unusable_files();
     void plan_without_requested();
     void share_dependencies();
 
     bool can_rely(const planned_change &planned, bool *is_to_be_planned);
     bool plan_anew(planned_change *planned);
+    bool was_shown(const planned_change &planned);
     bool run_one(vrt *transaction);
     bool hand_over_local_dependencies(vrt *transaction);
 
-    struct named_file {
-        std::string request;
-        own_vri record;
-    };
-    std::vector<named_file> files_;  // the package files among the requests
-    bool files_are_read_ = false;
-    std::set<std::string> unusable_;                       // requests that failed
+    named_files files_;
     std::map<std::string, std::string> requests_by_name_;  // of what is planned
     std::set<std::string> failed_names_;                   // packages that were not installed
     std::vector<std::string> dir_texts_;

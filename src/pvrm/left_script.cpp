@@ -29,8 +29,7 @@ static std::optional<running_script> script_of(const vrm_handle *handle) {
     std::string why;
     auto script = read_running_script(handle, &why);
     if (!why.empty()) {
-        tell_problem("warning: %s is ignored: %s", running_script_path(handle).c_str(),
-                     why.c_str());
+        tell_warning("%s is ignored: %s", running_script_path(handle).c_str(), why.c_str());
     }
     return script;
 }
@@ -42,7 +41,7 @@ static unsigned seconds_to_wait(const vrm_handle *handle) {
     std::string value = set ? set : key->default_value;
     const std::string why = key->refuses(value);
     if (!why.empty()) {
-        tell_problem("warning: %s of %s can't be \"%s\": %s; %s is used", key->name, handle->conf,
+        tell_warning("%s of %s can't be \"%s\": %s; %s is used", key->name, handle->conf,
                      value.c_str(), why.c_str(), key->default_value);
         value = key->default_value;
     }
@@ -95,7 +94,6 @@ void warn_of_running_script(vrm_handle *handle) {
     const auto script = script_of(handle);
     // A change that holds the lock sees to its own script.
     if (script && still_runs(*script) && vrm_lock_holder(handle) == 0) {
-        tell_problem("warning: %s still runs; a change waits until it has ended",
-                     text_of(*script).c_str());
+        tell_warning("%s still runs; a change waits until it has ended", text_of(*script).c_str());
     }
 }

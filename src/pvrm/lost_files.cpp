@@ -9,10 +9,10 @@
 // A disk that is full at the first of thousands of files costs all of the others.
 static constexpr size_t most_told = 10;
 
-lost_files::lost_files(vrm_handle *repository, const std::vector<std::string> &packages)
-    : repository_(repository) {
+lost_files::lost_files(inventory_snapshot &installed, const std::vector<std::string> &packages)
+    : installed_(installed) {
     for (const std::string &package : packages) {
-        const own_array index(vrm_vrl_index(repository, package.c_str()));
+        const own_array index = index_of(package);
         std::vector<std::string> &present = present_[package];
         for (char *const *path = index.get(); path && *path; path++) {
             if (path_exists(*path)) {
@@ -23,10 +23,15 @@ lost_files::lost_files(vrm_handle *repository, const std::vector<std::string> &p
     }
 }
 
+own_array lost_files::index_of(const std::string &package) const {
+    const vri *const info = installed_.find(package);
+    return own_array(info ? vrm_vrl_file_list(installed_.handle(), info) : nullptr);
+}
+
 void lost_files::tell() const {
     for (const auto &[package, present] : present_) {
         // What got through has an index of its own by now.
-        const own_array index(vrm_vrl_index(repository_, package.c_str()));
+        const own_array index = index_of(package);
         std::vector<std::string> lost;
         for (char *const *path = index.get(); path && *path; path++) {
             if (!path_exists(*path) && std::binary_search(present.begin(), present.end(), *path)) {

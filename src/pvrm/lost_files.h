@@ -6,19 +6,23 @@
 #include <string>
 #include <vector>
 
-#include "support/handle.h"
+#include "repository/snapshot.h"
+#include "support/own.h"
 
 class lost_files {
  public:
     // Notes which files of these installed packages are there before they are changed.
-    lost_files(vrm_handle *repository, const std::vector<std::string> &packages);
+    lost_files(inventory_snapshot &installed, const std::vector<std::string> &packages);
 
     // Tells which of them are missing now although their package still lists them, and what helps.
+    // The snapshot has to have forgotten the packages.
     void tell() const;
 
  private:
     void tell_of(const std::string &package, const std::vector<std::string> &lost) const;
 
-    vrm_handle *const repository_;
+    own_array index_of(const std::string &package) const;
+
+    inventory_snapshot &installed_;
     std::map<std::string, std::vector<std::string>> present_;  // by package, sorted
 };

@@ -1,13 +1,12 @@
 #include "pvrm/needs_graph.h"
 
-needs_graph::needs_graph(vri *const *installed) {
+needs_graph::needs_graph(const std::vector<const vri *> &installed) {
     std::vector<char *const *> dependencies;
-    for (vri *const *one = installed; one && *one; one++) {
-        const vri &info = **one;
-        dependencies.push_back(info.deps);
-        places_.emplace(info.name, packages.size());
+    for (const vri *info : installed) {
+        dependencies.push_back(info->deps);
+        places_.emplace(info->name, packages.size());
         packages.push_back(
-            {info.name, info.install_type != 'D', info.install_head ? info.install_head : ""});
+            {info->name, info->install_type != 'D', info->install_head ? info->install_head : ""});
     }
     for (size_t at = 0; at < packages.size(); at++) {
         for (char *const *dep = dependencies[at]; dep && *dep; dep++) {

@@ -18,8 +18,8 @@ struct needs_graph {
         std::vector<size_t> needs = {}, needed_by = {};
     };
 
-    // `installed` is null-terminated, or null for none. Nothing of it is kept.
-    explicit needs_graph(vri *const *installed);
+    // Nothing of the records is kept.
+    explicit needs_graph(const std::vector<const vri *> &installed);
 
     // The place of a package; nothing for one that isn't in the list.
     std::optional<size_t> place_of(const std::string &name) const;

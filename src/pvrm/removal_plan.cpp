@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-removal_plan::removal_plan(vri *const *installed, const std::vector<std::string> &requests,
-                           bool keep_deps)
+removal_plan::removal_plan(const std::vector<const vri *> &installed,
+                           const std::vector<std::string> &requests, bool keep_deps)
     : graph_(installed),
       keep_deps_(keep_deps),
       requested_(graph_.packages.size()),

@@ -24,9 +24,9 @@
 // requested dependency that would go along anyway counts as one.
 class removal_plan {
  public:
-    // `installed` is null-terminated, or null; the plan keeps nothing of it. Requests that are not
-    // installed play no part.
-    removal_plan(vri *const *installed, const std::vector<std::string> &requests, bool keep_deps);
+    // The plan keeps nothing of the records. Requests that are not installed play no part.
+    removal_plan(const std::vector<const vri *> &installed,
+                 const std::vector<std::string> &requests, bool keep_deps);
 
     struct part {
         size_t place;  // in the list of installed packages

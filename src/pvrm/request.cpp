@@ -9,7 +9,6 @@
 #include "pvrm/engine_report.h"
 #include "pvrm/tell.h"
 #include "repository/choice.h"
-#include "repository/inventory.h"
 
 bool looks_like_file(const std::string &request) {
     return request.find('/') != std::string::npos || request.ends_with(".vrk");
@@ -18,11 +17,11 @@ bool looks_like_file(const std::string &request) {
 void tell_no_package_file(const std::string &request) {
     struct stat status;
     if (stat(request.c_str(), &status) != 0) {
-        tell_problem("%s: %s", request.c_str(), strerror(errno));
+        tell_problem({request, "", strerror(errno)});
     } else if (!S_ISREG(status.st_mode)) {
-        tell_problem("%s is not a regular file", request.c_str());
+        tell_problem({request, "is not a regular file"});
     } else {
-        tell_problem("%s is not a package file: its name does not end in .vrk", request.c_str());
+        tell_problem({request, "is not a package file: its name does not end in .vrk"});
     }
 }
 
@@ -37,7 +36,7 @@ own_vri find_package(session &work, const std::string &request) {
     if (vrk_file_is_vrk(request.c_str())) {
         own_vri info(vrm_vrf_info(work.repository(), request.c_str(), 1));
         if (!info) {
-            tell_failure("%s is not a valid package file", request.c_str());
+            tell_failure({request, "is not a valid package file"});
         }
         return info;
     }
@@ -51,8 +50,8 @@ own_vri find_package(session &work, const std::string &request) {
     if (!work.has_directories({"installed"})) {
         return nullptr;
     }
-    if (vri *installed = vrm_vrl_info(work.repository(), request.c_str())) {
-        return own_vri(installed);
+    if (const vri *installed = work.installed().find(request)) {
+        return own_vri(vrk_info_copy(installed));
     }
     if (!work.connect()) {
         return nullptr;
@@ -62,7 +61,7 @@ own_vri find_package(session &work, const std::string &request) {
                                        work.catalogue()));
     });
     if (!found) {
-        tell_problem("%s is neither installed nor in the package catalogue", request.c_str());
+        tell_problem({request, "is neither installed nor in the package catalogue"});
     }
     return found;
 }

@@ -28,7 +28,7 @@ static const char *usable_log() {
         return nullptr;
     }
     if (!own_file(fopen(log_path, "ae"))) {
-        tell_problem("warning: there is no log of this, as %s can't be written: %s", log_path,
+        tell_warning("there is no log of this, as %s can't be written: %s", log_path,
                      strerror(errno));
         return nullptr;
     }
@@ -149,8 +149,8 @@ int session::lock() {
 void session::warn_of_cut_off() {
     const own_array names(vrm_broken_swaps(handle_.get()));
     for (char *const *name = names.get(); name && *name; name++) {
-        tell_problem(
-            "warning: an upgrade of %s was cut off; the next change registers it in its old "
+        tell_warning(
+            "an upgrade of %s was cut off; the next change registers it in its old "
             "version "
             "again, upgrade it once more then",
             *name);
@@ -232,7 +232,7 @@ bool session::learned_catalogue() {
         return false;
     }
     if (!refresh()) {
-        tell_problem("warning: the package catalogue can't be refreshed");
+        tell_warning("the package catalogue can't be refreshed");
         return false;
     }
     return true;

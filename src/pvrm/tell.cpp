@@ -58,33 +58,60 @@ void tell_step(const char *format, ...) {
 
 // ---- Problems ----
 
-static std::string first_noted;
+std::string problem::text() const {
+    const std::string begin = subject + (subject.empty() || what.empty() ? "" : " ") + what;
+    return begin + (why.empty() ? "" : ": " + why);
+}
 
-void note_repeated_problem(const std::string &text) {
-    if (first_noted.empty() && !text.starts_with("warning: ")) {
-        first_noted = text;
+std::string problem::text_after(const std::string &name) const {
+    if (subject.empty() || subject != name) {
+        return text();
+    }
+    return why.empty() ? "it " + what : why;
+}
+
+static problem first_noted;
+
+void note_repeated_problem(const problem &found) {
+    if (first_noted.text().empty()) {
+        first_noted = found;
     }
 }
 
 void note_problems() {
-    first_noted.clear();
+    first_noted = {};
 }
 
-std::string first_problem() {
+problem first_problem() {
     return first_noted;
 }
 
+void tell_problem(const problem &found) {
+    note_repeated_problem(found);
+    tell_warning_text(found.text());
+}
+
 void tell_problem(const char *format, ...) {
-    fflush(stdout);
     va_list arguments;
     va_start(arguments, format);
-    const std::string text = text_of(format, arguments);
+    tell_problem(problem{"", text_of(format, arguments)});
     va_end(arguments);
-    note_repeated_problem(text);
+}
+
+void tell_warning(const char *format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    tell_warning_text("warning: " + text_of(format, arguments));
+    va_end(arguments);
+}
+
+void tell_warning_text(const std::string &text) {
+    fflush(stdout);
     write_line(stderr, own_name, text);
 }
 
 void tell_detail(const char *format, ...) {
+    fflush(stdout);
     va_list arguments;
     va_start(arguments, format);
     write_line(stderr, "  ", text_of(format, arguments));

@@ -1,5 +1,6 @@
 // What the tool says: steps on stdout, failures on stderr, each line begun with "pvrm: " and
-// written at once, since the window shows them as they come.
+// written at once, since the window shows them as they come. What was printed to stdout before is
+// written first: stdout is buffered when it is not a terminal, and both may lead to one file.
 #pragma once
 
 #include <string>
@@ -10,8 +11,27 @@ void tell_no_steps();
 // A step of a change, without its line end. Texts in it are made safe for a terminal.
 void tell_step(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
-// Something that went wrong, or that the user should know: a plain sentence without its line end.
+// What is wrong with a package or a file, in the parts of its sentence: "SUBJECT WHAT: WHY".
+struct problem {
+    std::string subject;  // empty when `what` is a sentence of its own
+    std::string what;     // may be empty beside the other two
+    std::string why = {};
+
+    std::string text() const;
+    // How it reads after the name of what failed: for the subject the reason, or "it WHAT", for
+    // another name the whole sentence.
+    std::string text_after(const std::string &name) const;
+};
+
+// Something that went wrong: a plain sentence without its line end.
 void tell_problem(const char *format, ...) __attribute__((format(printf, 1, 2)));
+void tell_problem(const problem &found);
+
+// Something that the user should know, but that makes nothing fail; the line says so.
+void tell_warning(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+// The same, of a whole sentence that says so itself, if need be.
+void tell_warning_text(const std::string &text);
 
 // A line that belongs to the problem above it, without the name of the tool.
 void tell_detail(const char *format, ...) __attribute__((format(printf, 1, 2)));
@@ -19,8 +39,8 @@ void tell_detail(const char *format, ...) __attribute__((format(printf, 1, 2)));
 // Forgets the problems that were printed so far.
 void note_problems();
 
-// The first of them that is not a warning, or empty.
-std::string first_problem();
+// The first problem since then, without warnings; nothing in its parts when there was none.
+problem first_problem();
 
-// Counts a text as one that was printed, as it was printed shortly before.
-void note_repeated_problem(const std::string &text);
+// Counts a problem as printed, as it was printed shortly before.
+void note_repeated_problem(const problem &found);

@@ -37,12 +37,12 @@ int word_files(const common_options &options, const std::string &what) {
     } else if (!work.has_directories({"installed", "fileindex"})) {
         return EXIT_FAILED;
     } else {
-        own_vri info(vrm_vrl_info(work.repository(), what.c_str()));
+        const vri *const info = work.installed().find(what);
         if (!info) {
             tell_problem("%s is not installed", what.c_str());
             return EXIT_FAILED;
         }
-        paths.reset(vrm_vrl_file_list(work.repository(), info.get()));
+        paths.reset(vrm_vrl_file_list(work.repository(), info));
         if (!paths && errno != 0) {
             tell_problem("the files of %s can't be listed: %s", what.c_str(), strerror(errno));
             return EXIT_FAILED;

@@ -6,14 +6,13 @@
 #include "pvrm/request.h"
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
-#include "repository/inventory.h"
 
 // What the form of a package that isn't the installed one leaves open.
 static void tell_state(session &work, const vri *package) {
     if (!work.has_directories({"installed"})) {
         return;  // of a package file all else is known, and that this is not has been told
     }
-    const own_vri installed(vrm_vrl_info(work.repository(), package->name));
+    const vri *const installed = work.installed().find(package->name);
     if (installed) {
         tell_problem("%s is installed in version %s", package->name, installed->version);
     } else {
@@ -27,7 +26,7 @@ static bool head_is_signed(const std::string &file) {
     const head_comparison head = compare_head(file.c_str());
     if (head.result != head_comparison::matches) {
         take_cause();
-        tell_problem("warning: %s cannot be installed: %s", file.c_str(), head.why.c_str());
+        tell_warning("%s cannot be installed: %s", file.c_str(), head.why.c_str());
     }
     return head.result == head_comparison::matches;
 }
@@ -46,7 +45,8 @@ int word_info(const common_options &options, const std::string &what,
     const bool is_file = vrk_file_is_vrk(what.c_str()) != 0;
     const unsigned mode = is_file ? 3 : package->install_type ? 2 : 1;
     if (is_file && package->sig_status != 1) {
-        tell_failure("warning: %s can't be trusted", what.c_str());
+        const std::string why = take_cause();
+        tell_warning("%s can't be trusted%s%s", what.c_str(), why.empty() ? "" : ": ", why.c_str());
     }
     // A payload that nobody who is trusted signed is not unpacked either.
     const bool matches = is_file && package->sig_status == 1 && head_is_signed(what);

@@ -9,7 +9,6 @@
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
 #include "repository/choice.h"
-#include "repository/inventory.h"
 #include "repository/vrc.h"
 #include "transaction/install.h"
 #include "transaction/plan_install.h"
@@ -23,11 +22,14 @@ class installation : public installing_job {
           what_(what) {}
 
  private:
-    own_vrt make_plan(const std::string &request, bool *failed) override;
+    own_vrt make_plan(const std::string &request, const given_packages &given,
+                      bool *failed) override;
     int execute(vrt **transaction) override {
-        return vrm_exe_install(work_.repository(), transaction, work_.catalogue(), 1, 0);
+        const int rc = vrm_exe_install(work_.repository(), transaction, work_.catalogue(), 1, 0);
+        forget_changed(**transaction);
+        return rc;
     }
-    own_vrt ask_planner(const std::string &request);
+    own_vrt ask_planner(const std::string &request, const given_packages &given);
     std::string missing_choice(const std::string &name) const;
 
     const install_options &what_;
@@ -46,8 +48,8 @@ static std::string enumerated(const std::set<std::string> &names) {
     return (names.size() == 1 ? "there is " : "there are ") + text;
 }
 
-// Why the catalogue has packages of a name and none that was asked for; empty when it has one, or
-// knows nothing of the name.
+// Why the catalogue has packages of a name and none that was asked for, as it goes on after the
+// name; empty when it has one, or knows nothing of the name.
 std::string installation::missing_choice(const std::string &name) const {
     const char *variant = what_.has_variant ? what_.variant.c_str() : nullptr;
     const char *version = what_.version.empty() ? nullptr : what_.version.c_str();
@@ -73,36 +75,36 @@ std::string installation::missing_choice(const std::string &name) const {
         return "";
     }
     if (variant && versions.empty()) {
-        return name + " has no variant " + (*variant ? variant : "default") + "; " +
+        return std::string("has no variant ") + (*variant ? variant : "default") + "; " +
                enumerated(variants);
     }
     if (version && !versions.contains(version)) {
-        return name + " has no version " + version + "; " + enumerated(versions);
+        return std::string("has no version ") + version + "; " + enumerated(versions);
     }
-    return name + " has no default variant; " + enumerated(variants) + ": use --variant";
+    return "has no default variant; " + enumerated(variants) + ": use --variant";
 }
 
-own_vrt installation::ask_planner(const std::string &request) {
+own_vrt installation::ask_planner(const std::string &request, const given_packages &given) {
     vrt *made = nullptr;
     take_cause();
-    vrm_pre_install(work_.repository(), work_.catalogue(), request.c_str(),
-                    what_.has_variant ? what_.variant.c_str() : nullptr,
-                    what_.version.empty() ? nullptr : what_.version.c_str(), dirs(), &made);
+    plan_install({work_.installed(), given}, work_.catalogue(), request.c_str(),
+                 what_.has_variant ? what_.variant.c_str() : nullptr,
+                 what_.version.empty() ? nullptr : what_.version.c_str(), dirs(), &made);
     return own_vrt(made);
 }
 
-own_vrt installation::make_plan(const std::string &request, bool *failed) {
+own_vrt installation::make_plan(const std::string &request, const given_packages &given,
+                                bool *failed) {
     const std::string name = package_name(request);
     if (name.empty()) {
         *failed = true;
         return nullptr;
     }
-    if (own_vri installed{vrm_vrl_info(work_.repository(), name.c_str())}) {
+    if (const vri *installed = work_.installed().find(name)) {
         if (installed->name != name) {
-            tell_problem(
-                "%s can't be installed: its entry in the inventory is that of another package, %s; "
-                "pvrm check offers to delete that entry",
-                name.c_str(), installed->name);
+            tell_problem({name, "can't be installed",
+                          std::string("its entry in the inventory is that of another package, ") +
+                              installed->name + "; pvrm check offers to delete that entry"});
             *failed = true;
             return nullptr;
         }
@@ -111,14 +113,14 @@ own_vrt installation::make_plan(const std::string &request, bool *failed) {
     }
     if (!vrk_file_is_vrk(request.c_str())) {
         if (const std::string missing = missing_choice(name); !missing.empty()) {
-            tell_problem("%s", missing.c_str());
+            tell_problem({name, missing});
             *failed = true;
             return nullptr;
         }
     }
-    own_vrt transaction = work_.look_up([&] { return ask_planner(request); });
+    own_vrt transaction = work_.look_up([&] { return ask_planner(request, given); });
     if (!transaction) {
-        tell_failure("%s can't be installed", request.c_str());
+        tell_failure({request, "can't be installed"});
     } else if (!is_acceptable(request, *transaction)) {
         transaction.reset();
     }

@@ -5,7 +5,6 @@
 #include "pvrm/installed_needs.h"
 #include "pvrm/session.h"
 #include "pvrm/words.h"
-#include "repository/inventory.h"
 #include "support/terminal_text.h"
 
 int word_orphans(const common_options &options) {
@@ -13,10 +12,7 @@ int word_orphans(const common_options &options) {
     if (!work.open_repository() || !work.has_directories({"installed"})) {
         return EXIT_FAILED;
     }
-    vri **raw = nullptr;
-    vrm_list_vri(work.repository(), nullptr, 1, &raw);
-    const own_vri_list list(raw);
-    for (const std::string &name : installed_needs(raw).orphans()) {
+    for (const std::string &name : installed_needs(work.installed().packages()).orphans()) {
         puts(terminal_safe_cell(name).c_str());
     }
     // What a damaged entry needs is not known: one of these may be wanted by it.

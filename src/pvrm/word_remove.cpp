@@ -37,6 +37,9 @@ class removal : public change_job {
           mode_(what.keep_deps ? alone : with_orphans) {}
 
  private:
+    void begin_planning() override {
+        wanted_.clear();
+    }
     bool plan(const std::string &request) override;
     void plan_together() override;
     void add_to_view(const planned_change &planned, plan_view *view) override {
@@ -58,13 +61,12 @@ class removal : public change_job {
     void add_planned(const removal_plan::removal &planned);
     void refuse(const std::string &name, const std::vector<std::string> &holders);
     void drop_what_stays(vrt *transaction);
-    bool is_as_shown(const vrt &transaction) const;
+    bool is_as_shown(const vrt &transaction);
     bool run_one(vrt *transaction);
     void note_outcome(const std::vector<std::string> &names);
 
     const int mode_;
     std::vector<std::string> wanted_;  // requests that can be planned
-    own_vri_list installed_;
     std::optional<removal_plan> together_;
     std::map<std::string, std::string> stuck_;  // what was tried and stayed, with the reason
 };
@@ -85,7 +87,7 @@ static std::string all_need(const std::vector<std::string> &names) {
 }
 
 bool removal::is_installed(const std::string &name) const {
-    return own_vri(vrm_vrl_info(work_.repository(), name.c_str())) != nullptr;
+    return work_.installed().find(name) != nullptr;
 }
 
 // ---- The plan ----
@@ -95,10 +97,10 @@ bool removal::is_removable(const std::string &name) {
         return false;
     }
     if (looks_like_file(name)) {
-        tell_problem("%s is no name of a package", name.c_str());
+        tell_problem({name, "is no name of a package"});
         return false;
     }
-    const own_vri package(vrm_vrl_info(work_.repository(), name.c_str()));
+    const vri *const package = work_.installed().find(name);
     if (!package) {
         kept_reasons refusal;
         ask_planner(name, &refusal);
@@ -106,15 +108,14 @@ bool removal::is_removable(const std::string &name) {
         return false;
     }
     if (package->name != name) {
-        tell_problem(
-            "%s can't be removed: its entry in the inventory is that of another package, %s; "
-            "pvrm check offers to delete that entry",
-            name.c_str(), package->name);
+        tell_problem({name, "can't be removed",
+                      std::string("its entry in the inventory is that of another package, ") +
+                          package->name + "; pvrm check offers to delete that entry"});
         return false;
     }
-    if (const char *part = vrk_info_unsafe_part(package.get())) {
-        tell_problem("%s can't be removed: its %s holds characters that are not allowed",
-                     name.c_str(), part);
+    if (const char *part = vrk_info_unsafe_part(package)) {
+        tell_problem({name, "can't be removed",
+                      std::string("its ") + part + " holds characters that are not allowed"});
         return false;
     }
     return true;
@@ -133,7 +134,7 @@ own_vrt removal::ask_planner(const std::string &name, kept_reasons *refusal) {
     vrt *made = nullptr;
     vrmui_line_new(vrmui, "");  // the planner adds its text to what is there
     keep_reasons();
-    vrm_pre_delete(work_.repository(), name.c_str(), mode_, &made);
+    plan_removal(work_.installed(), name.c_str(), mode_, &made);
     kept_reasons others = take_reasons();
     for (kept_reasons::given &given : std::exchange(others.reasons, {})) {
         const bool refuses = given.kind == event_kind::removal_needed ||
@@ -146,8 +147,7 @@ own_vrt removal::ask_planner(const std::string &name, kept_reasons *refusal) {
 
 static void warn_of_left(const std::string &name, const std::vector<std::string> &left) {
     if (!left.empty()) {
-        tell_problem("warning: %s goes although it is needed by %s", name.c_str(),
-                     joined(left).c_str());
+        tell_warning("%s goes although it is needed by %s", name.c_str(), joined(left).c_str());
     }
 }
 
@@ -174,7 +174,7 @@ void removal::plan_one(const std::string &name) {
         tell_problem("%s is needed by %zu packages: %s", name.c_str(), dependents.size(),
                      joined(dependents).c_str());
     }
-    fail(name);
+    fail(name, dependents.empty() ? "" : all_need(dependents) + " it");
 }
 
 void removal::refuse(const std::string &name, const std::vector<std::string> &holders) {
@@ -187,7 +187,7 @@ void removal::refuse(const std::string &name, const std::vector<std::string> &ho
 // one's removal ends before it.
 void removal::add_planned(const removal_plan::removal &planned) {
     const auto add = [this](const removal_plan::removal &one) {
-        own_vrt transaction = removal_transaction(one, installed_.get());
+        own_vrt transaction = removal_transaction(one, work_.installed().packages());
         if (!transaction) {
             throw std::bad_alloc();
         }
@@ -217,10 +217,7 @@ void removal::plan_together() {
     if (wanted_.empty()) {
         return;
     }
-    vri **raw = nullptr;
-    vrm_list_vri(work_.repository(), nullptr, 1, &raw);
-    installed_.reset(raw);
-    together_.emplace(raw, wanted_, mode_ == alone);
+    together_.emplace(work_.installed().packages(), wanted_, mode_ == alone);
     if (wanted_.size() == 1) {
         plan_one(wanted_.front());
     } else {
@@ -243,12 +240,17 @@ void removal::drop_what_stays(vrt *transaction) {
     });
 }
 
-// Whether all that goes is installed as it was when it was shown.
-bool removal::is_as_shown(const vrt &transaction) const {
-    const auto is_same = [this](const vri *shown) {
-        const own_vri now(vrm_vrl_info(work_.repository(), shown->name));
-        const std::string identity = vrk_puname(shown);
-        return now && identity == vrk_puname(now.get());
+// Whether all that goes was shown and is installed as it was then, also after the scripts of what
+// went before.
+bool removal::is_as_shown(const vrt &transaction) {
+    if (!shown_.covers(transaction)) {
+        return false;
+    }
+    const auto is_same = [this](const vri *planned) {
+        work_.installed().refresh(planned->name);
+        const vri *const now = work_.installed().find(planned->name);
+        const std::string identity = vrk_puname(planned);
+        return now && identity == vrk_puname(now);
     };
     for (int32_t i = 0; i < transaction.num_deps; i++) {
         if (!is_same(transaction.deps[i]->info)) {
@@ -269,7 +271,7 @@ void removal::note_outcome(const std::vector<std::string> &names) {
         // The engine stops at the first that stays. A request that it did not reach has its turn.
         const bool is_requested = std::find(wanted_.begin(), wanted_.end(), name) != wanted_.end();
         if (is_first) {
-            stuck_[name] = first_problem();
+            stuck_[name] = first_problem().text_after(name);
         }
         if (is_first || !is_requested) {
             together_->note_stays(name);
@@ -289,11 +291,14 @@ bool removal::run_one(vrt *transaction) {
     }
 
     if (!clear_stages(repository, *transaction)) {
-        tell_problem("%s was not removed", top.c_str());
+        tell_problem({top, "was not removed"});
         note_outcome(names);
         return false;
     }
     const int rc = vrm_exe_delete(repository, &transaction);
+    for (const std::string &name : names) {
+        work_.installed().forget(name);
+    }
     for (const std::string &name : names) {
         if (!is_installed(name)) {
             tell_kept(config[name]);
@@ -303,14 +308,14 @@ bool removal::run_one(vrt *transaction) {
     if (rc != 0) {
         was_interrupted(rc);
         if (is_installed(top)) {
-            tell_problem("%s was not removed", top.c_str());
+            tell_problem({top, "was not removed"});
         } else {
-            tell_problem("%s was removed, but not all that goes with it", top.c_str());
+            tell_problem({top, "was removed, but not all that goes with it"});
         }
         return false;
     }
     if (is_installed(top)) {
-        tell_problem("%s was removed, but its entry in the inventory is still there", top.c_str());
+        tell_problem({top, "was removed, but its entry in the inventory is still there"});
         return false;
     }
     return true;
@@ -320,7 +325,7 @@ bool removal::carry_out(planned_change *planned) {
     const std::string &name = planned->name;
     if (const auto stuck = stuck_.find(name); stuck != stuck_.end()) {
         // Its script just refused. To run that again would hardly change its mind.
-        tell_problem("%s was not removed", name.c_str());
+        tell_problem({name, "was not removed"});
         fail(name, stuck->second);
         return false;
     }
@@ -332,9 +337,8 @@ bool removal::carry_out(planned_change *planned) {
         drop_what_stays(planned->transaction.get());
     }
     if (!is_as_shown(*planned->transaction)) {
-        tell_problem(
-            "%s was not removed: what goes with it has changed since it was shown; try again",
-            name.c_str());
+        tell_problem({name, "was not removed",
+                      "what goes with it has changed since it was shown; try again"});
         return false;
     }
     return run_one(planned->transaction.get());

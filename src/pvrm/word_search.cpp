@@ -8,7 +8,6 @@
 #include "pvrm/session.h"
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
-#include "repository/inventory.h"
 #include "repository/vrc.h"
 
 // A plain word is looked for anywhere in names and descriptions; who writes a pattern means it.
@@ -32,7 +31,7 @@ static int find(session &work, const std::string &pattern, own_vri_list *found) 
 // Tells at the beginning of the description what of a package is installed. Who reads the form for
 // programs gets the description as it is.
 static void mark_installed(session &work, vri *package) {
-    const own_vri installed(vrm_vrl_info(work.repository(), package->name));
+    const vri *const installed = work.installed().find(package->name);
     if (!installed) {
         return;
     }

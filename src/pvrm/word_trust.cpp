@@ -124,7 +124,7 @@ static int list_trusted(const session &work) {
         first = false;
         show_certificate(file.certificate.get());
         if (const std::string fault = certificate_fault(file.certificate.get()); !fault.empty()) {
-            tell_problem("warning: %s should not be trusted: %s", file.path.c_str(), fault.c_str());
+            tell_warning("%s should not be trusted: %s", file.path.c_str(), fault.c_str());
         }
     }
     if (content.was_read && content.files.empty()) {

@@ -1,5 +1,3 @@
-#include <sys/stat.h>
-
 #include <filesystem>
 #include <map>
 #include <string>
@@ -18,6 +16,7 @@
 #include "pvrm/words.h"
 #include "repository/inventory.h"
 #include "repository/owner_lookup.h"
+#include "support/file.h"
 #include "transaction/plan_update.h"
 #include "transaction/update.h"
 
@@ -31,7 +30,12 @@ class upgrade : public installing_job {
     int run_all();
 
  private:
-    own_vrt make_plan(const std::string &request, bool *failed) override;
+    void begin_planning() override {
+        installing_job::begin_planning();
+        not_installed_.clear();
+    }
+    own_vrt make_plan(const std::string &request, const given_packages &given,
+                      bool *failed) override;
     void judge_late() override;
     bool were_named() const override {
         return !all_;
@@ -39,7 +43,7 @@ class upgrade : public installing_job {
     int execute(vrt **transaction) override;
     std::string remark(const vri *package) override;
     void print_afterwards(const vri *package) override;
-    own_vrt ask_planner(const std::string &request);
+    own_vrt ask_planner(const std::string &request, const given_packages &given);
     bool is_wanted(const std::string &request, const std::string &name, bool *failed);
     void tell_up_to_date(const std::string &name);
     void tell_not_offered(const std::string &name, bool *failed);
@@ -55,7 +59,7 @@ class upgrade : public installing_job {
 }  // namespace
 
 std::string upgrade::remark(const vri *package) {
-    const own_vri installed(vrm_vrl_info(work_.repository(), package->name));
+    const vri *const installed = work_.installed().find(package->name);
     return installed ? std::string("in place of ") + installed->version : "";
 }
 
@@ -63,7 +67,7 @@ void upgrade::tell_up_to_date(const std::string &name) {
     if (all_) {
         return;
     }
-    if (const own_vri installed{vrm_vrl_info(work_.repository(), name.c_str())}) {
+    if (const vri *installed = work_.installed().find(name)) {
         tell_step("%s is up to date, version %s", name.c_str(), installed->version);
     }
 }
@@ -75,19 +79,20 @@ void upgrade::tell_not_offered(const std::string &name, bool *failed) {
     }
     *failed = true;
     if (!work_.catalogue()) {
-        tell_problem("%s can't be upgraded", name.c_str());
+        tell_problem({name, "can't be upgraded"});
         return;
     }
-    const own_vri installed(vrm_vrl_info(work_.repository(), name.c_str()));
-    tell_problem("%s can't be upgraded: its variant %s is not in the package catalogue",
-                 name.c_str(), installed && installed->variant ? installed->variant : "default");
+    const vri *const installed = work_.installed().find(name);
+    const std::string variant = installed && installed->variant ? installed->variant : "default";
+    tell_problem(
+        {name, "can't be upgraded", "its variant " + variant + " is not in the package catalogue"});
 }
 
 // Tells why there is no plan for a package, if there is none for the package's own sake. What is
 // left then are its dependencies.
 bool upgrade::is_wanted(const std::string &request, const std::string &name, bool *failed) {
-    switch (vrm_update_outlook(work_.repository(), work_.catalogue(), request.c_str(), nullptr,
-                               nullptr)) {
+    switch (outlook_of_update(work_.installed(), work_.catalogue(), request.c_str(), nullptr,
+                              nullptr)) {
         case UPDATE_WANTED:
             return true;
         case UPDATE_NOT_NEEDED:
@@ -97,24 +102,24 @@ bool upgrade::is_wanted(const std::string &request, const std::string &name, boo
             tell_not_offered(name, failed);
             return false;
         case UPDATE_NOT_INSTALLED:
-            tell_problem("%s is not installed", name.c_str());
+            tell_problem({name, "is not installed"});
             break;
         case UPDATE_NO_PACKAGE:
-            tell_failure("%s is not a valid package file", request.c_str());
+            tell_failure({request, "is not a valid package file"});
             break;
     }
     *failed = true;
     return false;
 }
 
-own_vrt upgrade::ask_planner(const std::string &request) {
+own_vrt upgrade::ask_planner(const std::string &request, const given_packages &given) {
     vrt *made = nullptr;
-    vrm_pre_update(work_.repository(), work_.catalogue(), request.c_str(), nullptr, nullptr, dirs(),
-                   &made);
+    plan_update({work_.installed(), given}, work_.catalogue(), request.c_str(), nullptr, nullptr,
+                dirs(), &made);
     return own_vrt(made);
 }
 
-own_vrt upgrade::make_plan(const std::string &request, bool *failed) {
+own_vrt upgrade::make_plan(const std::string &request, const given_packages &given, bool *failed) {
     const std::string name = package_name(request);
     if (name.empty()) {
         *failed = true;
@@ -130,13 +135,13 @@ own_vrt upgrade::make_plan(const std::string &request, bool *failed) {
     if (all_ && !is_wanted(request, name, failed)) {
         return nullptr;
     }
-    own_vrt transaction =
-        all_ ? ask_planner(request) : work_.look_up([&] { return ask_planner(request); });
+    own_vrt transaction = all_ ? ask_planner(request, given)
+                               : work_.look_up([&] { return ask_planner(request, given); });
     if (!transaction && !all_ && !is_wanted(request, name, failed)) {
         return nullptr;
     }
     if (!transaction) {
-        tell_failure("%s can't be upgraded", request.c_str());
+        tell_failure({request, "can't be upgraded"});
     } else if (!is_acceptable(request, *transaction)) {
         transaction.reset();
     }
@@ -149,7 +154,7 @@ own_vrt upgrade::make_plan(const std::string &request, bool *failed) {
 void upgrade::judge_late() {
     for (const auto &[request, name] : not_installed_) {
         if (!is_brought_along(name)) {
-            tell_problem("%s is not installed", name.c_str());
+            tell_problem({name, "is not installed"});
             fail(request, name + " is not installed");
         }
     }
@@ -170,11 +175,9 @@ void upgrade::print_afterwards(const vri *package) {
 
 // Whether a package has a file among its configuration, or lists it among its files.
 bool upgrade::has_owner(const std::string &config_file) {
-    const own_array names(vrm_list_arr(work_.repository(), 0));
-    for (char *const *name = names.get(); name && *name; name++) {
-        struct stat status;
-        const std::string copy = shipped_config_dir(work_.repository(), *name) + config_file;
-        if (lstat(copy.c_str(), &status) == 0) {
+    for (const std::string &name : work_.installed().names()) {
+        const std::string copy = shipped_config_dir(work_.repository(), name.c_str()) + config_file;
+        if (path_exists(copy.c_str())) {
             return true;
         }
     }
@@ -185,13 +188,10 @@ bool upgrade::has_owner(const std::string &config_file) {
 // else would ever speak of it again.
 void upgrade::tell_dropped_config(const std::string &name, const std::vector<std::string> &before) {
     for (const std::string &path : before) {
-        std::error_code none;
-        if (std::filesystem::exists(std::filesystem::symlink_status(path, none)) &&
-            !has_owner(path)) {
+        if (path_exists(path.c_str()) && !has_owner(path)) {
             tell_problem(
                 "%s came with the old version of %s and not with the new one; it is kept and "
-                "belongs "
-                "to no package",
+                "belongs to no package",
                 path.c_str(), name.c_str());
         }
     }
@@ -214,7 +214,7 @@ static std::vector<std::string> names_of_upgraded(const vrt &transaction) {
 int upgrade::execute(vrt **transaction) {
     vrm_handle *const repository = work_.repository();
     const std::vector<std::string> names = names_of_upgraded(**transaction);
-    const lost_files files(repository, names);
+    const lost_files files(work_.installed(), names);
     // Which files are configuration is told by the entries, which are replaced.
     std::map<std::string, std::vector<std::string>> config;
     for (const std::string &name : names) {
@@ -222,6 +222,7 @@ int upgrade::execute(vrt **transaction) {
     }
     take_rollback();
     const int rc = vrm_exe_update(repository, transaction, work_.catalogue(), 1, 0);
+    forget_changed(**transaction);
     // Of a dependency the engine says itself that it failed.
     if (const rollback how = take_rollback(); rc != 0 && how != rollback::none) {
         const std::string failed =
@@ -245,15 +246,6 @@ int upgrade::run_all() {
     return status;
 }
 
-static std::vector<std::string> all_installed(session &work) {
-    const own_array names(vrm_list_arr(work.repository(), 1));
-    std::vector<std::string> all;
-    for (char **name = names.get(); name && *name; name++) {
-        all.emplace_back(*name);
-    }
-    return all;
-}
-
 int word_upgrade(const common_options &options, const std::vector<std::string> &requests) {
     session work(options);
     if (const int refused = work.begin_change()) {
@@ -267,5 +259,5 @@ int word_upgrade(const common_options &options, const std::vector<std::string> &
     if (all) {
         work.keep_catalogue_in_memory();
     }
-    return upgrade(work, all ? all_installed(work) : requests, all).run_all();
+    return upgrade(work, all ? work.installed().names() : requests, all).run_all();
 }

@@ -9,7 +9,6 @@
 #include "pvrm/session.h"
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
-#include "repository/inventory.h"
 #include "support/terminal_text.h"
 
 static void print_reason(const std::string &name, const installed_needs::reason &reason) {
@@ -36,10 +35,8 @@ int word_why(const common_options &options, const std::string &name) {
     if (names_nothing(name) || !work.open_repository() || !work.has_directories({"installed"})) {
         return EXIT_FAILED;
     }
-    vri **raw = nullptr;
-    vrm_list_vri(work.repository(), nullptr, 1, &raw);
-    const own_vri_list list(raw);
-    const std::optional<installed_needs::reason> reason = installed_needs(raw).why(name);
+    const std::optional<installed_needs::reason> reason =
+        installed_needs(work.installed().packages()).why(name);
     if (!reason) {
         tell_problem("%s is not installed", name.c_str());
         return EXIT_FAILED;

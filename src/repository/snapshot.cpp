@@ -290,6 +290,16 @@ bool inventory_snapshot::refresh() {
     return changed;
 }
 
+bool inventory_snapshot::refresh(const std::string &name) {
+    const auto place = known_.find(name);
+    if (place == known_.end() || !has_changed(name, place->second)) {
+        return false;
+    }
+    known_.erase(place);
+    drop_views();
+    return true;
+}
+
 void inventory_snapshot::forget(const std::string &name) {
     known_.erase(name);
     has_list_ = false;

@@ -100,6 +100,9 @@ class inventory_snapshot {
     // Result: whether there was anything.
     bool refresh();
 
+    // The same for one entry, as far as it was read, and not for the list of entries.
+    bool refresh(const std::string &name);
+
     // Forgets the entry of a package and the list of entries, for a change of the caller's own.
     void forget(const std::string &name);
 
@@ -176,13 +179,27 @@ class inventory_snapshot {
     std::unordered_map<std::string, std::vector<size_t>> dependents_;
 };
 
+// Packages that a planner takes into account beside the inventory, the directories and the
+// catalogue, for a caller that plans several requests of one command. Both are by name, and the
+// records belong to the caller. What this machine can't run plays no part.
+struct given_packages {
+    // Are installed before what is being planned: as a dependency they count as installed.
+    std::unordered_map<std::string, const vri *> coming = {};
+    // Package files, with their absolute_uri: as a dependency they are taken ahead of the
+    // directories and the catalogue.
+    std::unordered_map<std::string, const vri *> files = {};
+};
+
 // Where a planner asks what is installed: a snapshot, or, as a function that is called on its own
-// does, the tree itself at each question.
+// does, the tree itself at each question. The given packages must outlive the view.
 class installed_view {
  public:
     installed_view(vrm_handle *handle) : handle_(handle) {}  // NOLINT
     installed_view(inventory_snapshot &snapshot)             // NOLINT
         : handle_(snapshot.handle()), snapshot_(&snapshot) {}
+    installed_view(const installed_view &base, const given_packages &given) : installed_view(base) {
+        given_ = &given;
+    }
 
     vrm_handle *handle() const {
         return handle_;
@@ -190,6 +207,10 @@ class installed_view {
     // Null for the tree.
     inventory_snapshot *snapshot() const {
         return snapshot_;
+    }
+    // Null for none.
+    const given_packages *given() const {
+        return given_;
     }
     // As vrm_vrl_info and vrm_vrl_own_info. Throw std::bad_alloc.
     own_vri info(const char *name) const;
@@ -200,4 +221,5 @@ class installed_view {
  private:
     vrm_handle *handle_;
     inventory_snapshot *snapshot_ = nullptr;
+    const given_packages *given_ = nullptr;
 };

@@ -6,7 +6,6 @@
 #include "repository/dirsearch.h"
 #include "support/arch.h"
 #include "support/log.h"
-#include "transaction/given_packages.h"
 
 namespace {
 
@@ -20,8 +19,8 @@ void set_unresolved(vrd *record, const char *candidate, const char *dependency) 
     record->name = strdup(dependency);
     record->cand = strdup(candidate);
     record->weight = unsorted_weight;
-    log_say(LEVEL_DEBUG, "Setting status of dep %s for canditate %s to %c", dependency, candidate,
-            record->status);
+    log_debug("Setting status of dep %s for canditate %s to %c", dependency, candidate,
+              record->status);
 }
 
 // Status and action are only ever set as a pair, and with the package they are about.
@@ -37,14 +36,12 @@ bool resolve(vrd *record, vri *info, char status, char action) {
 
 bool find_installed(const installed_view &installed, vrd *record) {
     if (!resolve(record, installed.own_info(record->name).release(), 'I', 'N')) {
-        log_say(LEVEL_DEBUG, "ok, dependency %s in not yet installed", record->name);
+        log_debug("ok, dependency %s in not yet installed", record->name);
         return false;
     }
-    log_say(LEVEL_DEBUG, "ok, dependency %s was found already installed", record->name);
+    log_debug("ok, dependency %s was found already installed", record->name);
     return true;
 }
-
-const given_packages *given_now = nullptr;
 
 vri *copy_of(const std::unordered_map<std::string, const vri *> &packages, const char *name,
              int32_t arch) {
@@ -54,16 +51,18 @@ vri *copy_of(const std::unordered_map<std::string, const vri *> &packages, const
     return fits ? vrk_info_copy(found->second) : nullptr;
 }
 
-bool find_given(const vrm_handle *handle, vrd *record) {
-    if (!given_now) {
+bool find_given(const installed_view &installed, vrd *record) {
+    const given_packages *const given = installed.given();
+    if (!given) {
         return false;
     }
-    if (resolve(record, copy_of(given_now->coming, record->name, handle->arch), 'I', 'N')) {
-        log_say(LEVEL_DEBUG, "ok, dependency %s is installed before", record->name);
+    const int32_t arch = installed.handle()->arch;
+    if (resolve(record, copy_of(given->coming, record->name, arch), 'I', 'N')) {
+        log_debug("ok, dependency %s is installed before", record->name);
         return true;
     }
-    if (resolve(record, copy_of(given_now->files, record->name, handle->arch), 'L', 'I')) {
-        log_say(LEVEL_DEBUG, "ok, dependency %s is a file that was named", record->name);
+    if (resolve(record, copy_of(given->files, record->name, arch), 'L', 'I')) {
+        log_debug("ok, dependency %s is a file that was named", record->name);
         return true;
     }
     return false;
@@ -71,48 +70,40 @@ bool find_given(const vrm_handle *handle, vrd *record) {
 
 bool find_in_directories(vrm_handle *handle, char *const *dirs, vrd *record) {
     if (!dirs) {
-        log_say(LEVEL_DEBUG, "ok, no directories to search in specified");
+        log_debug("ok, no directories to search in specified");
         return false;
     }
     vri *info = vrm_findone_dirs(handle, record->name, nullptr, nullptr, dirs);
     if (!resolve(record, info, 'L', 'I')) {
-        log_say(LEVEL_DEBUG, "No package for %s in directories found", record->name);
+        log_debug("No package for %s in directories found", record->name);
         return false;
     }
-    log_say(LEVEL_DEBUG, "ok, dependency %s was found locally", record->name);
+    log_debug("ok, dependency %s was found locally", record->name);
     return true;
 }
 
 bool find_in_catalogue(vrm_handle *handle, void *vrc, vrd *record) {
     vri *info = vrm_findone_vrc(handle, record->name, nullptr, nullptr, vrc);
     if (!resolve(record, info, 'R', 'I')) {
-        log_say(LEVEL_DEBUG, "No package for %s in catalogue found", record->name);
+        log_debug("No package for %s in catalogue found", record->name);
         return false;
     }
-    log_say(LEVEL_DEBUG, "ok, dependency %s was found in catalogue", record->name);
+    log_debug("ok, dependency %s was found in catalogue", record->name);
     return true;
 }
 
 }  // namespace
 
-planning_with::planning_with(const given_packages &given) {
-    given_now = &given;
-}
-
-planning_with::~planning_with() {
-    given_now = nullptr;
-}
-
 vrd *find_dependency(const installed_view &installed, const char *candidate, const char *dependency,
                      void *vrc, char *const *dirs, vrd **out) {
-    log_say(LEVEL_DEBUG, "Checking dep %s for canditate %s\n", dependency, candidate);
+    log_debug("Checking dep %s for canditate %s\n", dependency, candidate);
     vrd *record = *out;
     set_unresolved(record, candidate, dependency);
     if (!record->name || !record->cand) {
         return record;
     }
     vrm_handle *const handle = installed.handle();
-    (void)(find_installed(installed, record) || find_given(handle, record) ||
+    (void)(find_installed(installed, record) || find_given(installed, record) ||
            find_in_directories(handle, dirs, record) || find_in_catalogue(handle, vrc, record));
     return record;
 }

@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/boundary.h"
 #include "transaction/vrt.h"
 
 namespace {
@@ -113,7 +114,7 @@ size_t resolving_passes::waits_of(size_t index) const {
 
 }  // namespace
 
-void vrds_sort(const vri *, vrd ***deps) try {
+static void sort_by_weight(vrd ***deps) {
     if (!deps || !*deps) {
         return;
     }
@@ -129,7 +130,10 @@ void vrds_sort(const vri *, vrd ***deps) try {
     }
     std::stable_sort(*deps, *deps + count,
                      [](const vrd *a, const vrd *b) { return a->weight > b->weight; });
-} catch (const std::bad_alloc &) {
-    // The array stays in the order of the walk, which found a package before what it needs.
-    return;
+}
+
+void vrds_sort(const vri *, vrd ***deps) {
+    // Without memory the array stays in the order of the walk, which found a package before what it
+    // needs.
+    guarded([] {}, [&] { sort_by_weight(deps); });
 }

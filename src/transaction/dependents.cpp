@@ -18,10 +18,9 @@ void dependents_index::log_scan(size_t end) const {
     const std::vector<inventory_snapshot::listed_entry> &entries = snapshot_->entries();
     for (size_t i = 0; i < end; i++) {
         if (!entries[i].is_directory) {
-            log_say(LEVEL_DEBUG, "Omitting non-directory %s", entries[i].name.c_str());
+            log_debug("Omitting non-directory %s", entries[i].name.c_str());
         } else if (!entries[i].info) {
-            log_say(LEVEL_DEBUG, "Failure parsing info for %s, skipping entry",
-                    entries[i].name.c_str());
+            log_debug("Failure parsing info for %s, skipping entry", entries[i].name.c_str());
         }
     }
 }

@@ -1,10 +1,8 @@
 #include "transaction/plan_install.h"
 
-#include <cctype>
 #include <cinttypes>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -12,8 +10,10 @@
 
 #include "package/vrf.h"
 #include "repository/choice.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/log.h"
+#include "support/text.h"
 #include "transaction/planning.h"
 #include "ui/vrmui.h"
 
@@ -22,11 +22,8 @@
 class first_candidates {
  public:
     // The candidate that brought the name in before, or null, and then it is this one.
-    const std::string *find_or_add(std::string name, const char *candidate) {
-        for (char &c : name) {
-            c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-        }
-        const auto [place, added] = by_name_.try_emplace(std::move(name), candidate);
+    const std::string *find_or_add(const char *name, const char *candidate) {
+        const auto [place, added] = by_name_.try_emplace(lower_case(name), candidate);
         return added ? nullptr : &place->second;
     }
 
@@ -48,8 +45,8 @@ own_vrt new_transaction(const char *name, char source, own_vri candidate) {
 }
 
 void add_sizes(vrt *plan, const vrd *dep) {
-    log_say(LEVEL_DEBUG, "Adding %" PRIu64 " to tot_file_size", dep->info->filesize);
-    log_say(LEVEL_DEBUG, "Adding %" PRIu64 " to tot_data_size", dep->info->datasize);
+    log_debug("Adding %" PRIu64 " to tot_file_size", dep->info->filesize);
+    log_debug("Adding %" PRIu64 " to tot_data_size", dep->info->datasize);
     plan->tot_file_size += dep->info->filesize;
     plan->tot_data_size += dep->info->datasize;
 }
@@ -60,8 +57,8 @@ static bool is_kept(const vrd *record, first_candidates *processed) {
         return false;
     }
     if (const std::string *first = processed->find_or_add(record->name, record->cand)) {
-        log_say(LEVEL_DEBUG, "Skipping %s for %s, already processed for %s", record->name,
-                record->cand, first->c_str());
+        log_debug("Skipping %s for %s, already processed for %s", record->name, record->cand,
+                  first->c_str());
         return false;
     }
     return true;
@@ -69,11 +66,10 @@ static bool is_kept(const vrd *record, first_candidates *processed) {
 
 static bool is_to_be_installed(const vrd *record, first_candidates *processed) {
     if (record->status == 'I') {
-        log_say(LEVEL_DEBUG, "Skipping %s for %s, locally installed", record->name, record->cand);
+        log_debug("Skipping %s for %s, locally installed", record->name, record->cand);
         return false;
     }
-    log_say(LEVEL_DEBUG, "Found dep %s for cand %s, status: %c", record->name, record->cand,
-            record->status);
+    log_debug("Found dep %s for cand %s, status: %c", record->name, record->cand, record->status);
     return is_kept(record, processed);
 }
 
@@ -119,46 +115,48 @@ static bool take_deps(vrt *plan, walked_deps *walked,
 }
 
 vrt *plan_install(const installed_view &installed, void *vrc, const char *name, const char *variant,
-                  const char *version, char *const *dirs, vrt **out) try {
-    vrm_handle *const handle = installed.handle();
-    const bool is_file = vrk_file_is_vrk(name);
-    own_vri candidate(is_file ? vrm_vrf_info(handle, name, 1)
-                              : vrm_findone_vrc(handle, name, variant, version, vrc));
-    if (!candidate) {
-        if (is_file) {
-            report({.kind = event_kind::not_a_package_file, .path = name});
-        } else {
-            report({.kind = event_kind::not_in_catalogue, .package = name});
-        }
-        return nullptr;
-    }
-    if (installed.has_own(candidate->name)) {
-        report({.kind = event_kind::already_installed, .package = candidate->name});
-        return nullptr;
-    }
-
-    walked_deps walked;
-    if (walk_install(installed, candidate.get(), vrc, dirs, &walked.num, &walked.records) != 0) {
-        log_say(LEVEL_DEBUG, "%s cannot be installed", candidate->name);
-        if (walked.begun()) {
-            walked.log_found("Found", false);
+                  const char *version, char *const *dirs, vrt **out) {
+    return guarded(nullptr, [&]() -> vrt * {
+        vrm_handle *const handle = installed.handle();
+        const bool is_file = vrk_file_is_vrk(name);
+        own_vri candidate(is_file ? vrm_vrf_info(handle, name, 1)
+                                  : vrm_findone_vrc(handle, name, variant, version, vrc));
+        if (!candidate) {
+            if (is_file) {
+                report({.kind = event_kind::not_a_package_file, .path = name});
+            } else {
+                report({.kind = event_kind::not_in_catalogue, .package = name});
+            }
             return nullptr;
         }
-    }
+        if (installed.has_own(candidate->name)) {
+            report({.kind = event_kind::already_installed, .package = candidate->name});
+            return nullptr;
+        }
 
-    own_vrt plan = new_transaction(name, is_file ? 'L' : 'R', std::move(candidate));
-    if (!plan) {
-        return nullptr;
-    }
-    plan->action = 'I';
-    plan->scripts = ekva_new(walked.num + 1, 1);
-    plan->hookcmds = ekva_new(walked.num + 1, 1);
-    if (!plan->scripts || !plan->hookcmds || !take_deps(plan.get(), &walked, is_to_be_installed)) {
-        return nullptr;
-    }
-    return *out = plan.release();
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        walked_deps walked;
+        if (walk_install(installed, candidate.get(), vrc, dirs, &walked.num, &walked.records) !=
+            0) {
+            log_debug("%s cannot be installed", candidate->name);
+            if (walked.begun()) {
+                walked.log_found("Found", false);
+                return nullptr;
+            }
+        }
+
+        own_vrt plan = new_transaction(name, is_file ? 'L' : 'R', std::move(candidate));
+        if (!plan) {
+            return nullptr;
+        }
+        plan->action = 'I';
+        plan->scripts = ekva_new(walked.num + 1, 1);
+        plan->hookcmds = ekva_new(walked.num + 1, 1);
+        if (!plan->scripts || !plan->hookcmds ||
+            !take_deps(plan.get(), &walked, is_to_be_installed)) {
+            return nullptr;
+        }
+        return *out = plan.release();
+    });
 }
 
 vrt *vrm_pre_install(vrm_handle *handle, void *vrc, const char *name, const char *variant,
@@ -167,37 +165,37 @@ vrt *vrm_pre_install(vrm_handle *handle, void *vrc, const char *name, const char
 }
 
 vrt *plan_tree(const installed_view &installed, void *vrc, const char *name, const char *variant,
-               char *const *dirs, vrt **out) try {
-    vrm_handle *const handle = installed.handle();
-    const bool is_file = vrk_file_is_vrk(name);
-    own_vri candidate(is_file ? vrm_vrf_info(handle, name, 1)
-                              : vrm_findone_vrc(handle, name, variant, nullptr, vrc));
-    if (!candidate) {
-        // The caller, who wants to show a tree, tells the user why there is none.
-        vrmui_say_new(
-            "%s %s\n", name,
-            is_file ? "is not a valid package file" : "was not found in the package catalogue");
-        return nullptr;
-    }
-
-    walked_deps walked;
-    if (walk_tree(installed, candidate.get(), vrc, dirs, &walked.num, &walked.records) != 0) {
-        log_say(LEVEL_DEBUG, "%s cannot be installed", candidate->name);
-        if (walked.begun()) {
-            walked.log_found("Found", false);
+               char *const *dirs, vrt **out) {
+    return guarded(nullptr, [&]() -> vrt * {
+        vrm_handle *const handle = installed.handle();
+        const bool is_file = vrk_file_is_vrk(name);
+        own_vri candidate(is_file ? vrm_vrf_info(handle, name, 1)
+                                  : vrm_findone_vrc(handle, name, variant, nullptr, vrc));
+        if (!candidate) {
+            // The caller, who wants to show a tree, tells the user why there is none.
+            vrmui_say_new(
+                "%s %s\n", name,
+                is_file ? "is not a valid package file" : "was not found in the package catalogue");
             return nullptr;
         }
-    } else {
-        walked.log_found("Found", true);
-    }
 
-    own_vrt plan = new_transaction(name, is_file ? 'L' : 'R', std::move(candidate));
-    if (!plan || !take_deps(plan.get(), &walked, is_kept)) {
-        return nullptr;
-    }
-    return *out = plan.release();
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        walked_deps walked;
+        if (walk_tree(installed, candidate.get(), vrc, dirs, &walked.num, &walked.records) != 0) {
+            log_debug("%s cannot be installed", candidate->name);
+            if (walked.begun()) {
+                walked.log_found("Found", false);
+                return nullptr;
+            }
+        } else {
+            walked.log_found("Found", true);
+        }
+
+        own_vrt plan = new_transaction(name, is_file ? 'L' : 'R', std::move(candidate));
+        if (!plan || !take_deps(plan.get(), &walked, is_kept)) {
+            return nullptr;
+        }
+        return *out = plan.release();
+    });
 }
 
 vrt *vrm_walk(vrm_handle *handle, void *vrc, const char *name, const char *variant,

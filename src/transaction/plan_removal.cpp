@@ -2,13 +2,13 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <unordered_set>
 #include <vector>
 
 #include "repository/inventory.h"
 #include "support/array.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/growing_list.h"
 #include "support/log.h"
@@ -17,42 +17,31 @@
 
 // ---- Who needs a package ----
 
-char **vrm_dependson(vrm_handle *handle, const char *name) try {
-    vri **list = nullptr;
-    vrm_list_vri(handle, nullptr, 1, &list);
-    const std::unique_ptr<vri *, release_with<vrm_vri_list_free>> all(list);
-    const dependson_index index(list);
-    const std::vector<const vri *> &found = index.of(name);
-    if (found.empty()) {
-        return nullptr;
-    }
-    own_array names(static_cast<char **>(calloc(found.size() + 1, sizeof(char *))));
-    for (size_t i = 0; names && i < found.size(); i++) {
-        if (!(names.get()[i] = strdup(found[i]->name))) {
+char **vrm_dependson(vrm_handle *handle, const char *name) {
+    return guarded(nullptr, [&]() -> char ** {
+        vri **list = nullptr;
+        vrm_list_vri(handle, nullptr, 1, &list);
+        const own_vri_list all(list);
+        const dependson_index index(list);
+        const std::vector<const vri *> &found = index.of(name);
+        if (found.empty()) {
             return nullptr;
         }
-    }
-    return names.release();
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        return to_c_array<own_array>(found, [](const vri *one) { return strdup(one->name); })
+            .release();
+    });
 }
 
-vri **vrm_chk_delete_reqs(vrm_handle *handle, const vri *package) try {
-    const dependents_index index(handle);
-    const std::vector<const vri *> found = index.of(package->name);
-    if (found.empty()) {
-        return nullptr;
-    }
-    std::unique_ptr<vri *, release_with<vrm_vri_list_free>> list(
-        static_cast<vri **>(calloc(found.size() + 1, sizeof(vri *))));
-    for (size_t i = 0; list && i < found.size(); i++) {
-        if (!(list.get()[i] = vrk_info_copy(found[i]))) {
+vri **vrm_chk_delete_reqs(vrm_handle *handle, const vri *package) {
+    return guarded(nullptr, [&]() -> vri ** {
+        const dependents_index index(handle);
+        const std::vector<const vri *> found = index.of(package->name);
+        if (found.empty()) {
             return nullptr;
         }
-    }
-    return list.release();
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        return to_c_array<own_vri_list>(found, [](const vri *one) { return vrk_info_copy(one); })
+            .release();
+    });
 }
 
 // ---- What can go along ----
@@ -105,10 +94,10 @@ class orphan_search {
 bool orphan_search::make_room(level *opened, int names) {
     const int most = *deps_ ? *num_ + names : names;
     if (*deps_ && most < alloc_deps) {
-        log_say(LEVEL_DEBUG,
-                "vrm_chk_delete_deps: not reallocating space, as we already have %d and this run "
-                "could only go to %d",
-                alloc_deps, most);
+        log_debug(
+            "vrm_chk_delete_deps: not reallocating space, as we already have %d and this run "
+            "could only go to %d",
+            alloc_deps, most);
         opened->index = *num_;
         return true;
     }
@@ -124,11 +113,11 @@ bool orphan_search::make_room(level *opened, int names) {
         real_room = room;
     }
     alloc_deps = most;
-    log_say(LEVEL_DEBUG,
-            first ? "vrm_chk_delete_deps: initially allocating space for %zu vrds, setting counter "
+    log_debug(first
+                  ? "vrm_chk_delete_deps: initially allocating space for %zu vrds, setting counter "
                     "to %d"
                   : "vrm_chk_delete_deps: reallocating space for %zu vrds, setting counter to %d",
-            needed, alloc_deps);
+              needed, alloc_deps);
     opened->index = first ? 0 : *num_;
     (*deps_)[opened->index] = nullptr;
     return true;
@@ -146,16 +135,12 @@ static bool is_of_another(const char *name, const vri *package) {
 
 // Puts a candidate on the levels when it has dependencies.
 bool orphan_search::enter(const vri *candidate) {
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "vrm_chk_delete_deps: checking candidate <%s>", candidate->name);
-    }
+    log_debug("vrm_chk_delete_deps: checking candidate <%s>", candidate->name);
     if (!candidate->deps) {
-        if (log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG,
-                    "vrm_chk_delete_deps: ok, canidate <%s> has no new dependencies, total of "
-                    "deps: %d",
-                    candidate->name, *num_);
-        }
+        log_debug(
+            "vrm_chk_delete_deps: ok, canidate <%s> has no new dependencies, total of "
+            "deps: %d",
+            candidate->name, *num_);
         return true;
     }
     level opened = {candidate, candidate->deps, 0};
@@ -169,27 +154,26 @@ bool orphan_search::enter(const vri *candidate) {
 // Whether the package is there only for the sake of the candidate, or of one that is gone.
 bool orphan_search::came_for(const vri *candidate, const vri *package) const {
     if (package->install_type != 'D') {
-        log_say(LEVEL_DEBUG, "vrm_chk_delete_deps: nope, %s WAS installed explicitely",
-                package->name);
+        log_debug("vrm_chk_delete_deps: nope, %s WAS installed explicitely", package->name);
         return false;
     }
     const char *head = package->install_head ? package->install_head : "";
     if (strcmp(head, candidate->name) == 0) {
-        log_say(LEVEL_DEBUG, "vrm_chk_delete_deps: ok, %s WAS installed as dependency of %s",
-                package->name, head);
+        log_debug("vrm_chk_delete_deps: ok, %s WAS installed as dependency of %s", package->name,
+                  head);
         return true;
     }
     if (installed_.has(head)) {
-        log_say(LEVEL_DEBUG,
-                "vrm_chk_delete_deps: nope, %s was installed as a dependency of %s, which is still "
-                "installed",
-                package->name, head);
+        log_debug(
+            "vrm_chk_delete_deps: nope, %s was installed as a dependency of %s, which is still "
+            "installed",
+            package->name, head);
         return false;
     }
-    log_say(LEVEL_DEBUG,
-            "vrm_chk_delete_deps: ok, %s was installed as a dependency of %s, which is not "
-            "installed anymore",
-            package->name, head);
+    log_debug(
+        "vrm_chk_delete_deps: ok, %s was installed as a dependency of %s, which is not "
+        "installed anymore",
+        package->name, head);
     return true;
 }
 
@@ -197,9 +181,8 @@ bool orphan_search::is_needed_elsewhere(const vri *candidate, const vri *package
     bool needed = false;
     for (const vri *dependent : dependents_.of(package->name)) {
         if (strcmp(dependent->name, candidate->name) != 0) {
-            log_say(LEVEL_DEBUG,
-                    "vrm_chk_delete_deps: skipping dependency %s, %s also depends on it",
-                    package->name, dependent->name);
+            log_debug("vrm_chk_delete_deps: skipping dependency %s, %s also depends on it",
+                      package->name, dependent->name);
             needed = true;
         }
     }
@@ -208,14 +191,9 @@ bool orphan_search::is_needed_elsewhere(const vri *candidate, const vri *package
 
 // The package of that name when it can go with the candidate, else null.
 own_vri orphan_search::find_orphan(const vri *candidate, const char *name) {
-    const bool telling = log_wants(LEVEL_DEBUG);
-    if (telling) {
-        log_say(LEVEL_DEBUG, "vrm_chk_delete_deps: Got dependency %s", name);
-    }
+    log_debug("vrm_chk_delete_deps: Got dependency %s", name);
     if (names_.contains(name)) {
-        if (telling) {
-            log_say(LEVEL_DEBUG, "vrm_chk_delete_deps: found circular dependency on %s", name);
-        }
+        log_debug("vrm_chk_delete_deps: found circular dependency on %s", name);
         return nullptr;
     }
     own_vri package = installed_.info(name);
@@ -227,11 +205,7 @@ own_vri orphan_search::find_orphan(const vri *candidate, const char *name) {
         is_needed_elsewhere(candidate, package.get())) {
         return nullptr;
     }
-    if (telling) {
-        log_say(LEVEL_DEBUG,
-                "vrm_chk_delete_deps: %s seems not to be required by anybody else, adding it",
-                name);
-    }
+    log_debug("vrm_chk_delete_deps: %s seems not to be required by anybody else, adding it", name);
     return package;
 }
 
@@ -259,9 +233,7 @@ const vri *orphan_search::store(level *current, const char *name, own_vri packag
     const vri *stored = record->info;
     (*deps_)[current->index++] = record.release();
     (*deps_)[current->index] = nullptr;
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "vrm_chk_delete_deps: we now have a total of %d deps", current->index);
-    }
+    log_debug("vrm_chk_delete_deps: we now have a total of %d deps", current->index);
     *num_ = current->index;
     return stored;
 }
@@ -288,11 +260,11 @@ int orphan_search::run(const vri *candidate) {
     return 0;
 }
 
-int find_orphans(const installed_view &installed, const vri *candidate, int *num, vrd ***deps) try {
-    const dependents_index dependents(installed);
-    return orphan_search(installed, dependents, num, deps).run(candidate);
-} catch (const std::bad_alloc &) {
-    return 99;
+int find_orphans(const installed_view &installed, const vri *candidate, int *num, vrd ***deps) {
+    return guarded(99, [&]() -> int {
+        const dependents_index dependents(installed);
+        return orphan_search(installed, dependents, num, deps).run(candidate);
+    });
 }
 
 int vrm_chk_delete_deps(vrm_handle *handle, const vri *candidate, int *num, vrd ***deps) {
@@ -306,18 +278,17 @@ static bool is_free_to_go(const dependents_index &dependents, const char *name,
                           const vri *package) {
     const std::vector<const vri *> found = dependents.of(package->name);
     if (!found.empty()) {
-        log_say(LEVEL_DEBUG, "vrm_pre_delete: found dependent packages for %s", name);
+        log_debug("vrm_pre_delete: found dependent packages for %s", name);
     }
     bool allowed = true;
     for (const vri *dependent : found) {
         if (dependent->install_head && strcmp(dependent->install_head, name) == 0) {
-            log_say(LEVEL_DEBUG, "%s is a circular dependency of %s, allowing", dependent->name,
-                    name);
+            log_debug("%s is a circular dependency of %s, allowing", dependent->name, name);
             allowed = true;
         } else {
             vrmui_say("%s cannot be deleted, %s depends on it\n", name, dependent->name);
             report({.kind = event_kind::removal_needed, .package = name, .other = dependent->name});
-            log_say(LEVEL_DEBUG, "%s cannot be deleted, %s depends on it\n", name, dependent->name);
+            log_debug("%s cannot be deleted, %s depends on it\n", name, dependent->name);
             allowed = false;
         }
     }
@@ -338,50 +309,51 @@ static own_vrt new_removal(const char *name, own_vri package) {
     return plan;
 }
 
-vrt *plan_removal(const installed_view &installed, const char *name, int mode, vrt **out) try {
-    own_vri package = installed.info(name);
-    if (!package) {
-        vrmui_say("%s is not installed, skipping\n", name);
-        report({.kind = event_kind::removal_not_installed, .package = name});
-        return nullptr;
-    }
-    if (is_of_another(name, package.get())) {
-        return nullptr;
-    }
-    const dependents_index dependents(installed);
-    if (!is_free_to_go(dependents, name, package.get())) {
-        return nullptr;
-    }
-    vrmui_say("%s can be deleted, nothing depends on it\n", name);
-
-    // The plan owns what the search stores from the start.
-    own_vrt plan = new_removal(name, std::move(package));
-    if (!plan) {
-        return nullptr;
-    }
-    if (mode != 2) {
-        int found = 0;
-        const int rc = orphan_search(installed, dependents, &found, &plan->deps).run(plan->info);
-        plan->num_deps = found;
-        if (rc != 0) {
-            report({.kind = event_kind::not_removable, .package = name});
+vrt *plan_removal(const installed_view &installed, const char *name, int mode, vrt **out) {
+    return guarded(nullptr, [&]() -> vrt * {
+        own_vri package = installed.info(name);
+        if (!package) {
+            vrmui_say("%s is not installed, skipping\n", name);
+            report({.kind = event_kind::removal_not_installed, .package = name});
             return nullptr;
         }
-        if (found == 0) {
-            free(plan->deps);
-            plan->deps = nullptr;
+        if (is_of_another(name, package.get())) {
+            return nullptr;
         }
-    }
-    log_say(LEVEL_DEBUG, "%s can be removed along with %d deps", name, plan->num_deps);
-    for (int32_t i = 0; i < plan->num_deps; i++) {
-        plan->tot_file_size += plan->deps[i]->info->filesize;
-        plan->tot_data_size += plan->deps[i]->info->datasize;
-    }
-    plan->scripts = ekva_new(plan->num_deps + 1, 1);
-    plan->hookcmds = ekva_new(plan->num_deps + 1, 3);
-    return *out = plan.release();
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        const dependents_index dependents(installed);
+        if (!is_free_to_go(dependents, name, package.get())) {
+            return nullptr;
+        }
+        vrmui_say("%s can be deleted, nothing depends on it\n", name);
+
+        // The plan owns what the search stores from the start.
+        own_vrt plan = new_removal(name, std::move(package));
+        if (!plan) {
+            return nullptr;
+        }
+        if (mode != 2) {
+            int found = 0;
+            const int rc =
+                orphan_search(installed, dependents, &found, &plan->deps).run(plan->info);
+            plan->num_deps = found;
+            if (rc != 0) {
+                report({.kind = event_kind::not_removable, .package = name});
+                return nullptr;
+            }
+            if (found == 0) {
+                free(plan->deps);
+                plan->deps = nullptr;
+            }
+        }
+        log_debug("%s can be removed along with %d deps", name, plan->num_deps);
+        for (int32_t i = 0; i < plan->num_deps; i++) {
+            plan->tot_file_size += plan->deps[i]->info->filesize;
+            plan->tot_data_size += plan->deps[i]->info->datasize;
+        }
+        plan->scripts = ekva_new(plan->num_deps + 1, 1);
+        plan->hookcmds = ekva_new(plan->num_deps + 1, 3);
+        return *out = plan.release();
+    });
 }
 
 vrt *vrm_pre_delete(vrm_handle *handle, const char *name, int mode, vrt **out) {

@@ -1,13 +1,13 @@
 #include "transaction/plan_update.h"
 
 #include <cstring>
-#include <new>
 #include <string>
 #include <utility>
 
 #include "package/vrf.h"
 #include "repository/choice.h"
 #include "repository/inventory.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/log.h"
 #include "transaction/plan_install.h"
@@ -58,8 +58,8 @@ static update_outlook find_sides(request *asked, both_sides *sides) {
         sides->after.reset(
             vrm_findone_vrc(handle, name, asked->variant, asked->version, asked->vrc));
         if (!sides->after) {
-            log_say(LEVEL_DEBUG, "%s, variant %s was not found in the package catalogue", name,
-                    asked->variant);
+            log_debug("%s, variant %s was not found in the package catalogue", name,
+                      asked->variant);
             return UPDATE_NOT_OFFERED;
         }
     }
@@ -76,11 +76,11 @@ static bool is_to_be_done(const request &asked, const both_sides &sides, const s
     if (asked.is_file) {
         // Only told: the user chose that very file, and may go back to an older version by it.
         const int order = strverscmp(after->version, before->version);
-        log_say(LEVEL_DEBUG, "check of installed version %s to new version %s : %d", after->version,
-                before->version, order);
+        log_debug("check of installed version %s to new version %s : %d", after->version,
+                  before->version, order);
         if (order > 0) {
-            log_say(LEVEL_DEBUG, "%s is newer than installed version: %s %s", new_puname.c_str(),
-                    before->name, before->version);
+            log_debug("%s is newer than installed version: %s %s", new_puname.c_str(), before->name,
+                      before->version);
         }
         return true;
     }
@@ -100,23 +100,22 @@ static update_outlook judge(request *asked, both_sides *sides) {
     }
     const std::string puname = vrk_puname(sides->before.get());
     const std::string new_puname = vrk_puname(sides->after.get());
-    log_say(LEVEL_DEBUG, "installed version: %s, available version: %s", puname.c_str(),
-            new_puname.c_str());
+    log_debug("installed version: %s, available version: %s", puname.c_str(), new_puname.c_str());
     if (!is_to_be_done(*asked, *sides, puname, new_puname)) {
-        log_say(LEVEL_DEBUG, "Nothing to do, keeping %s", puname.c_str());
+        log_debug("Nothing to do, keeping %s", puname.c_str());
         return UPDATE_NOT_NEEDED;
     }
-    log_say(LEVEL_DEBUG, "Ok, we'll try to upgrade %s to %s", puname.c_str(), new_puname.c_str());
+    log_debug("Ok, we'll try to upgrade %s to %s", puname.c_str(), new_puname.c_str());
     return UPDATE_WANTED;
 }
 
 update_outlook outlook_of_update(const installed_view &installed, void *vrc, const char *name,
-                                 const char *variant, const char *version) try {
-    request asked = {installed, vrc, name, variant, version, vrk_file_is_vrk(name) != 0};
-    both_sides sides;
-    return judge(&asked, &sides);
-} catch (const std::bad_alloc &) {
-    return UPDATE_NOT_OFFERED;
+                                 const char *variant, const char *version) {
+    return guarded(UPDATE_NOT_OFFERED, [&]() -> update_outlook {
+        request asked = {installed, vrc, name, variant, version, vrk_file_is_vrk(name) != 0};
+        both_sides sides;
+        return judge(&asked, &sides);
+    });
 }
 
 update_outlook vrm_update_outlook(vrm_handle *handle, void *vrc, const char *name,
@@ -140,37 +139,37 @@ static void take_all_deps(vrt *plan, walked_deps *walked) {
     plan->num_deps = walked->num;
 }
 
-static vrt *plan(request asked, char *const *dirs, vrt **out) try {
-    both_sides sides;
-    if (judge(&asked, &sides) != UPDATE_WANTED) {
-        return nullptr;
-    }
-
-    own_vri candidate = std::move(sides.after);
-    walked_deps walked;
-    if (walk_install(asked.installed, candidate.get(), asked.vrc, dirs, &walked.num,
-                     &walked.records) != 0) {
-        log_say(LEVEL_DEBUG, "%s cannot be updated", candidate->name);
-        if (walked.begun()) {
-            walked.log_found("found", false);
+static vrt *plan(request asked, char *const *dirs, vrt **out) {
+    return guarded(nullptr, [&]() -> vrt * {
+        both_sides sides;
+        if (judge(&asked, &sides) != UPDATE_WANTED) {
             return nullptr;
         }
-    }
 
-    own_vrt plan = new_transaction(asked.name, asked.is_file ? 'L' : 'R', std::move(candidate));
-    if (!plan) {
-        return nullptr;
-    }
-    plan->action = 'U';
-    plan->scripts = ekva_new(walked.num + 1, 1);
-    plan->hookcmds = ekva_new(walked.num + 1, 3);
-    if (!plan->scripts || !plan->hookcmds) {
-        return nullptr;
-    }
-    take_all_deps(plan.get(), &walked);
-    return *out = plan.release();
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        own_vri candidate = std::move(sides.after);
+        walked_deps walked;
+        if (walk_install(asked.installed, candidate.get(), asked.vrc, dirs, &walked.num,
+                         &walked.records) != 0) {
+            log_debug("%s cannot be updated", candidate->name);
+            if (walked.begun()) {
+                walked.log_found("found", false);
+                return nullptr;
+            }
+        }
+
+        own_vrt plan = new_transaction(asked.name, asked.is_file ? 'L' : 'R', std::move(candidate));
+        if (!plan) {
+            return nullptr;
+        }
+        plan->action = 'U';
+        plan->scripts = ekva_new(walked.num + 1, 1);
+        plan->hookcmds = ekva_new(walked.num + 1, 3);
+        if (!plan->scripts || !plan->hookcmds) {
+            return nullptr;
+        }
+        take_all_deps(plan.get(), &walked);
+        return *out = plan.release();
+    });
 }
 
 vrt *plan_update(const installed_view &installed, void *vrc, const char *name, const char *variant,

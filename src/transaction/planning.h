@@ -34,8 +34,8 @@ struct walked_deps {
     void log_found(const char *found, bool all) const {
         for (vrd *const *record = records; record && *record; record++) {
             if (all || (*record)->info) {
-                log_say(LEVEL_DEBUG, "%s dep %s for cand %s, status: %c", found, (*record)->name,
-                        (*record)->cand, (*record)->status);
+                log_debug("%s dep %s for cand %s, status: %c", found, (*record)->name,
+                          (*record)->cand, (*record)->status);
             }
         }
     }

@@ -2,13 +2,13 @@
 // whether they go on through what is installed.
 #include <algorithm>
 #include <cstdlib>
-#include <new>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "support/arch.h"
 #include "support/array.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/log.h"
 #include "transaction/depend.h"
@@ -74,11 +74,11 @@ bool walk::make_room(int names) {
     }
     const size_t needed = static_cast<size_t>(*num) + 1;
     if (first) {
-        log_say(LEVEL_DEBUG, "%s: Initially allocating space for %zu vrds, setting counter to %d",
-                self->name, needed, *num);
+        log_debug("%s: Initially allocating space for %zu vrds, setting counter to %d", self->name,
+                  needed, *num);
     } else {
-        log_say(LEVEL_DEBUG, "%s Reallocating space for %zu vrds, setting counter to %d",
-                self->name_regrowing, needed, *num);
+        log_debug("%s Reallocating space for %zu vrds, setting counter to %d", self->name_regrowing,
+                  needed, *num);
     }
     if (!*deps || needed > self->room) {
         const size_t room = std::max(needed, self->room * 2);
@@ -95,7 +95,7 @@ bool walk::make_room(int names) {
 
 // Tests a candidate and puts it on the levels when it has dependencies to be walked.
 int walk::enter(const vri *candidate) {
-    log_say(LEVEL_DEBUG, "%s: Checking candidate <%s>", self->name, candidate->name);
+    log_debug("%s: Checking candidate <%s>", self->name, candidate->name);
     const int own_arch = installed.handle()->arch;
     if (candidate->arch != arch_any && candidate->arch != own_arch) {
         const char *arch = vrm_arch_getname(candidate->arch);
@@ -106,13 +106,12 @@ int walk::enter(const vri *candidate) {
         return 99;
     }
     if (!candidate->deps) {
-        log_say(LEVEL_DEBUG, "%s: ok, canidate <%s> has no new dependencies, total of deps: %d",
-                self->name, candidate->name, *num);
+        log_debug("%s: ok, canidate <%s> has no new dependencies, total of deps: %d", self->name,
+                  candidate->name, *num);
         return 0;
     }
     const int names = arr_count(candidate->deps);
-    log_say(LEVEL_DEBUG, "%s: ok, canidate <%s> has %02d dependencies", self->name, candidate->name,
-            names);
+    log_debug("%s: ok, canidate <%s> has %02d dependencies", self->name, candidate->name, names);
     if (!make_room(names)) {
         return 99;
     }
@@ -132,7 +131,7 @@ vrd *walk::store(const vri *candidate, const char *name) {
         free(record);
         return nullptr;
     }
-    log_say(LEVEL_DEBUG, "%s: Storing dependency %s with index %d", self->name, name, self->next);
+    log_debug("%s: Storing dependency %s with index %d", self->name, name, self->next);
     (*deps)[self->next++] = record;
     (*deps)[self->next] = nullptr;
     return record;
@@ -140,7 +139,7 @@ vrd *walk::store(const vri *candidate, const char *name) {
 
 // Takes one dependency: stores it, and enters its package when it is to be walked.
 int walk::resolve(const vri *candidate, const char *name) {
-    log_say(LEVEL_DEBUG, "%s: Got dependency %s", self->name, name);
+    log_debug("%s: Got dependency %s", self->name, name);
     vrd *&newest = self->newest[name];
     const bool seen = newest != nullptr;
     if (seen) {
@@ -152,7 +151,7 @@ int walk::resolve(const vri *candidate, const char *name) {
     }
     newest = record;
     if (seen) {
-        log_say(LEVEL_DEBUG, "%s: Found circular dependency %s", self->name, name);
+        log_debug("%s: Found circular dependency %s", self->name, name);
         return 0;
     }
     if (record->status == 'U') {
@@ -163,13 +162,12 @@ int walk::resolve(const vri *candidate, const char *name) {
         return 99;
     }
     if (record->status == 'I') {
-        log_say(LEVEL_DEBUG, "%s: Resolved dependeny internally", self->name);
+        log_debug("%s: Resolved dependeny internally", self->name);
         if (!self->through_installed) {
             return 0;
         }
     }
-    log_say(LEVEL_DEBUG, "%s: Resolved depeneny%s, status = %c", self->name, self->externally,
-            record->status);
+    log_debug("%s: Resolved depeneny%s, status = %c", self->name, self->externally, record->status);
     return enter(record->info);
 }
 
@@ -188,17 +186,17 @@ int walk::run(const vri *candidate) {
 }
 
 int walk_install(const installed_view &installed, const vri *candidate, void *vrc,
-                 char *const *dirs, int *num, vrd ***deps) try {
-    return walk{&install_walker, installed, vrc, dirs, num, deps}.run(candidate);
-} catch (const std::bad_alloc &) {
-    return 99;
+                 char *const *dirs, int *num, vrd ***deps) {
+    return guarded(99, [&]() -> int {
+        return walk{&install_walker, installed, vrc, dirs, num, deps}.run(candidate);
+    });
 }
 
 int walk_tree(const installed_view &installed, const vri *candidate, void *vrc, char *const *dirs,
-              int *num, vrd ***deps) try {
-    return walk{&tree_walker, installed, vrc, dirs, num, deps}.run(candidate);
-} catch (const std::bad_alloc &) {
-    return 99;
+              int *num, vrd ***deps) {
+    return guarded(99, [&]() -> int {
+        return walk{&tree_walker, installed, vrc, dirs, num, deps}.run(candidate);
+    });
 }
 
 int vrm_chk_install(vrm_handle *handle, const vri *candidate, void *vrc, char *const *dirs,

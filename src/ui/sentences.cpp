@@ -534,7 +534,17 @@ static_assert(is_complete(), "each kind of event needs its sentence, in the orde
 
 }  // namespace
 
+// What a sentence is about: its package or its path, if it begins with that.
+static std::string subject_of(std::string_view text, const event &happened) {
+    for (const std::string_view subject : {"{package}", "{path}"}) {
+        if (text.starts_with(subject) && text.substr(subject.size()).starts_with(' ')) {
+            return fill_in(subject, happened);
+        }
+    }
+    return "";
+}
+
 sentence sentence_of(const event &happened) {
     const row &found = rows[static_cast<size_t>(happened.kind)];
-    return {found.sort, fill_in(found.text, happened)};
+    return {found.sort, fill_in(found.text, happened), subject_of(found.text, happened)};
 }

@@ -17,7 +17,8 @@ enum class sentence_sort {
 
 struct sentence {
     sentence_sort sort;
-    std::string text;  // without a line feed
+    std::string text;          // without a line feed
+    std::string subject = {};  // the package or the path that it begins with, empty for none
 };
 
 // The sentence of an event, with the event's values in it.

@@ -15,13 +15,27 @@ struct installed {
     std::string head = {};
 };
 
-inline own_vri_list list_of(const std::vector<installed> &packages) {
-    own_vri_list list(static_cast<vri **>(calloc(packages.size() + 1, sizeof(vri *))));
-    for (size_t i = 0; i < packages.size(); i++) {
-        vri *info = new_record({.name = packages[i].name, .deps = packages[i].deps});
-        info->install_type = packages[i].head.empty() ? 'X' : 'D';
-        info->install_head = packages[i].head.empty() ? nullptr : strdup(packages[i].head.c_str());
-        list.get()[i] = info;
+// Owns the records.
+class installed_list {
+ public:
+    explicit installed_list(const std::vector<installed> &packages) {
+        for (const installed &package : packages) {
+            vri *info = new_record({.name = package.name, .deps = package.deps});
+            info->install_type = package.head.empty() ? 'X' : 'D';
+            info->install_head = package.head.empty() ? nullptr : strdup(package.head.c_str());
+            records_.emplace_back(info);
+            list_.push_back(info);
+        }
     }
-    return list;
+    const std::vector<const vri *> &get() const {
+        return list_;
+    }
+
+ private:
+    std::vector<own_vri> records_;
+    std::vector<const vri *> list_;
+};
+
+inline installed_list list_of(const std::vector<installed> &packages) {
+    return installed_list(packages);
 }

@@ -36,7 +36,7 @@ std::vector<std::string> chains_of(const std::vector<installed> &packages,
 }  // namespace
 
 TEST(InstalledOrphans, NothingInstalledIsNothingLeftOver) {
-    EXPECT_THAT(installed_needs(nullptr).orphans(), IsEmpty());
+    EXPECT_THAT(installed_needs({}).orphans(), IsEmpty());
     EXPECT_THAT(orphans_of({}), IsEmpty());
 }
 
@@ -97,11 +97,11 @@ TEST(InstalledOrphans, NamesAreComparedAsTheyAre) {
 
 TEST(InstalledWhy, WhatIsNotInstalledHasNoReason) {
     EXPECT_FALSE(installed_needs(list_of({{"a", {"b"}}}).get()).why("b"));
-    EXPECT_FALSE(installed_needs(nullptr).why("b"));
+    EXPECT_FALSE(installed_needs({}).why("b"));
 }
 
 TEST(InstalledWhy, WhatWasAskedForSaysSo) {
-    const own_vri_list list = list_of({{"a"}, {"b", {}, "a"}});
+    const installed_list list = list_of({{"a"}, {"b", {}, "a"}});
     const auto asked = installed_needs(list.get()).why("a");
     ASSERT_TRUE(asked);
     EXPECT_TRUE(asked->asked_for);
@@ -168,7 +168,7 @@ TEST(InstalledNeeds, ALongChainIsNoDanger) {
     for (int i = 1; i < 50000; i++) {
         packages.push_back({"n" + std::to_string(i), {"n" + std::to_string(i + 1)}, "n0"});
     }
-    const own_vri_list list = list_of(packages);
+    const installed_list list = list_of(packages);
     const installed_needs needs(list.get());
     EXPECT_THAT(needs.orphans(), IsEmpty());
     const auto reason = needs.why("n49999");
@@ -182,7 +182,7 @@ TEST(InstalledNeeds, APackageThatEverybodyNeedsIsNoDanger) {
     for (int i = 0; i < 20000; i++) {
         packages.push_back({"n" + std::to_string(i), {"lib", "lib"}});
     }
-    const own_vri_list list = list_of(packages);
+    const installed_list list = list_of(packages);
     const auto reason = installed_needs(list.get()).why("lib");
     ASSERT_TRUE(reason);
     EXPECT_THAT(reason->chains, SizeIs(20000));

@@ -18,6 +18,10 @@ setup() {
 read_by() { # COMMAND [ARGUMENT]...
     # The leak checker does not work under a tracer.
     ASAN_OPTIONS=detect_leaks=0 strace -f -o "$BATS_TEST_TMPDIR/trace" -e trace=openat "$@"
+    keep_opened
+}
+
+keep_opened() {
     grep -o "openat([^,]*, \"$repository/installed/[^\"]*/desc.txt\", O_RDONLY" \
         "$BATS_TEST_TMPDIR/trace" | cut -d'"' -f2 >"$BATS_TEST_TMPDIR/opened" || true
 }
@@ -102,4 +106,62 @@ assert_read_at_most() { # TIMES NAME...
     assert_line "pvrm: the inventory's entry of b is damaged, and passed over: it does not say which format it has"
     assert_line 'pvrm: b is not installed: it does not say which format it has'
     assert_equal "$(grep -c damaged <<<"$output")" 1
+}
+
+# ---- Changes while the question is shown ----
+
+@test "without a change while the question is shown nothing is read again" {
+    pvrm --quiet install --yes "$(package a)" "$(package b)" "$(package c)"
+    start_on_terminal "ASAN_OPTIONS=detect_leaks=0 strace -f -e trace=openat \
+        -o $BATS_TEST_TMPDIR/trace pvrm remove a c"
+    await_text 'Remove these 2 packages? [Y/n]'
+    type_in $'y\n'
+    end_on_terminal
+    assert_status 0
+    refute_installed a
+    refute_output_has 'changed'
+    keep_opened
+    assert_read_at_most 1 a b c
+    (($(times_read b) == 1))
+}
+
+@test "a removal is planned again when a package that needs it came while the question was shown" {
+    pvrm --quiet install --yes "$(package foo)" "$(package bar)"
+    start_on_terminal 'pvrm remove foo'
+    await_text 'Remove this package? [Y/n]'
+    echo 'evrkDependency: foo' >>"$repository/installed/bar/desc.txt"
+    type_in $'y\n'
+    end_on_terminal
+    assert_status 1
+    assert_line 'pvrm: warning: what is installed has changed since the plan was made; it is made anew'
+    assert_line "pvrm: foo can't be removed, as bar needs it"
+    is_installed foo
+}
+
+@test "an installation that would take more than was shown is not carried out" {
+    pvrm --quiet install --yes "$(package a)"
+    put_on_offer a
+    start_on_terminal "pvrm install $(package c needs=a)"
+    await_text 'Install this package? [Y/n]'
+    rm -r "$repository/installed/a"
+    type_in $'y\n'
+    end_on_terminal
+    assert_status 1
+    assert_output_has 'was not installed: what it takes has changed since it was shown; try again'
+    refute_installed c
+    [[ ! -e $repository/installed/a ]]
+}
+
+@test "what is planned again and still as it was shown is carried out" {
+    pvrm --quiet install --yes "$(package a)" "$(package b)"
+    put_on_offer a version=2.0
+    start_on_terminal 'pvrm upgrade'
+    await_text 'Upgrade this package? [Y/n]'
+    cp -a "$repository/installed/b/inst.txt" "$BATS_TEST_TMPDIR/inst.txt"
+    cp -a "$BATS_TEST_TMPDIR/inst.txt" "$repository/installed/b/inst.txt"
+    type_in $'y\n'
+    end_on_terminal
+    assert_status 0
+    assert_line 'pvrm: warning: what is installed has changed since the plan was made; it is made anew'
+    assert_equal "$(version_of a)" 2.0
 }

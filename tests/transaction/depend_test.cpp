@@ -17,7 +17,6 @@
 #include "kit/test_repo.h"
 #include "package/vrf.h"
 #include "repository/vrc.h"
-#include "transaction/given_packages.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -68,7 +67,8 @@ class VrmGetDependency : public testing::Test {
     }
 
     // Looks up "dep" for "top"; the record starts with other content than any result has.
-    void get(const std::vector<std::string> *dirs = nullptr) {
+    void get(const std::vector<std::string> *dirs = nullptr,
+             const given_packages *given = nullptr) {
         vrd_free(&record_);
         record_ = {'x', 'y', nullptr, nullptr, nullptr, nullptr, -1, -1};
         std::vector<char *> array;
@@ -79,9 +79,13 @@ class VrmGetDependency : public testing::Test {
         vrd *out = &record_;
         int connection = 0;
         stderr_of([&] {
-            EXPECT_EQ(vrm_get_dependency(repo_.handle(), "top", "dep", &connection,
-                                         dirs ? array.data() : nullptr, &out),
-                      &record_);
+            char *const *const searched = dirs ? array.data() : nullptr;
+            const vrd *const found =
+                given
+                    ? find_dependency(installed_view(repo_.handle(), *given), "top", "dep",
+                                      &connection, searched, &out)
+                    : vrm_get_dependency(repo_.handle(), "top", "dep", &connection, searched, &out);
+            EXPECT_EQ(found, &record_);
         });
         EXPECT_EQ(out, &record_);
     }
@@ -208,10 +212,7 @@ TEST_F(VrmGetDependency, WhatIsInstalledBeforeCountsAsInstalled) {
     ASSERT_TRUE(coming);
     const given_packages given = {.coming = {{"dep", coming.get()}}};
     catalogue = {"dep"};
-    {
-        const planning_with known(given);
-        get();
-    }
+    get(nullptr, &given);
     expect('I', 'N', "2.0");
     EXPECT_THAT(asked, IsEmpty());
     get();
@@ -224,13 +225,12 @@ TEST_F(VrmGetDependency, AGivenFileIsTakenAheadOfDirectoriesAndCatalogueButNotOf
     const own_vri file = given_file(package("dep", "2.0"), elsewhere / "x.vrk");
     ASSERT_TRUE(file);
     const given_packages given = {.files = {{"dep", file.get()}}};
-    const planning_with known(given);
     const std::vector<std::string> dirs = {dir_.path()};
-    get(&dirs);
+    get(&dirs, &given);
     expect('L', 'I', "2.0");
     EXPECT_STREQ(record_.info->absolute_uri, file->absolute_uri);
     repo_.install(package("dep", "1.0"));
-    get(&dirs);
+    get(&dirs, &given);
     expect('I', 'N', "1.0");
 }
 
@@ -239,7 +239,6 @@ TEST_F(VrmGetDependency, AGivenFileOfAForeignArchitectureIsPassedOver) {
     ASSERT_TRUE(file);
     file->arch = repo_.handle()->arch + 1;
     const given_packages given = {.files = {{"dep", file.get()}}};
-    const planning_with known(given);
-    get();
+    get(nullptr, &given);
     expect('U', 0, nullptr);
 }

@@ -1,8 +1,9 @@
 #include "gui/model/update_rows.h"
 
+#include <string>
 #include <utility>
 
-#include "repository/inventory.h"
+#include "repository/snapshot.h"
 #include "support/log.h"
 #include "support/own.h"
 #include "transaction/plan_update.h"
@@ -43,14 +44,14 @@ static void take_plan(const char *name) {
 
 void update_rows_plan(vrm_handle *handle, void *connection) {
     const own_array cut_off(vrm_broken_swaps(handle));
-    const own_array names(vrm_list_arr(handle, 1));
-    for (char **name = names.get(); name && *name; name++) {
-        if (cut_off && in_array(cut_off.get(), *name)) {
+    inventory_snapshot installed(handle);
+    for (const std::string &name : installed.names()) {
+        if (cut_off && in_array(cut_off.get(), name.c_str())) {
             continue;  // what is entered is to be taken back
         }
         vrt = nullptr;
-        vrt = vrm_pre_update(handle, connection, *name, nullptr, nullptr, nullptr, &vrt);
-        take_plan(*name);
+        vrt = plan_update(installed, connection, name.c_str(), nullptr, nullptr, nullptr, &vrt);
+        take_plan(name.c_str());
     }
     // The tool takes them back ahead of whatever it is told to do. This program changes nothing.
     for (char **name = cut_off.get(); name && *name; name++) {
