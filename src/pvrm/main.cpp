@@ -330,7 +330,7 @@ int run_command_line(int argc, char **argv) {
             return run(candidate, line, argc, argv);
         }
     }
-    fprintf(stderr, "%s", app.help().c_str());
+    fputs(app.help().c_str(), stderr);
     return EXIT_WRONG_USAGE;
 }
 
@@ -339,14 +339,13 @@ int run_command_line(int argc, char **argv) {
 int main(int argc, char **argv) {
     umask(022);  // what is installed must not depend on who called
     open_standard_streams();
-    // By lines also into a pipe: the window shows them as they come, and they keep their order with
-    // those of stderr.
-    setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     try {
         return run_command_line(argc, argv);
     } catch (const std::bad_alloc &) {
+        fflush(stdout);
         fputs("pvrm: there is not enough memory\n", stderr);
     } catch (const std::exception &failure) {
+        fflush(stdout);
         fprintf(stderr, "pvrm: %s\n", failure.what());
     }
     return EXIT_FAILED;

@@ -198,6 +198,37 @@ foo   x        1.2      The package foo…"
     grep -qF 'An \x1B[31modd' "$BATS_TEST_TMPDIR/out"
 }
 
+@test "a listing that goes into a file is written in large pieces" {
+    local number
+    for number in {100..199}; do
+        cp -a "$repository/installed/bar" "$repository/installed/bar$number"
+        sed -i "s/^evrkName: .*/evrkName: bar$number/" "$repository/installed/bar$number/desc.txt"
+    done
+    # The leak checker does not work under a tracer.
+    ASAN_OPTIONS=detect_leaks=0 strace -o "$BATS_TEST_TMPDIR/trace" -e trace=write \
+        pvrm list >"$BATS_TEST_TMPDIR/list"
+    rm -r "$repository"/installed/bar1*
+    (($(wc -l <"$BATS_TEST_TMPDIR/list") > 100))
+    (($(grep -c '^write(1,' "$BATS_TEST_TMPDIR/trace") < 10))
+}
+
+@test "in one file both kinds of output keep their order, and that of scripts" {
+    local both=$BATS_TEST_TMPDIR/both said
+    pvrm info "$(package said)" >"$both" 2>&1
+    assert_equal "$(grep -n '^pvrm: ' "$both" | cut -d: -f1)" "$(wc -l <"$both")"
+    said=$(package said init/99-cfg.sh='echo "the script"; echo "its error" >&2')
+    pvrm install --yes "$said" missing >"$both" 2>&1 || true
+    pvrm remove --yes said >>"$both" 2>&1
+    assert_equal "$(sed -nE 's/^(pvrm: )?(missing was|Package|the script|its error|installed|removed).*/\2/p' \
+        "$both")" 'missing was
+Package
+installed
+the script
+its error
+Package
+removed'
+}
+
 @test "nothing found is told on stderr, and nothing is on stdout" {
     for format in text table ldif csv; do
         run --separate-stderr pvrm list --format "$format" zzz
