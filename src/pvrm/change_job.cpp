@@ -24,10 +24,18 @@ change_job::change_job(session &work, const std::vector<std::string> &requests, 
     : work_(work), requests_(each_once(requests)), said_(said) {}
 
 void change_job::fail(const std::string &request, const std::string &reason) {
-    if (!has_failed(request)) {
-        failures_.push_back(
-            {request, reason.empty() ? first_problem().text_after(request) : reason});
+    if (has_failed(request)) {
+        return;
     }
+    std::string why = reason;
+    if (why.empty()) {
+        const problem first = first_problem();
+        // That there is no catalogue was printed once, ahead of all requests.
+        const bool unexplained = first.subject == request && first.why.empty();
+        why = unexplained && !work_.catalogue() ? "the package catalogue can't be used"
+                                                : first.text_after(request);
+    }
+    failures_.push_back({request, why});
 }
 
 bool change_job::has_failed(const std::string &request) const {

@@ -53,20 +53,32 @@ void drop_stage(const change &change) {
 int leave_inventory(change *change) {
     drop_stage(*change);
     drop_registration(change->places);
-    note_removed_links(change->handle, change->old_package->name);
     return 0;
 }
 
-int finish(change *change) {
-    if (change->old_package) {
+int refresh_libraries(change *change) {
+    refresh_linker_cache(change->by->who);
+    return 0;
+}
+
+int leave_configuration(change *change) {
+    note_configuration(*change);
+    return 0;
+}
+
+int leave_stage(change *change) {
+    drop_stage(*change);
+    return 0;
+}
+
+// The links that the new version does not list stay, and are noted from the lists of both.
+int forget_old_side(change *change) {
+    if (change->is_update()) {
         note_left_links(change->handle, change->old_package->name,
                         change->places.old_entry + "/link.txt", change->places.entry + "/link.txt");
-    }
-    refresh_linker_cache(change->by->who);
-    note_configuration(*change);
-    drop_stage(*change);
-    if (change->old_package) {
         drop_old_registration(change->places);
+    } else if (change->old_package) {
+        note_removed_links(change->handle, change->old_package->name);
     }
     return 0;
 }
@@ -85,10 +97,17 @@ constexpr stage stages[] = {
     {"last script", sides::any, run_last_script, undo::files},
     {"links", sides::old_alone, take_links_away, undo::files},
     {"register", sides::with_new, build_registration, undo::registration},
-    // Nothing fails from here on.
+};
+
+// What is left to do once the change can't fail any more. Each step is done, whatever became of the
+// ones before it.
+constexpr stage last_stages[] = {
     {"enter", sides::with_new, enter_registration, undo::nothing},
     {"leave", sides::old_alone, leave_inventory, undo::nothing},
-    {"finish", sides::with_new, finish, undo::nothing},
+    {"libraries", sides::with_new, refresh_libraries, undo::nothing},
+    {"configuration", sides::with_new, leave_configuration, undo::nothing},
+    {"stage directory", sides::with_new, leave_stage, undo::nothing},
+    {"old side", sides::with_old, forget_old_side, undo::nothing},
 };
 
 bool has_sides(const change &change, sides wanted) {
@@ -133,6 +152,11 @@ int run_stages(change *change) {
         if (const int code = attempt(stage.name, [&] { return stage.run(change); })) {
             take_back(*change, stage.after_failure);
             return code;
+        }
+    }
+    for (const stage &stage : last_stages) {
+        if (has_sides(*change, stage.of)) {
+            attempt(stage.name, [&] { return stage.run(change); });
         }
     }
     return 0;

@@ -14,6 +14,7 @@
 #include "repository/inventory.h"
 #include "repository/owner_lookup.h"
 #include "repository/saved_files.h"
+#include "support/array.h"
 #include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
@@ -170,8 +171,9 @@ static bool choose_written(file_judge *judge, char *const *files, path_list *wri
 
 // A new array of what was chosen from one, null for none.
 static own_array array_of(const path_list &chosen, char *const *source) {
-    own_array array(source ? static_cast<char **>(calloc(chosen.size() + 1, sizeof(char *)))
-                           : nullptr);
+    // Callers may add to it: there is room for all of the source and one more.
+    const size_t room = static_cast<size_t>(arr_count(source)) + 2;
+    own_array array(source ? static_cast<char **>(calloc(room, sizeof(char *))) : nullptr);
     for (size_t i = 0; array && i < chosen.size(); i++) {
         array.get()[i] = strdup(chosen[i]);
         if (!array.get()[i]) {

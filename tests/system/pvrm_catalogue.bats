@@ -287,7 +287,10 @@ use_backend() { # NAME
         [[ $status == 1 && ${stderr#*$'\n'} == "$gone$1" ]] || failed+="${*:2}: $stderr"$'\n'
     }
     check $'\npvrm: foo can\'t be installed' install foo
-    check $'\npvrm: foo can\'t be installed\npvrm: bar can\'t be installed' install -n foo bar
+    check $'\npvrm: foo can\'t be installed\npvrm: bar can\'t be installed
+pvrm: 2 of 2 installations failed:
+  foo: the package catalogue can\'t be used
+  bar: the package catalogue can\'t be used' install -n foo bar
     check $'\npvrm: app needs lib, which is not installed\npvrm: '"$file can't be installed" \
         install "$file"
     check $'\npvrm: have can\'t be upgraded' upgrade have
