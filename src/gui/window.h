@@ -32,8 +32,8 @@ Fl_Button *add_button(int x, int y, int w, int h, const char *label, widget_call
 void all_but_deactivate();
 void all_but_activate();
 
-// Makes `mbclose`, the button of an action whose output is in the window. It is inactive: the end of
-// the tool's output activates it.
+// Makes `mbclose`, the button of an action whose output is in the window. It is inactive: the end
+// of the tool's output activates it.
 void add_close_button();
 
 // Clears and hides `pvrm_out` and hides the button, by which the logo shows again. The status line

@@ -22,11 +22,11 @@
 #pragma once
 
 #include <functional>
-#include <new>
 #include <optional>
 #include <string>
 #include <unordered_set>
 
+#include "support/boundary.h"
 #include "support/event.h"
 #include "transaction/link_conflicts.h"
 #include "transaction/register.h"
@@ -39,11 +39,13 @@
 // any other, with -1, and what it did until then is taken back in the same way. `name` is for the
 // receiver of the event.
 template <typename Step>
-int attempt(const char *name, const Step &step) try {
-    return step();
-} catch (const std::bad_alloc &) {
-    report({.kind = event_kind::change_memory_exhausted, .other = name});
-    return -1;
+int attempt(const char *name, const Step &step) {
+    return guarded(
+        [name] {
+            report({.kind = event_kind::change_memory_exhausted, .other = name});
+            return -1;
+        },
+        step);
 }
 
 // ---- One package ----

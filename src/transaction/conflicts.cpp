@@ -15,6 +15,7 @@
 #include "repository/owner_lookup.h"
 #include "repository/saved_files.h"
 #include "support/array.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
@@ -74,9 +75,7 @@ class file_judge {
         : words_(words), owners_(handle), old_files_(set_of(old_files)) {}
 
     verdict decide(const char *path) {
-        if (log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG, "%s: Checking for local existence of %s", words_.who, path);
-        }
+        log_debug("%s: Checking for local existence of %s", words_.who, path);
         if (is_missing(path)) {
             say(path, words_.free);
             return verdict::write;
@@ -95,7 +94,7 @@ class file_judge {
  private:
     void say(const char *path, const char *what) const {
         if (what && log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG, "%s: %s %s", words_.who, path, what);
+            log_debug("%s: %s %s", words_.who, path, what);
         }
     }
 
@@ -186,43 +185,41 @@ static own_array array_of(const path_list &chosen, char *const *source) {
     return array;
 }
 
-int vrm_chk_local_insert(vrm_handle *handle, char *const *files, char ***out) try {
-    *out = nullptr;
-    path_list written;
-    file_judge judge(handle, of_install, nullptr);
-    if (!choose_written(&judge, files, &written)) {
-        return -1;
-    }
-    *out = array_of(written, files).release();
-    return 0;
-} catch (const std::bad_alloc &) {
-    return -1;
+int vrm_chk_local_insert(vrm_handle *handle, char *const *files, char ***out) {
+    return guarded(-1, [&] {
+        *out = nullptr;
+        path_list written;
+        file_judge judge(handle, of_install, nullptr);
+        if (!choose_written(&judge, files, &written)) {
+            return -1;
+        }
+        *out = array_of(written, files).release();
+        return 0;
+    });
 }
 
 int vrm_chk_local_update(vrm_handle *handle, char *const *old_files, char *const *new_files,
-                         char ***del_files, char ***add_files) try {
-    *del_files = *add_files = nullptr;
-    path_list gone, written;
-    file_judge judge(handle, of_update, old_files);
-    if (!choose_written(&judge, new_files, &written)) {
-        return -1;
-    }
-    const std::unordered_set<std::string_view> wanted = set_of(new_files);
-    for (char *const *path = old_files; path && *path; path++) {
-        if (!wanted.contains(*path) && !is_missing(*path)) {
-            if (log_wants(LEVEL_DEBUG)) {
-                log_say(LEVEL_DEBUG, "%s: %s is not in new files, adding it to del_files",
-                        of_update.who, *path);
-            }
-            gone.push_back(*path);
+                         char ***del_files, char ***add_files) {
+    return guarded(-1, [&] {
+        *del_files = *add_files = nullptr;
+        path_list gone, written;
+        file_judge judge(handle, of_update, old_files);
+        if (!choose_written(&judge, new_files, &written)) {
+            return -1;
         }
-    }
-    own_array taken = array_of(gone, old_files);
-    *add_files = array_of(written, new_files).release();
-    *del_files = taken.release();
-    return 0;
-} catch (const std::bad_alloc &) {
-    return -1;
+        const std::unordered_set<std::string_view> wanted = set_of(new_files);
+        for (char *const *path = old_files; path && *path; path++) {
+            if (!wanted.contains(*path) && !is_missing(*path)) {
+                log_debug("%s: %s is not in new files, adding it to del_files", of_update.who,
+                          *path);
+                gone.push_back(*path);
+            }
+        }
+        own_array taken = array_of(gone, old_files);
+        *add_files = array_of(written, new_files).release();
+        *del_files = taken.release();
+        return 0;
+    });
 }
 
 // ---- Copies of what belongs to no package ----

@@ -28,9 +28,7 @@ int make_backup_directory(change *change) {
 // can't be removed does not fail the change.
 static bool take_away(const change &change, const char *path) {
     const auto &events = change.by->old_files;
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "%s: Found %s to delete", change.by->who, path);
-    }
+    log_debug("%s: Found %s to delete", change.by->who, path);
     struct stat status;
     // A path that isn't absolute would mean another file from another working directory.
     errno = EINVAL;
@@ -56,7 +54,7 @@ static bool take_registered_files_away(const change &change) {
     const std::string &list = change.places.index;
     const own_file index(fopen_regular(list.c_str()));
     if (!index && errno == ENOENT) {
-        log_say(LEVEL_DEBUG, "%s: no fileindex. This is ok", who);
+        log_debug("%s: no fileindex. This is ok", who);
         return true;
     }
     char line[4096];
@@ -71,7 +69,7 @@ static bool take_registered_files_away(const change &change) {
         report({.kind = event_kind::file_not_read, .path = list, .error = errno});
         return false;
     }
-    log_say(LEVEL_DEBUG, "%s: processed fileindex %s\n", who, list.c_str());
+    log_debug("%s: processed fileindex %s\n", who, list.c_str());
     return true;
 }
 
@@ -90,13 +88,13 @@ int take_files_away(change *change) {
 int take_links_away(change *change) {
     const char *who = change->by->who;
     const std::string list = change->places.entry + "/link.txt";
-    log_say(LEVEL_DEBUG, "%s: looking for link script %s\n", who, list.c_str());
+    log_debug("%s: looking for link script %s\n", who, list.c_str());
     if (is_missing(list.c_str())) {
-        log_say(LEVEL_DEBUG, "%s: no link script found", who);
+        log_debug("%s: no link script found", who);
         return 0;
     }
     const int rc = remove_links(list, change->shared_links);
-    log_say(LEVEL_DEBUG, "%s: rc of vrm_vrf_links: %d", who, rc);
+    log_debug("%s: rc of vrm_vrf_links: %d", who, rc);
     return 0;
 }
 
@@ -112,8 +110,8 @@ static bool place_file(const change &change, const char *fork, const char *path,
     const std::string source = change.stage.fresh + "/" + fork + path;
     const bool is_logged = log_wants(LEVEL_DEBUG);
     if (is_logged) {
-        log_say(LEVEL_DEBUG, "%s: copying %s to %s with backup of %s", who, source.c_str(),
-                target.c_str(), target.c_str());
+        log_debug("%s: copying %s to %s with backup of %s", who, source.c_str(), target.c_str(),
+                  target.c_str());
     }
     const int32_t bytes = vrm_vrf_copy(target.c_str(), source.c_str(), change.stage.old.c_str(), 1);
     if (bytes < 0) {
@@ -121,8 +119,7 @@ static bool place_file(const change &change, const char *fork, const char *path,
         return false;
     }
     if (is_logged) {
-        log_say(LEVEL_DEBUG, "%s: Copied %d bytes from %s to %s", who, bytes, source.c_str(),
-                target.c_str());
+        log_debug("%s: Copied %d bytes from %s to %s", who, bytes, source.c_str(), target.c_str());
     }
     return true;
 }
@@ -131,7 +128,7 @@ static bool place_data(const change &change) {
     int number = 0;
     for (char **path = change.written.get(); path && *path; path++, number++) {
         if (change.by->added.numbers_data && log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG, "%s: Processing add_files[%d]", change.by->who, number);
+            log_debug("%s: Processing add_files[%d]", change.by->who, number);
         }
         if (!place_file(change, "data", *path, change.by->added.data_not_placed)) {
             return false;
@@ -143,13 +140,13 @@ static bool place_data(const change &change) {
 // Whether a configuration file on the disk is known to be as the installed version shipped it. What
 // can't be read is not known.
 static bool is_as_shipped(const change &change, const char *path) {
-    log_say(LEVEL_DEBUG, "%s: config file %s already exists", change.by->who, path);
+    log_debug("%s: config file %s already exists", change.by->who, path);
     const std::string shipped = change.places.entry + "/conf" + path;
     if (is_missing(shipped.c_str())) {
-        log_say(LEVEL_DEBUG, "%s: keeping existing config", change.by->who);
+        log_debug("%s: keeping existing config", change.by->who);
         return false;
     }
-    log_say(LEVEL_DEBUG, "%s: %s was shipped the last time", change.by->who, path);
+    log_debug("%s: %s was shipped the last time", change.by->who, path);
     char on_disk[41], as_shipped[41];
     const bool same = vrs_sha1_file(path, 'x', on_disk) &&
                       vrs_sha1_file(shipped.c_str(), 'x', as_shipped) &&
@@ -211,10 +208,10 @@ static void apply_links_and_perms(const change &change) {
         const std::string list = change.stage.fresh + "/info" + *path;
         if (strcmp(*path, "/link.txt") == 0) {
             const int rc = make_links(list, change.links);
-            log_say(LEVEL_DEBUG, "%s: rc of vrm_vrf_links: %d", who, rc);
+            log_debug("%s: rc of vrm_vrf_links: %d", who, rc);
         } else if (strcmp(*path, "/perm.txt") == 0) {
             const int rc = vrm_vrf_perms(list.c_str());
-            log_say(LEVEL_DEBUG, "%s: rc of vrm_vrf_perms: %d", who, rc);
+            log_debug("%s: rc of vrm_vrf_perms: %d", who, rc);
         }
     }
 }

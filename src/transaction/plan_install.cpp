@@ -14,7 +14,8 @@
 #include "support/event.h"
 #include "support/log.h"
 #include "support/text.h"
-#include "transaction/planning.h"
+#include "transaction/plan_order.h"
+#include "transaction/plan_walk.h"
 #include "ui/vrmui.h"
 
 // Which candidate brought a name in. Names count as equal whatever their case, as they do in every
@@ -30,26 +31,6 @@ class first_candidates {
  private:
     std::unordered_map<std::string, std::string> by_name_;
 };
-
-own_vrt new_transaction(const char *name, char source, own_vri candidate) {
-    own_vrt plan(static_cast<vrt *>(calloc(1, sizeof(vrt))));
-    if (!plan || !(plan->name = strdup(name))) {
-        return nullptr;
-    }
-    plan->source = source;
-    plan->mark = 'N';
-    plan->tot_file_size = candidate->filesize;
-    plan->tot_data_size = candidate->datasize;
-    plan->info = candidate.release();
-    return plan;
-}
-
-void add_sizes(vrt *plan, const vrd *dep) {
-    log_debug("Adding %" PRIu64 " to tot_file_size", dep->info->filesize);
-    log_debug("Adding %" PRIu64 " to tot_data_size", dep->info->datasize);
-    plan->tot_file_size += dep->info->filesize;
-    plan->tot_data_size += dep->info->datasize;
-}
 
 // Whether a walked record is part of the plan: it has a package, and its name is a new one.
 static bool is_kept(const vrd *record, first_candidates *processed) {

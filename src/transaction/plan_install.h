@@ -39,19 +39,3 @@ vrt *vrm_walk(vrm_handle *handle, void *vrc, const char *name, const char *varia
 // The same, with what is installed as the view has it.
 vrt *plan_tree(const installed_view &installed, void *vrc, const char *name, const char *variant,
                char *const *dirs, vrt **out);
-
-// Walks the dependencies of a candidate. At the first call `*deps` is null and `*num` 0. Each
-// dependency is appended to `*deps`, a null-terminated array, and what is to be installed is walked
-// in its turn. A name that was met before is stored once more, the earlier record gets `circular`
-// 1, and it isn't walked again. What is installed isn't walked. The result is 0, with the number of
-// records in `*num`, or 99 when a package is of a foreign architecture, a dependency is nowhere to
-// be had or memory fails; `*deps` holds what was found by then. In both cases the caller releases
-// each record, with vrd_free and free, and the array. It is null when the candidate has no
-// dependency list or is of a foreign architecture itself, and when there is no memory for it, which
-// a `*num` above 0 tells.
-int vrm_chk_install(vrm_handle *handle, const vri *candidate, void *vrc, char *const *dirs,
-                    int *num, vrd ***deps);
-
-// The same, but what is installed is walked as well.
-int vrm_chk_walk(vrm_handle *handle, const vri *candidate, void *vrc, char *const *dirs, int *num,
-                 vrd ***deps);

@@ -10,8 +10,7 @@
 #include "support/boundary.h"
 #include "support/event.h"
 #include "support/log.h"
-#include "transaction/plan_install.h"
-#include "transaction/planning.h"
+#include "transaction/plan_walk.h"
 
 namespace {
 

@@ -7,11 +7,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string_view>
 #include <vector>
 
 #include "repository/repository.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/own.h"
 #include "transaction/register.h"
@@ -91,42 +91,42 @@ static std::vector<std::string> cut_off(const vrm_handle *handle) {
     return names;
 }
 
-char **vrm_broken_swaps(vrm_handle *handle) try {
-    std::vector<std::string> names = cut_off(handle);
-    if (!names.empty() && !handle->locked) {
-        // The swap of an update that runs looks the same. It may also have ended meanwhile.
-        if (vrm_lock_holder(handle) > 0) {
+char **vrm_broken_swaps(vrm_handle *handle) {
+    return guarded(nullptr, [&]() -> char ** {
+        std::vector<std::string> names = cut_off(handle);
+        if (!names.empty() && !handle->locked) {
+            // The swap of an update that runs looks the same. It may also have ended meanwhile.
+            if (vrm_lock_holder(handle) > 0) {
+                return nullptr;
+            }
+            names = cut_off(handle);
+        }
+        if (names.empty()) {
             return nullptr;
         }
-        names = cut_off(handle);
-    }
-    if (names.empty()) {
-        return nullptr;
-    }
-    own_array list(static_cast<char **>(calloc(names.size() + 1, sizeof(char *))));
-    for (size_t i = 0; list && i < names.size(); i++) {
-        if (!(list.get()[i] = strdup(names[i].c_str()))) {
-            return nullptr;
+        own_array list(static_cast<char **>(calloc(names.size() + 1, sizeof(char *))));
+        for (size_t i = 0; list && i < names.size(); i++) {
+            if (!(list.get()[i] = strdup(names[i].c_str()))) {
+                return nullptr;
+            }
         }
-    }
-    return list.release();
-} catch (const std::bad_alloc &) {
-    return nullptr;
+        return list.release();
+    });
 }
 
-int vrm_undo_broken_swaps(vrm_handle *handle) try {
-    if (!handle->locked) {
-        report({.kind = event_kind::not_locked, .who = "vrm_undo_broken_swaps"});
-        return -1;
-    }
-    int count = 0;
-    for (const std::string &name : set_aside(handle)) {
-        if (take_back(inventory_places_of(handle, name.c_str()))) {
-            report({.kind = event_kind::broken_swap_undone, .package = name});
-            count++;
+int vrm_undo_broken_swaps(vrm_handle *handle) {
+    return guarded(-1, [&] {
+        if (!handle->locked) {
+            report({.kind = event_kind::not_locked, .who = "vrm_undo_broken_swaps"});
+            return -1;
         }
-    }
-    return count;
-} catch (const std::bad_alloc &) {
-    return -1;
+        int count = 0;
+        for (const std::string &name : set_aside(handle)) {
+            if (take_back(inventory_places_of(handle, name.c_str()))) {
+                report({.kind = event_kind::broken_swap_undone, .package = name});
+                count++;
+            }
+        }
+        return count;
+    });
 }

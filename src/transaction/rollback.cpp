@@ -19,10 +19,8 @@
 static bool restore(const char *path, const char *old) {
     char backup[2001];
     snprintf(backup, sizeof backup, "%.1000s%.1000s", old, path);
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "vrm_install_rollback: Found %s to restore", path);
-        log_say(LEVEL_DEBUG, "vrm_install_rollback: Copying %s to %s", backup, path);
-    }
+    log_debug("vrm_install_rollback: Found %s to restore", path);
+    log_debug("vrm_install_rollback: Copying %s to %s", backup, path);
     if (!restore_backup(path, backup)) {
         report({.kind = event_kind::not_restored, .path = path});
         return false;
@@ -34,9 +32,7 @@ int vrm_install_rollback(char *const *written, const char *old) {
     char path_of_index[PATH_MAX];
     snprintf(path_of_index, sizeof path_of_index, "%s/index.txt", old);
     for (char *const *path = written; path && *path; path++) {
-        if (log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG, "vrm_install_rollback: removing %s", *path);
-        }
+        log_debug("vrm_install_rollback: removing %s", *path);
         unlink(*path);
     }
     const own_file index(fopen_regular(path_of_index));

@@ -11,6 +11,7 @@
 #include "repository/hooks.h"
 #include "repository/running_script.h"
 #include "support/arch.h"
+#include "support/boundary.h"
 #include "support/cmd.h"
 #include "support/event.h"
 #include "support/file.h"
@@ -88,40 +89,42 @@ static void set_family(environment *env, const std::string &name, const side &be
     }
 }
 
-char **vrm_scriptenv_add(const vri *old_package, const vri *new_package) try {
-    if (!old_package && !new_package) {
-        return nullptr;
-    }
-    environment env;
-    const auto family = [&](const char *name, const auto &side_of) {
-        set_family(&env, name, side_of(old_package), side_of(new_package), new_package != nullptr);
-    };
-    const auto optional = [&](const char *name, char *vri::*field) {
-        family(name, [field](const vri *package) {
-            const char *const value = package ? package->*field : nullptr;
-            return side{value != nullptr, value};
+char **vrm_scriptenv_add(const vri *old_package, const vri *new_package) {
+    return guarded(nullptr, [&]() -> char ** {
+        if (!old_package && !new_package) {
+            return nullptr;
+        }
+        environment env;
+        const auto family = [&](const char *name, const auto &side_of) {
+            set_family(&env, name, side_of(old_package), side_of(new_package),
+                       new_package != nullptr);
+        };
+        const auto optional = [&](const char *name, char *vri::*field) {
+            family(name, [field](const vri *package) {
+                const char *const value = package ? package->*field : nullptr;
+                return side{value != nullptr, value};
+            });
+        };
+        env.set("VRK_NAME", (old_package ? old_package : new_package)->name);
+        optional("VRK_VARIANT", &vri::variant);
+        family("VRK_VERSION", [](const vri *package) {
+            return side{package != nullptr, package ? package->version : nullptr};
         });
-    };
-    env.set("VRK_NAME", (old_package ? old_package : new_package)->name);
-    optional("VRK_VARIANT", &vri::variant);
-    family("VRK_VERSION", [](const vri *package) {
-        return side{package != nullptr, package ? package->version : nullptr};
+        family("VRK_ARCHITECTURE", [](const vri *package) {
+            return side{package != nullptr, package ? vrm_arch_getname(package->arch) : nullptr};
+        });
+        optional("VRK_CREATOR", &vri::creator);
+        optional("VRK_DESCRIPTION", &vri::description);
+        // Scripts in the field rely on these being there, and only there, where a description is.
+        const auto joined = [](const vri *package) {
+            return own_string(package ? arr2str(package->deps, ' ') : nullptr);
+        };
+        const own_string before = joined(old_package), after = joined(new_package);
+        set_family(&env, "VRK_DEPENDENCIES",
+                   {old_package && old_package->description, before.get()},
+                   {new_package && new_package->description, after.get()}, new_package != nullptr);
+        return env.release();
     });
-    family("VRK_ARCHITECTURE", [](const vri *package) {
-        return side{package != nullptr, package ? vrm_arch_getname(package->arch) : nullptr};
-    });
-    optional("VRK_CREATOR", &vri::creator);
-    optional("VRK_DESCRIPTION", &vri::description);
-    // Scripts in the field rely on these being there, and only there, where a description is.
-    const auto joined = [](const vri *package) {
-        return own_string(package ? arr2str(package->deps, ' ') : nullptr);
-    };
-    const own_string before = joined(old_package), after = joined(new_package);
-    set_family(&env, "VRK_DEPENDENCIES", {old_package && old_package->description, before.get()},
-               {new_package && new_package->description, after.get()}, new_package != nullptr);
-    return env.release();
-} catch (const std::bad_alloc &) {
-    return nullptr;
 }
 
 void vrm_scriptenv_del(char **list) {
@@ -326,23 +329,25 @@ static vri *described(const std::string &installed, const char *package) {
     return info;
 }
 
-static void configure(const vrm_handle *handle, const char *package, const char *script) try {
-    log_say(LEVEL_DEBUG, "vrm_scripts_exe: Found script %s for vrk %s to execute", script, package);
-    const std::string installed = dir_of(handle, "installed");
-    const std::string package_dir =
-        installed.substr(0, 900) + "/" + std::string(package, strnlen(package, 900));
-    const std::string line = cfg_script_line(handle, package_dir, script);
-    const own_vri info(described(installed, package));
-    char **const variables = vrm_scriptenv_add(nullptr, info.get());
-    if (info && !variables) {
-        throw std::bad_alloc();
-    }
-    log_say(LEVEL_DEBUG, "vrm_scripts_exe: cmdline: %s", line.c_str());
-    const int status = run_visibly(package, script, line.c_str());
-    report_end(package, script, status, event_kind::configuration_failed);
-    vrm_scriptenv_del(variables);
-} catch (const std::bad_alloc &) {
-    report({.kind = event_kind::memory_exhausted, .who = "vrm_scripts_exe"});
+static void configure(const vrm_handle *handle, const char *package, const char *script) {
+    guarded([] { report({.kind = event_kind::memory_exhausted, .who = "vrm_scripts_exe"}); },
+            [&] {
+                log_say(LEVEL_DEBUG, "vrm_scripts_exe: Found script %s for vrk %s to execute",
+                        script, package);
+                const std::string installed = dir_of(handle, "installed");
+                const std::string package_dir =
+                    installed.substr(0, 900) + "/" + std::string(package, strnlen(package, 900));
+                const std::string line = cfg_script_line(handle, package_dir, script);
+                const own_vri info(described(installed, package));
+                char **const variables = vrm_scriptenv_add(nullptr, info.get());
+                if (info && !variables) {
+                    throw std::bad_alloc();
+                }
+                log_say(LEVEL_DEBUG, "vrm_scripts_exe: cmdline: %s", line.c_str());
+                const int status = run_visibly(package, script, line.c_str());
+                report_end(package, script, status, event_kind::configuration_failed);
+                vrm_scriptenv_del(variables);
+            });
 }
 
 static void keep_hook_command(vrt *transaction, const char *package, const char *command) {

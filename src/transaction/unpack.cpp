@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
-#include <new>
 #include <unordered_set>
 #include <utility>
 
@@ -14,6 +13,7 @@
 #include "package/signed_record.h"
 #include "package/vrf.h"
 #include "support/array.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/growing_list.h"
 #include "support/log.h"
@@ -70,9 +70,7 @@ class listed_files {
 
 // Whether the list has this file with this content.
 bool verify_file(const listed_files &listed, const char *sub, const char *hash, const char *path) {
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "vrm_chk_sub_files: checking real file <%s>", path);
-    }
+    log_debug("vrm_chk_sub_files: checking real file <%s>", path);
     if (!have_so && fnmatch("*.so.*", path, 0) == 0) {
         have_so = 1;
     }
@@ -84,61 +82,57 @@ bool verify_file(const listed_files &listed, const char *sub, const char *hash, 
         report({.kind = event_kind::file_not_listed, .path = path, .other = sub});
         return false;
     }
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "vrm_chk_sub_files: verify of %s%s succeeded: hash %s matches", sub,
-                path, hash);
-    }
+    log_debug("vrm_chk_sub_files: verify of %s%s succeeded: hash %s matches", sub, path, hash);
     return true;
 }
 
 }  // namespace
 
-int vrm_chk_sub_files(const char *stage, const char *sub, char ***list) try {
-    const std::string fork = std::string(stage) + "/" + sub;
-    char *relative = nullptr;
-    s_ekva **found = nullptr;
-    int rc = vrm_vrf_hash_files(fork.c_str(), &relative, &found);
-    const own_string relative_owner(relative);
-    const own_ekva real(found);
-    if (rc != 0) {
-        report({.kind = event_kind::fork_not_hashed, .other = sub});
-        return rc;
-    }
-    if (!real || !real.get()[0] || !real.get()[1]) {
-        log_say(LEVEL_DEBUG, "vrm_chk_sub_files: No files were found in %s", sub);
-        return 0;
-    }
-
-    s_ekva **read = nullptr;
-    rc = vrm_vrf_vrk_hashes(stage, sub, &read);
-    const own_ekva read_owner(read);
-    if (rc != 0 || !read) {
-        report({.kind = event_kind::fork_without_list, .other = sub});
-        return rc != 0 ? rc : -1;
-    }
-
-    const listed_files listed(read);
-    path_list paths(room_for_paths);
-    int errors = 0;
-    for (s_ekva *const *file = real.get() + 1; *file; file++) {
-        if (!verify_file(listed, sub, (*file)->key, (*file)->val)) {
-            errors++;
-        } else if (errors == 0 && !add_path(paths, (*file)->val)) {
-            return -1;
+int vrm_chk_sub_files(const char *stage, const char *sub, char ***list) {
+    return guarded(-1, [&] {
+        const std::string fork = std::string(stage) + "/" + sub;
+        char *relative = nullptr;
+        s_ekva **found = nullptr;
+        int rc = vrm_vrf_hash_files(fork.c_str(), &relative, &found);
+        const own_string relative_owner(relative);
+        const own_ekva real(found);
+        if (rc != 0) {
+            report({.kind = event_kind::fork_not_hashed, .other = sub});
+            return rc;
         }
-    }
-    if (errors > 0) {
-        log_say(LEVEL_DEBUG, "vrm_chk_sub_files: verify of all files in %s failed. %d errors found",
-                sub, errors);
-        *list = nullptr;
-        return errors;
-    }
-    log_say(LEVEL_DEBUG, "vrm_chk_sub_files: verify of %d files in %s succeeded", paths.count(),
-            sub);
-    *list = paths.release();
-    return 0;
-} catch (const std::bad_alloc &) {
-    return -1;
+        if (!real || !real.get()[0] || !real.get()[1]) {
+            log_debug("vrm_chk_sub_files: No files were found in %s", sub);
+            return 0;
+        }
+
+        s_ekva **read = nullptr;
+        rc = vrm_vrf_vrk_hashes(stage, sub, &read);
+        const own_ekva read_owner(read);
+        if (rc != 0 || !read) {
+            report({.kind = event_kind::fork_without_list, .other = sub});
+            return rc != 0 ? rc : -1;
+        }
+
+        const listed_files listed(read);
+        path_list paths(room_for_paths);
+        int errors = 0;
+        for (s_ekva *const *file = real.get() + 1; *file; file++) {
+            if (!verify_file(listed, sub, (*file)->key, (*file)->val)) {
+                errors++;
+            } else if (errors == 0 && !add_path(paths, (*file)->val)) {
+                return -1;
+            }
+        }
+        if (errors > 0) {
+            log_debug("vrm_chk_sub_files: verify of all files in %s failed. %d errors found", sub,
+                      errors);
+            *list = nullptr;
+            return errors;
+        }
+        log_debug("vrm_chk_sub_files: verify of %d files in %s succeeded", paths.count(), sub);
+        *list = paths.release();
+        return 0;
+    });
 }
 
 static constexpr struct {
@@ -153,7 +147,7 @@ static constexpr struct {
 // As vrm_chk_all_files.
 static int prove_forks(const char *stage, package_forks *proven) {
     for (const auto &fork : forks_in_order) {
-        log_say(LEVEL_DEBUG, "vrm_chk_all_files: checking %s files in %s", fork.name, stage);
+        log_debug("vrm_chk_all_files: checking %s files in %s", fork.name, stage);
         char **files = nullptr;
         const int rc = vrm_chk_sub_files(stage, fork.name, &files);
         (proven->*fork.files).reset(files);
@@ -257,7 +251,7 @@ static int extract(change *change) {
     }
     // What an earlier attempt unpacked must not vouch for a payload that brings no description.
     unlink((stage.fresh + "/" + signed_description_path).c_str());
-    log_say(LEVEL_DEBUG, "%s: Will unpack %s to %s", who, stage.file.c_str(), stage.fresh.c_str());
+    log_debug("%s: Will unpack %s to %s", who, stage.file.c_str(), stage.fresh.c_str());
     if (change->verbose) {
         report({.kind = event_kind::unpacking, .package = stage.puname});
     }

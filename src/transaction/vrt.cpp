@@ -1,12 +1,13 @@
 #include "transaction/vrt.h"
 
+#include <cinttypes>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "support/boundary.h"
 #include "support/log.h"
 #include "support/own.h"
 
@@ -27,10 +28,9 @@ static void tell_lookup(const vri *package, const vri *present) {
     if (!log_wants(LEVEL_DEBUG)) {
         return;
     }
-    log_say(LEVEL_DEBUG, "checking if %s is already in the vra", name_of(package));
+    log_debug("checking if %s is already in the vra", name_of(package));
     if (present) {
-        log_say(LEVEL_DEBUG, "%s is already in the vra (%s)", name_of(package),
-                vrk_puname(present));
+        log_debug("%s is already in the vra (%s)", name_of(package), vrk_puname(present));
     }
 }
 
@@ -101,9 +101,7 @@ static bool can_be_added(const vri *package) {
     if (!known.is_new(package)) {
         return false;
     }
-    if (log_wants(LEVEL_DEBUG)) {
-        log_say(LEVEL_DEBUG, "%s can be added vra", name_of(package));
-    }
+    log_debug("%s can be added vra", name_of(package));
     return true;
 }
 
@@ -135,49 +133,50 @@ static int append(vra **list, int count, char action, char status, const vri *in
     return count + 1;
 }
 
-int vrm_vra_list_add_vrt(const vrt *transaction, vra ***list) try {
-    const int before = entries_of(*list);
-    known.follow(*list);
-    const int additions = count_new(transaction);
-    if (additions == 0) {
-        log_say(LEVEL_DEBUG, "No new additions");
-        return before;
-    }
+int vrm_vra_list_add_vrt(const vrt *transaction, vra ***list) {
+    return guarded(
+        [&] { return entries_of(*list); },
+        [&] {
+            const int before = entries_of(*list);
+            known.follow(*list);
+            const int additions = count_new(transaction);
+            if (additions == 0) {
+                log_debug("No new additions");
+                return before;
+            }
 
-    const int wanted = before + additions;
-    if (*list) {
-        log_say(LEVEL_DEBUG, "Reallocating list for %d entries", wanted);
-    } else {
-        log_say(LEVEL_DEBUG, "Allocating list for %d entries", wanted);
-    }
-    vra **const room = static_cast<vra **>(
-        reallocarray(*list, static_cast<size_t>(wanted) + 1, words_a_slot * sizeof(void *)));
-    if (!room) {
-        return before;
-    }
-    room[before] = nullptr;
-    *list = room;
+            const int wanted = before + additions;
+            if (*list) {
+                log_debug("Reallocating list for %d entries", wanted);
+            } else {
+                log_debug("Allocating list for %d entries", wanted);
+            }
+            vra **const room = static_cast<vra **>(reallocarray(
+                *list, static_cast<size_t>(wanted) + 1, words_a_slot * sizeof(void *)));
+            if (!room) {
+                return before;
+            }
+            room[before] = nullptr;
+            *list = room;
 
-    int count = before;
-    if (transaction->info && known.is_new(transaction->info)) {
-        log_say(LEVEL_DEBUG, "Adding %s to vra at pos %d", name_of(transaction->info), count);
-        count = append(room, count, transaction->action, transaction->mark, transaction->info);
-    }
-    for (size_t i = 0; transaction->deps && transaction->deps[i]; ++i) {
-        const vrd *const dependency = transaction->deps[i];
-        if (!is_action(dependency) || !known.is_new(dependency->info)) {
-            continue;
-        }
-        if (log_wants(LEVEL_DEBUG)) {
-            log_say(LEVEL_DEBUG, "Adding %s to vra", name_of(dependency->info));
-        }
-        count = append(room, count, dependency->action, dependency->status, dependency->info);
-    }
-    log_say(LEVEL_DEBUG, "Added %d entries to vra_list, new size: %d (%d)", additions, wanted,
-            count);
-    return count;
-} catch (const std::bad_alloc &) {
-    return entries_of(*list);
+            int count = before;
+            if (transaction->info && known.is_new(transaction->info)) {
+                log_debug("Adding %s to vra at pos %d", name_of(transaction->info), count);
+                count =
+                    append(room, count, transaction->action, transaction->mark, transaction->info);
+            }
+            for (size_t i = 0; transaction->deps && transaction->deps[i]; ++i) {
+                const vrd *const dependency = transaction->deps[i];
+                if (!is_action(dependency) || !known.is_new(dependency->info)) {
+                    continue;
+                }
+                log_debug("Adding %s to vra", name_of(dependency->info));
+                count =
+                    append(room, count, dependency->action, dependency->status, dependency->info);
+            }
+            log_debug("Added %d entries to vra_list, new size: %d (%d)", additions, wanted, count);
+            return count;
+        });
 }
 
 void vrm_vra_list_free(vra **list) {
@@ -229,4 +228,24 @@ void vrt_free(vrt *transaction) {
     ekva_free(transaction->hookcmds);
     free(transaction->name);
     free(transaction);
+}
+
+own_vrt new_transaction(const char *name, char source, own_vri candidate) {
+    own_vrt plan(static_cast<vrt *>(calloc(1, sizeof(vrt))));
+    if (!plan || !(plan->name = strdup(name))) {
+        return nullptr;
+    }
+    plan->source = source;
+    plan->mark = 'N';
+    plan->tot_file_size = candidate->filesize;
+    plan->tot_data_size = candidate->datasize;
+    plan->info = candidate.release();
+    return plan;
+}
+
+void add_sizes(vrt *plan, const vrd *dep) {
+    log_debug("Adding %" PRIu64 " to tot_file_size", dep->info->filesize);
+    log_debug("Adding %" PRIu64 " to tot_data_size", dep->info->datasize);
+    plan->tot_file_size += dep->info->filesize;
+    plan->tot_data_size += dep->info->datasize;
 }

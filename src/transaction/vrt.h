@@ -84,13 +84,11 @@ void vrt_free(vrt *transaction);
 // vrt_free does so for the records of a transaction. Null is accepted.
 void vrd_free(vrd *dependency);
 
-// Orders a transaction's dependencies in place and sets their weights. What is installed has weight
-// 0. The others start with 1, and gain 1 for every pass over the array in which something that they
-// need was still missing; a circular one waits for nothing. Higher weights come first, equal ones
-// keep their order: executors work from the last record to the first, so that what needs nothing
-// comes first. The candidate isn't read. A name that never becomes available, which no walk leaves
-// in the array, ends the passes rather than prolonging them for ever.
-void vrds_sort(const vri *candidate, vrd ***deps);
-
 using own_vrt = std::unique_ptr<vrt, release_with<vrt_free>>;
 using own_vra_list = std::unique_ptr<vra *, release_with<vrm_vra_list_free>>;
+
+// A transaction for a request, with the candidate and its sizes. Result: null when memory fails.
+own_vrt new_transaction(const char *name, char source, own_vri candidate);
+
+// Adds the sizes of a dependency to the totals of its transaction.
+void add_sizes(vrt *plan, const vrd *dep);

@@ -16,6 +16,7 @@
 #include "kit/test_repo.h"
 #include "repository/vrc.h"
 #include "support/arch.h"
+#include "transaction/plan_walk.h"
 #include "ui/vrmui.h"
 
 using testing::Contains;

@@ -16,6 +16,7 @@
 #include "kit/failing_memory.h"
 #include "kit/log_capture.h"
 #include "support/arch.h"
+#include "transaction/plan_order.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;

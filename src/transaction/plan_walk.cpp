@@ -1,5 +1,7 @@
 // The two walkers of dependencies. They take the same steps and differ in a few words and in
 // whether they go on through what is installed.
+#include "transaction/plan_walk.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <string>
@@ -12,8 +14,6 @@
 #include "support/event.h"
 #include "support/log.h"
 #include "transaction/depend.h"
-#include "transaction/plan_install.h"
-#include "transaction/planning.h"
 
 namespace {
 

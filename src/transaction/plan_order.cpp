@@ -9,6 +9,8 @@
 // give can be had without: each name has one moment at which it is resolved, a pass and a position
 // in it, and a record's weight is the number of passes in which it was looked at before that. The
 // moments are found in the order of time, each from those of the names that a record waits for.
+#include "transaction/plan_order.h"
+
 #include <algorithm>
 #include <functional>
 #include <new>
@@ -19,7 +21,6 @@
 #include <vector>
 
 #include "support/boundary.h"
-#include "transaction/vrt.h"
 
 namespace {
 
