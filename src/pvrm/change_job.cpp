@@ -36,11 +36,11 @@ void change_job::fail(const std::string &request, const std::string &reason) {
                                                 : first.text_after(request);
     }
     failures_.push_back({request, why});
+    failed_requests_.insert(request);
 }
 
 bool change_job::has_failed(const std::string &request) const {
-    return std::any_of(failures_.begin(), failures_.end(),
-                       [&](const failure &known) { return known.request == request; });
+    return failed_requests_.contains(request);
 }
 
 void change_job::forget_changed(const vrt &transaction) {

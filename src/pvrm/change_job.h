@@ -1,6 +1,7 @@
 // A change of packages by one command line: what installing, upgrading and removing share.
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -81,5 +82,6 @@ class change_job {
     void summarise() const;
 
     std::vector<failure> failures_;
+    std::set<std::string> failed_requests_;
     size_t tried_ = 0;  // requests that were planned, or failed so far
 };

@@ -17,7 +17,7 @@
 #include "ui/sentences.h"
 #include "ui/vrmui.h"
 
-static std::string last_cause, last_reason, last_outcome;
+static std::string last_cause, last_reason, last_outcome, failed_installation;
 // Each reading of the inventory warns of the same entries again.
 static std::set<std::string> told_warnings;
 static size_t reasons = 0;
@@ -36,6 +36,14 @@ std::string take_cause() {
 
 std::string take_outcome() {
     return std::exchange(last_outcome, {});
+}
+
+void forget_last_reason() {
+    last_reason.clear();
+}
+
+std::string take_failed_installation() {
+    return std::exchange(failed_installation, {});
 }
 
 size_t reasons_told() {
@@ -174,6 +182,10 @@ static void take(const event &happened) {
     if (happened.kind == event_kind::configuration_failed ||
         happened.kind == event_kind::hook_failed) {
         was_interrupted(happened.status);
+    }
+    if (happened.kind == event_kind::dependency_install_failed ||
+        happened.kind == event_kind::install_failed) {
+        failed_installation = happened.package;
     }
     note_rollback(happened.kind);
     if (happened.kind == event_kind::catalogue_directory_unreadable ||

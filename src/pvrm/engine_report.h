@@ -68,6 +68,13 @@ kept_reasons take_reasons();
 // Tells reasons as if the engine gave them now.
 void tell_reasons(kept_reasons kept);
 
+// Forgets the last reason: the same one is printed when it is given again. For a caller that held
+// problems back (hold_problems).
+void forget_last_reason();
+
+// Forgets which package's installation failed last. Result: its unique name, empty for none.
+std::string take_failed_installation();
+
 // Forgets the last outcome. Result: what it was.
 std::string take_outcome();
 

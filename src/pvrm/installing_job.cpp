@@ -28,7 +28,7 @@ installing_job::installing_job(session &work, const std::vector<std::string> &re
 }
 
 bool installing_job::is_installed(const std::string &name) const {
-    return work_.installed().find(name) != nullptr;
+    return work_.installed().find_own(name) != nullptr;
 }
 
 // ---- What a request means ----
@@ -82,18 +82,44 @@ static const char *name_of_a_file(const vrt &transaction) {
     return nullptr;
 }
 
-// What the planner lets through and the executor would not, or should not.
-bool installing_job::is_acceptable(const std::string &request, const vrt &transaction) {
-    const vri *const package = transaction.info;
+bool installing_job::is_sound(const std::string &request, const vri &package) {
     const int32_t own_arch = work_.repository()->arch;
-    if (package->arch != arch_any && package->arch != own_arch) {
+    if (package.arch != arch_any && package.arch != own_arch) {
         take_cause();
-        refuse(request, std::string("it is built for ") + arch_name(package->arch) +
+        refuse(request, std::string("it is built for ") + arch_name(package.arch) +
                             ", and this machine is " + arch_name(own_arch));
         return false;
     }
-    if (const char *part = vrk_info_unsafe_part(package)) {
+    if (const char *part = vrk_info_unsafe_part(&package)) {
         refuse(request, std::string("its ") + part + " holds characters that are not allowed");
+        return false;
+    }
+    return true;
+}
+
+bool installing_job::is_signed(const std::string &request, const vri &package) {
+    if (package.sig_status != 1) {
+        tell_failure({request, std::string("can't be ") + said_.done});
+        return false;
+    }
+    return true;
+}
+
+bool installing_job::is_acceptable_file(const std::string &request) {
+    const own_vri package(vrm_vrf_info(work_.repository(), request.c_str(), 1));
+    if (!package) {
+        tell_failure({request, "is not a valid package file"});
+        return false;
+    }
+    const bool is_acceptable = is_sound(request, *package) && is_signed(request, *package);
+    take_cause();
+    return is_acceptable;
+}
+
+// What the planner lets through and the executor would not, or should not.
+bool installing_job::is_acceptable(const std::string &request, const vrt &transaction) {
+    const vri &package = *transaction.info;
+    if (!is_sound(request, package)) {
         return false;
     }
     if (const char *name = name_of_a_file(transaction)) {
@@ -102,24 +128,28 @@ bool installing_job::is_acceptable(const std::string &request, const vrt &transa
         return false;
     }
     // That of a package file is known now, that of another one when it has been fetched.
-    const bool is_file = vrk_file_is_vrk(request.c_str());
-    if (is_file && package->sig_status != 1) {
-        tell_failure({request, std::string("can't be ") + said_.done});
-        return false;
-    }
-    return true;
+    return !vrk_file_is_vrk(request.c_str()) || is_signed(request, package);
 }
 
 // ---- The plan ----
 
-bool installing_job::plan(const std::string &request) {
-    files_.read(work_, requests_);
+// The planner may find a file that can't be used once more, in a directory.
+own_vrt installing_job::plan_with_files(const std::string &request, bool *failed) {
+    own_vrt transaction = make_plan(request, files_.given_for(request), failed);
+    const vrd *const part = transaction ? files_.unusable_part(*transaction) : nullptr;
+    if (!part) {
+        return transaction;
+    }
+    refuse(request, std::string("it needs ") + part->name + ", whose package file " +
+                        part->info->absolute_uri + " can't be used");
+    *failed = true;
+    return nullptr;
+}
+
+bool installing_job::plan_one(const std::string &request) {
     bool failed = false;
-    own_vrt transaction = make_plan(request, files_.given_for(request), &failed);
+    own_vrt transaction = plan_with_files(request, &failed);
     if (!transaction) {
-        if (failed) {
-            files_.note_unusable(request);
-        }
         return !failed;
     }
     const std::string name = transaction->info->name;
@@ -133,23 +163,74 @@ bool installing_job::plan(const std::string &request) {
     return true;
 }
 
-// Plans again what would take a dependency from a file that can't be used, until no plan does.
+// Plans a request and prints its problems only when it can be planned.
+bool installing_job::attempt(const std::string &request, std::vector<held_problem> *held) {
+    hold_problems();
+    forget_last_reason();
+    const bool done = plan_one(request);
+    *held = take_held_problems();
+    forget_last_reason();
+    if (done) {
+        tell_held(*held);
+    }
+    return done;
+}
+
+// A request may fail for a file that another one names and that turns out not to be usable later.
+bool installing_job::plan(const std::string &request) {
+    files_.read(work_, requests_);
+    if (!files_.may_serve_others()) {
+        return plan_one(request);
+    }
+    std::vector<held_problem> held;
+    if (!attempt(request, &held)) {
+        files_.set_usable(request, false);
+        failed_attempts_.push_back({request, std::move(held)});
+    }
+    return true;
+}
+
+// Plans what failed without the files of all that failed, so that the outcome does not depend on
+// the order of the requests. A file whose request can be planned serves the others again.
+void installing_job::attempt_again() {
+    for (bool again = true; again;) {
+        again = false;
+        std::vector<failed_attempt> still_failed;
+        for (failed_attempt &failed : failed_attempts_) {
+            if (files_.has_unusable_besides(failed.request) &&
+                attempt(failed.request, &failed.problems)) {
+                files_.set_usable(failed.request, true);
+                again = true;
+            } else {
+                still_failed.push_back(std::move(failed));
+            }
+        }
+        failed_attempts_ = std::move(still_failed);
+    }
+    for (const failed_attempt &failed : failed_attempts_) {
+        note_problems();
+        tell_held(failed.problems);
+        fail(failed.request);
+    }
+}
+
+// Plans again what would take a dependency from a file that can't be used. Each step takes a
+// request out of the plan, or leaves it with a plan that does without such files.
 void installing_job::plan_without_unusable_files() {
     for (size_t i = 0; i < planned_.size();) {
         planned_change &planned = planned_[i];
-        if (!files_.has_unusable_part(*planned.transaction)) {
+        if (!files_.unusable_part(*planned.transaction)) {
             i++;
             continue;
         }
         bool failed = false;
         note_problems();
-        planned.transaction =
-            make_plan(planned.request, files_.given_for(planned.request), &failed);
+        planned.transaction = plan_with_files(planned.request, &failed);
         if (planned.transaction) {
             continue;
         }
         fail(planned.request);
-        files_.note_unusable(planned.request);
+        files_.set_usable(planned.request, false);
         requests_by_name_.erase(planned.name);
         planned_.erase(planned_.begin() + static_cast<std::ptrdiff_t>(i));
         i = 0;
@@ -157,7 +238,7 @@ void installing_job::plan_without_unusable_files() {
 }
 
 // The packages of all requests that are still expected to be installed.
-given_packages installing_job::given_with_requests(const std::string &request) const {
+given_packages installing_job::given_with_requests(const std::string &request) {
     given_packages given = files_.given_for(request);
     for (const planned_change &planned : planned_) {
         if (!failed_names_.contains(planned.name)) {
@@ -234,6 +315,7 @@ void installing_job::share_dependencies() {
 }
 
 void installing_job::plan_together() {
+    attempt_again();
     plan_without_unusable_files();
     plan_without_requested();
     share_dependencies();
@@ -269,6 +351,17 @@ bool installing_job::hand_over_local_dependencies(vrt *transaction) {
     return true;
 }
 
+// Those that share the dependency that failed need not try it again.
+void installing_job::note_failed_dependency(const vrt &transaction) {
+    const std::string failed = take_failed_installation();
+    for (int32_t i = 0; transaction.deps && i < transaction.num_deps; i++) {
+        const vrd *dep = transaction.deps[i];
+        if (dep->info && dep->action != 'N' && failed == vrk_puname(dep->info)) {
+            failed_names_.insert(dep->info->name);
+        }
+    }
+}
+
 bool installing_job::run_one(vrt *transaction) {
     const std::string name = transaction->info->name;
     if (!clear_stages(work_.repository(), *transaction) ||
@@ -278,6 +371,7 @@ bool installing_job::run_one(vrt *transaction) {
     }
     vrt *raw = transaction;
     vrm_script_status = 0;
+    take_failed_installation();
     const int rc = execute(&raw);
     // Also after a failure: the packages that got through are there, and their hooks want to know.
     vrm_exe_hooks(raw->hookcmds);
@@ -285,6 +379,7 @@ bool installing_job::run_one(vrt *transaction) {
     if (rc != 0) {
         // An executor may return a plain -1 for a script that ended so.
         was_interrupted(vrm_script_status);
+        note_failed_dependency(*raw);
         tell_problem({name, std::string("was not ") + said_.done});
         return false;
     }

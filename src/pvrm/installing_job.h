@@ -8,6 +8,7 @@
 
 #include "pvrm/change_job.h"
 #include "pvrm/named_files.h"
+#include "pvrm/tell.h"
 #include "repository/snapshot.h"
 
 class installing_job : public change_job {
@@ -18,6 +19,7 @@ class installing_job : public change_job {
  protected:
     void begin_planning() override {
         requests_by_name_.clear();
+        failed_attempts_.clear();
     }
     // The plan of one request; null when there is nothing to do, or, with `*failed`, none can be
     // made. The reason is printed.
@@ -39,6 +41,8 @@ class installing_job : public change_job {
     std::string package_name(const std::string &request);
     // Whether the executor would take what the planner lets through; prints why when not.
     bool is_acceptable(const std::string &request, const vrt &transaction);
+    // The same of a package file that may only serve as a dependency.
+    bool is_acceptable_file(const std::string &request);
     // Whether a planned change brings in a package.
     bool is_brought_along(const std::string &name) const;
     bool is_installed(const std::string &name) const;
@@ -54,7 +58,13 @@ class installing_job : public change_job {
     void refuse(const std::string &request, const std::string &why);
     bool carry_out(planned_change *planned) override;
 
-    given_packages given_with_requests(const std::string &request) const;
+    bool is_sound(const std::string &request, const vri &package);
+    bool is_signed(const std::string &request, const vri &package);
+    own_vrt plan_with_files(const std::string &request, bool *failed);
+    bool plan_one(const std::string &request);
+    bool attempt(const std::string &request, std::vector<held_problem> *held);
+    void attempt_again();
+    given_packages given_with_requests(const std::string &request);
     void plan_without_unusable_files();
     void plan_without_requested();
     void share_dependencies();
@@ -63,9 +73,17 @@ class installing_job : public change_job {
     bool plan_anew(planned_change *planned);
     bool was_shown(const planned_change &planned);
     bool run_one(vrt *transaction);
+    void note_failed_dependency(const vrt &transaction);
     bool hand_over_local_dependencies(vrt *transaction);
 
+    // A request for which no plan could be made so far, with the reasons.
+    struct failed_attempt {
+        std::string request;
+        std::vector<held_problem> problems;
+    };
+
     named_files files_;
+    std::vector<failed_attempt> failed_attempts_;
     std::map<std::string, std::string> requests_by_name_;  // of what is planned
     std::set<std::string> failed_names_;                   // packages that were not installed
     std::vector<std::string> dir_texts_;

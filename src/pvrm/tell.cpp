@@ -6,7 +6,9 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "support/shell.h"
 #include "support/terminal_text.h"
@@ -71,8 +73,36 @@ std::string problem::text_after(const std::string &name) const {
 }
 
 static problem first_noted;
+static std::optional<std::vector<held_problem>> held_back;
+
+void hold_problems() {
+    held_back.emplace();
+}
+
+std::vector<held_problem> take_held_problems() {
+    std::vector<held_problem> taken;
+    if (held_back) {
+        taken = std::move(*held_back);
+    }
+    held_back.reset();
+    return taken;
+}
+
+void tell_held(const std::vector<held_problem> &held) {
+    for (const held_problem &one : held) {
+        if (one.is_printed) {
+            note_repeated_problem(one.what);
+        } else {
+            tell_problem(one.what);
+        }
+    }
+}
 
 void note_repeated_problem(const problem &found) {
+    if (held_back) {
+        held_back->push_back({found, true});
+        return;
+    }
     if (first_noted.text().empty()) {
         first_noted = found;
     }
@@ -87,6 +117,10 @@ problem first_problem() {
 }
 
 void tell_problem(const problem &found) {
+    if (held_back) {
+        held_back->push_back({found, false});
+        return;
+    }
     note_repeated_problem(found);
     tell_warning_text(found.text());
 }

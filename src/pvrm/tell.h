@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 // Steps are not told any more (--quiet).
 void tell_no_steps();
@@ -41,6 +42,21 @@ void note_problems();
 
 // The first problem since then, without warnings; nothing in its parts when there was none.
 problem first_problem();
+
+// From here on problems are held back instead of printed and noted: those of an attempt that may be
+// made again in another way. Warnings and details are not held back.
+void hold_problems();
+
+struct held_problem {
+    problem what;
+    bool is_printed;  // shortly before
+};
+
+// Ends that. Result: what was held back, in its order.
+std::vector<held_problem> take_held_problems();
+
+// Prints and notes what was held back.
+void tell_held(const std::vector<held_problem> &held);
 
 // Counts a problem as printed, as it was printed shortly before.
 void note_repeated_problem(const problem &found);

@@ -126,7 +126,10 @@ own_vrt upgrade::make_plan(const std::string &request, const given_packages &giv
         return nullptr;
     }
     if (vrk_file_is_vrk(request.c_str()) && requests_.size() > 1 && !is_installed(name)) {
-        not_installed_.emplace_back(request, name);
+        *failed = !is_acceptable_file(request);
+        if (!*failed) {
+            not_installed_.emplace_back(request, name);
+        }
         return nullptr;
     }
     take_cause();

@@ -186,3 +186,87 @@ heads() { # NAME...
     assert_equal "$(tail -n 2 <<<"$output")" 'pvrm: 1 of 2 upgrades failed:
   a: the script 00-add.sh of a_any_2.0, which runs before the upgrade, failed: exit status 3'
 }
+
+# ---- Package files that can't be used ----
+
+@test "a named file that can't be used is not taken from a directory either" {
+    b=$(package b)
+    printf x >>"$b"
+    a=$(package a needs=b)
+    d=$(package d)
+    local order
+    for order in "$a $b" "$b $a"; do
+        # shellcheck disable=SC2086
+        run timeout 60 pvrm install --dir "${a%/*}" $order "$d"
+        assert_status 1
+        assert_line "pvrm: $a can't be installed: it needs b, whose package file $b can't be used"
+        refute_installed a
+        refute_installed b
+        is_installed d
+        pvrm remove d
+    done
+}
+
+@test "a named file for another machine does not stand in the way of one for this machine" {
+    other=$(package b arch=mips out="$BATS_TEST_TMPDIR/other")
+    b=$(package b)
+    a=$(package a needs=b)
+    run pvrm install "$a" "$other" "$b"
+    assert_status 1
+    assert_output_has 'it is built for mips'
+    assert_equal "$(install_type a)$(install_type b)" XX
+}
+
+@test "the order of the requests does not decide whether a file can be done without" {
+    put_on_offer b version=3.0
+    b=$(package b needs=nowhere)
+    a=$(package a needs=b)
+    local order
+    for order in "$a $b" "$b $a"; do
+        # shellcheck disable=SC2086
+        run pvrm install $order
+        assert_status 1
+        is_installed a
+        assert_equal "$(version_of b)$(install_type b)" 3.0D
+        refute_output_has "$a can't"
+        assert_equal "$(grep -c 'b needs nowhere' <<<"$output")" 2  # once in the summary
+        pvrm remove a
+        refute_installed b
+    done
+}
+
+@test "a file that an upgrade only needs is verified before anything happens" {
+    pvrm install "$(package a)"
+    put_on_offer b version=3.0
+    b=$(package b)
+    printf x >>"$b"
+    a=$(package a version=2.0 needs=b)
+    local order
+    for order in "$a $b" "$b $a"; do
+        # shellcheck disable=SC2086
+        run pvrm upgrade --dry-run $order
+        assert_status 1
+        assert_output_has "$b can't be upgraded"
+    done
+    run pvrm upgrade "$a" "$b"
+    assert_status 1
+    assert_equal "$(version_of a)$(version_of b)$(install_type b)" 2.03.0D
+}
+
+@test "a dependency that failed is not tried again for the next request that needs it" {
+    put_on_offer a needs=c
+    put_on_offer b needs=c
+    put_on_offer c 'init/00-add.sh=echo asked; exit 3'
+    run pvrm install a b
+    assert_status 1
+    assert_equal "$(grep -c asked <<<"$output")" 1
+    assert_line 'pvrm: b was not installed: it needs c, which was not installed'
+}
+
+@test "a single file in a circle is installed explicitly, and in its own version" {
+    put_on_offer a version=2.0 needs=b
+    put_on_offer b needs=a
+    run pvrm install "$(package a needs=b)"
+    assert_status 0
+    assert_equal "$(version_of a)$(install_type a)$(install_type b)" 1.0XD
+}
