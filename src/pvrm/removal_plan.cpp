@@ -9,6 +9,7 @@ removal_plan::removal_plan(const std::vector<const vri *> &installed,
       keep_deps_(keep_deps),
       requested_(graph_.packages.size()),
       fates_(graph_.packages.size(), fate::stays),
+      tried_(graph_.packages.size()),
       came_for_(graph_.packages.size()) {
     for (size_t at = 0; at < graph_.packages.size(); at++) {
         if (const auto head = graph_.place_of(graph_.packages[at].head)) {
@@ -64,8 +65,8 @@ bool removal_plan::is_needed_by_staying(size_t at) const {
 
 // Whether a package that stays makes another one, which it needs, stay too.
 bool removal_plan::holds(size_t holder, size_t at) const {
-    return !requested_[at] || graph_.packages[holder].head != graph_.packages[at].name ||
-           is_needed_by_staying(holder);
+    return tried_[holder] || !requested_[at] ||
+           graph_.packages[holder].head != graph_.packages[at].name || is_needed_by_staying(holder);
 }
 
 bool removal_plan::has_to_stay(size_t at) const {
@@ -155,6 +156,7 @@ void removal_plan::note_gone(const std::string &name) {
 
 void removal_plan::note_stays(const std::string &name) {
     if (const auto place = graph_.place_of(name)) {
+        tried_[*place] = true;
         keep({*place});
     }
 }

@@ -58,7 +58,8 @@ class removal_plan {
     // A package was removed: it holds nothing any more.
     void note_gone(const std::string &name);
 
-    // A package that was to go stays, and with it all that it holds, as far as that is not gone.
+    // A package that was to go stays, and with it all that it needs, as far as that is not gone:
+    // the exemption is not for one whose own removal failed.
     void note_stays(const std::string &name);
 
  private:
@@ -78,6 +79,7 @@ class removal_plan {
     const bool keep_deps_;
     std::vector<bool> requested_;
     std::vector<fate> fates_;
+    std::vector<bool> tried_;                    // what was to go, and stayed
     std::vector<std::vector<size_t>> came_for_;  // the packages whose head is this one
     std::vector<removal> removals_;
 };

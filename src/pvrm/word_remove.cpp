@@ -44,6 +44,7 @@ class removal : public change_job {
     void plan_together() override;
     void add_to_view(const planned_change &planned, plan_view *view) override {
         view->add(*planned.transaction);
+        agreed_left_[planned.name] = left_by(*planned.transaction);
     }
     void print(const plan_view &view) const override {
         view.print_removal();
@@ -60,6 +61,8 @@ class removal : public change_job {
     void plan_several();
     void add_planned(const removal_plan::removal &planned);
     void refuse(const std::string &name, const std::vector<std::string> &holders);
+    std::set<std::string> left_by(const vrt &transaction) const;
+    bool leaves_as_shown(const vrt &transaction);
     void drop_what_stays(vrt *transaction);
     bool is_as_shown(const vrt &transaction);
     bool run_one(vrt *transaction);
@@ -68,6 +71,8 @@ class removal : public change_job {
     const int mode_;
     std::vector<std::string> wanted_;  // requests that can be planned
     std::optional<removal_plan> together_;
+    // What the user was warned of: by name, the packages that stay and are left without it.
+    std::map<std::string, std::set<std::string>> agreed_left_;
     std::map<std::string, std::string> stuck_;  // what was tried and stayed, with the reason
 };
 
@@ -145,21 +150,19 @@ own_vrt removal::ask_planner(const std::string &name, kept_reasons *refusal) {
     return own_vrt(made);
 }
 
-static void warn_of_left(const std::string &name, const std::vector<std::string> &left) {
+static void warn_of_left(const std::string &name, const std::set<std::string> &left) {
     if (!left.empty()) {
-        tell_warning("%s goes although it is needed by %s", name.c_str(), joined(left).c_str());
+        tell_warning("%s goes although it is needed by %s", name.c_str(),
+                     joined({left.begin(), left.end()}).c_str());
     }
 }
 
 void removal::plan_one(const std::string &name) {
     kept_reasons refusal;
     own_vrt transaction = ask_planner(name, &refusal);
-    std::vector<std::string> dependents = together_->dependents(name);
+    const std::vector<std::string> dependents = together_->dependents(name);
     if (transaction) {
-        for (const std::string &gone : names_of(*transaction)) {
-            std::erase(dependents, gone);
-        }
-        warn_of_left(name, dependents);
+        warn_of_left(name, left_by(*transaction));
         planned_.push_back({name, name, std::move(transaction)});
         return;
     }
@@ -193,8 +196,8 @@ void removal::add_planned(const removal_plan::removal &planned) {
         }
         planned_.push_back({one.name, one.name, std::move(transaction)});
     };
-    warn_of_left(planned.name, together_->left_without(planned.name));
     add(planned);
+    warn_of_left(planned.name, left_by(*planned_.back().transaction));
     for (const removal_plan::part &part : planned.parts) {
         if (std::find(wanted_.begin(), wanted_.end(), part.name) != wanted_.end()) {
             add({part.place, part.name, {}});
@@ -235,9 +238,40 @@ void removal::drop_what_stays(vrt *transaction) {
         }
         const std::vector<std::string> holders = together_->holders(dep.name);
         const std::string why = holders.empty() ? "" : ", as " + all_need(holders) + " it";
-        tell_problem("%s stays installed%s", dep.name, why.c_str());
+        // Not the reason why a request fails: that is the problem ahead of it.
+        tell_warning_text(std::string(dep.name) + " stays installed" + why);
         return true;
     });
+}
+
+// The packages that stay and need the top package. The engine's planner has its own view of one.
+std::set<std::string> removal::left_by(const vrt &transaction) const {
+    const std::string top = transaction.info->name;
+    const std::vector<std::string> left =
+        wanted_.size() > 1 ? together_->left_without(top) : together_->dependents(top);
+    std::set<std::string> names(left.begin(), left.end());
+    for (const std::string &gone : names_of(transaction)) {
+        names.erase(gone);
+    }
+    return names;
+}
+
+// The plan may have been made anew since the user agreed, and what was to go may have stayed.
+bool removal::leaves_as_shown(const vrt &transaction) {
+    const std::string name = transaction.info->name;
+    const std::set<std::string> &agreed = agreed_left_[name];
+    std::vector<std::string> found;
+    for (const std::string &left : left_by(transaction)) {
+        if (!agreed.contains(left)) {
+            found.push_back(left);
+        }
+    }
+    if (found.empty()) {
+        return true;
+    }
+    tell_problem(
+        {name, "was not removed", all_need(found) + " it, which was not shown; try again"});
+    return false;
 }
 
 // Whether all that goes was shown and is installed as it was then, also after the scripts of what
@@ -335,6 +369,9 @@ bool removal::carry_out(planned_change *planned) {
     }
     if (wanted_.size() > 1) {
         drop_what_stays(planned->transaction.get());
+    }
+    if (!leaves_as_shown(*planned->transaction)) {
+        return false;
     }
     if (!is_as_shown(*planned->transaction)) {
         tell_problem({name, "was not removed",

@@ -65,6 +65,32 @@ install_all() { # FILE...
     refute_output_has 'failed:'
 }
 
+@test "a package that refuses to go is not left without what it needs" {
+    a=$(package a needs=t 'init/00-del.sh=exit 1')
+    install_all "$(package t needs=a)"
+    assert_equal "$(install_type t)$(install_type a)" XD
+    run pvrm remove t a
+    assert_status 1
+    is_installed a
+    is_installed t
+    assert_line "pvrm: t can't be removed, as a needs it"
+    assert_equal "$(tail -n 3 <<<"$output")" 'pvrm: 2 of 2 removals failed:
+  a: the script 00-del.sh of a_any_1.0, which runs before the removal, failed: exit status 1
+  t: a needs it'
+}
+
+@test "what stays with a failed package is not the reason of the failure" {
+    package libbz2 >/dev/null
+    install_all "$(package zip needs=libbz2 'init/00-del.sh=exit 3')" \
+        "$(package unzip needs=libbz2 'init/00-del.sh=exit 4')"
+    run pvrm remove zip unzip
+    assert_status 1
+    assert_line 'pvrm: libbz2 stays installed, as zip needs it'
+    assert_equal "$(tail -n 2 <<<"$output")" \
+        '  zip: the script 00-del.sh of zip_any_1.0, which runs before the removal, failed: exit status 3
+  unzip: the script 00-del.sh of unzip_any_1.0, which runs before the removal, failed: exit status 4'
+}
+
 @test "the history names for whose sake a shared dependency goes" {
     package libbz2 >/dev/null
     install_all "$(package zip needs=libbz2)" "$(package unzip needs=libbz2)"
