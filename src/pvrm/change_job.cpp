@@ -31,7 +31,7 @@ void change_job::fail(const std::string &request, const std::string &reason) {
     if (why.empty()) {
         const problem first = first_problem();
         // That there is no catalogue was printed once, ahead of all requests.
-        const bool unexplained = first.subject == request && first.why.empty();
+        const bool unexplained = needs_catalogue() && first.subject == request && first.why.empty();
         why = unexplained && !work_.catalogue() ? "the package catalogue can't be used"
                                                 : first.text_after(request);
     }

@@ -55,6 +55,10 @@ class change_job {
     virtual bool were_named() const {
         return true;
     }
+    // Whether a request may fail for want of a catalogue.
+    virtual bool needs_catalogue() const {
+        return true;
+    }
     // Carries one change out. False, with the reason printed, when it fails.
     virtual bool carry_out(planned_change *planned) = 0;
 

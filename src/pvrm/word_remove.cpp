@@ -52,6 +52,9 @@ class removal : public change_job {
     bool is_due(const planned_change &planned) override {
         return is_installed(planned.name);  // or it went with one before it
     }
+    bool needs_catalogue() const override {
+        return false;
+    }
     bool carry_out(planned_change *planned) override;
 
     bool is_removable(const std::string &name);

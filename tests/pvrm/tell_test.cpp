@@ -38,3 +38,19 @@ TEST(Problems, OfManyTheFirstIsNotedAndNoWarning) {
     note_problems();
     EXPECT_EQ(first_problem().text(), "");
 }
+
+TEST(Problems, ThatAreHeldBackArePrintedAndNotedLater) {
+    std::vector<held_problem> held;
+    EXPECT_EQ(stderr_of([&] {
+                  note_problems();
+                  hold_problems();
+                  tell_problem({"foo", "is not installed"});
+                  tell_warning("bar is odd");
+                  held = take_held_problems();
+              }),
+              "pvrm: warning: bar is odd\n");
+    EXPECT_EQ(first_problem().text(), "");
+    EXPECT_EQ(stderr_of([&] { tell_held(held); }), "pvrm: foo is not installed\n");
+    EXPECT_EQ(first_problem().text_after("foo"), "it is not installed");
+    note_problems();
+}
