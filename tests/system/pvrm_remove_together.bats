@@ -219,3 +219,22 @@ expected_rest() { # yes|no REQUEST...
         assert_equal "$(find "$repository/fileindex" -type f -printf '%f\n' | sort)" "$expected"
     done
 }
+
+@test "what would be left without a package, and was not shown so, keeps that from being removed" {
+    local requests
+    for requests in foo 'foo baz'; do
+        pvrm --quiet install --yes "$(package foo)" "$(package bar)" "$(package baz)"
+        start_on_terminal "pvrm remove $requests"
+        await_text '[Y/n]'
+        # It came for the sake of foo, so the plan that is made anew leaves it with a warning.
+        echo 'evrkDependency: foo' >>"$repository/installed/bar/desc.txt"
+        sed -i '/^evrkInstallHead/d; s/^evrkInstallType: .*/evrkInstallType: D\nevrkInstallHead: foo/' \
+            "$repository/installed/bar/inst.txt"
+        type_in $'y\n'
+        end_on_terminal
+        assert_status 1
+        assert_line 'pvrm: foo was not removed: bar needs it, which was not shown; try again'
+        is_installed foo
+        clean_repository
+    done
+}
