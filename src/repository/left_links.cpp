@@ -50,9 +50,11 @@ bool write_record(const vrm_handle *handle, const std::string &package,
     const std::string directory = directory_of_records(handle);
     const std::string path = left_links_path(handle, package);
     if (links.empty()) {
-        const bool gone = unlink(path.c_str()) == 0 || errno == ENOENT;
+        if (unlink(path.c_str()) != 0 && errno != ENOENT) {
+            return false;
+        }
         rmdir(directory.c_str());  // unless other packages have a record
-        return gone;
+        return true;
     }
     if (mkdir(directory.c_str(), 0755) != 0 && errno != EEXIST) {
         return false;
@@ -84,11 +86,12 @@ bool read_places(const std::string &list, link_resolver *resolver, links_by_path
 bool renew_record(const vrm_handle *handle, const std::string &package,
                   const links_by_path &of_old_version, const links_by_path &of_new_version) {
     std::vector<left_link> noted;
-    // What is not of the form is dropped with the new record.
-    if (!read_left_links(handle, package, &noted) && errno != EINVAL) {
+    const bool well_formed = read_left_links(handle, package, &noted);
+    if (!well_formed && errno != EINVAL) {
         return false;
     }
-    const size_t had = noted.size();
+    // What is not of the form is dropped with the new record.
+    const bool had_record = !well_formed || !noted.empty();
     for (const auto &[path, target] : of_old_version) {
         noted.push_back({path, target});
     }
@@ -99,7 +102,7 @@ bool renew_record(const vrm_handle *handle, const std::string &package,
             left[link.path] = link.target;
         }
     }
-    return (had == 0 && left.empty()) || write_record(handle, package, left);
+    return (!had_record && left.empty()) || write_record(handle, package, left);
 }
 
 // Warns, with errno as the reason.

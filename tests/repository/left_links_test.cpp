@@ -139,6 +139,12 @@ TEST_F(LeftLinks, ADamagedRecordGivesWhatCanBeReadAndIsWrittenAnew) {
     EXPECT_THAT(noted(), ElementsAre("a|t", "b|t"));
 }
 
+TEST_F(LeftLinks, ADamagedRecordWithoutLinksIsRemoved) {
+    repo.dir().write("repo/left_links/foo", "nonsense\n");
+    update({}, {});
+    EXPECT_FALSE(exists(repo.in("left_links")));
+}
+
 TEST_F(LeftLinks, ARecordThatCannotBeWrittenIsAWarning) {
     make("a");
     repo.dir().write("repo/left_links", "in the way");
