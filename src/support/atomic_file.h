@@ -1,4 +1,5 @@
-// Files that appear under their name whole or not at all.
+// Files that appear under their name whole or not at all, and new files that are never written over
+// what is there.
 #pragma once
 
 #include <sys/stat.h>
@@ -47,7 +48,8 @@ class atomic_file {
 bool write_atomically(const std::string &path, std::string_view bytes, mode_t mode, durability how);
 
 // Writes a whole file that is not there yet, to outlive a power failure. What is there already is
-// never overwritten: EEXIST. A file that could not be written whole is removed.
+// never overwritten: EEXIST. It has its name from the beginning: a file that could not be written
+// whole is removed, but a killed process leaves a part of it.
 bool write_new_file(const std::string &path, std::string_view bytes, mode_t mode);
 
 // A new name in the directory, or one that is gone, is sure to outlive a power failure after this.

@@ -31,8 +31,13 @@ void make_directory(const std::string &path) {
     if (!above.empty() && !path_exists(above)) {
         make_directory(above);
     }
-    if (mkdir(path.c_str(), readable_directory) == 0) {
-        static_cast<void>(chmod(path.c_str(), readable_directory));
+    if (mkdir(path.c_str(), readable_directory) != 0) {
+        return;
+    }
+    // Not by its name, in the place of which somebody may have put a link.
+    const own_fd made(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (made.valid()) {
+        static_cast<void>(fchmod(made.get(), readable_directory));
     }
 }
 
