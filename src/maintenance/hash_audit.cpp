@@ -92,14 +92,8 @@ static int check_edited(const char *path, const char *delivered, bool verbose) {
     return 0;
 }
 
-// The reader of lists takes one that it can't open for none, and then every file would pass.
-static bool is_there_unreadable(const std::string &list) {
-    const char *why = nullptr;
-    if (is_missing(list.c_str()) || open_regular(list.c_str(), nullptr, &why).valid()) {
-        return false;
-    }
-    report({.kind = event_kind::list_not_opened, .path = list, .other = why});
-    return true;
+bool is_there_unreadable(const std::string &list, const char **why) {
+    return !is_missing(list.c_str()) && !open_regular(list.c_str(), nullptr, why).valid();
 }
 
 // Nothing when the list can't be read or is malformed.
@@ -108,7 +102,13 @@ static std::optional<fork_count> check_fork(const std::string &entry, const fork
     s_ekva **list = nullptr;
     const int rc = vrm_vrf_vrk_hashes(entry.c_str(), fork.name, &list);
     const own_ekva hashes(list);
-    if (rc != 0 || (!hashes && is_there_unreadable(entry + "/hash/" + fork.name + ".txt"))) {
+    const std::string path_of_list = entry + "/hash/" + fork.name + ".txt";
+    const char *why = nullptr;
+    const bool not_opened = rc == 0 && !hashes && is_there_unreadable(path_of_list, &why);
+    if (not_opened) {
+        report({.kind = event_kind::list_not_opened, .path = path_of_list, .other = why});
+    }
+    if (rc != 0 || not_opened) {
         report({.kind = fork.unusable, .other = fork.name});
         return std::nullopt;
     }

@@ -11,6 +11,8 @@
 // must only be there. The fork info is not audited, since its hash list isn't kept.
 #pragma once
 
+#include <string>
+
 #include "support/handle.h"
 
 // Compares the files of one installed package with the hash lists of its inventory entry, fork by
@@ -23,3 +25,8 @@
 // hash lists can't be read or is malformed, which ends the audit without a summary. A list that
 // isn't there is a fork without files.
 int vrm_chkhash(vrm_handle *handle, const char *name, unsigned verbose);
+
+// Private to the maintenance: whether a hash list is there and can't be opened, with the reason in
+// errno and, unless null, `why`. The reader of lists takes such a one for none, and then every file
+// would pass.
+bool is_there_unreadable(const std::string &list, const char **why = nullptr);

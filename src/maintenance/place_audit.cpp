@@ -11,12 +11,14 @@
 #include <optional>
 #include <set>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
 
 #include "repository/inventory.h"
 #include "support/ekva.h"
 #include "support/event.h"
 #include "support/own.h"
+#include "transaction/interrupt.h"
 
 namespace {
 
@@ -46,16 +48,17 @@ bool nothing_is_there(int error) {
 // One entry of the inventory beside the disk.
 class entry_comparison {
  public:
-    entry_comparison(vrm_handle *handle, const std::string &entry, link_resolver *resolver)
-        : handle_(handle), entry_(entry), resolver_(resolver) {
+    entry_comparison(vrm_handle *handle, const std::string &entry, link_resolver *resolver,
+                     const listed_modes *modes)
+        : handle_(handle), entry_(entry), resolver_(resolver), modes_(modes) {
         path_ = std::string(ekva_getval(handle->dirs, "installed")) + "/" + entry;
     }
 
     std::string list(const char *name) const {
         return path_ + "/" + name;
     }
-    int differences() const {
-        return differences_;
+    finding_list take_findings() {
+        return std::move(findings_);
     }
 
     void refused(const std::string &list, const std::vector<refused_line> &lines);
@@ -72,15 +75,14 @@ class entry_comparison {
     };
     using file_id = std::pair<dev_t, ino_t>;
 
-    void finding(event found) {
+    void add(event found) {
         found.package = entry_;
-        differences_++;
-        report(found);
+        findings_.emplace_back(found);
     }
     void not_seen(const std::string &path, int error) {
-        finding({.kind = event_kind::place_not_seen, .path = path, .error = error});
+        add({.kind = event_kind::place_not_seen, .path = path, .error = error});
     }
-    const std::vector<std::string> &files();
+    const std::unordered_set<std::string> &files();
     bool brings_file_at(const std::string &place);
     bool is_configuration(const std::string &path) const;
     bool is_allowed(const listed_mode &mode) const;
@@ -89,29 +91,30 @@ class entry_comparison {
     const std::string &entry_;
     link_resolver *resolver_;
     std::string path_;
-    std::optional<std::vector<std::string>> files_;
+    const listed_modes *modes_;
+    std::optional<std::unordered_set<std::string>> files_, places_of_files_;
     std::set<file_id> with_mode_;
-    int differences_ = 0;
+    finding_list findings_;
 };
 
 void entry_comparison::refused(const std::string &list, const std::vector<refused_line> &lines) {
     for (const refused_line &line : lines) {
-        finding({.kind = event_kind::list_line_not_compared,
-                 .path = list,
-                 .other = line.why,
-                 .number = line.number});
+        add({.kind = event_kind::list_line_not_compared,
+             .path = list,
+             .other = line.why,
+             .number = line.number});
     }
 }
 
 void entry_comparison::unread(const std::string &list) {
     if (errno != ENOENT) {
-        finding({.kind = event_kind::list_not_compared, .path = list, .error = errno});
+        add({.kind = event_kind::list_not_compared, .path = list, .error = errno});
     }
 }
 
 // The data files that the package owns, read at the first question. Of an entry with the record of
 // another package they are not known.
-const std::vector<std::string> &entry_comparison::files() {
+const std::unordered_set<std::string> &entry_comparison::files() {
     if (files_) {
         return *files_;
     }
@@ -125,18 +128,22 @@ const std::vector<std::string> &entry_comparison::files() {
         unread(std::string(ekva_getval(handle_->dirs, "fileindex")) + "/" + entry_);
     }
     for (char *const *file = listed.get(); file && *file; file++) {
-        files_->emplace_back(*file);
+        files_->emplace(*file);
     }
     return *files_;
 }
 
 bool entry_comparison::brings_file_at(const std::string &place) {
-    for (const std::string &file : files()) {
-        if (file == place || resolver_->place_of(file) == place) {
-            return true;
+    if (!places_of_files_) {
+        places_of_files_ = files();
+        for (const std::string &file : files()) {
+            if (vrm_stop_requested) {
+                break;
+            }
+            places_of_files_->insert(resolver_->place_of(file));
         }
     }
-    return false;
+    return places_of_files_->contains(place);
 }
 
 bool entry_comparison::is_configuration(const std::string &path) const {
@@ -148,7 +155,7 @@ void entry_comparison::compare_link(const std::string &place, const std::string 
     struct stat status;
     if (lstat(place.c_str(), &status) != 0) {
         if (nothing_is_there(errno)) {
-            finding({.kind = event_kind::link_missing, .path = place, .other = target});
+            add({.kind = event_kind::link_missing, .path = place, .other = target});
         } else {
             not_seen(place, errno);
         }
@@ -156,10 +163,10 @@ void entry_comparison::compare_link(const std::string &place, const std::string 
     }
     if (!S_ISLNK(status.st_mode)) {
         if (!S_ISREG(status.st_mode) || !brings_file_at(place)) {
-            finding({.kind = event_kind::link_place_taken,
-                     .path = place,
-                     .other = target,
-                     .found = kind_text(status.st_mode)});
+            add({.kind = event_kind::link_place_taken,
+                 .path = place,
+                 .other = target,
+                 .found = kind_text(status.st_mode)});
         }
         return;
     }
@@ -171,15 +178,16 @@ void entry_comparison::compare_link(const std::string &place, const std::string 
     }
     const std::string_view found(text.data(), static_cast<size_t>(length));
     if (found != target) {
-        finding(
-            {.kind = event_kind::link_retargeted, .path = place, .other = target, .found = found});
+        add({.kind = event_kind::link_retargeted, .path = place, .other = target, .found = found});
     }
 }
 
-// An administrator may restrict a configuration file further.
+// An administrator may restrict a configuration file further, and of several packages that list a
+// path the one that was changed last has set the mode.
 bool entry_comparison::is_allowed(const listed_mode &mode) const {
     return mode.found == mode.listed ||
-           ((mode.found & ~mode.listed) == 0 && is_configuration(mode.path));
+           ((mode.found & ~mode.listed) == 0 && is_configuration(mode.path)) ||
+           modes_->is_listed_elsewhere(entry_, mode.path, mode.found);
 }
 
 void entry_comparison::compare_modes(bool with_files) {
@@ -196,6 +204,9 @@ void entry_comparison::compare_modes(bool with_files) {
     std::map<file_id, size_t> known;
     std::set<std::string> missing;
     for (perm_entry &entry : entries) {
+        if (vrm_stop_requested) {
+            return;
+        }
         struct stat status;
         if (stat(entry.path.c_str(), &status) == 0) {
             const file_id id(status.st_dev, status.st_ino);
@@ -209,22 +220,21 @@ void entry_comparison::compare_modes(bool with_files) {
             not_seen(entry.path, errno);
         } else if (missing.insert(entry.path).second) {
             // The hash audit has reported the files that it knows.
-            const bool reported = with_files && (is_configuration(entry.path) ||
-                                                 std::find(files().begin(), files().end(),
-                                                           entry.path) != files().end());
+            const bool reported =
+                with_files && (is_configuration(entry.path) || files().contains(entry.path));
             if (!reported) {
-                finding({.kind = event_kind::mode_path_missing,
-                         .path = entry.path,
-                         .other = octal(entry.mode)});
+                add({.kind = event_kind::mode_path_missing,
+                     .path = entry.path,
+                     .other = octal(entry.mode)});
             }
         }
     }
     for (const listed_mode &mode : modes) {
         if (!is_allowed(mode)) {
-            finding({.kind = event_kind::mode_changed,
-                     .path = mode.path,
-                     .other = octal(mode.listed),
-                     .found = octal(mode.found)});
+            add({.kind = event_kind::mode_changed,
+                 .path = mode.path,
+                 .other = octal(mode.listed),
+                 .found = octal(mode.found)});
         }
     }
 }
@@ -232,18 +242,43 @@ void entry_comparison::compare_modes(bool with_files) {
 // Of files without a listed mode; the audits of hashes and links report what is missing.
 void entry_comparison::compare_files() {
     for (const std::string &file : files()) {
+        if (vrm_stop_requested) {
+            return;
+        }
         struct stat status;
         if (stat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
             (status.st_mode & S_IWOTH) != 0 &&
             !with_mode_.contains(file_id(status.st_dev, status.st_ino))) {
-            finding({.kind = event_kind::file_open_to_all,
-                     .path = file,
-                     .found = octal(status.st_mode)});
+            add({.kind = event_kind::file_open_to_all,
+                 .path = file,
+                 .found = octal(status.st_mode)});
         }
     }
 }
 
 }  // namespace
+
+bool listed_modes::is_listed_elsewhere(const std::string &entry, const std::string &path,
+                                       mode_t mode) const {
+    if (!was_read_) {
+        was_read_ = true;
+        installed_walk walk(handle_);
+        while (walk.is_open() && !vrm_stop_requested && walk.next()) {
+            std::vector<perm_entry> entries;
+            std::vector<refused_line> refused;
+            // A list that can't be read is a finding of its own entry.
+            static_cast<void>(read_perm_list(walk.path() + "/perm.txt", &entries, &refused));
+            for (perm_entry &listed : entries) {
+                by_path_[std::move(listed.path)][walk.name()] = listed.mode;
+            }
+        }
+    }
+    const auto at = by_path_.find(path);
+    return at != by_path_.end() &&
+           std::any_of(at->second.begin(), at->second.end(), [&](const auto &listed) {
+               return listed.first != entry && listed.second == mode;
+           });
+}
 
 bool place_audit::read_links(const std::string &list, target_by_place *links,
                              std::vector<refused_line> *refused) {
@@ -251,6 +286,9 @@ bool place_audit::read_links(const std::string &list, target_by_place *links,
     const bool whole = read_link_list(list, &entries, refused);
     const int reason = errno;
     for (link_entry &entry : entries) {
+        if (vrm_stop_requested) {
+            break;
+        }
         const std::string place = resolver_.place_of(entry);
         places_.insert(place);
         (*links)[place] = std::move(entry.target);
@@ -260,14 +298,14 @@ bool place_audit::read_links(const std::string &list, target_by_place *links,
 }
 
 void place_audit::remember_links(const std::string &entry) {
-    const entry_comparison comparison(handle_, entry, &resolver_);
+    const entry_comparison comparison(handle_, entry, &resolver_, modes_);
     target_by_place links;
     std::vector<refused_line> refused;
     read_links(comparison.list("link.txt"), &links, &refused);
 }
 
-int place_audit::compare(const std::string &entry, bool with_files) {
-    entry_comparison comparison(handle_, entry, &resolver_);
+finding_list place_audit::compare(const std::string &entry, bool with_files) {
+    entry_comparison comparison(handle_, entry, &resolver_, modes_);
     target_by_place links;
     std::vector<refused_line> refused;
     const std::string list = comparison.list("link.txt");
@@ -276,11 +314,14 @@ int place_audit::compare(const std::string &entry, bool with_files) {
     }
     comparison.refused(list, refused);
     for (const auto &[place, target] : links) {
+        if (vrm_stop_requested) {
+            break;
+        }
         comparison.compare_link(place, target);
     }
     comparison.compare_modes(with_files);
     if (with_files) {
         comparison.compare_files();
     }
-    return comparison.differences();
+    return comparison.take_findings();
 }

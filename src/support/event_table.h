@@ -404,7 +404,7 @@
     X(dependency_missing, 0, "{package} needs {other}, which is not installed")                    \
     X(dependency_entry_damaged, 0, "{package} needs {other}, whose entry is damaged")              \
     X(index_without_entry, 0, "the file index {path} has no entry")                                \
-    X(entry_without_index, 0, "{package} has {number} files and no file index")                    \
+    X(entry_without_index, 0, "{package} has no file index (files: {number})")                     \
     X(list_not_compared, 0, "cannot read {path}: {reason}")                                        \
     X(list_line_not_compared, 0, "{path}, line {number}: {other}")                                 \
     X(place_not_seen, 0, "cannot look at {path} of {package}: {reason}")                           \
@@ -419,7 +419,9 @@
     X(link_left, 0,                                                                                \
       "the link {path} to {other} was made by an earlier version of {package}")                    \
     X(link_left_by_removed, 0,                                                                     \
-      "the link {path} to {other} was made by {package}, which is not installed")
+      "the link {path} to {other} was made by {package}, which is not installed")                  \
+    X(change_in_progress, 0,                                                                       \
+      "another process is changing the repository: {other} were not compared")
 
 #define VRM_EVENTS_OF_REPORTS(X)                                                                   \
     X(report_file_not_created, LEVEL_ERROR, "Error creating tempfile for list: {reason}")          \

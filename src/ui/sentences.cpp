@@ -479,8 +479,8 @@ constexpr row rows[] = {
      "{path} lists files of {package}, which is not installed; move it away, and pvrm install "
      "{package} can replace them"},
     {event_kind::entry_without_index, sentence_sort::finding,
-     "{package} has no file index, so its {number} files belong to no package; move {path} away "
-     "and install {package} again"},
+     "{package} has no file index, so its files belong to no package (files: {number}); move "
+     "{path} away and install {package} again"},
     {event_kind::list_not_compared, sentence_sort::finding,
      "cannot read {path}, so {package} is not compared with it: {reason}"},
     {event_kind::list_line_not_compared, sentence_sort::finding,
@@ -506,6 +506,9 @@ constexpr row rows[] = {
     {event_kind::link_left_by_removed, sentence_sort::finding,
      "the link {path} to {other} is left from {package}, which is not installed any more; remove "
      "it if nothing needs it"},
+    {event_kind::change_in_progress, sentence_sort::finding,
+     "another process is changing the repository: {other} were not compared; check again when it "
+     "has ended"},
     // Reports.
     {event_kind::report_file_not_created, sentence_sort::reason,
      "the list can't be kept in a temporary file: {reason}"},

@@ -1,9 +1,13 @@
 #include "maintenance/consistency_audit.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 
 #include "kit/failing_reads.h"
@@ -46,6 +50,38 @@ class VrmChkconsistency : public testing::Test {
     TestRepo repo;
     LogCapture log;
     int result = -2;
+};
+
+// Another process that holds the lock of a repository.
+class LockHolder {
+ public:
+    explicit LockHolder(const TestRepo &repo) {
+        int ready[2];
+        EXPECT_EQ(pipe(ready), 0);
+        process_ = fork();
+        if (process_ == 0) {
+            const int fd = open(repo.in("lock").c_str(), O_RDWR | O_CREAT, 0644);
+            struct flock lock = {};
+            lock.l_type = F_WRLCK;
+            if (fcntl(fd, F_SETLK, &lock) == 0 && write(ready[1], "", 1) == 1) {
+                pause();
+            }
+            _exit(1);
+        }
+        close(ready[1]);
+        char byte;
+        EXPECT_EQ(read(ready[0], &byte, 1), 1);
+        close(ready[0]);
+    }
+    ~LockHolder() {
+        kill(process_, SIGKILL);
+        waitpid(process_, nullptr, 0);
+    }
+    LockHolder(const LockHolder &) = delete;
+    LockHolder &operator=(const LockHolder &) = delete;
+
+ private:
+    pid_t process_;
 };
 
 using VrmChkplaces = VrmChkconsistency;
@@ -97,8 +133,8 @@ TEST_F(VrmChkconsistency, FindsEntriesWithFilesAndWithoutAnIndex) {
     add("linked");
     write("installed/linked/hash/data.txt", hash_line);
     fs::create_symlink("chosen", repo.in("fileindex/linked"));
-    EXPECT_THAT(check(), ElementsAre("foo has 2 files and no file index",
-                                     "linked has 1 files and no file index"));
+    EXPECT_THAT(check(), ElementsAre("foo has no file index (files: 2)",
+                                     "linked has no file index (files: 1)"));
 }
 
 TEST_F(VrmChkconsistency, FindsLinksAndPermissionsOfAllPackages) {
@@ -144,6 +180,42 @@ TEST_F(VrmChkconsistency, ADamagedRecordOfLinksIsNamed) {
                 ElementsAre("cannot read " + repo.in("left_links/") + ": Not a directory"));
 }
 
+TEST_F(VrmChkconsistency, AHashListThatCannotBeUsedIsNamedWhenThereIsNoIndex) {
+    for (const char *name : {"directory", "indexed", "malformed", "none"}) {
+        add(name);
+    }
+    fs::create_directories(repo.in("installed/directory/hash/data.txt"));
+    write("installed/malformed/hash/data.txt", "short\n");
+    write("installed/indexed/hash/data.txt", "short\n");
+    write("fileindex/indexed", "");
+    EXPECT_THAT(check(), ElementsAre("cannot read " + repo.in("installed/directory/hash/data.txt") +
+                                         ": Is a directory",
+                                     "cannot read " + repo.in("installed/malformed/hash/data.txt") +
+                                         ": Invalid argument"));
+}
+
+TEST_F(VrmChkconsistency, WhileAnotherProcessChangesTheRepositoryNothingIsTakenForAFinding) {
+    add("foo", {"gone"});
+    write("installed/foo/hash/data.txt", hash_line);
+    write("installed/foo/link.txt", dir.path() + "|t|a\n");
+    fs::create_symlink("t", dir / "left");
+    write("left_links/foo", (dir / "left") + "|t\n");
+    write("fileindex/removed", "/usr/x\n");
+    {
+        const LockHolder holder(repo);
+        EXPECT_THAT(check(),
+                    ElementsAre("another process is changing the repository: dependencies, "
+                                "indexes, links and permissions were not compared"));
+    }
+    EXPECT_EQ(check().size(), 5u);
+}
+
+TEST_F(VrmChkconsistency, WithoutAnythingFoundAnotherProcessDoesNotMatter) {
+    add("foo");
+    const LockHolder holder(repo);
+    EXPECT_THAT(check(), IsEmpty());
+}
+
 TEST_F(VrmChkconsistency, WithoutAnInventoryThereIsNothingToFind) {
     fs::remove_all(repo.in("installed"));
     write("fileindex/foo", "/usr/foo\n");
@@ -185,4 +257,25 @@ TEST_F(VrmChkplaces, ComparesOnePackageWithItsFiles) {
     EXPECT_THAT(found.lines,
                 ElementsAre("the link " + (dir / "a") + " of foo to t is missing",
                             "everybody can write to " + file + " of foo: its mode is 0666"));
+}
+
+TEST_F(VrmChkplaces, WhileAnotherProcessChangesTheRepositoryNothingIsTakenForAFinding) {
+    add("foo");
+    write("installed/foo/link.txt", dir.path() + "|t|a\n");
+    FindingCapture found;
+    {
+        const LockHolder holder(repo);
+        EXPECT_EQ(vrm_chkplaces(repo.handle(), "foo"), 1);
+    }
+    EXPECT_EQ(vrm_chkplaces(repo.handle(), "foo"), 1);
+    EXPECT_THAT(found.lines,
+                ElementsAre("another process is changing the repository: the links and "
+                            "permissions of foo were not compared",
+                            "the link " + (dir / "a") + " of foo to t is missing"));
+}
+
+TEST_F(VrmChkplaces, ARequestToStopEndsIt) {
+    add("foo");
+    vrm_stop_requested = 1;
+    EXPECT_EQ(vrm_chkplaces(repo.handle(), "foo"), -1);
 }

@@ -8,12 +8,21 @@
 
 #include "kit/test_repo.h"
 #include "maintenance/finding_capture.h"
+#include "transaction/interrupt.h"
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
+
+std::vector<std::string> lines_of(const finding_list &found) {
+    std::vector<std::string> lines;
+    for (const finding &one : found) {
+        lines.push_back(event_line(one.as_event()));
+    }
+    return lines;
+}
 
 class PlaceAudit : public testing::Test {
  protected:
@@ -26,16 +35,13 @@ class PlaceAudit : public testing::Test {
     void links(const std::string &lines) {
         info("link.txt", dir.path() + "\n" + lines);
     }
-    // The findings, whose number must be the result.
     std::vector<std::string> compare(bool with_files = false) {
-        FindingCapture found;
-        place_audit audit(repo.handle());
-        const int number = with_files ? audit.compare_with_files("foo") : audit.compare("foo");
-        EXPECT_EQ(number, static_cast<int>(found.lines.size()));
-        return found.lines;
+        place_audit audit(repo.handle(), &modes);
+        return lines_of(with_files ? audit.compare_with_files("foo") : audit.compare("foo"));
     }
     TempDir dir;
     TestRepo repo;
+    const listed_modes modes{repo.handle()};
     const std::string file = dir.write("file", "of foo");
 };
 
@@ -150,6 +156,27 @@ TEST_F(PlaceAudit, AConfigurationFileMayHaveFewerPermissions) {
     EXPECT_THAT(compare(), ElementsAre("the mode of " + conf + " of foo is 0644, and not 0640"));
 }
 
+TEST_F(PlaceAudit, AModeThatAnotherPackageListsForThePathIsRight) {
+    const std::string other = "repo/installed/bar/perm.txt";
+    info("perm.txt", file + "|0700\n" + file + "|0750\n");
+    repo.dir().write(other, file + "|0711\n" + file + "|0755\n");
+    chmod(file.c_str(), 0755);
+    EXPECT_THAT(compare(), IsEmpty());
+    for (const mode_t wrong : {0700U, 0711U}) {
+        chmod(file.c_str(), wrong);
+        EXPECT_EQ(compare().size(), 1u) << "the last line of a list counts";
+    }
+}
+
+TEST_F(PlaceAudit, ARequestToStopEndsAComparison) {
+    links("|t|a\n");
+    info("perm.txt", (dir / "gone") + "|0644\n");
+    vrm_stop_requested = 1;
+    EXPECT_THAT(compare(true), IsEmpty());
+    vrm_stop_requested = 0;
+    EXPECT_EQ(compare(true).size(), 2u);
+}
+
 TEST_F(PlaceAudit, FindsFilesThatEverybodyMayWriteToWhenFilesAreCompared) {
     chmod(file.c_str(), 0777);
     EXPECT_THAT(compare(), IsEmpty());
@@ -181,20 +208,18 @@ TEST_F(PlaceAudit, AMissingFileIsLeftToTheHashAudit) {
 TEST_F(PlaceAudit, FilesOfAnotherPackagesRecordAreNotLookedAt) {
     fs::copy(repo.in("installed/foo"), repo.in("installed/copy"));
     chmod(file.c_str(), 0777);
-    FindingCapture found;
-    place_audit audit(repo.handle());
-    EXPECT_EQ(audit.compare_with_files("copy"), 0);
-    EXPECT_THAT(found.lines, IsEmpty());
+    place_audit audit(repo.handle(), &modes);
+    EXPECT_THAT(lines_of(audit.compare_with_files("copy")), IsEmpty());
 }
 
 TEST_F(PlaceAudit, KnowsThePlacesOfAllLinks) {
     links("|t|a\n");
     repo.dir().write("repo/installed/half/link.txt", dir.path() + "|t|b\n");
-    FindingCapture found;
-    place_audit audit(repo.handle());
-    EXPECT_EQ(audit.compare("foo"), 1);
+    FindingCapture reported;
+    place_audit audit(repo.handle(), &modes);
+    EXPECT_EQ(audit.compare("foo").size(), 1u);
     audit.remember_links("half");
-    EXPECT_EQ(found.lines.size(), 1u) << "an entry that is only remembered has no findings";
+    EXPECT_THAT(reported.lines, IsEmpty()) << "findings are not reported by the comparison";
     EXPECT_TRUE(audit.lists(dir / "a"));
     EXPECT_TRUE(audit.lists(dir / "b"));
     EXPECT_FALSE(audit.lists(dir / "c"));

@@ -219,12 +219,38 @@ pvrm: found no damaged entries, no dependencies left over and 1 other problem'
     run as_nobody pvrm check --dry-run
     assert_status 1
     assert_line "$repository/fileindex/gone lists files of gone, which is not installed; move it away, and pvrm install gone can replace them"
-    assert_line "bare has no file index, so its 1 files belong to no package; move $repository/installed/bare away and install bare again"
+    assert_line "bare has no file index, so its files belong to no package (files: 1); move $repository/installed/bare away and install bare again"
     assert_line 'pvrm: found no damaged entries, no dependencies left over and 2 other problems'
     mv "$repository/fileindex/gone" "$repository/installed/bare" "$BATS_TEST_TMPDIR"
     pvrm install --yes "$BATS_TEST_TMPDIR"/packages/{gone,bare}_any_1.0.vrk
     run pvrm check
     assert_status 0
+}
+
+in_progress='another process is changing the repository: dependencies, indexes, links and permissions were not compared; check again when it has ended'
+
+@test "links and permissions of a package that is being changed are not taken for findings" {
+    pvrm install "$(listed foo info/link.txt='/opt/listed|foo|one' info/perm.txt='/opt/listed/foo|0750')"
+    package bar "init/00-add.sh=$waiting_script" >/dev/null
+    start_pvrm install "$BATS_TEST_TMPDIR/packages/bar_any_1.0.vrk"
+    # As half an upgrade has it.
+    rm /opt/listed/one
+    chmod 700 /opt/listed/foo
+    run pvrm check --dry-run
+    local check_status=$status check_output=$output
+    run pvrm verify foo
+    local verify_status=$status verify_output=$output
+    finish
+    assert_status 0
+    rm -r /opt/listed
+    status=$check_status output=$check_output
+    assert_status 1
+    refute_output_has /opt/listed
+    assert_output_has "$in_progress"
+    status=$verify_status output=$verify_output
+    assert_status 1
+    refute_output_has /opt/listed
+    assert_output_has 'another process is changing the repository: the links and permissions of foo were not compared; check again when it has ended'
 }
 
 @test "while another process changes the repository a dry run does not take its half for a finding" {
@@ -240,8 +266,10 @@ pvrm: found no damaged entries, no dependencies left over and 1 other problem'
     assert_status 1
     assert_output_has "$repository/fileindex/gone lists files of gone"
     status=$during_status output=$during_output
-    assert_status 0
+    assert_status 1
     refute_output_has 'fileindex/gone'
+    assert_output_has "$in_progress"
+    assert_output_has 'pvrm: found no damaged entries, no dependencies left over and 1 other problem'
 }
 
 @test "links and permissions that are not as listed are found, and nothing is changed" {
