@@ -41,31 +41,47 @@ end_living_window() {
 # In $activity, what the processes of the display and of the program have done so far: the state and
 # the numbers of switches of each. It starts no process itself, as it is called all the time.
 observe_activity() {
-    local process status
+    local process line
     activity=
     # shellcheck disable=SC2086  # several processes
     for process in ${DISPLAY_PROCESSES-} ${window_pid-}; do
         [[ -r /proc/$process/status ]] || continue
-        mapfile -t status <"/proc/$process/status"
-        activity+="${status[2]-} ${status[*]: -2} "
+        activity+="$process "
+        while read -r line; do
+            case $line in
+            State:* | voluntary_ctxt_switches:* | nonvoluntary_ctxt_switches:*) activity+="$line " ;;
+            esac
+        done <"/proc/$process/status"
     done 2>/dev/null
+    [[ -n $activity ]] || {
+        echo 'no process of the display or of the program is there to observe' >&2
+        return 1
+    }
 }
 
 # All of them sleep, and none has run in between: a click or a key would have woken one that has not
 # handled it yet, even on a machine that leaves it no time to run.
 is_settled() {
     local activity before
-    observe_activity
+    observe_activity || return
     before=$activity
-    observe_activity
+    observe_activity || return
     [[ $activity == "$before" && $activity != *State:*[RD]\ \(* ]]
 }
 
 # Waits until all that has been clicked and typed is handled and drawn. A window that shows the output
-# of a tool may be busy for long: after ten seconds what the test looks for decides.
+# of a tool may be busy for long: after ten seconds what the test looks for decides, and a warning says
+# what was busy.
 settle() {
-    local end=$((SECONDS + 10))
-    until is_settled || ((SECONDS >= end)); do sleep 0.05; done
+    local activity end=$((SECONDS + 10))
+    until is_settled; do
+        observe_activity || return
+        ((SECONDS < end)) || {
+            printf '# warning: the window does not come to rest: %s\n' "$activity" >&3
+            return 0
+        }
+        sleep 0.05
+    done
 }
 
 # Waits until the tool, which has been started, has ended, and the window shows that.
