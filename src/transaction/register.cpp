@@ -179,7 +179,7 @@ static void report_not_copied(const change &change, const std::string &what) {
 
 static bool write_index(const change &change) {
     const inventory_places &places = change.places;
-    if (!change.is_update()) {
+    if (!change.old_package) {
         log_say(LEVEL_DEBUG, "%s: Writing fileindex for <%s> to <%s>", change.by->who,
                 change.new_package->name, places.index.c_str());
         return write_fileindex(places.index, change.written.get());
