@@ -193,7 +193,7 @@ least_memory() {
 
 @test "a history that memory doesn't suffice for is a failure" {
     [[ $TESTS_SANITIZED != 1 ]] || skip 'the sanitizers start with no limit of memory'
-    for ((i = 0; i < 8000; i++)); do
+    for ((i = 0; i < 16000; i++)); do
         echo '2024-01-02 03:04:05: installed foo-with-a-longer-name_i686_1.0 as requested by user'
     done >"$history"
     least=$(least_memory)
