@@ -13,6 +13,7 @@ setup() {
     sed -i '/^script_wait/d' /etc/vrm.conf
     second=
     daemon=
+    parent=
 }
 
 teardown() {
@@ -20,6 +21,7 @@ teardown() {
     rm -f /etc/vrm/hooks.d/test.vrh
     [[ -z $second ]] || wait "$second" || true
     [[ -z $daemon ]] || kill "$daemon" || true
+    [[ -z $parent ]] || kill "$parent" || true
 }
 
 # The process of the note.
@@ -272,8 +274,10 @@ END
         gone) write_note "$daemon"; sed -i 's/^process .*/process 2147483647/' "$note" ;;
         zombie)
             # Its parent becomes another program, which does not wait for it.
-            bash -c 'sleep 0 & echo $! >/tmp/daemon; exec sleep 1000' 3>&- &
-            second=$!
+            bash -c 'bash -c "until [[ \$(<"/proc/\$PPID/comm") == sleep ]]; do :; done" &
+                echo $! >/tmp/daemon
+                exec sleep 1000' 3>&- &
+            parent=$!
             wait_until test -s /tmp/daemon
             wait_until grep -qs ') Z ' "/proc/$(cat /tmp/daemon)/stat"
             write_note "$(cat /tmp/daemon)"
@@ -282,8 +286,6 @@ END
         *) write_note "$daemon" "$case" ;;
         esac
         run pvrm cleanup
-        [[ -z $second ]] || kill "$second"
-        second=
         assert_status 0
         assert_equal "$output" 'pvrm: removed nothing and freed 0 bytes'
         [[ ! -e $note ]]
