@@ -35,8 +35,10 @@ int vrm_exe_install(vrm_handle *handle, vrt **transaction, void *connection, int
 // the end of the transaction, 99-cfg.sh and hook commands, is added to the transaction's `scripts`.
 // Touches have_so, and through its steps the environment and, while unpacking and linking, the
 // working directory.
-// Result: 0; -1 for a stage directory that is not the user's own; or the code of the step that
-// failed: -1, that of the verification, or a script's raw wait status.
+// Once the package is registered nothing makes the change fail any more.
+// Result: 0; -1 for a name that is not allowed in a path, or for a stage directory that is not the
+// user's own; or the code of the step that failed: -1, that of the verification, or a script's raw
+// wait status.
 int vrm_install_vrk(vrm_handle *handle, vrt **transaction, const vri *package, const char *head,
                     void *connection, int verbose);
 

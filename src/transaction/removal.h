@@ -22,6 +22,8 @@ int vrm_exe_delete(vrm_handle *handle, vrt **transaction);
 // the files back, by vrm_install_rollback, and the package counts as installed. A file that is gone
 // already, or can't be removed, is a warning. The stage directory of the package is emptied before
 // and removed afterwards, also when a file could not be brought back from there. Sets and clears
-// the environment of the scripts; the links change the working directory for their run.
-// Result: 0, -1, or the raw wait status of a script.
+// the environment of the scripts; the links change the working directory for their run. Links that
+// are gone are dropped from left_links/NAME (repository/left_links.h).
+// Result: 0; -1 for a name that is not allowed in a path, for a stage area that others can write to
+// and for a step that failed; or the raw wait status of a script.
 int vrm_one_delete(vrm_handle *handle, const vri *package);

@@ -32,8 +32,11 @@ int vrm_exe_update(vrm_handle *handle, vrt **transaction, void *connection, int 
 // `old_package` is the inventory's record, `new_package` that of the plan, which must be in the
 // signed description of the payload, as in an install; both have one name. `connection`
 // isn't used. Touches have_so, and through its steps the environment and, while unpacking and
-// linking, the working directory.
-// Result: 0, or the code of the step that failed: -1, that of the unpacking or verification, or the
-// raw wait status of 00-add.sh. That of 99-add.sh is reported as -1.
+// linking, the working directory. Links that only the old version lists stay, and are noted in
+// left_links/NAME (repository/left_links.h). Once the new version is registered nothing makes the
+// change fail any more.
+// Result: 0; -1 for a name that is not allowed in a path, or for a stage directory that is not the
+// user's own; or the code of the step that failed: -1, that of the unpacking or verification, or
+// the raw wait status of 00-add.sh. That of 99-add.sh is reported as -1.
 int vrm_update_vrk(vrm_handle *handle, vrt **transaction, const vri *old_package,
                    const vri *new_package, void *connection, int verbose);
