@@ -63,6 +63,7 @@
 #include "transaction/plan_update.h"
 #include "transaction/plan_walk.h"
 #include "transaction/recover.h"
+#include "transaction/recover_change.h"
 #include "transaction/removal.h"
 #include "transaction/rollback.h"
 #include "transaction/scripts.h"

@@ -48,7 +48,7 @@ struct command_line {
     trust_options trust;
     saved_options saved;
     std::string pattern, package, path, signer, format;
-    bool oldest_first = false;
+    bool oldest_first = false, abandon = false;
     std::vector<std::string> dirs, upgrades, audited;
     std::vector<word> words;
     bool restricted = false;
@@ -184,6 +184,12 @@ void add_changing_words(CLI::App &app, command_line &line) {
 
     line.add(app, "cleanup", "Remove staged package files and what a crash left behind", true,
              [&line] { return word_cleanup(line.common); });
+
+    CLI::App *recover = line.add(app, "recover", "Undo or finish a change that was cut off", true,
+                                 [&line] { return word_recover(line.common, line.abandon); });
+    recover->add_flag("--abandon", line.abandon,
+                      "Leave everything as it is, and keep what was saved");
+    recover->footer("Every word that changes the system does this first, by itself.");
 
     line.add(app, "check", "Audit the inventory for what is damaged, missing or left over", true,
              [&line] { return word_check(line.common); })

@@ -25,8 +25,9 @@ namespace {
 // Left out on purpose are --dir, for the same reason; --version, which asks for an old package of
 // the catalogue, and --variant, whose other variant can be an old one; `trust`, `distrust` and
 // `init`, which decide whose packages are believed; `check`, whose repairs change the inventory;
-// `saved`, which lists and deletes what only root may read; `config`, as the configuration may hold
-// passwords; `verify` and `owner`, which look at files that the caller may not look at.
+// `recover --abandon`, which leaves packages half changed; `saved`, which lists and deletes what
+// only root may read; `config`, as the configuration may hold passwords; `verify` and `owner`,
+// which look at files that the caller may not look at.
 struct permitted_word {
     std::string_view word;
     std::initializer_list<std::string_view> arguments;
@@ -39,6 +40,7 @@ const permitted_word permitted_words[] = {
     {"upgrade", {"NAME|FILE"}},
     {"remove", {"NAME", "--keep-deps"}},
     {"cleanup", {}},
+    {"recover", {}},
     // These change nothing, and read the inventory, the catalogue and the history only.
     {"list", {"PATTERN", "--format"}},
     {"search", {"PATTERN", "--format"}},

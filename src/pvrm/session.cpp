@@ -16,6 +16,7 @@
 #include "support/log.h"
 #include "support/vconf.h"
 #include "transaction/recover.h"
+#include "transaction/recover_change.h"
 #include "transaction/stage_area.h"
 #include "ui/vrmui.h"
 
@@ -147,6 +148,16 @@ int session::lock() {
 
 // What a dry run shows is planned without these packages.
 void session::warn_of_cut_off() {
+    own_string what;
+    char *cut_off = nullptr;
+    if (geteuid() == 0) {
+        found_cut_off_ = vrm_show_recovery(handle_.get()) != 0;
+    } else if (vrm_cut_off_change(handle_.get(), &cut_off) > 0) {
+        what.reset(cut_off);
+        tell_problem("warning: the %s was cut off; the next change, or pvrm recover, repairs that",
+                     what.get());
+        found_cut_off_ = true;
+    }
     const own_array names(vrm_broken_swaps(handle_.get()));
     for (char *const *name = names.get(); name && *name; name++) {
         tell_warning(
@@ -188,6 +199,12 @@ int session::begin_change() {
         return refused;
     }
     // Each is told by its warning.
+    if (vrm_recover_change(handle_.get()) < 0) {
+        tell_problem(
+            "nothing was changed; correct that and try again, or give up what was saved with: pvrm "
+            "recover --abandon");
+        return EXIT_FAILED;
+    }
     vrm_undo_broken_swaps(handle_.get());
     return EXIT_DONE;
 }

@@ -11,6 +11,8 @@
 int word_allowed(bool restricted);
 int word_refresh(const common_options &options);
 int word_cleanup(const common_options &options);
+// `abandon`: gives up what can't be recovered.
+int word_recover(const common_options &options, bool abandon);
 int word_saved(const common_options &options, const saved_options &what);
 int word_install(const common_options &options, const install_options &what);
 int word_remove(const common_options &options, const remove_options &what);

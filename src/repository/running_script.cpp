@@ -105,12 +105,6 @@ std::string one_line(const char *text) {
     return line;
 }
 
-std::string text_of(const running_script &script) {
-    return "process " + std::to_string(script.process) + "\nstarted " +
-           std::to_string(script.started) + "\nboot " + script.boot + "\npackage " +
-           script.package + "\ncommand " + script.command + "\n";
-}
-
 std::optional<running_script> parse_note(std::string_view text) {
     running_script script = {};
     bool has_start = false;
@@ -167,6 +161,17 @@ void note_scripts_of(const vrm_handle *handle) {
     path_of_notes = handle ? running_script_path(handle) : "";
 }
 
+running_script describe_process(pid_t process, const char *package, const char *command) {
+    return {process, look_at(process).value_or(process_state()).started, boot_id(),
+            one_line(package), one_line(command)};
+}
+
+std::string text_of_note(const running_script &script) {
+    return "process " + std::to_string(script.process) + "\nstarted " +
+           std::to_string(script.started) + "\nboot " + script.boot + "\npackage " +
+           script.package + "\ncommand " + script.command + "\n";
+}
+
 script_note::script_note(const char *package, const char *command)
     : package_(package), command_(command) {}
 
@@ -181,12 +186,10 @@ void script_note::begins(pid_t shell) {
         if (path_of_notes.empty()) {
             return;
         }
-        const uint64_t started = look_at(shell).value_or(process_state()).started;
-        const running_script script = {shell, started, boot_id(), one_line(package_),
-                                       one_line(command_)};
+        const running_script script = describe_process(shell, package_, command_);
         // Readable for dry runs of other users. Not synced: after a crash of the machine no script
         // runs any more.
-        written_ = write_atomically(path_of_notes, text_of(script), 0644, durability::none);
+        written_ = write_atomically(path_of_notes, text_of_note(script), 0644, durability::none);
         if (!written_) {
             report({.kind = event_kind::script_not_noted,
                     .path = path_of_notes,
@@ -204,8 +207,11 @@ void script_note::ended() {
 }
 
 std::optional<running_script> read_running_script(const vrm_handle *handle, std::string *why) {
+    return read_note(running_script_path(handle), why);
+}
+
+std::optional<running_script> read_note(const std::string &path, std::string *why) {
     why->clear();
-    const std::string path = running_script_path(handle);
     // Neither a link to another file nor a pipe without a writer may be waited for.
     const own_fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     if (!file.valid()) {

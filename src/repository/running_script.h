@@ -57,6 +57,13 @@ class script_note final : public shell_watcher {
 // written, has its name; else it is made empty.
 std::optional<running_script> read_running_script(const vrm_handle *handle, std::string *why);
 
+// The same of another file that has the form of such a note.
+std::optional<running_script> read_note(const std::string &path, std::string *why);
+
+// What a note says of a process, and its text. Throws when memory fails.
+running_script describe_process(pid_t process, const char *package, const char *command);
+std::string text_of_note(const running_script &script);
+
 // Whether the shell of a note is still there. False for a process that only got its id later, and
 // for one that ended and waits for its parent. Where /proc is not mounted, the id alone decides.
 bool still_runs(const running_script &script);

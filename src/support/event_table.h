@@ -342,6 +342,29 @@
     X(left_links_not_noted, LEVEL_WARNING,                                                         \
       "Failed to write the links that {package} leaves to {path}: {reason}")
 
+#define VRM_EVENTS_OF_RECOVERY(X)                                                                  \
+    X(change_not_recorded, LEVEL_ERROR,                                                            \
+      "{who}: Failed to record the change in {path}: {reason}")                                    \
+    X(foreign_record, LEVEL_ERROR,                                                                 \
+      "{who}: {path} is the record of a change that was cut off, not going on")                    \
+    X(path_not_saved, LEVEL_ERROR, "{who}: Failed to save {path} before the change: {reason}")     \
+    X(path_not_put_back, LEVEL_ERROR, "Failed to put {path} back from {other}: {reason}")          \
+    X(old_version_in_place, LEVEL_INFO, "all files of the old version are in place")               \
+    X(sync_was_slow, LEVEL_INFO,                                                                   \
+      "waited {number} s until the change of {package} was on the disk")                           \
+    X(change_undone, LEVEL_WARNING, "the {other} of {package} was cut off, and is undone")         \
+    X(change_finished, LEVEL_WARNING, "the {other} of {package} was cut off, and is finished")     \
+    X(cut_off_script_ran, LEVEL_WARNING,                                                           \
+      "{other} of {package} had run before the change was cut off")                                \
+    X(change_to_undo, LEVEL_INFO, "the {other} of {package} was cut off, and would be undone")     \
+    X(change_to_finish, LEVEL_INFO,                                                                \
+      "the {other} of {package} was cut off, and would be finished")                               \
+    X(record_not_read, LEVEL_ERROR, "Failed to read {path}: {reason}")                             \
+    X(recovery_failed, LEVEL_ERROR,                                                                \
+      "Failed to recover from a change that was cut off: {path}: {reason}")                        \
+    X(change_abandoned, LEVEL_WARNING,                                                             \
+      "the record of a change that was cut off was moved to {path}")
+
 #define VRM_EVENTS_OF_OUTCOMES(X)                                                                  \
     X(dependency_install_failed, LEVEL_ERROR,                                                      \
       "Installation of {package} failed with rc={status}\n")                                       \
@@ -452,6 +475,7 @@
     VRM_EVENTS_OF_CONFLICTS(X)                                                                     \
     VRM_EVENTS_OF_CHANGING(X)                                                                      \
     VRM_EVENTS_OF_REGISTERING(X)                                                                   \
+    VRM_EVENTS_OF_RECOVERY(X)                                                                      \
     VRM_EVENTS_OF_OUTCOMES(X)                                                                      \
     VRM_EVENTS_OF_CLEANUP(X)                                                                       \
     VRM_EVENTS_OF_AUDITS(X)                                                                        \

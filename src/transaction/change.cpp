@@ -9,6 +9,7 @@
 #include "support/log.h"
 #include "transaction/conflicts.h"
 #include "transaction/interrupt.h"
+#include "transaction/journal.h"
 #include "transaction/place.h"
 
 // ---- One package ----
@@ -85,22 +86,26 @@ int forget_old_side(change *change) {
 
 // The life of a change.
 constexpr stage stages[] = {
+    {"record", sides::any, note_begin, undo::nothing},
     // A package that can't be unpacked or proven leaves its stage directory for a look at it.
     {"unpack", sides::with_new, unpack, undo::nothing},
     {"old side", sides::with_old, read_old_side, undo::stage},
     {"first script", sides::any, run_first_script, undo::stage},
     {"conflicts", sides::with_new, settle_conflicts, undo::stage},
     {"backups", sides::old_alone, make_backup_directory, undo::nothing},
-    // A record of what the change will touch belongs here: from now on the live system changes.
+    {"save", sides::any, save_touched, undo::stage},
+    // From now on the live system changes.
     {"take away", sides::with_old, take_files_away, undo::files},
     {"place", sides::with_new, place_files, undo::files},
     {"last script", sides::any, run_last_script, undo::files},
     {"links", sides::old_alone, take_links_away, undo::files},
     {"register", sides::with_new, build_registration, undo::registration},
+    {"due", sides::with_new, find_due, undo::registration},
+    {"commit", sides::any, commit, undo::registration},
 };
 
 // What is left to do once the change can't fail any more. Each step is done, whatever became of the
-// ones before it.
+// ones before it; one that ran out of memory is left to a recovery.
 constexpr stage last_stages[] = {
     {"enter", sides::with_new, enter_registration, undo::nothing},
     {"leave", sides::old_alone, leave_inventory, undo::nothing},
@@ -125,16 +130,22 @@ bool has_sides(const change &change, sides wanted) {
 }
 
 void take_back(const change &change, undo what) {
-    if (what == undo::nothing) {
-        return;
-    }
-    if (what != undo::stage) {
-        roll_back(change);
+    bool is_whole = true;
+    if (what == undo::files || what == undo::registration) {
+        is_whole = roll_back(change);
     }
     if (what == undo::registration) {
-        vrm_vrf_rmdir(entry_to_build(change).c_str());
+        drop_new_registration(change.places);
     }
-    drop_stage(change);
+    // What could not be put back lies in the stage directory, and the record says where it belongs.
+    if (!is_whole) {
+        keep_journal();
+        return;
+    }
+    note_undone(change);
+    if (what != undo::nothing) {
+        drop_stage(change);
+    }
 }
 
 int run_stages(change *change) {
@@ -145,6 +156,7 @@ int run_stages(change *change) {
         return -1;
     }
     change->places = inventory_places_of(change->handle, change->package()->name);
+    const journal_scope scope(change->handle);
     for (const stage &stage : stages) {
         if (!has_sides(*change, stage.of)) {
             continue;
@@ -155,8 +167,9 @@ int run_stages(change *change) {
         }
     }
     for (const stage &stage : last_stages) {
-        if (has_sides(*change, stage.of)) {
-            attempt(stage.name, [&] { return stage.run(change); });
+        if (has_sides(*change, stage.of) &&
+            attempt(stage.name, [&] { return stage.run(change); }) != 0) {
+            keep_journal();
         }
     }
     return 0;
@@ -203,13 +216,17 @@ bool may_carry_out(const char *who, const vrm_handle *handle, const vrt *transac
         report({.kind = event_kind::not_locked, .who = who});
         return false;
     }
-    return plan_is_safe(who, transaction) && is_stage_area_trusted(who, handle);
+    return plan_is_safe(who, transaction) && is_stage_area_trusted(who, handle) &&
+           !foreign_record_exists(who, handle);
 }
 
 int change_package(const plan_run &run, const vri *package, const char *head,
                    const package_words &words, const std::function<int()> &change_it) {
     const std::string puname = vrk_puname(package);
+    const history_line line = {words.action, words.old_puname, puname.c_str(), head};
+    expect_history(&line);
     const int code = must_stop(package) ? -1 : change_it();
+    expect_history(nullptr);
     if (words.function) {
         log_say(LEVEL_DEBUG, "rc of %s for %s: %d\n", words.function, puname.c_str(), code);
     }
@@ -220,6 +237,7 @@ int change_package(const plan_run &run, const vri *package, const char *head,
         return code;
     }
     vrm_log_action(words.action, words.old_puname, puname.c_str(), head);
+    note_finished();
     report({.kind = words.done, .package = puname});
     if (run.rmpkg) {
         log_say(LEVEL_DEBUG, "removing %s.vrk", puname.c_str());

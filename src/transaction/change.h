@@ -11,8 +11,11 @@
 //   unpack       one is unpacked and proven
 //   scripts      00-add.sh or 00-del.sh
 //   conflicts    what is in the way is settled (with link_conflicts), and kept
-//   place        the old files go, the new ones come
+//   journal      what will be touched is recorded and saved (with record and touched)
+//   place        the old files go, the new ones come (with exchange)
 //   scripts      99-add.sh or 99-del.sh
+//   register     the new entry of the inventory is built
+//   journal      all is written to the disk, and the change has happened
 //   register     the inventory gets the new entry, or loses the old one
 //   scripts      99-cfg.sh and hooks, at the end of the transaction
 //   rollback     a change that failed is taken back
@@ -22,17 +25,20 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <unordered_set>
 
 #include "support/boundary.h"
 #include "support/event.h"
+#include "transaction/exchange.h"
 #include "transaction/link_conflicts.h"
 #include "transaction/register.h"
 #include "transaction/rollback.h"
 #include "transaction/scripts.h"
 #include "transaction/stage_area.h"
+#include "transaction/touched.h"
 #include "transaction/unpack.h"
 
 // Takes a step of a change and hands on its result. A step that runs out of memory has failed like
@@ -99,6 +105,10 @@ struct change {
     settled_links links = {};    // of the new side
     std::unordered_set<std::string> shared_links = {};  // of a removal
     rollback_notes notes = {};
+    bool recorded = false;                           // whether the journal knows of it
+    touched_paths touched = {};                      // from `save` on
+    std::unique_ptr<backup_tree> backups = nullptr;  // and so are they
+    own_array due = {};  // what is to be run at the end of the transaction
 
     const vri *package() const {
         return new_package ? new_package : old_package;

@@ -4,6 +4,7 @@
 #include "support/log.h"
 #include "transaction/change.h"
 #include "transaction/fetch.h"
+#include "transaction/journal.h"
 
 static constexpr char me[] = "vrm_exe_install";
 
@@ -79,6 +80,7 @@ int vrm_exe_install(vrm_handle *handle, vrt **transaction, void *connection, int
     if (!may_carry_out(me, handle, *transaction)) {
         return -1;
     }
+    const journal_scope scope(handle);
     plan_run run = {me, handle, transaction, connection, verbose != 0, rmpkg != 0};
     if (attempt("fetch", [&run] { return stage_plan(&run, {event_kind::fetching, true}); }) != 0) {
         return -1;

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "package/copy_file.h"
 #include "package/fileops.h"
 #include "package/vrs.h"
 #include "support/event.h"
@@ -38,12 +37,15 @@ static bool take_away(const change &change, const char *path) {
         }
         return true;
     }
-    if (!save_backup(change.stage.old.c_str(), path)) {
-        report({.kind = events.not_saved, .path = path});
-        return false;
-    }
-    if (unlink(path) != 0) {
-        report({.kind = events.not_removed, .path = path, .error = errno});
+    switch (change.backups->take(path)) {
+        case backup_tree::taken::gone:
+            break;
+        case backup_tree::taken::not_saved:
+            report({.kind = events.not_saved, .path = path});
+            return false;
+        case backup_tree::taken::not_removed:
+            report({.kind = events.not_removed, .path = path, .error = errno});
+            break;
     }
     return true;
 }
@@ -102,7 +104,8 @@ int take_links_away(change *change) {
 
 // Copies one file of the unpacked package to its place, with a backup of what it replaces. `failed`
 // is the kind of event that reports a failure.
-static bool place_file(const change &change, const char *fork, const char *path,
+// With `may_move` the unpacked file need not stay.
+static bool place_file(const change &change, const char *fork, const char *path, bool may_move,
                        event_kind failed) {
     static constexpr char live_root[] = "";  // comes before every target
     const char *who = change.by->who;
@@ -113,7 +116,7 @@ static bool place_file(const change &change, const char *fork, const char *path,
         log_debug("%s: copying %s to %s with backup of %s", who, source.c_str(), target.c_str(),
                   target.c_str());
     }
-    const int32_t bytes = vrm_vrf_copy(target.c_str(), source.c_str(), change.stage.old.c_str(), 1);
+    const int32_t bytes = change.backups->put(target, source, may_move);
     if (bytes < 0) {
         report({.kind = failed, .who = who, .path = path, .other = source});
         return false;
@@ -125,12 +128,15 @@ static bool place_file(const change &change, const char *fork, const char *path,
 }
 
 static bool place_data(const change &change) {
+    // A last script may look for the files in the stage directory.
+    const bool may_move =
+        !fork_has(change.forks.init, (std::string("/") + change.by->last.file).c_str());
     int number = 0;
     for (char **path = change.written.get(); path && *path; path++, number++) {
         if (change.by->added.numbers_data && log_wants(LEVEL_DEBUG)) {
             log_debug("%s: Processing add_files[%d]", change.by->who, number);
         }
-        if (!place_file(change, "data", *path, change.by->added.data_not_placed)) {
+        if (!place_file(change, "data", *path, may_move, change.by->added.data_not_placed)) {
             return false;
         }
     }
@@ -170,16 +176,6 @@ static bool may_replace_conf(const change &change, const char *path) {
     return false;
 }
 
-// Removes what a failed copy left of a file that was not there before. No rollback knows of it, and
-// the next attempt would keep it as the administrator's own. A dangling link was written through
-// and stays.
-static void remove_half_written(const char *path) {
-    const own_string written(realpath(path, nullptr));
-    if (written) {
-        unlink(written.get());
-    }
-}
-
 // None of these files is ever listed in the file index.
 static bool place_conf(const change &change) {
     for (char **path = change.forks.conf.get(); path && *path; path++) {
@@ -190,10 +186,7 @@ static bool place_conf(const change &change) {
         if (!present && change.verbose) {
             report({.kind = change.by->added.conf_placed, .path = *path});
         }
-        if (!place_file(change, "conf", *path, event_kind::file_not_installed)) {
-            if (!present) {
-                remove_half_written(*path);
-            }
+        if (!place_file(change, "conf", *path, false, event_kind::file_not_installed)) {
             return false;
         }
     }

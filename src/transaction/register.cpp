@@ -1,5 +1,6 @@
 #include "transaction/register.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -9,6 +10,7 @@
 #include "package/copy_file.h"
 #include "package/fileops.h"
 #include "support/ekva.h"
+#include "support/file.h"
 #include "support/ldif.h"
 #include "support/log.h"
 #include "support/shell.h"
@@ -129,8 +131,7 @@ void refresh_linker_cache(const char *who) {
 
 // ---- The entry of a change ----
 
-// Removes what an update that died left of its new registration.
-static void drop_new_registration(const inventory_places &places) {
+void drop_new_registration(const inventory_places &places) {
     vrm_vrf_rmdir(places.new_entry.c_str());
     unlink(places.new_index.c_str());
 }
@@ -147,12 +148,8 @@ inventory_places inventory_places_of(const vrm_handle *handle, const char *packa
             index + "/." + package_name + ".old"};
 }
 
-const std::string &entry_to_build(const change &change) {
-    return change.is_update() ? change.places.new_entry : change.places.entry;
-}
-
 static bool write_record(const change &change) {
-    own_file record(fopen((entry_to_build(change) + "/inst.txt").c_str(), "we"));
+    own_file record(fopen((change.places.new_entry + "/inst.txt").c_str(), "we"));
     if (const vri *before = change.old_package) {
         return write_install_record(std::move(record), before->install_time, before->install_type,
                                     before->install_head, updates_until_now(before));
@@ -182,7 +179,10 @@ static bool write_index(const change &change) {
     if (!change.old_package) {
         log_say(LEVEL_DEBUG, "%s: Writing fileindex for <%s> to <%s>", change.by->who,
                 change.new_package->name, places.index.c_str());
-        return write_fileindex(places.index, change.written.get());
+        // Nothing could take the place of a directory later on.
+        struct stat status;
+        const bool is_taken = lstat(places.index.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+        return !is_taken && write_fileindex(places.new_index, change.written.get());
     }
     log_say(LEVEL_DEBUG, "Cur fileindex name: <%s>", places.index.c_str());
     log_say(LEVEL_DEBUG, "Old fileindex name: <%s>", places.old_index.c_str());
@@ -194,19 +194,18 @@ static bool write_index(const change &change) {
 static void clear_the_way(const change &change) {
     if (change.is_update()) {
         log_say(LEVEL_DEBUG, "Registering %s ", change.new_package->name);
-        drop_new_registration(change.places);
     } else {
         log_say(LEVEL_DEBUG, "registering %s for candidate %s", change.new_package->name,
                 change.head);
-        vrm_vrf_rmdir(change.places.entry.c_str());
     }
+    drop_new_registration(change.places);
 }
 
 int build_registration(change *change) {
     const event_text who = change->by->who, name = change->new_package->name;
     clear_the_way(*change);
     const std::string failed =
-        register_forks(change->stage.fresh, entry_to_build(*change), change->forks);
+        register_forks(change->stage.fresh, change->places.new_entry, change->forks);
     if (!failed.empty()) {
         report_not_copied(*change, failed);
         return -1;
@@ -222,11 +221,35 @@ int build_registration(change *change) {
     return 0;
 }
 
+void enter_built(const inventory_places &places, bool is_update, bool has_data) {
+    if (path_exists(places.new_entry)) {
+        if (is_update) {
+            // What is set aside goes only once its place is taken.
+            if (path_exists(places.entry)) {
+                vrm_vrf_rmdir(places.old_entry.c_str());
+                rename(places.entry.c_str(), places.old_entry.c_str());
+            }
+        } else {
+            // No listing takes what is there for a package.
+            vrm_vrf_rmdir(places.entry.c_str());
+        }
+        rename(places.new_entry.c_str(), places.entry.c_str());
+    }
+    if (!has_data) {
+        if (is_update) {
+            unlink(places.index.c_str());
+        }
+    } else if (path_exists(places.new_index)) {
+        rename(places.new_index.c_str(), places.index.c_str());
+    }
+}
+
 int enter_registration(change *change) {
+    const inventory_places &places = change->places;
     if (!change->is_update()) {
+        enter_built(places, false, change->written != nullptr);
         return 0;
     }
-    const inventory_places &places = change->places;
     vrm_vrf_rmdir(places.old_entry.c_str());
     rename(places.entry.c_str(), places.old_entry.c_str());
     rename(places.new_entry.c_str(), places.entry.c_str());

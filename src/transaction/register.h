@@ -32,19 +32,23 @@ struct inventory_places {
 
 inventory_places inventory_places_of(const vrm_handle *handle, const char *package_name);
 
-// Where a change builds its entry of the inventory: an update beside the old one.
-const std::string &entry_to_build(const change &change);
-
 // Builds the new registration: the entry with the info files, the hash lists, the scripts and the
 // forks conf and dump, its install record, and the file index. The install record comes after
-// everything else of the entry: until it is there, the entry reads as absent. The file index is the
-// last of all. Result: 0, or -1 with an ERROR line; what was built stays.
+// everything else of the entry. The file index is the last of all. Both are built under names that
+// no listing shows. Result: 0, or -1 with an ERROR line; what was built stays.
 int build_registration(change *change);
 
-// Puts the new registration of an update in the place of the old one; that of an installation is in
-// its place. Nothing goes back from here, so the results don't matter. A version without data
-// brings no index, and leaves the package without one. Result: 0.
+// Puts the new registration in its place, and that of an update's old version aside. Nothing goes
+// back from here, so the results don't matter. A version without data brings no index, and leaves
+// the package without one. Result: 0.
 int enter_registration(change *change);
+
+// The same for a change that was cut off while or before it did so: what is done already is not
+// done again.
+void enter_built(const inventory_places &places, bool is_update, bool has_data);
+
+// Removes what was built of a new registration.
+void drop_new_registration(const inventory_places &places);
 
 // Removes what the swap of an update set aside.
 void drop_old_registration(const inventory_places &places);

@@ -2,6 +2,7 @@
 
 #include "support/log.h"
 #include "transaction/change.h"
+#include "transaction/journal.h"
 
 static constexpr char me[] = "vrm_exe_delete";
 
@@ -50,6 +51,7 @@ int vrm_exe_delete(vrm_handle *handle, vrt **transaction) {
     if (!may_carry_out(me, handle, *transaction)) {
         return -1;
     }
+    const journal_scope scope(handle);
     return attempt(me, [=] {
         return remove_all({me, handle, transaction, nullptr, false, false});
     });

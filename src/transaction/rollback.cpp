@@ -14,6 +14,7 @@
 #include "support/log.h"
 #include "support/own.h"
 #include "transaction/change.h"
+#include "transaction/journal.h"
 
 // Copies one saved file back to its place.
 static bool restore(const char *path, const char *old) {
@@ -76,8 +77,13 @@ void note_absent_places(change *change) {
     }
 }
 
-void roll_back(const change &change) {
-    vrm_install_rollback(change.written.get(), change.stage.old.c_str());
+bool roll_back(const change &change) {
+    const bool is_restored =
+        vrm_install_rollback(change.written.get(), change.stage.old.c_str()) == 0;
+    const bool is_whole = repair(change);
+    if (is_whole && !is_restored) {
+        report({.kind = event_kind::old_version_in_place, .package = change.stage.puname});
+    }
     const event_text package = change.stage.puname;
     for (const std::string &path : change.notes.absent) {
         if (is_there(path)) {
@@ -92,4 +98,5 @@ void roll_back(const change &change) {
                     .other = copy});
         }
     }
+    return is_whole;
 }

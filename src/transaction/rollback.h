@@ -28,5 +28,6 @@ struct rollback_notes {
 void note_absent_places(change *change);
 
 // Takes the file changes of a change back, and reports what was made and stays, and which kept
-// files are gone. A removal wrote no files that would have to go.
-void roll_back(const change &change);
+// files are gone. A removal wrote no files that would have to go. Result: whether no file of the
+// old version is lost or changed.
+bool roll_back(const change &change);

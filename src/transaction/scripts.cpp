@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "repository/hooks.h"
 #include "repository/running_script.h"
@@ -19,6 +20,7 @@
 #include "support/own.h"
 #include "support/shell.h"
 #include "transaction/change.h"
+#include "transaction/journal.h"
 
 // ---- Environment ----
 
@@ -253,6 +255,7 @@ static int run_found_script(const change &change, const change_script &script) {
     if (change.verbose) {
         report({.kind = script.running, .package = change.stage.puname});
     }
+    note_script(change, script.file);
     const int status = vrm_system(script.file, line.c_str());
     vrm_scriptenv_del(environment);
     return status;
@@ -279,19 +282,35 @@ static void leave_for_the_end(const change &change, const char *what) {
     }
 }
 
+int find_due(change *change) {
+    const package_forks &forks = change->forks;
+    std::vector<std::string> due;
+    if (fork_has(forks.init, "/99-cfg.sh")) {
+        due.emplace_back("99-cfg.sh");
+    }
+    const own_array commands(
+        vrm_hooks_parse(change->handle, change->new_package, change->by->added.hook_context,
+                        "99-cfg", change->written.get(), forks.conf.get(), forks.dump.get()));
+    for (char *const *command = commands.get(); command && *command; command++) {
+        due.emplace_back(*command);
+    }
+    change->due = to_c_array(due);
+    if (!change->due) {
+        throw std::bad_alloc();
+    }
+    return 0;
+}
+
 void note_configuration(const change &change) {
     const char *who = change.by->who;
-    const package_forks &forks = change.forks;
-    if (fork_has(forks.init, "/99-cfg.sh")) {
-        leave_for_the_end(change, "99-cfg.sh");
-        log_say(LEVEL_DEBUG, "%s: Found 99-cfg, registered", who);
-    }
-    own_array commands(vrm_hooks_parse(change.handle, change.new_package,
-                                       change.by->added.hook_context, "99-cfg",
-                                       change.written.get(), forks.conf.get(), forks.dump.get()));
-    for (char **command = commands.get(); command && *command; command++) {
-        log_say(LEVEL_DEBUG, "%s: Adding hook command: <%s>", who, *command);
-        leave_for_the_end(change, *command);
+    for (char **what = change.due.get(); what && *what; what++) {
+        if (strcmp(*what, "99-cfg.sh") == 0) {
+            leave_for_the_end(change, *what);
+            log_say(LEVEL_DEBUG, "%s: Found 99-cfg, registered", who);
+            continue;
+        }
+        log_say(LEVEL_DEBUG, "%s: Adding hook command: <%s>", who, *what);
+        leave_for_the_end(change, *what);
     }
 }
 
@@ -345,6 +364,7 @@ static void configure(const vrm_handle *handle, const char *package, const char 
                 }
                 log_say(LEVEL_DEBUG, "vrm_scripts_exe: cmdline: %s", line.c_str());
                 const int status = run_visibly(package, script, line.c_str());
+                note_done(package, script);
                 report_end(package, script, status, event_kind::configuration_failed);
                 vrm_scriptenv_del(variables);
             });
@@ -397,8 +417,9 @@ int vrm_exe_hooks(s_ekva *const *commands) {
         log_say(LEVEL_DEBUG, "vrm_exe_hooks: Found hook command %s for vrk %s to execute", command,
                 package);
         log_say(LEVEL_DEBUG, "vrm_exe_hooks: cmdline: %s", command);
-        report_end(package, command, run_visibly(package, command, command),
-                   event_kind::hook_failed);
+        const int status = run_visibly(package, command, command);
+        note_done(package, command);
+        report_end(package, command, status, event_kind::hook_failed);
     }
     return 0;
 }
@@ -408,5 +429,6 @@ int vrm_hookcmds_del(vrm_handle *, vrt **transaction) {
     log_say(LEVEL_DEBUG, "vrm_hookcmds_del: found %d scripts to delete", ekva_nument(commands));
     ekva_free(commands);
     commands = nullptr;
+    drop_due();
     return 0;
 }

@@ -98,6 +98,9 @@ struct change_script {
 // inventory. Result: the script's raw wait status, -1 when it could not be run, 0 without a script.
 int run_script(const change &change, const change_script &script);
 
-// Notes what is left for the end of the transaction: the package's own configuration script and
-// the commands of the hooks that it meets.
+// Finds out what is left for the end of the transaction: the package's own configuration script and
+// the commands of the hooks that it meets. Result: 0.
+int find_due(change *change);
+
+// Leaves that for the end of the transaction.
 void note_configuration(const change &change);

@@ -152,6 +152,10 @@ static bool holds_files(const std::string &directory) {
     return walk_tree(directory.c_str(), finder) != 0;
 }
 
+bool has_backups(const std::string &base) {
+    return holds_files(base + "/old") || holds_files(base + "/keep");
+}
+
 // Warns of backups of other changes of the same package, such as an upgrade to another version that
 // was killed. They do not bar this change, which has a stage directory of its own.
 static void note_other_backups(const vrm_handle *handle, const vri *package,
@@ -195,7 +199,7 @@ int vrm_clear_stage(vrm_handle *handle, const vri *package) {
         if (lstat(stage.base.c_str(), &status) != 0 && (errno == ENOENT || errno == ENAMETOOLONG)) {
             return 0;
         }
-        if (holds_files(stage.old)) {
+        if (has_backups(stage.base)) {
             report({.kind = event_kind::backups_in_the_way,
                     .package = stage.puname,
                     .path = stage.base});

@@ -60,6 +60,9 @@ bool is_stage_area_trusted(const char *who, const vrm_handle *handle);
 // package nor the backups may be a link.
 bool is_stage_trusted(const char *who, const vrm_handle *handle, const stage_paths &stage);
 
+// Whether a stage directory holds backups. What can't be looked at is taken for one.
+bool has_backups(const std::string &base);
+
 // Makes the stage directory of a package, which only its owner may enter: set-id programs are saved
 // there. One that exists is kept and gets the mode 0700. `parts` are the directories to make in it,
 // with 0755. As with vrm_vrf_mkdir, whoever opens a file there finds out what could not be made.

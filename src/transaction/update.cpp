@@ -8,6 +8,7 @@
 #include "transaction/change.h"
 #include "transaction/fetch.h"
 #include "transaction/install.h"
+#include "transaction/journal.h"
 
 static constexpr char me[] = "vrm_exe_update";
 static constexpr int not_to_be_met = 99;
@@ -85,6 +86,7 @@ int vrm_exe_update(vrm_handle *handle, vrt **transaction, void *connection, int 
     if (!may_carry_out(me, handle, *transaction)) {
         return -1;
     }
+    const journal_scope scope(handle);
     plan_run run = {me, handle, transaction, connection, verbose != 0, rmpkg != 0};
     if (attempt("fetch", [&run] {
             return stage_plan(&run, {event_kind::fetching_dependency, false});

@@ -400,6 +400,39 @@ constexpr row rows[] = {
     {event_kind::left_links_not_noted, sentence_sort::reason,
      "warning: cannot write {path}: {reason}; pvrm check may not know all links that {package} "
      "leaves"},
+    // Recovery.
+    {event_kind::change_not_recorded, sentence_sort::reason,
+     "cannot record the change in {path}: {reason}; nothing of it is done"},
+    {event_kind::foreign_record, sentence_sort::reason,
+     "a change was cut off, and {path} records it: run pvrm recover"},
+    {event_kind::path_not_saved, sentence_sort::reason,
+     "cannot save {path} before the change: {reason}; nothing of it is done"},
+    {event_kind::path_not_put_back, sentence_sort::reason,
+     "cannot put {path} back: {reason}; what was there is saved as {other}"},
+    {event_kind::old_version_in_place, sentence_sort::reason,
+     "all files are as they were before {package} all the same: those that could not be "
+     "copied back were moved back"},
+    {event_kind::sync_was_slow, sentence_sort::step,
+     "waited {number} s until the disk had all of {package}"},
+    {event_kind::change_undone, sentence_sort::reason,
+     "warning: the {other} of {package} was cut off: everything is as it was before it"},
+    {event_kind::change_finished, sentence_sort::reason,
+     "warning: the {other} of {package} was cut off after its last step: it is finished now"},
+    {event_kind::cut_off_script_ran, sentence_sort::reason,
+     "warning: {other} of {package} had begun to run, and what it did stays"},
+    {event_kind::change_to_undo, sentence_sort::reason,
+     "warning: the {other} of {package} was cut off; the next change, or pvrm recover, brings "
+     "everything back as it was before it"},
+    {event_kind::change_to_finish, sentence_sort::reason,
+     "warning: the {other} of {package} was cut off after its last step; the next change, or "
+     "pvrm recover, finishes it"},
+    {event_kind::record_not_read, sentence_sort::reason,
+     "cannot read the record of a change that was cut off, {path}: {reason}"},
+    {event_kind::recovery_failed, sentence_sort::reason,
+     "cannot recover from a change that was cut off: {path}: {reason}"},
+    {event_kind::change_abandoned, sentence_sort::reason,
+     "warning: the record of the change that was cut off and what it had saved are in {path} "
+     "now"},
     // Outcomes.
     {event_kind::dependency_install_failed, sentence_sort::failure,
      "the installation of {package} failed"},

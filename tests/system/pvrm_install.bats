@@ -221,8 +221,12 @@ setup() { clean_repository; }
     assert_line 'pvrm: /etc/foo.conf is new and stays: a rollback of foo_any_1.0 leaves it'
     assert_line 'pvrm: /usr/share/foolink is new and stays: a rollback of foo_any_1.0 leaves it'
     assert_output_has 'pvrm: /usr/share/foo/mine was lost in the rollback of foo_any_1.0; its copy is /var/lib/vrm/saved/'
-    rm /etc/foo.conf /usr/share/foolink
     assert_equal "$(cat /var/lib/vrm/saved/*/usr/share/foo/mine)" mine
+    # Nothing is in the way any more.
+    run pvrm recover
+    assert_status 0
+    assert_equal "$(cat /usr/share/foo/mine)" mine
+    [[ ! -e /etc/foo.conf && ! -L /usr/share/foolink ]]
 }
 
 @test "a package that fails before it changes anything leaves nothing to name" {

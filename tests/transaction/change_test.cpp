@@ -66,6 +66,7 @@ TEST_F(Change, ScriptDoesNotRunWithoutItsEnvironment) {
 }
 
 TEST_F(Change, ScriptThatCannotBeRegisteredIsTold) {
+    ASSERT_EQ(find_due(&install), 0);
     strdups_left = 0;
     note_configuration(install);
     strdups_left = -1;

@@ -17,6 +17,7 @@
 #include "transaction/interrupt.h"
 #include "transaction/plan_removal.h"
 #include "transaction/recover.h"
+#include "transaction/recover_change.h"
 #include "transaction/removal.h"
 #include "transaction/update.h"
 
@@ -471,7 +472,7 @@ TEST_F(Removal, FinishesThePackageAtHandWhenAskedToStop) {
     expect_whole("a");
 }
 
-TEST_F(Removal, WhatCannotBeRestoredIsLostWithTheStageDirectory) {
+TEST_F(Removal, WhatCannotBeRestoredStaysInTheStageDirectory) {
     add("foo");
     write(live + "/two", "second\n");
     write(repo.in("fileindex/foo"), "/srv/t/foo\n/srv/t/two\n");
@@ -485,5 +486,18 @@ TEST_F(Removal, WhatCannotBeRestoredIsLostWithTheStageDirectory) {
     EXPECT_EQ(read_all(live + "/two"), "second\n") << "the others come back all the same";
     EXPECT_TRUE(fs::is_directory(live + "/foo"));
     EXPECT_TRUE(is_installed("foo"));
+    const std::string saved = repo.in("stagearea/foo_any_1.0/keep/0");
+    EXPECT_EQ(read_all(saved), "file of foo\n");
+    EXPECT_TRUE(
+        log.has(LEVEL_ERROR, "Failed to put /srv/t/foo back from " + saved + ": Is a directory"));
+    // Nothing may be changed until that is put right.
+    EXPECT_EQ(remove("foo"), -1);
+    EXPECT_TRUE(log.has(LEVEL_ERROR, "vrm_exe_delete: " + repo.in("change/record") +
+                                         " is the record of a change that was cut off, not going "
+                                         "on"));
+    fs::remove(live + "/foo");
+    EXPECT_EQ(vrm_recover_change(repo.handle()), 1);
+    EXPECT_EQ(read_all(live + "/foo"), "file of foo\n");
     EXPECT_TRUE(fs::is_empty(repo.in("stagearea")));
+    EXPECT_FALSE(there(repo.in("change/record")));
 }

@@ -1,0 +1,186 @@
+#include "transaction/exchange.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "package/copy_file.h"
+#include "package/fileops.h"
+#include "support/event.h"
+#include "support/file.h"
+#include "support/log.h"
+#include "transaction/touched.h"
+
+static std::string directory_of(const std::string &path) {
+    const size_t slash = path.rfind('/');
+    return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
+}
+
+static void make_directory(std::string path) {
+    vrm_vrf_mkdir(path.data(), 0755);
+}
+
+// ---- Backups ----
+
+bool backup_tree::make_directory_of(const std::string &copy) {
+    const std::string directory = directory_of(copy);
+    if (directory == made_) {
+        return false;
+    }
+    make_directory(directory);
+    made_ = directory;
+    return true;
+}
+
+bool backup_tree::note(const std::string &path) {
+    const std::string index = base_ + "/index.txt", line = path + "\n";
+    if (!list_.valid()) {
+        list_ =
+            own_fd(open(index.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0666));
+        if (!list_.valid()) {
+            report({.kind = event_kind::file_not_created, .path = index, .error = errno});
+            return false;
+        }
+    }
+    if (!write_all(list_.get(), line)) {
+        report({.kind = event_kind::file_not_written, .path = index, .error = errno});
+        return false;
+    }
+    return true;
+}
+
+// The file itself under a second name: all that belongs to it is there. A copy where that is
+// refused.
+bool backup_tree::save(const std::string &path) {
+    const std::string copy = base_ + path;
+    const auto link_it = [&] {
+        return linkat(AT_FDCWD, path.c_str(), AT_FDCWD, copy.c_str(), AT_SYMLINK_FOLLOW) == 0;
+    };
+    const bool linked = link_it() || (errno == ENOENT && make_directory_of(copy) && link_it()) ||
+                        (errno == EEXIST && unlink(copy.c_str()) == 0 && link_it());
+    return linked ? note(path) : save_backup(base_.c_str(), path.c_str());
+}
+
+// ---- Putting ----
+
+// Whether a file that is moved to a directory is what one that is made there would be.
+bool backup_tree::can_move_to(const std::string &directory) {
+    const auto [found, is_new] = can_move_.try_emplace(directory, false);
+    if (is_new) {
+        struct stat status;
+        found->second = stat(directory.c_str(), &status) == 0 && (status.st_mode & S_ISGID) == 0 &&
+                        getxattr(directory.c_str(), "system.posix_acl_default", nullptr, 0) < 0;
+        if (!found->second && errno == ENOENT) {
+            can_move_.erase(found);
+            return false;
+        }
+        return found->second;
+    }
+    return found->second;
+}
+
+bool backup_tree::move(const std::string &target, const std::string &source,
+                       const struct stat &status) {
+    if (!S_ISREG(status.st_mode) || status.st_nlink != 1 || !can_move_to(directory_of(target))) {
+        return false;
+    }
+    const bool is_own = status.st_uid == geteuid() && status.st_gid == getegid();
+    if (!is_own && (chown(source.c_str(), geteuid(), getegid()) != 0 ||
+                    chmod(source.c_str(), status.st_mode & 07777) != 0)) {
+        return false;
+    }
+    return utimensat(AT_FDCWD, source.c_str(), nullptr, AT_SYMLINK_NOFOLLOW) == 0 &&
+           rename(source.c_str(), target.c_str()) == 0;
+}
+
+// False with errno.
+bool backup_tree::write_beside(const std::string &target, const std::string &source) {
+    const std::string beside = directory_of(target) + "/" + temporary_;
+    unlink(beside.c_str());
+    own_fd made(open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!made.valid()) {
+        return false;
+    }
+    made.close();
+    if (file_copy(beside.c_str(), source.c_str(), 1) >= 0 &&
+        rename(beside.c_str(), target.c_str()) == 0) {
+        return true;
+    }
+    const int reason = errno;
+    unlink(beside.c_str());
+    errno = reason;
+    return false;
+}
+
+int32_t backup_tree::put(const std::string &target, const std::string &source, bool may_move) {
+    log_debug("vrm_vrf_copy: backup base is %s, will backup target", base_.c_str());
+    struct stat status, followed;
+    if (lstat(source.c_str(), &status) != 0 || stat(source.c_str(), &followed) != 0) {
+        report({.kind = event_kind::file_not_found, .path = source, .error = errno});
+        return -1;
+    }
+    log_debug("vrm_vrf_copy: checking existence of %s", target.c_str());
+    struct stat old;
+    if (stat(target.c_str(), &old) != 0) {
+        // Something that only can't be looked at would be replaced without a backup.
+        if (errno != ENOENT && errno != ENOTDIR) {
+            report({.kind = event_kind::file_not_found, .path = target, .error = errno});
+            return -1;
+        }
+        log_debug("vrm_vrf_copy: %s does not exist, no backup necessary", target.c_str());
+    } else {
+        log_debug("vrm_vrf_copy: %s exists", target.c_str());
+        if (!S_ISREG(old.st_mode)) {
+            report({.kind = event_kind::target_not_regular, .path = target});
+            return -1;
+        }
+        log_debug("Backing up %s to %s%s\n", target.c_str(), base_.c_str(), target.c_str());
+        if (!save(target)) {
+            return -1;
+        }
+    }
+
+    log_debug("Copying %s to %s\n", source.c_str(), target.c_str());
+    const std::string place = written_place(target);
+    const int32_t bytes = told_bytes(static_cast<uint64_t>(followed.st_size));
+    const auto arrives = [&] {
+        return (may_move && move(place, source, status)) || write_beside(place, source);
+    };
+    if (arrives()) {
+        return bytes;
+    }
+    if (errno == ENOENT) {
+        make_directory(directory_of(target));
+        if (arrives()) {
+            return bytes;
+        }
+    }
+    // What can't be replaced, such as a mount point, is written over.
+    if (errno == EBUSY) {
+        return vrm_vrf_copy(target.c_str(), source.c_str(), nullptr, 1);
+    }
+    report({.kind = event_kind::file_not_created, .path = target, .error = errno});
+    return -1;
+}
+
+// ---- Taking ----
+
+backup_tree::taken backup_tree::take(const std::string &path) {
+    struct stat status;
+    const std::string copy = base_ + path;
+    const bool is_file = lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    const auto move_it = [&] { return rename(path.c_str(), copy.c_str()) == 0; };
+    if (is_file && (move_it() || (errno == ENOENT && make_directory_of(copy) && move_it()))) {
+        // A move to another name of the same file does nothing.
+        if (lstat(path.c_str(), &status) != 0 || unlink(path.c_str()) == 0) {
+            return note(path) ? taken::gone : taken::not_saved;
+        }
+    }
+    if (!save(path)) {
+        return taken::not_saved;
+    }
+    return unlink(path.c_str()) == 0 ? taken::gone : taken::not_removed;
+}

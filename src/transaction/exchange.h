@@ -1,0 +1,41 @@
+// Private to the library: putting one file in its place, and taking one away, so that no file is
+// ever half there. What was there is saved to the backups of the change (package/copy_file.h).
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+
+#include "support/own.h"
+
+// The backups of one change.
+class backup_tree {
+ public:
+    // `base` is the directory for them, and `temporary` the name of a file beside its place.
+    backup_tree(std::string base, std::string temporary)
+        : base_(std::move(base)), temporary_(std::move(temporary)) {}
+
+    // Puts a file over the target, with a backup of a file that is there, links followed. As
+    // vrm_vrf_copy with the mode 1, with which it shares the log, but written beside its place and
+    // renamed. With `may_move` the source need not stay, and is moved where that makes no
+    // difference. Result: the bytes, at most INT32_MAX; -1 with an ERROR line, and the target is as
+    // it was.
+    int32_t put(const std::string &target, const std::string &source, bool may_move);
+
+    enum class taken { gone, not_saved, not_removed };
+    // Takes a file away, links followed for its backup. errno tells why it is not removed.
+    taken take(const std::string &path);
+
+ private:
+    bool save(const std::string &path);
+    bool note(const std::string &path);
+    bool make_directory_of(const std::string &copy);
+    bool can_move_to(const std::string &directory);
+    bool move(const std::string &target, const std::string &source, const struct stat &status);
+    bool write_beside(const std::string &target, const std::string &source);
+
+    const std::string base_, temporary_;
+    own_fd list_;
+    std::string made_;  // the directory of the last backup
+    std::unordered_map<std::string, bool> can_move_;
+};

@@ -1,0 +1,361 @@
+#include "transaction/touched.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <unordered_set>
+
+#include "package/fileops.h"
+#include "package/fileops_lists.h"
+#include "package/preserved_copy.h"
+#include "support/event.h"
+#include "support/file.h"
+#include "transaction/change.h"
+
+static std::string directory_of(const std::string &path) {
+    const size_t slash = path.rfind('/');
+    return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
+}
+
+static std::string saved_name(const std::string &keep, int number) {
+    return keep + "/" + std::to_string(number);
+}
+
+std::string kept_path::text() const {
+    std::array<char, 160> numbers;
+    snprintf(numbers.data(), numbers.size(), "%d %o %u %u %llu %llu ", number, mode, owner, group,
+             static_cast<unsigned long long>(device), static_cast<unsigned long long>(inode));
+    return numbers.data() + path;
+}
+
+const std::string &temporary_name() {
+    static const std::string name = ".vrm-new-" + std::to_string(getpid());
+    return name;
+}
+
+std::string written_place(const std::string &path) {
+    constexpr int most_links = 40;  // as the kernel follows
+    std::string place = path;
+    for (int i = 0; i < most_links; i++) {
+        std::array<char, PATH_MAX> text;
+        const ssize_t length = readlink(place.c_str(), text.data(), text.size());
+        if (length <= 0 || length == static_cast<ssize_t>(text.size())) {
+            return i > 0 && path_exists(place) ? path : place;
+        }
+        const std::string target(text.data(), static_cast<size_t>(length));
+        place = target.starts_with('/') ? target : directory_of(place) + "/" + target;
+    }
+    return path;
+}
+
+// ---- What is touched ----
+
+namespace {
+
+class touched_finder {
+ public:
+    explicit touched_finder(touched_paths *touched) : touched_(touched) {}
+
+    // False with errno.
+    bool add(const std::string &path) {
+        if (!known_.insert(path).second) {
+            return true;
+        }
+        struct stat status;
+        if (lstat(path.c_str(), &status) != 0) {
+            if (errno == ENOENT || errno == ENOTDIR) {
+                add_absent(path);
+                return true;
+            }
+            // No such name can be made either.
+            return errno == ENAMETOOLONG || errno == ELOOP;
+        }
+        if (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode)) {
+            touched_->kept.push_back({static_cast<int>(touched_->kept.size()), status.st_mode,
+                                      status.st_uid, status.st_gid, status.st_dev, status.st_ino,
+                                      path});
+        }
+        // A link that leads nowhere is written through.
+        if (S_ISLNK(status.st_mode)) {
+            const std::string place = written_place(path);
+            return place == path || add(place);
+        }
+        return true;
+    }
+
+    void add_mode(const std::string &path) {
+        struct stat status;
+        if (stat(path.c_str(), &status) == 0) {
+            touched_->modes.emplace_back(status.st_mode & 07777, path);
+        }
+    }
+
+ private:
+    void add_absent(const std::string &path) {
+        std::vector<std::string> above;
+        for (std::string dir = directory_of(path); dir != "/" && !present_.contains(dir);
+             dir = directory_of(dir)) {
+            if (path_exists(dir)) {
+                present_.insert(dir);
+                break;
+            }
+            if (!known_.insert(dir).second) {
+                break;
+            }
+            above.push_back(dir);
+        }
+        touched_->absent.insert(touched_->absent.end(), above.rbegin(), above.rend());
+        touched_->absent.push_back(path);
+    }
+
+    touched_paths *touched_;
+    std::unordered_set<std::string> known_, present_;
+};
+
+}  // namespace
+
+static bool add_all(touched_finder *finder, char *const *paths, std::string *failed) {
+    for (; paths && *paths; paths++) {
+        if (**paths == '/' && !finder->add(*paths)) {
+            *failed = *paths;
+            return false;
+        }
+    }
+    return true;
+}
+
+static bool add_links(touched_finder *finder, const std::string &list, std::string *failed) {
+    std::vector<link_entry> entries;
+    *failed = list;
+    if (!path_exists(list)) {
+        return true;
+    }
+    if (!read_link_list(list, &entries)) {
+        return false;
+    }
+    link_resolver resolver;
+    for (const link_entry &entry : entries) {
+        const std::string place = resolver.place_of(entry);
+        if (!place.empty() && !finder->add(place)) {
+            *failed = place;
+            return false;
+        }
+    }
+    return true;
+}
+
+static bool add_modes(touched_finder *finder, const std::string &list, std::string *failed) {
+    std::vector<perm_entry> entries;
+    *failed = list;
+    if (!path_exists(list)) {
+        return true;
+    }
+    std::vector<refused_line> refused;
+    if (!read_perm_list(list, &entries, &refused)) {
+        return false;
+    }
+    for (const perm_entry &entry : entries) {
+        finder->add_mode(entry.path);
+    }
+    return true;
+}
+
+// The files that a removal takes away. One that has no list has none; a list that can't be read is
+// reported.
+static bool add_indexed(touched_finder *finder, const std::string &index, std::string *failed) {
+    const own_file list(fopen_regular(index.c_str()));
+    if (!list && errno == ENOENT) {
+        return true;
+    }
+    std::array<char, 4096> line;
+    while (list && fgets(line.data(), line.size(), list.get())) {
+        std::string path = line.data();
+        path.erase(std::min(path.find('\n'), path.size()));
+        if (path.starts_with('/') && !finder->add(path)) {
+            *failed = path;
+            return false;
+        }
+    }
+    if (list && !ferror(list.get())) {
+        return true;
+    }
+    report({.kind = event_kind::file_not_read, .path = index, .error = errno});
+    return false;
+}
+
+bool find_touched(change *change) {
+    touched_paths &touched = change->touched;
+    touched.keep = change->stage.base + "/keep";
+    touched.temporary = temporary_name();
+    touched_finder finder(&touched);
+    std::string failed;
+    const bool found =
+        change->new_package
+            ? add_all(&finder, change->taken.get(), &failed) &&
+                  add_all(&finder, change->written.get(), &failed) &&
+                  add_all(&finder, change->forks.conf.get(), &failed) &&
+                  (!fork_has(change->forks.info, "/link.txt") ||
+                   add_links(&finder, change->stage.fresh + "/info/link.txt", &failed)) &&
+                  (!fork_has(change->forks.info, "/perm.txt") ||
+                   add_modes(&finder, change->stage.fresh + "/info/perm.txt", &failed))
+            : add_indexed(&finder, change->places.index, &failed) &&
+                  add_links(&finder, change->places.entry + "/link.txt", &failed);
+    if (!found && !failed.empty()) {
+        report({.kind = event_kind::path_not_saved,
+                .who = change->by->who,
+                .path = failed,
+                .error = errno});
+    }
+    return found;
+}
+
+// ---- Saving and putting back ----
+
+// A copy with all that belongs to it, whole or not at all.
+static bool copy_whole(const std::string &source, const std::string &target) {
+    unlink(target.c_str());
+    if (copy_preserved(source.c_str(), target.c_str())) {
+        return true;
+    }
+    const int reason = errno;
+    unlink(target.c_str());
+    errno = reason;
+    return false;
+}
+
+bool save_kept(const change &change) {
+    const touched_paths &touched = change.touched;
+    if (touched.kept.empty()) {
+        return true;
+    }
+    const auto failed = [&](const std::string &path) {
+        report({.kind = event_kind::path_not_saved,
+                .who = change.by->who,
+                .path = path,
+                .error = errno});
+        return false;
+    };
+    // What lies there without a record is of no use to anybody.
+    if (vrm_vrf_rmdir(touched.keep.c_str()) != 0 || mkdir(touched.keep.c_str(), 0700) != 0) {
+        return failed(touched.keep);
+    }
+    const own_fd keep(open(touched.keep.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (const kept_path &kept : touched.kept) {
+        const std::string name = std::to_string(kept.number);
+        if (linkat(AT_FDCWD, kept.path.c_str(), keep.get(), name.c_str(), 0) == 0) {
+            continue;
+        }
+        // What a file system or the kernel refuses to link is copied.
+        if (!copy_whole(kept.path, saved_name(touched.keep, kept.number))) {
+            return failed(kept.path);
+        }
+    }
+    return true;
+}
+
+// Puts a saved file in its place, also from another file system. False with errno.
+static bool put_back(const std::string &saved, const touched_paths &touched,
+                     const std::string &path) {
+    if (rename(saved.c_str(), path.c_str()) == 0) {
+        return true;
+    }
+    if (errno == ENOENT && !path_exists(directory_of(path))) {
+        std::string directory = directory_of(path);
+        vrm_vrf_mkdir(directory.data(), 0755);
+        if (rename(saved.c_str(), path.c_str()) == 0) {
+            return true;
+        }
+    }
+    if (errno != EXDEV && errno != EBUSY) {
+        return false;
+    }
+    const std::string beside = directory_of(path) + "/" + touched.temporary;
+    if (copy_whole(saved, beside) && rename(beside.c_str(), path.c_str()) == 0) {
+        unlink(saved.c_str());
+        return true;
+    }
+    const int reason = errno;
+    unlink(beside.c_str());
+    // A mount point keeps its inode.
+    if (reason == EBUSY && file_copy(path.c_str(), saved.c_str(), 1) >= 0) {
+        unlink(saved.c_str());
+        return true;
+    }
+    errno = reason;
+    return false;
+}
+
+bool restore_kept(const touched_paths &touched) {
+    bool all = true;
+    for (const kept_path &kept : touched.kept) {
+        const std::string saved = saved_name(touched.keep, kept.number);
+        struct stat was, is;
+        if (lstat(saved.c_str(), &was) != 0 && errno == ENOENT) {
+            continue;  // back in its place, or never changed
+        }
+        const bool present = lstat(kept.path.c_str(), &is) == 0;
+        // The file itself, and what a copy was made of and was not replaced.
+        const bool same = present && ((is.st_dev == was.st_dev && is.st_ino == was.st_ino) ||
+                                      (is.st_dev == kept.device && is.st_ino == kept.inode));
+        if (!same && !put_back(saved, touched, kept.path)) {
+            report({.kind = event_kind::path_not_put_back,
+                    .path = kept.path,
+                    .other = saved,
+                    .error = errno});
+            all = false;
+        }
+    }
+    return all;
+}
+
+bool restore_modes(const touched_paths &touched) {
+    bool all = true;
+    for (const auto &[mode, path] : touched.modes) {
+        struct stat is;
+        if (stat(path.c_str(), &is) == 0 && (is.st_mode & 07777) != mode &&
+            chmod(path.c_str(), mode) != 0) {
+            report({.kind = event_kind::mode_not_set, .path = path, .error = errno});
+            all = false;
+        }
+    }
+    return all;
+}
+
+// ---- File systems ----
+
+void touched_systems::add(const std::string &directory) {
+    own_fd opened(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    struct stat status;
+    if (opened.valid() && fstat(opened.get(), &status) == 0) {
+        systems_.try_emplace(status.st_dev, std::move(opened));
+    }
+}
+
+void touched_systems::add_directory_of(const std::string &path) {
+    std::string directory = directory_of(path);
+    while (known_.insert(directory).second) {
+        struct stat status;
+        if (stat(directory.c_str(), &status) == 0) {
+            if (!systems_.contains(status.st_dev)) {
+                add(directory);
+            }
+            return;
+        }
+        directory = directory_of(directory);
+    }
+}
+
+bool touched_systems::sync() const {
+    for (const auto &[device, directory] : systems_) {
+        if (syncfs(directory.get()) != 0) {
+            return false;
+        }
+    }
+    return true;
+}
