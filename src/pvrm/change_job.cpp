@@ -9,6 +9,7 @@
 #include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/tell.h"
+#include "transaction/journal.h"
 #include "ui/vrmui.h"
 
 // To name the same thing twice is to name it once.
@@ -82,6 +83,8 @@ void change_job::plan_again_if_changed() {
 }
 
 void change_job::carry_out_all() {
+    // One record for all of them.
+    const journal_scope scope(work_.repository());
     bool stopped = false;
     for (planned_change &planned : planned_) {
         if (!is_due(planned)) {

@@ -149,6 +149,12 @@ bool is_gone(int result) {
     return result == 0 || errno == ENOENT || errno == ENOTDIR;
 }
 
+// With what a program left that was killed while it wrote it.
+void remove_status(const vrm_handle *handle) {
+    unlink(status_path(handle).c_str());
+    unlink((status_path(handle) + ".new").c_str());
+}
+
 class recovery {
  public:
     recovery(vrm_handle *handle, const read_record &record)
@@ -426,7 +432,7 @@ bool recovery::run() {
     if (!is_gone(unlink(path.c_str())) || !sync_directory(record_directory(handle_))) {
         return failed(path);
     }
-    unlink(status_path(handle_).c_str());
+    remove_status(handle_);
     return true;
 }
 
@@ -484,7 +490,7 @@ int vrm_recover_change(vrm_handle *handle) {
             return -1;
         }
         if (!path_exists(record_path(handle))) {
-            unlink(status_path(handle).c_str());
+            remove_status(handle);
             return 0;
         }
         read_record record;
@@ -549,7 +555,7 @@ int vrm_abandon_change(vrm_handle *handle) {
         }
         sync_directory(directory);
         sync_directory(record_directory(handle));
-        unlink(status_path(handle).c_str());
+        remove_status(handle);
         report({.kind = event_kind::change_abandoned, .path = directory});
         return 0;
     });

@@ -118,7 +118,7 @@ std::string strict_judge::unit_of(const std::string &path) const {
     if (const auto found = owners_.find(path); found != owners_.end()) {
         return found->second;
     }
-    for (const std::string &place : {installed, fileindex}) {
+    for (const std::string &place : {installed, fileindex, repository + "/left_links/"}) {
         if (path.starts_with(place)) {
             const std::string name = first_part(path.substr(place.size()), '/');
             const bool retired = name.starts_with('.');
