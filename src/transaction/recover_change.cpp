@@ -145,6 +145,13 @@ bool failed(const std::string &path) {
     return false;
 }
 
+// For people.
+const char *noun_of(const recorded_change &change) {
+    return change.operation == "update"   ? "upgrade"
+           : change.operation == "remove" ? "removal"
+                                          : "installation";
+}
+
 bool is_gone(int result) {
     return result == 0 || errno == ENOENT || errno == ENOTDIR;
 }
@@ -257,8 +264,7 @@ bool recovery::undo(const recorded_change &change) {
     for (const std::string &script : change.scripts) {
         report({.kind = event_kind::cut_off_script_ran, .package = change.puname, .other = script});
     }
-    report(
-        {.kind = event_kind::change_undone, .package = change.puname, .other = change.operation});
+    report({.kind = event_kind::change_undone, .package = change.puname, .other = noun_of(change)});
     count_++;
     return true;
 }
@@ -420,7 +426,7 @@ bool recovery::run() {
             }
             report({.kind = event_kind::change_finished,
                     .package = change.puname,
-                    .other = change.operation});
+                    .other = noun_of(change)});
             count_++;
         }
     }
@@ -518,7 +524,7 @@ int vrm_show_recovery(vrm_handle *handle) {
                 report({.kind = change.commit ? event_kind::change_to_finish
                                               : event_kind::change_to_undo,
                         .package = change.puname,
-                        .other = change.operation});
+                        .other = noun_of(change)});
                 count++;
             }
         }

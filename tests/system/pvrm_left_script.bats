@@ -269,6 +269,7 @@ END
 @test "a note of what has ended is dropped silently" {
     local case
     start_daemon
+    pvrm --quiet recover 2>/dev/null # what was killed to have the daemon
     for case in "started=1" "boot=00000000-0000-0000-0000-000000000000" gone zombie empty; do
         case $case in
         gone) write_note "$daemon"; sed -i 's/^process .*/process 2147483647/' "$note" ;;

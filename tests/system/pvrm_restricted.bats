@@ -83,7 +83,7 @@ options_of() { # PROGRAM [WORD]
     while read -r word option verdict arguments; do
         [[ $option == - ]] || continue
         case $word in
-        allowed | refresh | install | upgrade | remove | cleanup)
+        allowed | refresh | install | upgrade | remove | cleanup | recover)
             assert_equal "$word $verdict" "$word permitted"
             # shellcheck disable=SC2086
             as_user member sudo -n -l -- /usr/sbin/pvrm --restricted "$word" $arguments

@@ -146,9 +146,9 @@ attributes() {
     file=$(package foo data/srv/s/a=theirs)
     echo mine >/srv/s/a
     # The leak checker does not work under a tracer.
-    ASAN_OPTIONS=detect_leaks=0 strace -f -o trace -e trace=syncfs,unlink,unlinkat,openat pvrm install --quiet "$file"
-    awk '/syncfs\(/ && / = 0$/ { synced = NR }
-        /unlink(at)?\(/ && /"\/srv\/s\/a"/ { gone = NR }
+    ASAN_OPTIONS=detect_leaks=0 strace -f -o trace -e trace=syncfs,rename,renameat,renameat2 pvrm install --quiet "$file"
+    awk '/syncfs\(/ && / = 0$/ && !synced { synced = NR }
+        /rename(at2?)?\(/ && /"\/srv\/s\/a"/ { gone = NR }
         END { exit !(synced && gone && synced < gone) }' trace
 }
 

@@ -96,8 +96,33 @@ two'
     assert_line 'pvrm: /usr/share/foo/about could not be put back as it was before: restore it from a backup'
     assert_line 'pvrm: the upgrade to foo_any_2.0 failed, and not all that it had changed could be rolled back'
     assert_line 'pvrm: /usr/share/foo/about of foo was lost in the rollback'
-    assert_line 'pvrm: upgraded to bar_any_2.0'
     refute_output_has 'was rolled back'
+    # What is in the way is gone, and so the next change brings it all back first.
+    run pvrm upgrade bar
+    assert_status 0
+    assert_line 'pvrm: warning: the upgrade of foo_any_2.0 was cut off: everything is as it was before it'
+    assert_line 'pvrm: upgraded to bar_any_2.0'
+    assert_foo_as_before
+}
+
+@test "while it can't be put back every change is refused, until it is abandoned" {
+    offer_both 'init/99-add.sh=rm -r /usr/share/foo; echo in the way >/usr/share/foo; exit 3'
+    run pvrm upgrade foo
+    local saved=$repository/stagearea/foo_any_2.0/keep
+    for words in 'upgrade bar' 'remove bar' cleanup recover; do
+        # shellcheck disable=SC2086
+        run pvrm $words
+        assert_status 1
+        assert_line "pvrm: cannot put /usr/share/foo/about back: Not a directory; what was there is saved as $saved/1"
+    done
+    assert_equal "$(version_of bar)" 1.0
+    run pvrm recover --abandon --yes
+    assert_status 1
+    assert_line 'pvrm: nothing was changed'
+    rm /usr/share/foo
+    mkdir /usr/share/foo
+    pvrm recover
+    assert_foo_as_before
 }
 
 @test "a new dependency that can't be taken back is told so, and not the package that wants it" {
@@ -220,25 +245,38 @@ interrupt_script() { # SCRIPT
 
 # --- Killed ---------------------------------------------------------------------------------------
 
-@test "killed before it is entered: the old version is registered, and after its backups are back the next run does it all" {
+@test "killed before it is entered: the next run brings the old version back and does it all" {
     # shellcheck disable=SC2016
     offer_both 'init/99-add.sh=[ ! -e /tmp/started ] || exit 0; touch /tmp/started; kill -9 $(cat /var/lib/vrm/lock)'
     run pvrm upgrade foo
     assert_status 137
     assert_equal "$(version_of foo)" 1.0
     assert_equal "$(pvrm owner /usr/share/foo/about)" foo
-    run pvrm list foo
-    assert_status 0
-    run pvrm upgrade foo
-    assert_status 1
-    assert_backups_in_the_way foo_any_2.0
-    put_backups_back foo_any_2.0
-    # The new file of the first attempt is nobody's, and replaced.
+    run pvrm upgrade --dry-run foo
+    assert_line 'pvrm: warning: the upgrade of foo_any_2.0 was cut off; the next change, or pvrm recover, brings everything back as it was before it'
     run pvrm upgrade foo
     assert_status 0
+    assert_line 'pvrm: warning: 99-add.sh of foo_any_2.0 had begun to run, and what it did stays'
+    assert_line 'pvrm: warning: the upgrade of foo_any_2.0 was cut off: everything is as it was before it'
     assert_line 'pvrm: upgraded to foo_any_2.0'
-    refute_output_has warning
     assert_foo_is_new
+}
+
+@test "killed before it is entered: recover brings the old version back" {
+    # shellcheck disable=SC2016
+    offer_both 'init/99-add.sh=kill -9 $(cat /var/lib/vrm/lock)'
+    run pvrm upgrade foo
+    assert_status 137
+    run pvrm recover --dry-run
+    assert_status 0
+    assert_line 'pvrm: warning: the upgrade of foo_any_2.0 was cut off; the next change, or pvrm recover, brings everything back as it was before it'
+    run pvrm recover
+    assert_status 0
+    assert_line 'pvrm: warning: the upgrade of foo_any_2.0 was cut off: everything is as it was before it'
+    assert_foo_as_before
+    assert_equal "$(find "$repository"/{change,stagearea} -mindepth 1 ! -name '*.vrk')" ''
+    run pvrm recover
+    assert_equal "$output" 'pvrm: no change was cut off'
 }
 
 # Kills an upgrade of foo at a rename of its swap: 1 and 2 are of the entry, 3 and 4 of the index.
@@ -250,35 +288,26 @@ kill_at_rename() { # NUMBER
     [[ -e $repository/lock ]]
 }
 
-# That what is left can be worked with, and that the same upgrade reaches its end when the backups
-# are back.
+# That what is left can be worked with, and that the next change finishes the upgrade.
 assert_next_run_mends() {
     run pvrm list bar
     assert_status 0
     assert_equal "$(pvrm owner /usr/share/bar/about)" bar
     run pvrm upgrade
-    assert_status 1
-    assert_line 'pvrm: warning: an upgrade of foo was cut off; it is registered in its old version again, upgrade it once more'
-    assert_backups_in_the_way foo_any_2.0
-    put_backups_back foo_any_2.0
-    run pvrm upgrade
     assert_status 0
-    assert_line 'pvrm: upgraded to foo_any_2.0'
+    assert_line 'pvrm: warning: the upgrade of foo_any_2.0 was cut off after its last step: it is finished now'
+    assert_line 'pvrm: upgraded to bar_any_2.0'
     assert_foo_is_new
     assert_equal "$(version_of bar)" 2.0
     assert_equal "$(history_lines)" \
-        'updated bar_any_1.0 to bar_any_2.0 as requested by user
-updated foo_any_1.0 to foo_any_2.0 as requested by user'
+        'updated foo_any_1.0 to foo_any_2.0 as requested by user
+updated bar_any_1.0 to bar_any_2.0 as requested by user'
 }
 
 @test "killed before the first rename of the swap" {
     kill_at_rename 1
     assert_equal "$(version_of foo)" 1.0
-    put_backups_back foo_any_2.0
-    run pvrm upgrade
-    assert_status 0
-    refute_output_has warning
-    assert_foo_is_new
+    assert_next_run_mends
 }
 
 @test "killed between the renames of the entry" {
@@ -301,24 +330,21 @@ updated foo_any_1.0 to foo_any_2.0 as requested by user'
     assert_next_run_mends
 }
 
-@test "a dry run warns of what was killed, changes nothing, and does not call it up to date" {
-    local warning='pvrm: warning: an upgrade of foo was cut off; the next change registers it in its old version again, upgrade it once more then'
-    local number words
-    for number in 2 3; do
-        kill_at_rename "$number"
-        : >"$repository/catalogue.known" # nothing to be done for bar
-        for words in upgrade 'install bar' 'remove bar' cleanup; do
-            # shellcheck disable=SC2086
-            run pvrm $words --dry-run
-            assert_status 0
-            assert_line "$warning"
-            refute_output_has 'up to date'
-        done
-        [[ -e $repository/installed/.foo.old ]]
-        pvrm cleanup --yes
-        assert_equal "$(version_of foo)" 1.0
-        put_backups_back foo_any_2.0
+@test "a dry run warns of what was killed, and changes nothing" {
+    local warning='pvrm: warning: the upgrade of foo_any_2.0 was cut off after its last step; the next change, or pvrm recover, finishes it'
+    local words
+    kill_at_rename 2
+    : >"$repository/catalogue.known" # nothing to be done for bar
+    for words in upgrade 'install bar' 'remove bar' cleanup recover; do
+        # shellcheck disable=SC2086
+        run pvrm $words --dry-run
+        assert_status 0
+        assert_line "$warning"
+        refute_output_has 'up to date'
     done
+    [[ -e $repository/installed/.foo.old ]]
+    pvrm cleanup --yes
+    assert_equal "$(version_of foo)" 2.0
     run pvrm upgrade --dry-run
     assert_line 'pvrm: everything is up to date'
     refute_output_has warning
@@ -328,11 +354,24 @@ updated foo_any_1.0 to foo_any_2.0 as requested by user'
     kill_at_rename 2
     run pvrm cleanup --yes
     assert_status 0
-    assert_output_has 'pvrm: warning: an upgrade of foo was cut off'
+    assert_output_has 'pvrm: warning: the upgrade of foo_any_2.0 was cut off'
     refute_output_has '.foo.old'
-    assert_equal "$(version_of foo)" 1.0
+    assert_equal "$(version_of foo)" 2.0
     run pvrm remove foo
     assert_status 0
     refute_installed foo
     assert_equal "$(find "$repository"/{installed,fileindex} -maxdepth 1 -name '.foo*')" ''
+}
+
+@test "an upgrade that an earlier version left between its renames gets its old entry back" {
+    kill_at_rename 2
+    rm -r "$repository/change" "$repository/change.status"
+    run pvrm upgrade
+    assert_status 1
+    assert_line 'pvrm: warning: an upgrade of foo was cut off; it is registered in its old version again, upgrade it once more'
+    assert_backups_in_the_way foo_any_2.0
+    put_backups_back foo_any_2.0
+    run pvrm upgrade
+    assert_status 0
+    assert_foo_is_new
 }

@@ -28,11 +28,13 @@ add_unlisted_file() { # FILE
 }
 
 # Kills the tool, and its script, as that runs.
+# What it leaves is what earlier versions left, which wrote no record.
 kill_in_script() { # ARGUMENT...
     start_pvrm "$@"
     kill -KILL "$tool"
     wait "$tool" || true
     touch /tmp/go
+    rm -r "$repository/change" "$repository/change.status"
 }
 
 # Type, mode, name and content of all that is registered, staged and installed.

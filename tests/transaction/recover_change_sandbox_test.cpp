@@ -114,7 +114,7 @@ TEST_F(CutOffChange, AnUpdateIsTakenBackFromEveryPoint) {
         EXPECT_EQ(all_of(repo.in("fileindex")), indexes) << line;
         EXPECT_EQ(history(), history_before) << line;
         EXPECT_THAT(log.at(LEVEL_WARNING),
-                    ElementsAre("the update of foo_any_2.0 was cut off, and is undone"))
+                    ElementsAre("the upgrade of foo_any_2.0 was cut off, and is undone"))
             << line;
         expect_nothing_left();
     }
@@ -143,7 +143,7 @@ TEST_F(CutOffChange, AnUpdateIsFinishedOnceItHasHappened) {
                     ElementsAre("updated foo_any_1.0 to foo_any_2.0 as requested by user"))
             << line;
         EXPECT_TRUE(
-            log.has(LEVEL_WARNING, "the update of foo_any_2.0 was cut off, and is finished"));
+            log.has(LEVEL_WARNING, "the upgrade of foo_any_2.0 was cut off, and is finished"));
         expect_nothing_left();
     }
 }
@@ -152,7 +152,7 @@ TEST_F(CutOffChange, ARecoveryThatIsCutOffGoesOn) {
     install_now(rich(foo1, "1.0"));
     const auto live_before = all_of(live);
     ASSERT_TRUE(cut_off("New fileindex name", [&] { return update(rich(foo2, "2.0")); }));
-    ASSERT_TRUE(cut_off("the update of foo_any_2.0 was cut off",
+    ASSERT_TRUE(cut_off("the upgrade of foo_any_2.0 was cut off",
                         [&] { return vrm_recover_change(repo.handle()); }));
     EXPECT_EQ(recover(), 1);
     EXPECT_EQ(all_of(live), live_before);
@@ -168,7 +168,7 @@ TEST_F(CutOffChange, ExecutorsRefuseToGoOnAndTheRecoveryIsShown) {
                                          "on"));
     log.clear();
     EXPECT_EQ(vrm_show_recovery(repo.handle()), 1);
-    EXPECT_TRUE(log.has(LEVEL_INFO, "the update of foo_any_2.0 was cut off, and would be undone"));
+    EXPECT_TRUE(log.has(LEVEL_INFO, "the upgrade of foo_any_2.0 was cut off, and would be undone"));
     EXPECT_TRUE(exists(repo.in("change/record")));
     EXPECT_EQ(recover(), 1);
     EXPECT_EQ(recover(), 0);
