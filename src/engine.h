@@ -57,6 +57,7 @@
 #include "transaction/fetch.h"
 #include "transaction/install.h"
 #include "transaction/interrupt.h"
+#include "transaction/journal_scope.h"
 #include "transaction/plan_install.h"
 #include "transaction/plan_order.h"
 #include "transaction/plan_removal.h"

@@ -9,7 +9,7 @@
 #include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/tell.h"
-#include "transaction/journal.h"
+#include "transaction/journal_scope.h"
 #include "ui/vrmui.h"
 
 // To name the same thing twice is to name it once.

@@ -203,14 +203,14 @@ bool foreign_record_exists(const char *who, const vrm_handle *handle) {
     return true;
 }
 
-journal_scope::journal_scope(const vrm_handle *handle) {
+void enter_scope(const vrm_handle *handle) {
     scopes++;
     if (the_journal && the_journal->root() != handle->dir) {
         the_journal.reset();
     }
 }
 
-journal_scope::~journal_scope() {
+void leave_scope() {
     if (--scopes == 0) {
         end_idle_journal();
     }

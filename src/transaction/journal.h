@@ -13,18 +13,14 @@
 #include <string>
 
 #include "support/handle.h"
+#include "transaction/journal_scope.h"
 
 // Whether a record is there that is not this process's. Reports it, beginning with `who`.
 bool foreign_record_exists(const char *who, const vrm_handle *handle);
 
-// Keeps the journal for as long as it exists: its outermost one ends it.
-class journal_scope {
- public:
-    explicit journal_scope(const vrm_handle *handle);
-    ~journal_scope();
-    journal_scope(const journal_scope &) = delete;
-    journal_scope &operator=(const journal_scope &) = delete;
-};
+// What a journal_scope does. The outermost one ends the journal.
+void enter_scope(const vrm_handle *handle);
+void leave_scope();
 
 // Ends the journal when no scope exists, although something is still due.
 void end_idle_journal();

@@ -1,4 +1,4 @@
-// The record of a change that is under way, as a file.
+// Private to the library: the record of a change that is under way, as a file.
 //
 //   change/record    below the repository's root; the directory is for root alone
 //
