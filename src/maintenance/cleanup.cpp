@@ -17,6 +17,7 @@
 #include "support/own.h"
 #include "support/vdef.h"
 #include "transaction/interrupt.h"
+#include "transaction/recover_change.h"
 
 namespace {
 
@@ -51,7 +52,7 @@ int remove_file(const char *path) {
 }
 
 constexpr phase phases[] = {
-    {"installed", "directory", DT_DIR, true, ".old", vrm_vrf_dudir, vrm_vrf_rmdir,
+    {"installed", "directory", DT_DIR, true, ".old", vrm_vrf_dudir, remove_retired_entry,
      event_kind::old_entry_not_measured, event_kind::old_entry_found, event_kind::old_entry_kept,
      event_kind::old_entry_removed},
     {"fileindex", "file", DT_REG, true, ".old", file_size, remove_file,

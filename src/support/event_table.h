@@ -348,6 +348,7 @@
     X(foreign_record, LEVEL_ERROR,                                                                 \
       "{who}: {path} is the record of a change that was cut off, not going on")                    \
     X(path_not_saved, LEVEL_ERROR, "{who}: Failed to save {path} before the change: {reason}")     \
+    X(not_entered, LEVEL_WARNING, "Failed to enter {package} as {path}: {reason}")                 \
     X(path_not_put_back, LEVEL_ERROR, "Failed to put {path} back from {other}: {reason}")          \
     X(old_version_in_place, LEVEL_INFO, "all files of the old version are in place")               \
     X(sync_was_slow, LEVEL_INFO,                                                                   \

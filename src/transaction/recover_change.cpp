@@ -156,6 +156,24 @@ bool is_gone(int result) {
     return result == 0 || errno == ENOENT || errno == ENOTDIR;
 }
 
+// In the directory of the record: the path of the retired entry that is being removed.
+constexpr char removal_note[] = "/removing";
+
+// Removes the rest of a retired entry.
+void finish_removal(const vrm_handle *handle) {
+    const std::string note = record_directory(handle) + removal_note;
+    size_t length = 0;
+    const own_string text(_read_file(note.c_str(), &length));
+    const std::string path(text ? text.get() : "", length);
+    const std::string start = dir_of(handle, "installed") + "/.";
+    if (path.starts_with(start) && path.ends_with(".old") &&
+        path.find('/', start.size()) == std::string::npos) {
+        vrm_vrf_rmdir(path.c_str());
+    }
+    unlink(note.c_str());
+    unlink((note + ".new").c_str());
+}
+
 // With what a program left that was killed while it wrote it.
 void remove_status(const vrm_handle *handle) {
     unlink(status_path(handle).c_str());
@@ -308,8 +326,7 @@ bool recovery::finish(const recorded_change &change) {
         }
     } else {
         const bool is_update = change.operation == "update";
-        enter_built(places, is_update, !commit.value("has_data").empty());
-        if (!path_exists(places.entry) || path_exists(places.new_entry)) {
+        if (!enter_built(places, is_update, !commit.value("has_data").empty())) {
             return failed(places.entry);
         }
         if (is_update) {
@@ -489,12 +506,27 @@ std::string directory_for_abandoned(const vrm_handle *handle) {
 
 }  // namespace
 
+int remove_retired_entry(const char *path) {
+    return guarded(-1, [path] {
+        std::string change(path);
+        change.erase(change.rfind('/'));
+        change.replace(change.rfind('/'), std::string::npos, "/change");
+        mkdir(change.c_str(), 0700);
+        const std::string note = change + removal_note;
+        write_atomically(note, path, 0600, durability::synced);
+        const int removed = vrm_vrf_rmdir(path);
+        unlink(note.c_str());
+        return removed;
+    });
+}
+
 int vrm_recover_change(vrm_handle *handle) {
     return guarded("vrm_recover_change", -1, [&] {
         if (!handle->locked) {
             report({.kind = event_kind::not_locked, .who = "vrm_recover_change"});
             return -1;
         }
+        finish_removal(handle);
         if (!path_exists(record_path(handle))) {
             remove_status(handle);
             return 0;

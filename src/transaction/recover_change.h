@@ -13,6 +13,10 @@
 // a path and the reason, when it can't be done now. The record and what is saved stay then.
 int vrm_recover_change(vrm_handle *handle);
 
+// Removes a retired entry of the inventory, which has the path ROOT/installed/.NAME.old. When the
+// program is killed meanwhile, a recovery removes the rest. Result: as of vrm_vrf_rmdir.
+int remove_retired_entry(const char *path);
+
 // Reports what vrm_recover_change would do. Needs the right to read the record, and no lock: a
 // change that runs is not one that was cut off. Result: as that of vrm_recover_change.
 int vrm_show_recovery(vrm_handle *handle);

@@ -15,6 +15,7 @@
 #include "support/log.h"
 #include "support/shell.h"
 #include "transaction/change.h"
+#include "transaction/journal.h"
 
 // What could not be copied, in the words of the messages.
 static constexpr char info_files[] = "info files";
@@ -221,42 +222,61 @@ int build_registration(change *change) {
     return 0;
 }
 
-void enter_built(const inventory_places &places, bool is_update, bool has_data) {
+// Whether what was built has come to its places, which are the package's.
+static bool is_entered(const inventory_places &places, bool is_update, bool has_data) {
+    return path_exists(places.entry) && !path_exists(places.new_entry) &&
+           (has_data ? !path_exists(places.new_index) : !is_update || !path_exists(places.index));
+}
+
+bool enter_built(const inventory_places &places, bool is_update, bool has_data) {
     if (path_exists(places.new_entry)) {
-        if (is_update) {
-            // What is set aside goes only once its place is taken.
-            if (path_exists(places.entry)) {
-                vrm_vrf_rmdir(places.old_entry.c_str());
-                rename(places.entry.c_str(), places.old_entry.c_str());
-            }
-        } else {
+        if (!is_update) {
             // No listing takes what is there for a package.
             vrm_vrf_rmdir(places.entry.c_str());
+        } else if (path_exists(places.entry)) {
+            // What is set aside goes only once its place is taken.
+            vrm_vrf_rmdir(places.old_entry.c_str());
+            rename(places.entry.c_str(), places.old_entry.c_str());
         }
-        rename(places.new_entry.c_str(), places.entry.c_str());
+        if (rename(places.new_entry.c_str(), places.entry.c_str()) != 0) {
+            return false;
+        }
     }
-    if (!has_data) {
-        if (is_update) {
-            unlink(places.index.c_str());
-        }
-    } else if (path_exists(places.new_index)) {
+    if (has_data && path_exists(places.new_index)) {
         rename(places.new_index.c_str(), places.index.c_str());
+    } else if (!has_data && is_update) {
+        unlink(places.index.c_str());
     }
+    return is_entered(places, is_update, has_data);
+}
+
+// Enters the new version of a package and sets the old one aside. False with the first step that
+// fails.
+static bool swap_registration(const inventory_places &places, bool has_data) {
+    vrm_vrf_rmdir(places.old_entry.c_str());
+    if (rename(places.entry.c_str(), places.old_entry.c_str()) != 0 ||
+        rename(places.new_entry.c_str(), places.entry.c_str()) != 0) {
+        return false;
+    }
+    remove(places.old_index.c_str());
+    rename(places.index.c_str(), places.old_index.c_str());
+    return !has_data || rename(places.new_index.c_str(), places.index.c_str()) == 0;
 }
 
 int enter_registration(change *change) {
     const inventory_places &places = change->places;
-    if (!change->is_update()) {
-        enter_built(places, false, change->written != nullptr);
+    const bool is_update = change->is_update(), has_data = change->written != nullptr;
+    if (is_update && swap_registration(places, has_data)) {
         return 0;
     }
-    vrm_vrf_rmdir(places.old_entry.c_str());
-    rename(places.entry.c_str(), places.old_entry.c_str());
-    rename(places.new_entry.c_str(), places.entry.c_str());
-    remove(places.old_index.c_str());
-    rename(places.index.c_str(), places.old_index.c_str());
-    if (change->written) {
-        rename(places.new_index.c_str(), places.index.c_str());
+    // A step that failed is tried once more; what still does not work is left to a recovery, as the
+    // change has happened.
+    if (!enter_built(places, is_update, has_data)) {
+        report({.kind = event_kind::not_entered,
+                .package = change->stage.puname,
+                .path = places.entry,
+                .error = errno});
+        keep_journal();
     }
     return 0;
 }

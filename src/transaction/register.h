@@ -39,13 +39,13 @@ inventory_places inventory_places_of(const vrm_handle *handle, const char *packa
 int build_registration(change *change);
 
 // Puts the new registration in its place, and that of an update's old version aside. Nothing goes
-// back from here, so the results don't matter. A version without data brings no index, and leaves
-// the package without one. Result: 0.
+// back from here: what can't be entered is a WARNING, and a recovery enters it. A version without
+// data brings no index, and leaves the package without one. Result: 0.
 int enter_registration(change *change);
 
 // The same for a change that was cut off while or before it did so: what is done already is not
-// done again.
-void enter_built(const inventory_places &places, bool is_update, bool has_data);
+// done again. Result: false with errno when not all could be done.
+bool enter_built(const inventory_places &places, bool is_update, bool has_data);
 
 // Removes what was built of a new registration.
 void drop_new_registration(const inventory_places &places);

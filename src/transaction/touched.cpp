@@ -49,7 +49,7 @@ std::string written_place(const std::string &path) {
             return i > 0 && path_exists(place) ? path : place;
         }
         const std::string target(text.data(), static_cast<size_t>(length));
-        place = target.starts_with('/') ? target : directory_of(place) + "/" + target;
+        place = target.starts_with('/') ? target : directory_of(place).append("/").append(target);
     }
     return path;
 }

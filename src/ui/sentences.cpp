@@ -407,6 +407,9 @@ constexpr row rows[] = {
      "a change was cut off, and {path} records it: run pvrm recover"},
     {event_kind::path_not_saved, sentence_sort::reason,
      "cannot save {path} before the change: {reason}; nothing of it is done"},
+    {event_kind::not_entered, sentence_sort::reason,
+     "warning: {package} cannot be entered as {path}: {reason}; the next change, or pvrm recover, "
+     "finishes that"},
     {event_kind::path_not_put_back, sentence_sort::reason,
      "cannot put {path} back: {reason}; what was there is saved as {other}"},
     {event_kind::old_version_in_place, sentence_sort::reason,

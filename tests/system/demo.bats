@@ -11,7 +11,7 @@ setup_file() {
     run "$source_dir/scripts/demo-tour" "$BATS_FILE_TMPDIR/packed" "$BATS_TEST_TMPDIR/tour.md"
     assert_status 0
     [[ ${lines[-1]} == "demo: all "*" parts went as told: configuration init allowed trust refresh search"* ]]
-    [[ ${lines[-1]} == *" edit updates upgrade merge refusal removal orphan return saved history check cleanup distrust" ]]
+    [[ ${lines[-1]} == *" edit updates crash upgrade merge refusal removal orphan return saved history check cleanup distrust" ]]
     # The page of the guides is what the tour says; its head tells how it is made anew.
     diff "$source_dir/docs/tour.md" "$BATS_TEST_TMPDIR/tour.md"
 }
