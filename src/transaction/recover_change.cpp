@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -29,6 +28,7 @@
 #include "support/shell.h"
 #include "transaction/journal.h"
 #include "transaction/record.h"
+#include "transaction/recorded_change.h"
 #include "transaction/register.h"
 #include "transaction/scripts.h"
 #include "transaction/stage_area.h"
@@ -36,120 +36,9 @@
 
 namespace {
 
-// What the record says of one package.
-struct recorded_change {
-    std::string operation, name, puname, stage;
-    time_t time = 0;
-    std::vector<std::string> absent;  // directories of the repository
-    std::vector<std::string> scripts;
-    std::vector<std::string> due;  // and not done
-    const record_entry *touch = nullptr, *commit = nullptr;
-    bool undone = false, done = false;
-};
-
-struct recorded_command {
-    std::string temporary;
-    std::vector<recorded_change> changes;
-};
-
-template <class number>
-number number_of(const std::string &text, int base = 10) {
-    number value = 0;
-    std::from_chars(text.data(), text.data() + text.size(), value, base);
-    return value;
-}
-
-recorded_change begun(const record_entry &entry) {
-    recorded_change change;
-    change.operation = entry.value("operation");
-    change.name = entry.value("name");
-    change.puname = entry.value(change.operation == "remove" ? "old" : "new");
-    change.stage = entry.value("stage");
-    change.time = number_of<time_t>(entry.value("time"));
-    change.absent = entry.all("absent");
-    return change;
-}
-
-recorded_command command_of(const read_record &record) {
-    recorded_command command;
-    for (const record_entry &entry : record.entries) {
-        const std::string &kind = entry.kind();
-        if (kind == "command") {
-            command.temporary = entry.value("temporary");
-        } else if (kind == "begin") {
-            command.changes.push_back(begun(entry));
-        } else if (kind == "did") {
-            for (recorded_change &change : command.changes) {
-                const auto found =
-                    std::find(change.due.begin(), change.due.end(), entry.value("due"));
-                if (change.name == entry.value("name") && found != change.due.end()) {
-                    change.due.erase(found);
-                }
-            }
-        } else if (!command.changes.empty()) {
-            recorded_change &change = command.changes.back();
-            if (kind == "script") {
-                change.scripts.push_back(entry.value("name"));
-            } else if (kind == "touch") {
-                change.touch = &entry;
-            } else if (kind == "commit") {
-                change.commit = &entry;
-                change.due = entry.all("due");
-            } else if (kind == "undone") {
-                change.undone = true;
-            } else if (kind == "done") {
-                change.done = true;
-            }
-        }
-    }
-    return command;
-}
-
-// "<number> <mode> <owner> <group> <device> <inode> <path>"
-std::optional<kept_path> kept_of(const std::string &text) {
-    kept_path kept = {};
-    unsigned long long device = 0, inode = 0;
-    int path_at = 0;
-    if (sscanf(text.c_str(), "%d %o %u %u %llu %llu %n", &kept.number, &kept.mode, &kept.owner,
-               &kept.group, &device, &inode, &path_at) != 6) {
-        return std::nullopt;
-    }
-    kept.device = device;
-    kept.inode = inode;
-    kept.path = text.substr(static_cast<size_t>(path_at));
-    return kept.path.starts_with('/') ? std::optional(kept) : std::nullopt;
-}
-
-touched_paths touched_of(const recorded_change &change, const std::string &temporary) {
-    touched_paths touched;
-    touched.keep = change.stage + "/keep";
-    touched.temporary = temporary;
-    for (const auto &[name, value] : change.touch->values()) {
-        if (name == "kept") {
-            if (const auto kept = kept_of(value)) {
-                touched.kept.push_back(*kept);
-            }
-        } else if (name == "absent") {
-            touched.absent.push_back(value);
-        } else if (name == "mode") {
-            const size_t blank = value.find(' ');
-            touched.modes.emplace_back(number_of<mode_t>(value.substr(0, blank), 8),
-                                       value.substr(blank + 1));
-        }
-    }
-    return touched;
-}
-
 bool failed(const std::string &path) {
     report({.kind = event_kind::recovery_failed, .path = path, .error = errno});
     return false;
-}
-
-// For people.
-const char *noun_of(const recorded_change &change) {
-    return change.operation == "update"   ? "upgrade"
-           : change.operation == "remove" ? "removal"
-                                          : "installation";
 }
 
 bool is_gone(int result) {
@@ -293,7 +182,7 @@ bool recovery::write_history(const recorded_change &change) {
         return true;
     }
     const std::string path = std::string(vrm_action_log_dir) + "/" + vrm_action_log_name;
-    const auto size = number_of<int64_t>(commit.value("history"));
+    const auto size = leading_number<int64_t>(commit.value("history"));
     const own_file file(fopen(path.c_str(), "re"));
     std::string added;
     if (file && fseek(file.get(), size, SEEK_SET) == 0) {
@@ -309,7 +198,7 @@ bool recovery::write_history(const recorded_change &change) {
         return failed(path);
     }
     const std::string &old = commit.value("old"), &head = commit.value("head");
-    vrm_log_action(number_of<int>(commit.value("action")), old.empty() ? nullptr : old.c_str(),
+    vrm_log_action(leading_number<int>(commit.value("action")), old.empty() ? nullptr : old.c_str(),
                    commit.value("new").c_str(), head.empty() ? nullptr : head.c_str());
     return true;
 }
