@@ -433,7 +433,8 @@ void note_done(const char *package, const char *what) {
     record_entry entry("did");
     entry.add("name", package);
     entry.add("due", what);
-    if (!the_journal->append(entry)) {
+    // The mark must not reach the disk ahead of what was done.
+    if (!the_journal->systems.sync() || !the_journal->append(entry)) {
         log_say(LEVEL_DEBUG, "it is not recorded that %s of %s has run", what, package);
     }
 }

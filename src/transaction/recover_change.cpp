@@ -256,8 +256,12 @@ void recovery::run_due(const recorded_change &change) {
             vrm_scripts_exe(handle_, &address);
             transaction.scripts = nullptr;
         }
-        // Without the mark it runs once more when the recovery is cut off.
-        mark(change, what);
+        // Without the mark it runs once more when the recovery is cut off. It must not reach the
+        // disk ahead of what was done.
+        systems_.add(handle_->dir);
+        if (systems_.sync()) {
+            mark(change, what);
+        }
     }
 }
 
