@@ -413,12 +413,20 @@ int remove_retired_entry(const char *path) {
     });
 }
 
-int vrm_recover_change(vrm_handle *handle) {
-    return guarded("vrm_recover_change", -1, [&] {
+// Runs the body of a function that needs the lock.
+template <typename Body>
+static int under_lock(const vrm_handle *handle, const char *who, const Body &body) {
+    return guarded(who, -1, [&] {
         if (!handle->locked) {
-            report({.kind = event_kind::not_locked, .who = "vrm_recover_change"});
+            report({.kind = event_kind::not_locked, .who = who});
             return -1;
         }
+        return body();
+    });
+}
+
+int vrm_recover_change(vrm_handle *handle) {
+    return under_lock(handle, "vrm_recover_change", [&] {
         finish_removal(handle);
         if (!path_exists(record_path(handle))) {
             remove_status(handle);
@@ -458,11 +466,7 @@ int vrm_show_recovery(vrm_handle *handle) {
 }
 
 int vrm_abandon_change(vrm_handle *handle) {
-    return guarded("vrm_abandon_change", -1, [&] {
-        if (!handle->locked) {
-            report({.kind = event_kind::not_locked, .who = "vrm_abandon_change"});
-            return -1;
-        }
+    return under_lock(handle, "vrm_abandon_change", [&] {
         const std::string path = record_path(handle);
         if (!path_exists(path)) {
             return 0;

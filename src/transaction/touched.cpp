@@ -133,10 +133,7 @@ static bool add_all(touched_finder *finder, char *const *paths, std::string *fai
 static bool add_links(touched_finder *finder, const std::string &list, std::string *failed) {
     std::vector<link_entry> entries;
     *failed = list;
-    if (!path_exists(list)) {
-        return true;
-    }
-    if (!read_link_list(list, &entries)) {
+    if (path_exists(list) && !read_link_list(list, &entries)) {
         return false;
     }
     link_resolver resolver;
@@ -152,12 +149,9 @@ static bool add_links(touched_finder *finder, const std::string &list, std::stri
 
 static bool add_modes(touched_finder *finder, const std::string &list, std::string *failed) {
     std::vector<perm_entry> entries;
-    *failed = list;
-    if (!path_exists(list)) {
-        return true;
-    }
     std::vector<refused_line> refused;
-    if (!read_perm_list(list, &entries, &refused)) {
+    *failed = list;
+    if (path_exists(list) && !read_perm_list(list, &entries, &refused)) {
         return false;
     }
     for (const perm_entry &entry : entries) {
