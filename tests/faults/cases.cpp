@@ -119,20 +119,15 @@ void make_world() {
     must("cp " + workshop + "/cert " + repository + "/certstore/$(openssl x509 -noout " +
          "-subject_hash -in " + workshop + "/cert).crt");
     pack(other(), "other");
-    for (const package_version &version : {lib(), app_2()}) {
-        pack(version, "good");
-    }
-    pack(lib(), "lib");
-    pack(lib(), "bad");
-    pack(failing(app_2(), "99-add.sh"), "bad");
-    pack(app_1(), "app");
-    pack(app_3(), "app");
-    pack(failing(app_1(), "99-del.sh"), "stays");
     pack(base_1(), "suite-1");
     pack(suite_1(), "suite-1");
     for (const package_version &version : {base_2(), fonts(), suite_2()}) {
         pack(version, "suite-2");
     }
+    for (const package_version &version : {base_2(), fonts(), failing(suite_2(), "99-add.sh")}) {
+        pack(version, "suite-bad");
+    }
+    pack(failing(suite_1(), "99-del.sh"), "suite-stays");
     fs::remove_all(workshop + "/tree");
 
     fs::create_directories(live_conf);
@@ -147,25 +142,12 @@ void make_world() {
 
 static void use_catalogue(const std::string &name) {
     static const std::string file = "/etc/vrm.conf", key = "vrc_dirs=";
+    const std::string catalogue = key + workshop + "/" + name;
     std::string text;
     for (const std::string &line : lines_of(read_whole(file))) {
-        text += (line.starts_with(key) ? key + workshop + "/" + name : line) + "\n";
+        text.append(line.starts_with(key) ? catalogue : line).append("\n");
     }
     write_file(file, text);
-}
-
-void mend(const fault_case &what) {
-    if (!what.good_catalogue.empty()) {
-        use_catalogue(what.good_catalogue);
-        must({tool, "refresh", "--quiet"});
-    }
-    for (const auto &[path, content] : what.good_files) {
-        write_file(path, content);
-    }
-}
-
-void unmend(const fault_case &what) {
-    use_catalogue(what.catalogue);
 }
 
 void begin_case(const fault_case &what) {
@@ -189,76 +171,4 @@ void begin_case(const fault_case &what) {
     if (what.prepare) {
         what.prepare();
     }
-}
-
-const std::vector<fault_case> &all_cases() {
-    static const std::string app_1_file = made_package("app", "app_any_1.0");
-    static const std::string app_2_file = made_package("good", "app_any_2.0");
-    static const std::string app_3_file = made_package("app", "app_any_3.0");
-    static const std::vector<std::string> has_app_1 = {tool, "install", "--quiet", app_1_file};
-    static const std::vector<std::string> has_app_2 = {tool,    "install",         "--quiet",
-                                                       "--dir", workshop + "/lib", app_2_file};
-    static const std::map<std::string, std::string> in_the_way = {
-        {live_data + "/app/taken", "was here before\n"},
-        {live_conf + "/new.conf", "new = mine\n"},
-    };
-    static const std::map<std::string, std::string> in_the_way_and_edited = {
-        {live_data + "/app/taken", "was here before\n"},
-        {live_conf + "/edited.conf", "edited = mine\n"},
-    };
-    static const std::vector<fault_case> cases = {
-        {"install",
-         "from the catalogue, with a new dependency, files in the way",
-         {tool, "install", "app"},
-         false,
-         "good",
-         {},
-         in_the_way},
-        {"install-file",
-         "a package file, its dependency in a directory",
-         {tool, "install", "--dir", workshop + "/lib", app_2_file},
-         false,
-         "app",
-         {}},
-        {"install-fails",
-         "the same, but its last script fails",
-         {tool, "install", "app"},
-         true,
-         "bad",
-         {},
-         in_the_way,
-         "good"},
-        {"update",
-         "from the catalogue, with a new dependency, edited configuration",
-         {tool, "upgrade", "app"},
-         false,
-         "good",
-         {has_app_1},
-         in_the_way_and_edited},
-        {"update-bare",
-         "by a package file, to a version without data",
-         {tool, "upgrade", app_3_file},
-         false,
-         "app",
-         {has_app_1}},
-        {"update-fails",
-         "the same as update, but its last script fails",
-         {tool, "upgrade", "app"},
-         true,
-         "bad",
-         {has_app_1},
-         in_the_way_and_edited,
-         "good"},
-        {"remove", "with an orphan", {tool, "remove", "app"}, false, "good", {has_app_2}},
-        {"remove-fails",
-         "its last script fails",
-         {tool, "remove", "app"},
-         true,
-         "good",
-         {{tool, "install", "--quiet", made_package("stays", "app_any_1.0")}},
-         {},
-         "",
-         {{installed + "app/init/99-del.sh", marking("app.99-del")}}},
-    };
-    return cases;
 }

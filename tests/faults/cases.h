@@ -28,38 +28,23 @@ struct fault_case {
     std::string name;
     std::string title;
     std::vector<std::string> command;
-    bool fails = false;                             // also when nobody disturbs it
     std::string catalogue;                          // directory of package files
     std::vector<std::vector<std::string>> before;   // commands that make the state
     std::map<std::string, std::string> files = {};  // written after them, by absolute path
-    // Of a change that fails, what makes the same one get through: another catalogue, or files that
-    // are written, by absolute path.
-    std::string good_catalogue = {};
-    std::map<std::string, std::string> good_files = {};
+    bool fails = false;                             // also when nobody disturbs it
     // Makes what neither the commands nor the files can, such as another owner, at the end.
     void (*prepare)() = nullptr;
     bool keeps_stage = false;  // the package files that `before` has fetched stay staged
-};
-
-// What a case looks like when nobody disturbs it.
-struct scene {
-    std::vector<package_paths> packages;
-    tree before, after;
-    bool fails = false;
-    tree repeated =
-        {};  // after the change with the good package; for one that gets through, `after`
 };
 
 // Makes the packages and the signer, and takes the machine to the state that every case starts
 // from.
 void make_world();
 
-const std::vector<fault_case> &all_cases();
-// Those of the strict judge, which also disturbs them by power cuts.
 const std::vector<fault_case> &strict_cases();
 // The command that repairs what a change left that was cut off; empty when the tool has none.
 std::vector<std::string> recovery_of_tool();
-// A case of either list. Throws std::runtime_error for a name that is not in them.
+// Throws std::runtime_error for a name that is not in the list.
 const fault_case &case_named(const std::string &name);
 
 // A package file that make_world() has put into a directory of its own.
@@ -69,9 +54,3 @@ void write_file(const std::string &path, const std::string &content);
 
 // Takes the machine to the state in which a case begins.
 void begin_case(const fault_case &what);
-
-// Takes the machine from the package whose script fails to the good one. Nothing to do in a case
-// that doesn't fail.
-void mend(const fault_case &what);
-// Takes it back to the failing one, but for what put_back() does.
-void unmend(const fault_case &what);

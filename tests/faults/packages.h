@@ -38,12 +38,8 @@ void add_scripts(package_version *package);
 // The same package with a script that fails.
 package_version failing(package_version package, const std::string &script);
 
-// A bystander, and a package with a dependency in three versions.
+// A bystander.
 package_version other();
-package_version lib();
-package_version app_1();
-package_version app_2();
-package_version app_3();
 
 // What changes in practice, together: suite needs base, and from version 2 on also fonts.
 package_version base_1();

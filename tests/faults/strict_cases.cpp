@@ -67,14 +67,14 @@ static void retire() {
     run_ldconfig();
 }
 
+// Installs version 1 from a directory, with what it needs.
+static std::vector<std::string> suite_from(const std::string &directory) {
+    const std::string base = fs::path(made_package("suite-1", "x")).parent_path();
+    return {tool, "install", "--quiet", "--dir", base, made_package(directory, "suite_any_1.0")};
+}
+
 const std::vector<fault_case> &strict_cases() {
-    static const std::vector<std::string> has_suite_1 = {
-        tool,
-        "install",
-        "--quiet",
-        "--dir",
-        fs::path(made_package("suite-1", "x")).parent_path(),
-        made_package("suite-1", "suite_any_1.0")};
+    static const std::vector<std::string> has_suite_1 = suite_from("suite-1");
     static const std::vector<std::string> has_suite_2 = {tool, "install", "--quiet", "suite"};
     static const std::vector<fault_case> cases = {
         {.name = "full-install",
@@ -98,6 +98,22 @@ const std::vector<fault_case> &strict_cases() {
          .before = {has_suite_2},
          .files = with(live_conf + "/suite-edited.conf", "edited = mine\n"),
          .prepare = administer},
+        {.name = "upgrade-fails",
+         .title = "the same as full-upgrade, but the last script of suite fails",
+         .command = {tool, "upgrade", "suite", "base"},
+         .catalogue = "suite-bad",
+         .before = {has_suite_1},
+         .files = with(live_conf + "/suite-edited.conf", "edited = mine\n"),
+         .fails = true,
+         .prepare = administer},
+        {.name = "remove-fails",
+         .title = "the last script fails",
+         .command = {tool, "remove", "suite"},
+         .catalogue = "suite-2",
+         .before = {suite_from("suite-stays")},
+         .files = surroundings(),
+         .fails = true,
+         .prepare = administer},
         {.name = "cleanup",
          .title = "staged package files, and what a killed upgrade had retired",
          .command = {tool, "cleanup", "--yes"},
@@ -111,11 +127,9 @@ const std::vector<fault_case> &strict_cases() {
 }
 
 const fault_case &case_named(const std::string &name) {
-    for (const std::vector<fault_case> *list : {&all_cases(), &strict_cases()}) {
-        for (const fault_case &one : *list) {
-            if (one.name == name) {
-                return one;
-            }
+    for (const fault_case &one : strict_cases()) {
+        if (one.name == name) {
+            return one;
         }
     }
     throw std::runtime_error("unknown case: " + name);

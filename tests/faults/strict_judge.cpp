@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <map>
 #include <stdexcept>
 
@@ -51,6 +52,13 @@ tree comparable(const tree &all) {
         }
     }
     return result;
+}
+
+// Whether two nodes differ in nothing but permissions that the first lacks.
+bool has_fewer_rights(node present, const node &wanted) {
+    const bool has_more = (present.mode & ~wanted.mode) != 0;
+    present.mode = wanted.mode;
+    return !has_more && present == wanted;
 }
 
 std::string first_part(const std::string &path, char end) {
@@ -177,6 +185,10 @@ void strict_judge::add_difference(const std::string &path, const node *wanted) {
         sort = fault_sort::left_over;
     } else if (n->type == 'f' && !(b && is_same_content(n, b)) && !(a && is_same_content(n, a))) {
         sort = fault_sort::damaged;
+    } else if (wanted == a && has_fewer_rights(*n, *a)) {
+        sort = fault_sort::rights;
+    } else if (wanted == a && is_same(n, b) && is_below(path, live_conf)) {
+        sort = fault_sort::kept;
     }
     findings_.push_back({sort, path, description_of(n) + " instead of " + description_of(wanted)});
 }
@@ -207,14 +219,16 @@ void strict_judge::judge_path(const std::string &path) {
     if (is_same(n, b) && is_same(n, a)) {
         return;
     }
-    // A directory comes with the first package in it and goes with the last one.
+    // A directory comes with the first package in it and goes with the last one. One that a change
+    // leaves empty, as it fails, may stay or go.
     bool any_done = false, any_not = false;
     for (const std::string &below : units_below(path)) {
         if (sides_.contains(below)) {
             (sides_.at(below) ? any_done : any_not) = true;
         }
     }
-    const bool allowed = (is_same(n, b) && (any_not || !any_done)) || (is_same(n, a) && any_done);
+    const bool allowed =
+        (is_same(n, b) && (any_not || !any_done)) || (is_same(n, a) && (any_done || !any_not));
     if (!allowed) {
         add_difference(path, any_done && !any_not ? a : b);
     }
@@ -249,7 +263,8 @@ void strict_judge::judge_history() {
 void strict_judge::judge_scripts() {
     for (const auto &[unit, done] : sides_) {
         for (const char *what : {".99-cfg", ".hook"}) {
-            const std::string mark = marks + "/" + unit + what;
+            std::string mark = marks;
+            mark.append("/").append(unit).append(what);
             if (done && at(after_, mark) && !at(before_, mark) && !at(now_, mark)) {
                 findings_.push_back({fault_sort::not_run, unit, "its mark is missing: " + mark});
             }
@@ -264,16 +279,25 @@ std::vector<strict_finding> judge_strictly(const strict_scene &scene, const tree
 }
 
 std::vector<strict_finding> losses_among(const std::vector<strict_finding> &findings,
-                                         const tree &before) {
-    std::vector<strict_finding> losses;
-    for (const strict_finding &found : findings) {
+                                         const tree &before, const std::string &disturbed) {
+    const auto is_loss = [&](const strict_finding &found) {
         const node *was = at(before, found.path);
-        const bool is_lost = was && was->type == 'f' && found.sort != fault_sort::left_over &&
-                             found.sort != fault_sort::history;
-        if (found.sort == fault_sort::unkept || is_lost) {
-            losses.push_back(found);
+        switch (found.sort) {
+            case fault_sort::unkept:
+                return true;
+            case fault_sort::left_over:
+            case fault_sort::history:
+            case fault_sort::rights:
+                return false;
+            case fault_sort::kept:
+                // The file itself, or the shipped one in the inventory.
+                return !disturbed.ends_with(found.path);
+            default:
+                return was && was->type == 'f';
         }
-    }
+    };
+    std::vector<strict_finding> losses;
+    std::copy_if(findings.begin(), findings.end(), std::back_inserter(losses), is_loss);
     return losses;
 }
 
@@ -305,6 +329,10 @@ const char *name_of(fault_sort sort) {
             return "left-over";
         case fault_sort::other:
             return "other";
+        case fault_sort::kept:
+            return "kept";
+        case fault_sort::rights:
+            return "rights";
         case fault_sort::history:
             return "history";
         case fault_sort::unkept:

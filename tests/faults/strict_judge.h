@@ -18,6 +18,8 @@ enum class fault_sort {
     missing,    // a path that has to be there
     left_over,  // a path that must not be there
     other,      // of the other version, or with another mode, owner or attribute
+    rights,     // a file of the new version with fewer permissions than it should have
+    kept,       // a configuration file as before, although the new version has another
     history,    // lines of the history that lack, or that are of no change
     unkept,     // a package that was reported as done, and is not
     not_run,    // a configuration script or a hook that was due and did not run
@@ -39,11 +41,12 @@ struct strict_scene {
 
 std::vector<strict_finding> judge_strictly(const strict_scene &scene, const tree &now);
 
-// Of the findings after a failure in a living process those that count: files of the old version
-// that are lost or changed. What such a failure may leave is new configuration, links, directories,
-// permissions, files that can't be deleted, and a history without its line.
+// Of the findings after an operation on the path `disturbed` has failed those that count: files of
+// the old version that are lost or changed. What such a failure may leave is new configuration,
+// links, directories, files of the new version with fewer permissions, files that can't be deleted,
+// and a history without its line. A configuration file that could not be compared is kept.
 std::vector<strict_finding> losses_among(const std::vector<strict_finding> &findings,
-                                         const tree &before);
+                                         const tree &before, const std::string &disturbed);
 
 // The packages that a program has reported as done, by what it wrote to its standard output.
 std::set<std::string> packages_reported(const std::string &output);

@@ -5,6 +5,7 @@
 
 #include "faults/cases.h"
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -55,12 +56,18 @@ class StrictJudge : public testing::Test {
         now_ = scene_.before;
     }
 
-    std::vector<std::string> judge() const {
-        std::vector<std::string> found;
-        for (const strict_finding &finding : judge_strictly(scene_, now_)) {
-            found.push_back(std::string(name_of(finding.sort)) + " " + finding.path);
+    static std::vector<std::string> names_of(const std::vector<strict_finding> &findings) {
+        std::vector<std::string> names;
+        for (const strict_finding &finding : findings) {
+            names.push_back(std::string(name_of(finding.sort)) + " " + finding.path);
         }
-        return found;
+        return names;
+    }
+    std::vector<std::string> judge() const {
+        return names_of(judge_strictly(scene_, now_));
+    }
+    std::vector<std::string> losses(const std::string &disturbed = "") const {
+        return names_of(losses_among(judge_strictly(scene_, now_), scene_.before, disturbed));
     }
 
     strict_scene scene_;
@@ -88,7 +95,7 @@ TEST_F(StrictJudge, FindsAFileOfTheOtherVersion) {
     EXPECT_THAT(judge(), ElementsAre("other " + file_p));
     now_ = scene_.after;
     now_[conf_p] = regular("conf 1");
-    EXPECT_THAT(judge(), ElementsAre("other " + conf_p));
+    EXPECT_THAT(judge(), ElementsAre("kept " + conf_p));
 }
 
 TEST_F(StrictJudge, FindsAnotherModeOwnerOrAttribute) {
@@ -113,6 +120,16 @@ TEST_F(StrictJudge, FindsWhatIsMissingAndWhatIsLeftOver) {
     now_ = scene_.before;
     now_[live_data + "/nobodys"] = regular("changed");
     EXPECT_THAT(judge(), ElementsAre("damaged " + live_data + "/nobodys"));
+}
+
+TEST_F(StrictJudge, LetsADirectoryStayOrGoThatAFailedChangeLeavesEmpty) {
+    const std::string left = live_data + "/p/empty";
+    now_[left] = directory;
+    EXPECT_THAT(judge(), ElementsAre("left-over " + left));
+    scene_.after[left] = directory;
+    EXPECT_THAT(judge(), IsEmpty());
+    now_.erase(left);
+    EXPECT_THAT(judge(), IsEmpty());
 }
 
 TEST_F(StrictJudge, LeavesPackageFilesInTheStageAreaAndNothingMore) {
@@ -156,9 +173,33 @@ TEST_F(StrictJudge, FindsAScriptThatDidNotRun) {
 TEST_F(StrictJudge, CountsOnlyOldFilesAfterAFailureInALivingProcess) {
     now_[fresh_p] = regular("fresh 2");
     now_[live_data + "/p/fresh"] = directory;
-    EXPECT_THAT(losses_among(judge_strictly(scene_, now_), scene_.before), IsEmpty());
+    EXPECT_THAT(losses(), IsEmpty());
     now_.erase(conf_p);
-    EXPECT_EQ(losses_among(judge_strictly(scene_, now_), scene_.before).size(), 1U);
+    EXPECT_EQ(losses().size(), 1U);
+}
+
+TEST_F(StrictJudge, LetsAFileOfTheNewVersionHaveFewerPermissionsAfterAFailure) {
+    now_ = scene_.after;
+    now_[file_p].mode = 0600;
+    EXPECT_THAT(judge(), ElementsAre("rights " + file_p));
+    EXPECT_THAT(losses(), IsEmpty());
+    now_[file_p].mode = 0666;
+    EXPECT_THAT(judge(), ElementsAre("other " + file_p));
+    EXPECT_EQ(losses().size(), 1U);
+    now_ = scene_.before;
+    now_[file_p].mode = 0600;
+    EXPECT_EQ(losses().size(), 1U);
+}
+
+TEST_F(StrictJudge, LetsAConfigurationFileBeKeptOnlyWhereItCouldNotBeCompared) {
+    now_ = scene_.after;
+    now_[conf_p] = scene_.before[conf_p];
+    EXPECT_THAT(judge(), ElementsAre("kept " + conf_p));
+    EXPECT_EQ(losses(fresh_p).size(), 1U);
+    EXPECT_THAT(losses(conf_p), IsEmpty());
+    EXPECT_THAT(losses(installed + "p/conf" + conf_p), IsEmpty());
+    now_[file_p] = scene_.before[file_p];
+    EXPECT_THAT(losses(file_p), Contains("other " + file_p));
 }
 
 TEST(PackagesReported, ReadsTheSentencesOfTheTool) {

@@ -12,11 +12,11 @@ found() { # PATTERN
 
 # The pattern, how often it may be found, and what to write.
 words='
-tells?|told|telling@671@print, report, log, say
-behind@161@after, at the end of
-stands?|stood@207@is
-nobody'"'"'s@11@that belongs to no package
-is no (?!longer|more)[a-z]+@249@is not a
+tells?|told|telling@552@print, report, log, say
+behind@159@after, at the end of
+stands?|stood@202@is
+nobody'"'"'s@7@that belongs to no package
+is no (?!longer|more)[a-z]+@248@is not a
 '
 
 @test "no more words of the list than there were" {
