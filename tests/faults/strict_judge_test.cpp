@@ -58,6 +58,7 @@ class StrictJudge : public testing::Test {
 
     static std::vector<std::string> names_of(const std::vector<strict_finding> &findings) {
         std::vector<std::string> names;
+        names.reserve(findings.size());
         for (const strict_finding &finding : findings) {
             names.push_back(std::string(name_of(finding.sort)) + " " + finding.path);
         }
