@@ -242,10 +242,11 @@ bool session::learned_catalogue() {
     if (!vrc || tried_to_learn_) {
         return false;
     }
-    tried_to_learn_ = true;
-    vri **all = nullptr;
-    if (vrm_findpkg(vrc, nullptr, nullptr, nullptr, 5, nullptr, &all) > 0) {
-        vrm_vri_list_free(all);
+    const bool is_empty = vrm_vrc_is_empty(vrc);
+    // A backend that counts is asked each time, which costs nothing: a search may find on its way
+    // that all it knew is damaged.
+    tried_to_learn_ = is_empty || !vrm_vrc_has_index();
+    if (!is_empty) {
         return false;
     }
     if (!refresh()) {
@@ -255,8 +256,12 @@ bool session::learned_catalogue() {
     return true;
 }
 
-void session::keep_catalogue_in_memory() {
+void session::prepare_many_lookups() {
     if (!vrc || vrc_cache) {
+        return;
+    }
+    if (vrm_vrc_has_index()) {
+        learned_catalogue();
         return;
     }
     vrc_cache = vrm_vrc_cache_fill(vrc);

@@ -54,9 +54,14 @@ class session {
     template <class Look>
     auto look_up(const Look &look) -> decltype(look());
 
-    // Reads the whole catalogue once, so that each of many lookups is answered from memory. One of
-    // which the backend knew nothing is refreshed, as by look_up().
-    void keep_catalogue_in_memory();
+    // Whether the backend knew nothing at all so far and now does, after a refresh. One that fails
+    // is a warning.
+    bool learned_catalogue();
+
+    // Makes each of many lookups of an exact name fast: where the backend has no index of names,
+    // the whole catalogue is read once, and searched in memory. A catalogue of which the backend
+    // knew nothing is refreshed, as by look_up().
+    void prepare_many_lookups();
 
     vrm_handle *repository() const {
         return handle_.get();
@@ -74,9 +79,6 @@ class session {
  private:
     // Whether these directories, which are there, can be written to; tells when one can't.
     bool can_write(std::initializer_list<const char *> roles);
-
-    // Whether the backend knew nothing at all so far and now does, after a refresh.
-    bool learned_catalogue();
 
     // Whether these directories are there, whoever may read them; tells when one is not.
     bool are_there(std::initializer_list<const char *> roles);

@@ -91,8 +91,16 @@ void upgrade::tell_not_offered(const std::string &name, bool *failed) {
 // Tells why there is no plan for a package, if there is none for the package's own sake. What is
 // left then are its dependencies.
 bool upgrade::is_wanted(const std::string &request, const std::string &name, bool *failed) {
-    switch (outlook_of_update(work_.installed(), work_.catalogue(), request.c_str(), nullptr,
-                              nullptr)) {
+    const auto look = [&] {
+        return outlook_of_update(work_.installed(), work_.catalogue(), request.c_str(), nullptr,
+                                 nullptr);
+    };
+    update_outlook outlook = look();
+    // A catalogue that turns out damaged half way must not pass for one without updates.
+    if (all_ && outlook == UPDATE_NOT_OFFERED && work_.learned_catalogue()) {
+        outlook = look();
+    }
+    switch (outlook) {
         case UPDATE_WANTED:
             return true;
         case UPDATE_NOT_NEEDED:
@@ -260,7 +268,7 @@ int word_upgrade(const common_options &options, const std::vector<std::string> &
         return EXIT_FAILED;
     }
     if (all) {
-        work.keep_catalogue_in_memory();
+        work.prepare_many_lookups();
     }
     return upgrade(work, all ? work.installed().names() : requests, all).run_all();
 }

@@ -50,6 +50,23 @@ vri **vrm_vrc_cache_fill(void *connection) {
     return result;
 }
 
+bool vrm_vrc_is_empty(void *connection) {
+    if (vrc_cache) {
+        return !*vrc_cache;
+    }
+    if (pvrm_vrc_count) {
+        return pvrm_vrc_count(connection) == 0;
+    }
+    vri **all = nullptr;
+    const int count = pvrm_vrc_findpkg(connection, nullptr, nullptr, nullptr, 5, nullptr, &all);
+    vrm_vri_list_free(all);
+    return count == 0;
+}
+
+bool vrm_vrc_has_index() {
+    return pvrm_vrc_count != nullptr;
+}
+
 void vrm_cache_free(vri **cache) {
     if (!cache) {
         return;

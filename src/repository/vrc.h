@@ -28,8 +28,9 @@ extern vrc_refresh_function pvrm_vrc_refresh;
 extern vrc_findpkg_function pvrm_vrc_findpkg;
 extern vrc_readpkg_function pvrm_vrc_readpkg;
 extern vrc_release_function pvrm_vrc_release;
-// Null also when the backend does without it.
+// Null also when the backend does without them.
 extern vrc_set_report_function pvrm_vrc_set_report;
+extern vrc_count_function pvrm_vrc_count;
 
 extern const char *vrc_backend;   // the configuration's value, a string of its record
 extern char *vrc_filename;        // the backend's base name
@@ -56,6 +57,14 @@ int vrm_vrc_watch(void *connection);
 // Reports what a backend reports as an event, in the name of `backend`. A report of a kind that is
 // not known here, and one that lacks a field of the first version of reports, is ignored.
 void vrm_vrc_report(const vrc_report *given, const char *backend) noexcept;
+
+// Whether the catalogue has no record: by `vrc_cache` when it is set, else by what the backend
+// counts. Of a backend that does not count, the whole catalogue is asked for.
+bool vrm_vrc_is_empty(void *connection);
+
+// Whether the backend finds exact names fast: then many of them are better looked up one by one
+// than in a copy of the whole catalogue, which takes time and memory for each record.
+bool vrm_vrc_has_index();
 
 // Loads the backend that the configuration names by `vrc_backend`, else the default one. A
 // directory part of the name is dropped: a backend only ever comes from vrm_backend_dir. Sets

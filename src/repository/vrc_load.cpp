@@ -20,6 +20,7 @@ vrc_findpkg_function pvrm_vrc_findpkg;
 vrc_readpkg_function pvrm_vrc_readpkg;
 vrc_release_function pvrm_vrc_release;
 vrc_set_report_function pvrm_vrc_set_report;
+vrc_count_function pvrm_vrc_count;
 
 const char *vrc_backend;
 char *vrc_filename;
@@ -46,6 +47,7 @@ static void forget_functions() {
     pvrm_vrc_readpkg = nullptr;
     pvrm_vrc_release = nullptr;
     pvrm_vrc_set_report = nullptr;
+    pvrm_vrc_count = nullptr;
 }
 
 // The version that a backend was built for. It is data, so nothing of the backend runs for it.
@@ -86,9 +88,11 @@ static bool is_supported(void *library) {
 // Functions that a backend may do without. One of version 1 has none, whatever its symbols are.
 static void resolve_optional(void *library) {
     pvrm_vrc_set_report = nullptr;
+    pvrm_vrc_count = nullptr;
     if (abi_of(library) > 1) {
         pvrm_vrc_set_report =
             reinterpret_cast<vrc_set_report_function>(dlsym(library, "vrc_set_report"));
+        pvrm_vrc_count = reinterpret_cast<vrc_count_function>(dlsym(library, "vrc_count"));
     }
     dlerror();
 }

@@ -176,6 +176,13 @@ typedef void (*vrc_report_function)(const vrc_report *report, void *context);
 // report is reported now.
 VRC_EXPORT void vrc_set_report(void *connection, vrc_report_function report, void *context);
 
+// The number of records that the catalogue has now; 0 when nothing is known.
+//
+// A backend that exports this function finds an exact name, one without wildcards and filter, about
+// as fast in a large catalogue as in a small one. A program that looks up many names then asks for
+// each of them, and does not read the whole catalogue to search it itself.
+VRC_EXPORT uint32_t vrc_count(void *connection);
+
 // ---- The types of these functions
 
 typedef void *(*vrc_connect_function)(s_ekva **sys_conf, void *log);
@@ -186,6 +193,7 @@ typedef int (*vrc_readpkg_function)(void *connection, vri *package, FILE *out);
 typedef void (*vrc_release_function)(void *connection);
 typedef void (*vrc_set_report_function)(void *connection, vrc_report_function report,
                                         void *context);
+typedef uint32_t (*vrc_count_function)(void *connection);
 
 #ifdef __cplusplus
 }

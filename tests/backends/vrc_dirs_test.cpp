@@ -76,9 +76,10 @@ std::vector<std::string> all_of(const own_vri_list &list) {
 }  // namespace
 
 TEST(VrcDirsLibrary, ExportsTheInterfaceAlone) {
-    EXPECT_EQ(must_run("nm -D --defined-only " + shell_word(VRC_DIRS_SO) + " | sed 's/.* //'"),
-              "vrc_abi\nvrc_connect\nvrc_findpkg\nvrc_readpkg\nvrc_refresh\nvrc_release\n"
-              "vrc_set_report\n");
+    EXPECT_EQ(
+        must_run("nm -D --defined-only " + shell_word(VRC_DIRS_SO) + " | sed 's/.* //'"),
+        "vrc_abi\nvrc_connect\nvrc_count\nvrc_findpkg\nvrc_readpkg\nvrc_refresh\nvrc_release\n"
+        "vrc_set_report\n");
 }
 
 TEST(VrcDirsLibrary, NeedsNothingOfTheProgram) {
@@ -89,6 +90,17 @@ TEST(VrcDirsLibrary, NeedsNothingOfTheProgram) {
     EXPECT_THAT(must_run("ldd -r " + shell_word(VRC_DIRS_SO) +
                          " 2>&1 | sed '/undefined symbol: __\\(asan\\|ubsan\\)_/d'"),
                 Not(HasSubstr("undefined symbol")));
+}
+
+TEST_F(VrcDirs, CountsWhatItKnows) {
+    write_head(file("a.vrk"), "a", "1", "");
+    write_head(file("b.vrk"), "b", "1", "");
+    const Connection connection(packages(), cache());
+    ASSERT_TRUE(pvrm_vrc_count);
+    EXPECT_EQ(pvrm_vrc_count(connection.get()), 0u);
+    EXPECT_EQ(connection.refresh(), 0);
+    EXPECT_EQ(pvrm_vrc_count(connection.get()), 2u);
+    EXPECT_EQ(pvrm_vrc_count(nullptr), 0u);
 }
 
 TEST_F(VrcDirs, KnowsNothingBeforeTheFirstRefresh) {

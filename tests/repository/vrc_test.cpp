@@ -268,6 +268,25 @@ TEST(VrmVrcWatch, MakesEventsOfTheReportsOfTheBackend) {
     EXPECT_EQ(vrm_vrc_close(library), 0);
 }
 
+TEST(VrmVrcHasIndex, IsTrueOfABackendThatCounts) {
+    int other = 0;
+    s_ekva *conf[] = {nullptr};
+    void *library = vrm_vrc_load(test_backend("counting").c_str());
+    ASSERT_TRUE(library);
+    EXPECT_TRUE(vrm_vrc_has_index());
+    EXPECT_FALSE(vrm_vrc_is_empty(pvrm_vrc_connect(conf, nullptr)));
+    EXPECT_TRUE(vrm_vrc_is_empty(&other));
+    EXPECT_EQ(vrm_vrc_close(library), 0);
+
+    // In version 1 of the interface the name means nothing.
+    for (const char *without : {"counting-1", "reporting"}) {
+        library = vrm_vrc_load(test_backend(without).c_str());
+        ASSERT_TRUE(library);
+        EXPECT_FALSE(vrm_vrc_has_index()) << without;
+        EXPECT_EQ(vrm_vrc_close(library), 0);
+    }
+}
+
 TEST(VrmVrcLoadConfigured, DropsTheDirectoryOfTheConfiguredName) {
     const LogCapture log;
     const own_ekva conf(str2ekva("vrc_backend=/some/where/none.so", ','));
@@ -322,6 +341,18 @@ TEST_F(VrcCache, HoldsTheWholeCatalogueInItsOrder) {
 TEST_F(VrcCache, IsNullForAnEmptyCatalogue) {
     EXPECT_EQ(vrm_vrc_cache_fill(&here_), nullptr);
     EXPECT_TRUE(log_.has(LEVEL_DEBUG, "Number of packages cached: 0"));
+}
+
+TEST_F(VrcCache, TellsWhetherTheCatalogueIsEmpty) {
+    pvrm_vrc_count = nullptr;
+    EXPECT_TRUE(vrm_vrc_is_empty(&here_));
+    catalogue.packages = {{"a", "1"}};
+    EXPECT_FALSE(vrm_vrc_is_empty(&here_));
+    EXPECT_EQ(catalogue.asked, 2);
+    fill({{"a", "1"}});
+    catalogue.packages.clear();
+    EXPECT_FALSE(vrm_vrc_is_empty(&here_));  // what is searched is the cache
+    EXPECT_EQ(catalogue.asked, 0);
 }
 
 TEST_F(VrcCache, IsFreedWithItsRecords) {

@@ -33,7 +33,7 @@ setup() {
     run nm -D --defined-only "$backend"
     assert_status 0
     assert_equal "$(awk '{ print $3 }' <<<"$output" | LC_ALL=C sort | xargs)" \
-        "vrc_abi vrc_connect vrc_findpkg vrc_readpkg vrc_refresh vrc_release vrc_set_report"
+        "vrc_abi vrc_connect vrc_count vrc_findpkg vrc_readpkg vrc_refresh vrc_release vrc_set_report"
 }
 
 @test "every symbol that it needs is in a library that it names" {
@@ -43,6 +43,33 @@ setup() {
     output=$(sed '/undefined symbol: __\(asan\|ubsan\)_/d' <<<"$output")
     refute_output_has "undefined symbol"
     [[ $output != *"not found"* ]]
+}
+
+@test "an upgrade of all that meets a damaged index refreshes it and goes on" {
+    local name
+    make_package quince 1.0 "$packages"
+    make_package walnut 1.0 "$packages"
+    pvrm refresh
+    pvrm -y install quince walnut
+    make_package quince 2.0 "$packages"
+    make_package walnut 2.0 "$packages"
+    pvrm refresh
+    # The last record of the table begins beyond the names.
+    python3 - "$index" <<'END'
+import struct, sys
+with open(sys.argv[1], "r+b") as index:
+    header = index.read(128)
+    table_at, table_size = struct.unpack_from("=QQ", header, 48)
+    index.seek(table_at + table_size - 32)
+    index.write(b"\xff" * 4)
+END
+    run pvrm -y upgrade
+    assert_status 0
+    assert_output_has "the index is damaged; a refresh is needed"
+    for name in quince walnut; do
+        assert_equal "$(cat "/usr/share/$name/text")" "content of $name 2.0"
+    done
+    pvrm -y remove quince walnut
 }
 
 @test "a refresh keeps an index that later runs start with" {

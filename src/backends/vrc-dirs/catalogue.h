@@ -37,6 +37,10 @@ class dirs_catalogue {
     // directory is configured or could be read; the view stays then. A directory that can't be read
     // and a file that is left out are reported by each refresh, also where they were known before.
     bool refresh();
+    // The number of records that are known.
+    uint32_t records() const {
+        return index_ ? index_->records() : 0;
+    }
     // The matching records, see vrc_findpkg.
     int find(const search_request &request, vri ***out);
 

@@ -222,14 +222,8 @@ void catalogue_index::walked_to(uint32_t number) const {
     if (!map_ || at - walked_ < stride || at > header_.rest.size) {
         return;
     }
-    // Whole pages only, and none that holds anything else of ours.
-    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    const auto start = static_cast<size_t>(header_.rest.at) + walked_;
-    const size_t first = (start + page - 1) / page * page;
-    const size_t last = (static_cast<size_t>(header_.rest.at) + at) / page * page;
-    if (first < last) {
-        static_cast<void>(madvise(static_cast<char *>(map_) + first, last - first, MADV_DONTNEED));
-    }
+    // All of it: the names and descriptions on the way count as much as the rest.
+    static_cast<void>(madvise(map_, all_.size(), MADV_DONTNEED));
     walked_ = at;
 }
 

@@ -112,6 +112,11 @@ int vrc_findpkg(void *connection, const char *name, const char *variant, const c
     }
 }
 
+uint32_t vrc_count(void *connection) {
+    const auto *const catalogue = static_cast<dirs_catalogue *>(connection);
+    return catalogue ? catalogue->records() : 0;
+}
+
 int vrc_readpkg(void *connection, vri *package, FILE *out) {
     auto *const catalogue = static_cast<dirs_catalogue *>(connection);
     if (!catalogue || !package || !out) {

@@ -1,5 +1,6 @@
 // A catalogue backend for the tests of the loader. Its connection holds what it was connected with.
-// By the macros it is built with one function missing, with a number in vrc_abi, and with reports.
+// By the macros it is built with one function missing, with a number in vrc_abi,
+// with reports, and with a count.
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -59,6 +60,12 @@ void vrc_set_report(void *opaque, vrc_report_function function, void *context) {
         report(
             {sizeof(vrc_report), VRC_REPORT_WARNING, 0, 0, nullptr, "found by connect", nullptr});
     }
+}
+#endif
+
+#ifdef COUNTS
+uint32_t vrc_count(void *opaque) {
+    return opaque == &the_connection ? 2 : 0;
 }
 #endif
 
