@@ -85,5 +85,10 @@ vrm_ftable *vrm_ftable_new(FILE *stream, const void *title, s_ekva *const *colum
 // Writes one record, as vrk_info_ekva makes it; for LDIF the dn stands first in it. Always 0.
 int vrm_ftable_add(vrm_ftable *table, s_ekva *const *record);
 
+// Whether the format is one of aligned columns, and a record in it, which shows so little of the
+// package that the whole record of pairs need not be made.
+bool ftable_has_columns(const vrm_ftable *table);
+void ftable_add_columns(vrm_ftable *table, const vri *package);
+
 // Writes the newline that ends the list. The second argument is not used. Always 0.
 int vrm_ftable_end(vrm_ftable *table, const void *unused);

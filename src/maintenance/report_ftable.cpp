@@ -33,18 +33,16 @@ static void write_ldif(FILE *stream, s_ekva *const *record) {
     ldif_fwrite(stream, nullptr, "", 0, 0);
 }
 
-static void write_text(FILE *stream, s_ekva *const *record) {
-    const char *name = or_empty(ekva_getval(record, "evrkName"));
-    const char *variant = ekva_getval(record, "evrkVariant");
+static void write_text(FILE *stream, const char *name, const char *variant, const char *version,
+                       const char *description) {
     // With a variant the cell is a character shorter, and the columns stay aligned in both cases.
     char cell[26];
     if (variant) {
-        snprintf(cell, 25, "%s_%s", name, variant);
+        snprintf(cell, 25, "%s_%s", or_empty(name), variant);
     } else {
-        snprintf(cell, 26, "%s", name);
+        snprintf(cell, 26, "%s", or_empty(name));
     }
-    fprintf(stream, text_row, cell, or_empty(ekva_getval(record, "evrkVersion")),
-            or_empty(ekva_getval(record, "evrkDescription")));
+    fprintf(stream, text_row, cell, or_empty(version), or_empty(description));
 }
 
 vrm_ftable *vrm_ftable_new(FILE *stream, const void * /*title*/, s_ekva *const *columns, int mode,
@@ -80,11 +78,23 @@ int vrm_ftable_add(vrm_ftable *table, s_ekva *const *record) {
             write_ldif(table->stream, record);
             break;
         default:
-            write_text(table->stream, record);
+            write_text(table->stream, ekva_getval(record, "evrkName"),
+                       ekva_getval(record, "evrkVariant"), ekva_getval(record, "evrkVersion"),
+                       ekva_getval(record, "evrkDescription"));
             break;
     }
     table->rows++;
     return 0;
+}
+
+bool ftable_has_columns(const vrm_ftable *table) {
+    return table->format != FORMAT_DELIMITED && table->format != FORMAT_LDIF;
+}
+
+void ftable_add_columns(vrm_ftable *table, const vri *package) {
+    write_text(table->stream, package->name, package->variant, package->version,
+               package->description);
+    table->rows++;
 }
 
 int vrm_ftable_end(vrm_ftable *table, const void * /*unused*/) {

@@ -164,6 +164,10 @@ int write_list_to_stream(FILE *out, const std::string &title, vri *const *list, 
     }
     for (int i = 0; i < count; i++) {
         log_debug("adding %d entry", i + 1);
+        if (ftable_has_columns(table.get())) {
+            ftable_add_columns(table.get(), list[i]);
+            continue;
+        }
         own_ekva record(vrk_info_ekva(list[i], mode));
         if (!record) {
             throw std::bad_alloc();

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "package/vri.h"
@@ -25,22 +26,43 @@ class attribute_lines {
     // package, would become part of a record that everybody may see.
     bool read(const char *text);
 
-    // The value of the first line of this name, names compared without regard to case; null when
-    // there is none. Values may hold NUL bytes.
-    const std::string *find(const char *name) const;
+    // The value of the first line of this name, names compared without regard to case; without data
+    // when there is none. Values may hold NUL bytes, and end with one that is not counted. The
+    // views are as long-lived as this object.
+    std::string_view find(std::string_view name) const;
     // The values of all lines of this name, in order.
-    std::vector<const std::string *> all(const char *name) const;
+    std::vector<std::string_view> all(std::string_view name) const;
 
  private:
+    // Where name and value of a line are in `texts_`, which keeps all of them in one block: a
+    // listing of what is installed reads thousands of texts of ten lines.
     struct attribute_line {
-        std::string name;
-        std::string value;
+        size_t name_at, name_size, value_at, value_size;
     };
+    bool is_named(const attribute_line &line, std::string_view name) const {
+        return line.name_size == name.size() &&
+               strncasecmp(texts_.data() + line.name_at, name.data(), name.size()) == 0;
+    }
+    std::string_view value_of(const attribute_line &line) const {
+        return std::string_view(texts_).substr(line.value_at, line.value_size);
+    }
+    void add(const std::string &name, const std::string &value);
+
+    std::string texts_;
     std::vector<attribute_line> lines_;
 };
 
+void attribute_lines::add(const std::string &name, const std::string &value) {
+    const size_t value_at = texts_.size() + name.size() + 1;
+    lines_.push_back({texts_.size(), name.size(), value_at, value.size()});
+    texts_.append(name).push_back('\0');
+    texts_.append(value).push_back('\0');
+}
+
 bool attribute_lines::read(const char *text) {
     ldif_reader reader(text, ldif_reader::references::refused);
+    texts_.reserve(text ? strlen(text) + 64 : 0);
+    lines_.reserve(16);
     bool is_first = true;
     bool is_over = false;
     do {
@@ -56,27 +78,27 @@ bool attribute_lines::read(const char *text) {
         // texts have nothing there, and another reader of the same text might go on.
         is_over = is_over || !is_sound || reader.line_kind() == ldif_reader::kind::empty;
         if (!is_over) {
-            lines_.push_back({reader.name(), reader.value()});
+            add(reader.name(), reader.value());
         }
         is_first = false;
     } while (!reader.at_end());
     return true;
 }
 
-const std::string *attribute_lines::find(const char *name) const {
+std::string_view attribute_lines::find(std::string_view name) const {
     for (const attribute_line &line : lines_) {
-        if (strcasecmp(line.name.c_str(), name) == 0) {
-            return &line.value;
+        if (is_named(line, name)) {
+            return value_of(line);
         }
     }
-    return nullptr;
+    return {};
 }
 
-std::vector<const std::string *> attribute_lines::all(const char *name) const {
-    std::vector<const std::string *> values;
+std::vector<std::string_view> attribute_lines::all(std::string_view name) const {
+    std::vector<std::string_view> values;
     for (const attribute_line &line : lines_) {
-        if (strcasecmp(line.name.c_str(), name) == 0) {
-            values.push_back(&line.value);
+        if (is_named(line, name)) {
+            values.push_back(value_of(line));
         }
     }
     return values;
@@ -86,43 +108,43 @@ std::vector<const std::string *> attribute_lines::all(const char *name) const {
 
 // Copies a value to a field of the record, which stays null for an attribute that isn't there.
 // False when memory fails: a record that lost its variant that way would be another package's.
-static bool take(const std::string *value, char **field) {
-    *field = value ? strdup(value->c_str()) : nullptr;
-    return *field || !value;
+static bool take(std::string_view value, char **field) {
+    *field = value.data() ? strdup(value.data()) : nullptr;
+    return *field || !value.data();
 }
 
 // Scans a number as "%ld" does on a machine whose long has 64 bits.
-static bool scan_number(const std::string &text, int64_t *number) {
-    char *behind = nullptr;
-    const long long scanned = strtoll(text.c_str(), &behind, 10);
-    if (behind == text.c_str()) {
+static bool scan_number(std::string_view text, int64_t *number) {
+    char *end = nullptr;
+    const long long scanned = strtoll(text.data(), &end, 10);
+    if (end == text.data()) {
         return false;
     }
     *number = scanned;
     return true;
 }
 
-static uint64_t size_of(const std::string *value) {
+static uint64_t size_of(std::string_view value) {
     int64_t number = 0;
-    if (value) {
-        scan_number(*value, &number);
+    if (value.data()) {
+        scan_number(value, &number);
     }
     return static_cast<uint64_t>(number);
 }
 
 static bool known_format(const attribute_lines &text, const char *label) {
-    const std::string *version = text.find("evrmVersion");
-    if (!version || version->empty()) {
+    const std::string_view version = text.find("evrmVersion");
+    if (version.empty()) {
         report({.kind = event_kind::package_format_missing});
         return false;
     }
     int format = 0;
-    if (strcmp(version->c_str(), "1.0") == 0) {
+    if (strcmp(version.data(), "1.0") == 0) {
         format = 1;
-    } else if (strcmp(version->c_str(), "2.0") == 0) {
+    } else if (strcmp(version.data(), "2.0") == 0) {
         format = 2;
     } else {
-        report({.kind = event_kind::package_format_unknown, .other = version->c_str()});
+        report({.kind = event_kind::package_format_unknown, .other = version.data()});
         return false;
     }
     log_debug("%s: Package format: %d", label ? label : "", format);
@@ -136,14 +158,14 @@ static bool parse_names(const attribute_lines &text, vri *info) {
 }
 
 static bool parse_architecture(const attribute_lines &text, vri *info) {
-    const std::string *name = text.find("evrkArchitecture");
-    if (!name) {
+    const std::string_view name = text.find("evrkArchitecture");
+    if (!name.data()) {
         report({.kind = event_kind::architecture_missing});
         return false;
     }
-    info->arch = vrm_arch_getid(name->c_str());
+    info->arch = vrm_arch_getid(name.data());
     if (info->arch == arch_unknown) {
-        report({.kind = event_kind::architecture_unknown, .other = name->c_str()});
+        report({.kind = event_kind::architecture_unknown, .other = name.data()});
         return false;
     }
     return true;
@@ -154,22 +176,22 @@ static bool parse_dependencies(const attribute_lines &text, vri *info) {
     if (values.empty()) {
         return true;
     }
-    const auto copy = [](const std::string *value) { return strdup(value->c_str()); };
+    const auto copy = [](std::string_view value) { return strdup(value.data()); };
     info->deps = to_c_array<own_array>(values, copy).release();
     return info->deps != nullptr;
 }
 
 static bool parse_signature_data(const attribute_lines &text, vri *info) {
-    const std::string *data = text.find("evrkRsaSigData");
-    if (!data) {
+    const std::string_view data = text.find("evrkRsaSigData");
+    if (!data.data()) {
         return true;
     }
-    info->rsa_sig_data = static_cast<unsigned char *>(calloc(data->size() + 1, 1));
+    info->rsa_sig_data = static_cast<unsigned char *>(calloc(data.size() + 1, 1));
     if (!info->rsa_sig_data) {
         return false;
     }
-    memcpy(info->rsa_sig_data, data->data(), data->size());
-    info->rsa_sig_len = static_cast<int32_t>(data->size());
+    memcpy(info->rsa_sig_data, data.data(), data.size());
+    info->rsa_sig_len = static_cast<int32_t>(data.size());
     return true;
 }
 
@@ -187,12 +209,12 @@ static bool parse_location(const attribute_lines &text, vri *info) {
 }
 
 static bool parse_install_time(const attribute_lines &inst, vri *info) {
-    const std::string *time = inst.find("evrkInstallTime");
-    if (!time || time->empty()) {
+    const std::string_view time = inst.find("evrkInstallTime");
+    if (time.empty()) {
         report({.kind = event_kind::install_time_missing});
         return false;
     }
-    if (!scan_number(*time, &info->install_time)) {
+    if (!scan_number(time, &info->install_time)) {
         report({.kind = event_kind::install_time_invalid});
         return false;
     }
@@ -209,11 +231,11 @@ static bool parse_update_times(const attribute_lines &inst, vri *info) {
         return false;
     }
     for (size_t i = 0; i < values.size(); i++) {
-        if (values[i]->empty()) {
+        if (values[i].empty()) {
             report({.kind = event_kind::update_time_missing});
             return false;
         }
-        if (!scan_number(*values[i], &info->update_times[i])) {
+        if (!scan_number(values[i], &info->update_times[i])) {
             report({.kind = event_kind::update_time_invalid});
             return false;
         }
@@ -222,12 +244,12 @@ static bool parse_update_times(const attribute_lines &inst, vri *info) {
 }
 
 static bool parse_install_type(const attribute_lines &inst, vri *info) {
-    const std::string *type = inst.find("evrkInstallType");
-    if (!type || type->empty()) {
+    const std::string_view type = inst.find("evrkInstallType");
+    if (type.empty()) {
         report({.kind = event_kind::install_type_missing});
         return false;
     }
-    info->install_type = type->front();
+    info->install_type = type.front();
     if (info->install_type == '\0') {
         report({.kind = event_kind::install_type_empty});
         return false;
@@ -240,8 +262,8 @@ static bool parse_install_type(const attribute_lines &inst, vri *info) {
                 .other = std::string_view(&info->install_type, 1)});
         return false;
     }
-    const std::string *head = inst.find("evrkInstallHead");
-    if (!head || head->empty()) {
+    const std::string_view head = inst.find("evrkInstallHead");
+    if (head.empty()) {
         report({.kind = event_kind::install_head_missing});
         return false;
     }

@@ -1,6 +1,7 @@
 #include "repository/inventory.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -53,32 +54,31 @@ static bool is_other_than_directory(const std::string &path) {
     return lstat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode);
 }
 
-static own_string read_text(const std::string &path) {
+// A file of an entry, read by its path, or below the open directory of entries: then the way to
+// that directory need not be found again for each of thousands of files.
+static own_string read_entry_file(const std::string &installed, int dir, const char *name,
+                                  const char *file) {
+    const std::string below = std::string(name) + "/" + file;
+    if (installed.size() + 1 + below.size() > longest_filename) {
+        log_debug("Filename <%s> too long, skipping entry %s", (installed + "/" + below).c_str(),
+                  name);
+        return nullptr;
+    }
     size_t length = 0;
-    own_string text(_read_file(path.c_str(), &length));
+    own_string text(dir == AT_FDCWD ? read_file_at(dir, (installed + "/" + below).c_str(), &length)
+                                    : read_file_at(dir, below.c_str(), &length));
     if (text) {
         text.get()[length] = '\0';
     }
     return text;
 }
 
-static own_string read_entry_file(const std::string &entry_dir, const char *file,
-                                  const char *name) {
-    const std::string path = entry_dir + "/" + file;
-    if (path.size() > longest_filename) {
-        log_debug("Filename <%s> too long, skipping entry %s", path.c_str(), name);
-        return nullptr;
-    }
-    return read_text(path);
-}
-
-static vri *read_entry(const std::string &installed, const char *name) {
-    const std::string entry_dir = installed + "/" + name;
-    const own_string description = read_entry_file(entry_dir, "desc.txt", name);
+static vri *read_entry(const std::string &installed, int dir, const char *name) {
+    const own_string description = read_entry_file(installed, dir, name, "desc.txt");
     if (!description) {
         return nullptr;
     }
-    const own_string inst = read_entry_file(entry_dir, "inst.txt", name);
+    const own_string inst = read_entry_file(installed, dir, name, "inst.txt");
     if (!inst) {
         return nullptr;
     }
@@ -90,7 +90,7 @@ static vri *read_directory(vrm_handle *handle, const std::string &entry) {
     if (is_other_than_directory(installed + "/" + entry)) {
         return nullptr;
     }
-    return read_entry(installed, entry.c_str());
+    return read_entry(installed, AT_FDCWD, entry.c_str());
 }
 
 vri *vrm_vrl_info(vrm_handle *handle, const char *name) {
@@ -124,7 +124,7 @@ bool installed_walk::next() {
             log_debug("Omitting non-directory %s", entry->d_name);
         } else if (entry->d_name[0] != '.') {
             name_ = entry->d_name;
-            info_.reset(read_entry(installed_, entry->d_name));
+            info_.reset(read_entry(installed_, dirfd(dir_.get()), entry->d_name));
             return true;
         }
     }

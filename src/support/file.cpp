@@ -126,15 +126,10 @@ static bool copy_bytes(FILE *from, FILE *to, uint64_t *copied) {
     }
 }
 
-char *_read_file(const char *path, size_t *length) {
-    *length = 0;
-    struct stat status;
-    // No stream: its buffer and the system calls that set it up would cost as much as the reading
-    // of a small file, and an inventory has thousands of them.
-    const own_fd file = open_regular(path, &status);
-    if (!file.valid()) {
-        return nullptr;
-    }
+// The content of an open file that is known to be regular. No stream: its buffer and the system
+// calls that set it up would cost as much as the reading of a small file, and an inventory has
+// thousands of them.
+static char *read_content(const own_fd &file, const struct stat &status, size_t *length) {
     if (static_cast<uintmax_t>(status.st_size) > PTRDIFF_MAX - spare_bytes) {
         errno = EFBIG;
         return nullptr;
@@ -153,6 +148,24 @@ char *_read_file(const char *path, size_t *length) {
     }
     *length = size;
     return block.release();
+}
+
+char *_read_file(const char *path, size_t *length) {
+    *length = 0;
+    struct stat status;
+    const own_fd file = open_regular(path, &status);
+    return file.valid() ? read_content(file, status, length) : nullptr;
+}
+
+char *read_file_at(int dir, const char *path, size_t *length, struct stat *status) {
+    *length = 0;
+    struct stat own;
+    struct stat *const found = status ? status : &own;
+    const own_fd file(openat(dir, path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    if (!file.valid() || fstat(file.get(), found) != 0 || !expect_regular(*found)) {
+        return nullptr;
+    }
+    return read_content(file, *found, length);
 }
 
 char **read_file_lines(const char *path, int *count) {

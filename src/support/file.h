@@ -51,6 +51,13 @@ inline int32_t told_bytes(uint64_t bytes) {
 // Null, with `*length` 0, when the file cannot be opened or not be read to its size.
 char *_read_file(const char *path, size_t *length);
 
+// The same of a file below the open directory `dir`; AT_FDCWD is the working directory. The file is
+// opened without a look at it first, which is a third of the work for a small file, so this is for
+// directories that the administrator alone writes to: anything but a regular file is still an
+// error and never waited for, but a device is opened and closed again. `status`, unless null,
+// receives what the system says of the opened file, before it is read.
+char *read_file_at(int dir, const char *path, size_t *length, struct stat *status = nullptr);
+
 // Reads a file's lines into a new string array without their newlines, empty lines included, and
 // stores their number in `*count`. The caller frees it by arr_free. Null, with `*count` 0, when the
 // file is empty, which makes `errno` 0, and when not all of its lines can be read. A line holds at

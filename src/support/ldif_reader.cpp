@@ -20,9 +20,9 @@ static constexpr std::string_view file_scheme = "file://";
 const char *ldif_unfold(const char *text, std::string &line) {
     line.clear();
     for (;;) {
-        const size_t run = std::strcspn(text, "\n");
-        line.append(text, run);
-        text += run;
+        const char *const end = strchrnul(text, '\n');
+        line.append(text, end);
+        text = end;
         if (text[0] != '\n' || text[1] != ' ') {
             return text;
         }
@@ -36,7 +36,9 @@ bool ldif_reader::next() {
     }
     end_ = ldif_unfold(at_, line_);
     const bool cut = end_ != at_ && end_[-1] == '\r';
-    line_.erase(std::remove(line_.begin(), line_.end(), '\r'), line_.end());
+    if (line_.find('\r') != std::string::npos) {
+        line_.erase(std::remove(line_.begin(), line_.end(), '\r'), line_.end());
+    }
     // A line that ends in a carriage return loses the character before it along with it. Texts
     // whose line ends may be of that kind go through ldif_get_entry first, which loses nothing.
     if (cut && !line_.empty()) {

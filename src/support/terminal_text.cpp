@@ -26,6 +26,17 @@ size_t width_of(const character &c) {
     return c.bytes ? static_cast<size_t>(utf8proc_charwidth(c.code)) : 1;
 }
 
+// Whether a byte is a character that is shown as it is, one column wide.
+bool is_plain(char c) {
+    return c >= 0x20 && c < 0x7F;
+}
+
+// The length of the plain characters at the start: most text is nothing else, and needs no
+// decoding.
+size_t plain_run(std::string_view text) {
+    return static_cast<size_t>(std::ranges::find_if_not(text, is_plain) - text.begin());
+}
+
 bool steers_the_terminal(utf8proc_int32_t code) {
     if (code == '\n' || code == '\t') {
         return false;
@@ -39,13 +50,16 @@ bool steers_the_terminal(utf8proc_int32_t code) {
 }  // namespace
 
 std::string terminal_safe(std::string_view text) {
-    if (std::ranges::all_of(text, [](char c) { return c >= 0x20 && c < 0x7F; })) {
-        return std::string(text);
-    }
     static const char digits[] = "0123456789ABCDEF";
     std::string out;
     out.reserve(text.size());
-    while (!text.empty()) {
+    for (;;) {
+        const size_t plain = plain_run(text);
+        out += text.substr(0, plain);
+        text.remove_prefix(plain);
+        if (text.empty()) {
+            return out;
+        }
         const character next = first_character(text);
         const size_t bytes = next.bytes ? next.bytes : 1;
         if (next.bytes && !steers_the_terminal(next.code)) {
@@ -58,7 +72,6 @@ std::string terminal_safe(std::string_view text) {
         }
         text.remove_prefix(bytes);
     }
-    return out;
 }
 
 std::string terminal_safe_cell(std::string_view text) {
@@ -73,15 +86,23 @@ std::string terminal_safe_cell(std::string_view text) {
 
 size_t terminal_width(std::string_view text) {
     size_t width = 0;
-    while (!text.empty()) {
+    for (;;) {
+        const size_t plain = plain_run(text);
+        width += plain;
+        text.remove_prefix(plain);
+        if (text.empty()) {
+            return width;
+        }
         const character next = first_character(text);
         width += width_of(next);
         text.remove_prefix(next.bytes ? next.bytes : 1);
     }
-    return width;
 }
 
 std::string terminal_cut(std::string_view text, size_t width) {
+    if (text.size() <= width && plain_run(text) == text.size()) {
+        return std::string(text);
+    }
     size_t taken = 0, bytes = 0;
     size_t kept = 0;  // bytes ahead of which there is room for the mark
     while (bytes < text.size()) {

@@ -93,6 +93,34 @@ TEST(ReadFile, GivesNullAndLengthZeroForWhatIsNoFile) {
     }
 }
 
+TEST(ReadFileAt, ReadsBelowAnOpenDirectory) {
+    const TempDir dir;
+    ASSERT_EQ(mkdir((dir / "below").c_str(), 0755), 0);
+    dir.write("below/file", "text");
+    const own_fd here(open(dir.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    size_t length = 99;
+    struct stat status = {};
+    const own_string block(read_file_at(here.get(), "below/file", &length, &status));
+    ASSERT_TRUE(block);
+    EXPECT_EQ(std::string(block.get(), length), "text");
+    memset(block.get() + length, '!', 10);
+    EXPECT_EQ(status.st_size, 4);
+    const own_string same(read_file_at(AT_FDCWD, (dir / "below/file").c_str(), &length));
+    EXPECT_TRUE(same);
+}
+
+TEST(ReadFileAt, GivesNullAndLengthZeroForWhatIsNoFile) {
+    const TempDir dir;
+    ASSERT_EQ(mkfifo((dir / "pipe").c_str(), 0600), 0);
+    ASSERT_EQ(mkdir((dir / "below").c_str(), 0755), 0);
+    const own_fd here(open(dir.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (const char *path : {"missing", "below", "pipe", "/dev/zero"}) {
+        size_t length = 99;
+        EXPECT_EQ(read_file_at(here.get(), path, &length), nullptr) << path;
+        EXPECT_EQ(length, 0u) << path;
+    }
+}
+
 TEST(ReadFileLines, KeepsEmptyLinesAndDropsNewlines) {
     EXPECT_EQ(lines_of("one\n\nthree\n"), (Lines{"one", "", "three"}));
     EXPECT_EQ(lines_of("one\nlast without"), (Lines{"one", "last without"}));
