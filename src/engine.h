@@ -28,6 +28,7 @@
 #include "ui/vrmui.h"
 
 #include "package/certificate.h"
+#include "package/checked_keys.h"
 #include "package/copy_file.h"
 #include "package/fileops.h"
 #include "package/hashlist.h"

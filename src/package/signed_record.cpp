@@ -3,6 +3,7 @@
 #include <archive_entry.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -140,9 +141,12 @@ static std::optional<std::string> read_member(archive *reader, archive_entry *en
         *why = unusable(not_a_file);
         return std::nullopt;
     }
-    std::string text(largest_description + 1, '\0');
+    std::string text;
     size_t length = 0;
-    while (length < text.size()) {
+    while (length <= largest_description) {
+        if (length == text.size()) {
+            text.resize(std::clamp(2 * length, size_t{4096}, largest_description + 1));
+        }
         const la_ssize_t got =
             archive_read_data(reader, text.data() + length, text.size() - length);
         if (got < 0) {

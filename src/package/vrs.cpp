@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "package/certificate.h"
+#include "package/checked_keys.h"
 #include "package/ossl_own.h"
 #include "package/osslutil.h"
 #include "support/boundary.h"
@@ -101,8 +102,9 @@ bool is_long_enough(const EVP_PKEY *key) {
 }
 
 // Anybody can sign for a public key that was not made as one, such as one with the exponent 1.
-bool is_sound(EVP_PKEY *key) {
-    if (rsa_key_bits(key) == 0 || is_sound_key(key)) {
+bool is_sound(const vrm_handle *handle, const X509 *certificate, EVP_PKEY *key) {
+    if (rsa_key_bits(key) == 0 || is_key_noted(checked_keys_path(handle), certificate) ||
+        is_sound_key(key)) {
         return true;
     }
     report({.kind = event_kind::certificate_key_unsound});
@@ -184,7 +186,7 @@ int vrs_fverify_rsa(vrm_handle *handle, const char *subject, const unsigned char
             report({.kind = event_kind::certificate_key_unusable});
             return STEP_FAILED;
         }
-        if (!is_long_enough(key.get()) || !is_sound(key.get())) {
+        if (!is_long_enough(key.get()) || !is_sound(handle, certificate.get(), key.get())) {
             return INVALID;
         }
         return verify_payload(key.get(), signature, length, stream);

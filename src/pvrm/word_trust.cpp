@@ -1,9 +1,12 @@
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include "package/certificate.h"
+#include "package/checked_keys.h"
 #include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/session.h"
@@ -66,6 +69,16 @@ static int ask_to_trust(const session &work, const trust_options &what, bool rep
     return user_consents("Trust this signer instead?", 0) ? EXIT_DONE : EXIT_FAILED;
 }
 
+// Spares later verifications the check that the key just passed. Without the note they only take
+// longer.
+static void note_key(const session &work, const X509 *certificate) {
+    const std::string path = checked_keys_path(work.repository());
+    if (!note_checked_key(path, certificate)) {
+        tell_warning("cannot write %s: %s; verifications will check the key each time",
+                     path.c_str(), strerror(errno));
+    }
+}
+
 static int trust(session &work, const trust_options &what) {
     std::string why;
     const own_x509 certificate = certificate_read(what.certificate, &why);
@@ -88,6 +101,9 @@ static int trust(session &work, const trust_options &what) {
                                stored_certificate_name(X509_get_subject_name(certificate.get()));
     const place found = look_at(target, certificate.get());
     if (found == place::holds_it) {
+        if (!work.options.dry_run) {
+            note_key(work, certificate.get());
+        }
         tell_step("this certificate is trusted already");
         return EXIT_DONE;
     }
@@ -104,6 +120,7 @@ static int trust(session &work, const trust_options &what) {
     if (!store_certificate(certificate.get(), target)) {
         return EXIT_FAILED;
     }
+    note_key(work, certificate.get());
     tell_step("trusted as %s", target.c_str());
     return EXIT_DONE;
 }

@@ -15,6 +15,8 @@
 #include "kit/log_capture.h"
 #include "kit/package_maker.h"
 #include "kit/temp_dir.h"
+#include "package/certificate.h"
+#include "package/checked_keys.h"
 #include "support/own.h"
 
 namespace fs = std::filesystem;
@@ -47,6 +49,7 @@ class VrsFverifyRsa : public testing::Test {
         ekva_addval(&record, "certstore", (dir_ / "certstore").c_str(), 0);
         dirs_.reset(record);
         handle_.dirs = record;
+        handle_.dir = const_cast<char *>(dir_.path().c_str());
         fs::create_directories(dir_ / "certstore");
         payload_ = dir_.write("payload", "the payload of a package");
     }
@@ -325,6 +328,16 @@ TEST_F(VrsFverifyRsa, RefusesASignatureThatNeedsNoKey) {
     const LogCapture log;
     EXPECT_EQ(verify(open.subject, signature), -3);
     EXPECT_EQ(log.at(LEVEL_ERROR), std::vector<std::string>{"The signer's RSA key is not sound"});
+
+    // That another key was checked says nothing of this one.
+    const std::string checked = checked_keys_path(&handle_);
+    const own_x509 other = certificate_read(signer_.cert_file, nullptr);
+    ASSERT_TRUE(note_checked_key(checked, other.get()));
+    EXPECT_EQ(verify(open.subject, signature), -3);
+    // One that was noted is not checked again.
+    const own_x509 noted = certificate_read(open.cert_file, nullptr);
+    ASSERT_TRUE(note_checked_key(checked, noted.get()));
+    EXPECT_EQ(verify(open.subject, signature), 1);
 }
 
 TEST_F(VrsFverifyRsa, FailsOnAStreamThatCannotBeRead) {

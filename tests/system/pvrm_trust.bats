@@ -58,6 +58,39 @@ assert_same_certificate() { # FILE FILE
 
 # --- trust ----------------------------------------------------------------------------------------
 
+# The line of a certificate's key in the file of checked keys.
+key_line() { # FILE
+    openssl x509 -in "$1" -noout -pubkey | openssl pkey -pubin -outform DER | sha256sum |
+        cut -d' ' -f1
+}
+
+@test "the key of who is trusted is noted as checked, once" {
+    rm -f "$repository/checked-keys"
+    pvrm -y trust other.pem
+    assert_equal "$(stat -c '%a %U' "$repository/checked-keys")" "644 root"
+    assert_equal "$(cat "$repository/checked-keys")" "checked keys, format 1
+$(key_line other.pem)"
+    # Also of a certificate that was put into the store by hand before.
+    cp same.pem "$(place_of same.pem)"
+    pvrm -n trust same.pem
+    assert_equal "$(wc -l <"$repository/checked-keys")" 2
+    pvrm -y trust same.pem
+    pvrm -y trust same.pem
+    assert_equal "$(cat "$repository/checked-keys")" "checked keys, format 1
+$(key_line other.pem)
+$(key_line same.pem)"
+}
+
+@test "a file of checked keys that cannot be written is a warning" {
+    rm -f "$repository/checked-keys"
+    mkdir "$repository/checked-keys"
+    run pvrm -y trust other.pem
+    rmdir "$repository/checked-keys"
+    assert_status 0
+    assert_output_has "pvrm: warning: cannot write $repository/checked-keys: "
+    [[ -f $(place_of other.pem) ]]
+}
+
 @test "trust shows a certificate and stores it under its right name" {
     run pvrm trust --dry-run "$signer_cert"
     assert_status 0
