@@ -204,6 +204,9 @@ void print_word(const std::vector<std::string> &command, const char *what, int r
         print_bound("time", word.total.median() * (small ? 1e3 : 1), bound * (small ? 1e3 : 1),
                     small ? " ms" : " s");
     }
+    if (word.peak.most() > megabytes_bound / 2) {
+        print_bound("peak memory", word.peak.most(), megabytes_bound, " MB");
+    }
 }
 
 void measure_list(int runs) {
@@ -260,6 +263,8 @@ void measure_reading(const plan &plan) {
     print_word({"pvrm", "why", name}, "NAME", word_runs, 0);
     print_word({"pvrm", "owner", "/usr/share/bench-one/directory0/file0"}, "PATH", word_runs, 0);
     print_word({"pvrm", "search", name}, "NAME", word_runs, 0);
+    print_word({"pvrm", "upgrade", "-n", name}, "NAME", word_runs, 0);
+    print_word({"pvrm", "search", "*"}, "PATTERN, all of 60000 packages", plan.runs, 0);
     print_load();
     machine.leave();
 }
