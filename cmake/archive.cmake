@@ -1,5 +1,5 @@
 # The target vrm_archive: libarchive, which reads and writes payloads. It is linked statically where
-# that works. The shared library loads those of XML and Unicode too, for formats that a payload never
+# that works, unless VRM_SHARED_LIBARCHIVE is on. The shared library loads those of XML and Unicode too, for formats that a payload never
 # has: that is a quarter of the time in which a program starts, and with one of them half upgraded the
 # package manager could not start at all.
 find_package(LibArchive 3 REQUIRED)
@@ -7,7 +7,7 @@ find_library(VRM_STATIC_LIBARCHIVE libarchive.a)
 find_library(VRM_LIBACL acl)
 mark_as_advanced(VRM_STATIC_LIBARCHIVE VRM_LIBACL)
 
-if(VRM_STATIC_LIBARCHIVE AND VRM_LIBACL)
+if(VRM_STATIC_LIBARCHIVE AND VRM_LIBACL AND NOT VRM_SHARED_LIBARCHIVE)
   # What the static library needs depends on how it was built, so that only linking shows whether this
   # is all.
   include(CheckCXXSourceCompiles)
@@ -27,7 +27,8 @@ if(VRM_STATIC_LIBARCHIVE AND VRM_LIBACL)
   unset(CMAKE_REQUIRED_LIBRARIES)
 endif()
 
-if(VRM_CAN_LINK_STATIC_LIBARCHIVE)
+# The result of the check outlives a change of the option.
+if(VRM_CAN_LINK_STATIC_LIBARCHIVE AND NOT VRM_SHARED_LIBARCHIVE)
   # A target, so that the libraries that it needs come after it on every linker's command line.
   add_library(vrm_static_libarchive STATIC IMPORTED GLOBAL)
   set_target_properties(vrm_static_libarchive PROPERTIES
