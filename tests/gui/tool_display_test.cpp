@@ -223,8 +223,13 @@ TEST_F(ToolScreen, ManyLinesAreAllThere) {
 
 TEST_F(ToolScreen, TheOutputFollowsItsNewestLine) {
     llog->file_levels = LEVEL_ERROR;
-    run(ACTION_UPDATE_ALL, "seq 20000; sleep 0.2; seq 20001 40000");
-    EXPECT_TRUE(wait_until([] { return pvrm_out->displayed(40000) != 0; }));
+    tool_is("seq 20000\n" + std::string(wait_for_test) + "seq 20001 40000");
+    show(ACTION_UPDATE_ALL);
+    // The last of these lines wait in the stream until the tool prints more.
+    EXPECT_TRUE(wait_until(
+        [] { return pvrm_out->size() > 10000 && pvrm_out->displayed(pvrm_out->size()); }));
+    let_go();
+    EXPECT_TRUE(wait_until([] { return pvrm_out->size() == 40000 && pvrm_out->displayed(40000); }));
     EXPECT_FALSE(pvrm_out->displayed(1));
 }
 

@@ -69,16 +69,15 @@ is_settled() {
     [[ $activity == "$before" && $activity != *State:*[RD]\ \(* ]]
 }
 
-# Waits until all that has been clicked and typed is handled and drawn. A window that shows the output
-# of a tool may be busy for long: after ten seconds what the test looks for decides, and a warning says
-# what was busy.
+# Waits until all that has been clicked and typed is handled and drawn, for a minute at most: a window
+# that shows the output of a tool may be busy for long.
 settle() {
-    local activity end=$((SECONDS + 10))
+    local activity end=$((SECONDS + ${settle_seconds:-60}))
     until is_settled; do
         observe_activity || return
         ((SECONDS < end)) || {
-            printf '# warning: the window does not come to rest: %s\n' "$activity" >&3
-            return 0
+            printf 'the window does not come to rest: %s\n' "$activity" >&2
+            return 1
         }
         sleep 0.05
     done

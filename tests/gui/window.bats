@@ -110,3 +110,17 @@ resident() {
         false
     }
 }
+
+# --- The tests' own waiting -----------------------------------------------------------------------
+
+@test "a display that does not come to rest is a failure, and what is busy is named" {
+    while :; do :; done 3>&- &
+    local busy=$!
+    settle_seconds=1 DISPLAY_PROCESSES+=" $busy" run settle
+    kill "$busy"
+    wait "$busy" || true
+    assert_status 1
+    assert_output_has "the window does not come to rest: "
+    assert_output_has "$busy State:"
+    settle
+}

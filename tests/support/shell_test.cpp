@@ -25,6 +25,13 @@ void count_interruption(int) {
     interruptions = interruptions + 1;
 }
 
+int wake_up = -1;  // the writing end of a pipe at which a command waits
+
+void count_and_wake(int signal) {
+    count_interruption(signal);
+    EXPECT_EQ(write(wake_up, "\n", 1), 1);
+}
+
 // Within its life a signal is handled in this way.
 class SignalSet {
  public:
@@ -109,11 +116,17 @@ TEST(RunShell, TellsThatNobodyCouldWait) {
 }
 
 TEST(RunShell, AnInterruptionReachesTheHandlerAndLeavesTheCommand) {
-    const SignalSet handled(SIGINT, count_interruption);
+    // The command ends only when the handler has run, beside it.
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const own_fd reader(ends[0]), writer(ends[1]);
+    wake_up = writer.get();
+    const SignalSet handled(SIGINT, count_and_wake);
     interruptions = 0;
-    EXPECT_EQ(run_shell("kill -INT $PPID; sleep 0.2; exit 5"), 5 << 8);
+    const std::string wait = "timeout 60 head -c 1 /dev/fd/" + std::to_string(reader.get());
+    EXPECT_EQ(run_shell(("kill -INT $PPID; " + wait + " >/dev/null && exit 5").c_str()), 5 << 8);
     EXPECT_EQ(interruptions, 1);
-    EXPECT_EQ(handler_of(SIGINT), count_interruption);
+    EXPECT_EQ(handler_of(SIGINT), count_and_wake);
 }
 
 TEST(RunShell, ACommandDiesOfAnInterruptionThatTheProgramHandles) {
@@ -124,7 +137,7 @@ TEST(RunShell, ACommandDiesOfAnInterruptionThatTheProgramHandles) {
 
 TEST(RunShell, AProgramWithoutHandlersOutlivesTheKeys) {
     const SignalSet interrupt(SIGINT, SIG_DFL), quit(SIGQUIT, SIG_DFL);
-    EXPECT_EQ(run_shell("kill -INT $PPID; kill -QUIT $PPID; sleep 0.2"), 0);
+    EXPECT_EQ(run_shell("kill -INT $PPID; kill -QUIT $PPID"), 0);
     EXPECT_EQ(handler_of(SIGINT), SIG_DFL);
     EXPECT_EQ(handler_of(SIGQUIT), SIG_DFL);
     const int status = run_shell("ulimit -c 0; kill -QUIT $$; sleep 5");
