@@ -15,6 +15,7 @@
 #include "kit/log_capture.h"
 #include "kit/scripted_user.h"
 #include "kit/temp_dir.h"
+#include "kit/time_zone.h"
 #include "maintenance/report.h"
 #include "support/arch.h"
 #include "ui/vrmui.h"
@@ -62,11 +63,6 @@ inline own_vri full_package() {
 // The dates of the expected texts are those of Greenwich.
 class Report : public testing::Test {
  protected:
-    Report() {
-        setenv("TZ", "UTC", 1);
-        tzset();
-    }
-
     static std::string expected(const std::string &name) {
         return read_all(std::string(VRM_SOURCE_DIR "/tests/maintenance/reports/") + name);
     }
@@ -79,6 +75,7 @@ class Report : public testing::Test {
         return read_all(path);
     }
 
+    TimeZone zone_ = TimeZone("UTC");
     ScriptedUser &user_ = ScriptedUser::fresh();
     LogCapture log_;
     TempDir dir_;

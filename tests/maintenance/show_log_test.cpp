@@ -15,6 +15,7 @@
 #include "kit/log_capture.h"
 #include "kit/scripted_user.h"
 #include "kit/temp_dir.h"
+#include "kit/time_zone.h"
 #include "repository/action_log.h"
 #include "support/ldif.h"
 #include "support/own.h"
@@ -110,13 +111,9 @@ class ShowLog : public testing::Test {
  protected:
     ShowLog() : user_(ScriptedUser::fresh()), path_(dir_.write("history", history)) {
         setenv("VRM_SHOWLOG_DEBUG_LOGFILE", path_.c_str(), 1);
-        setenv("TZ", "UTC0", 1);
-        tzset();
     }
     ~ShowLog() override {
         unsetenv("VRM_SHOWLOG_DEBUG_LOGFILE");
-        unsetenv("TZ");
-        tzset();
     }
     // The one text that is shown.
     std::string shown(unsigned format, int order, int lines = 4) {
@@ -128,6 +125,7 @@ class ShowLog : public testing::Test {
     void write(const std::string &content) {
         dir_.write("history", content);
     }
+    TimeZone zone_ = TimeZone("UTC0");
     ScriptedUser &user_;
     TempDir dir_;
     std::string path_;

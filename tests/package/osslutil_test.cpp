@@ -8,21 +8,10 @@
 #include <string>
 
 #include "kit/capture.h"
+#include "kit/time_zone.h"
 #include "package/ossl_own.h"
 
 namespace {
-
-class InZone {
- public:
-    explicit InZone(const char *zone) {
-        setenv("TZ", zone, 1);
-        tzset();
-    }
-    ~InZone() {
-        unsetenv("TZ");
-        tzset();
-    }
-};
 
 time_t time_of(int type, const std::string &text) {
     ASN1_TIME *date = ASN1_STRING_type_new(type);
@@ -83,7 +72,7 @@ Parsed parse(const char *text, int multi_value = 0) {
 }  // namespace
 
 TEST(Asn1UtcTime, ReadsUtcTimesOfBothCenturies) {
-    const InZone zone("UTC0");
+    const TimeZone zone("UTC0");
     EXPECT_EQ(time_of(V_ASN1_UTCTIME, "240229123456Z"), moment(2024, 2, 29, 12, 34, 56));
     EXPECT_EQ(time_of(V_ASN1_UTCTIME, "490101000000Z"), moment(2049, 1, 1, 0, 0, 0));
     EXPECT_EQ(time_of(V_ASN1_UTCTIME, "691231235959Z"), moment(2069, 12, 31, 23, 59, 59));
@@ -93,13 +82,13 @@ TEST(Asn1UtcTime, ReadsUtcTimesOfBothCenturies) {
 
 TEST(Asn1UtcTime, TakesLocalTimeOff) {
     for (const char *name : {"EAST-5:30", "WEST8"}) {
-        const InZone zone(name);
+        const TimeZone zone(name);
         EXPECT_EQ(time_of(V_ASN1_UTCTIME, "240229123456Z"), moment(2024, 2, 29, 12, 34, 56));
     }
 }
 
 TEST(Asn1UtcTime, UsesTheOffsetOfThisMoment) {
-    const InZone zone("STD0DST,M3.5.0,M10.5.0");
+    const TimeZone zone("STD0DST,M3.5.0,M10.5.0");
     for (const time_t date : {moment(2024, 1, 15, 12, 0, 0), moment(2024, 7, 15, 12, 0, 0)}) {
         struct tm local, utc;
         localtime_r(&date, &local);
@@ -111,7 +100,7 @@ TEST(Asn1UtcTime, UsesTheOffsetOfThisMoment) {
 }
 
 TEST(Asn1UtcTime, TakesAGeneralizedTimeForADateOfAntiquity) {
-    const InZone zone("UTC0");
+    const TimeZone zone("UTC0");
     // "2060 01 02 03 04 05" is read as 20-60-01 02:03:04, month 60 being four years and 11 months
     // on.
     EXPECT_EQ(time_of(V_ASN1_GENERALIZEDTIME, "20600102030405Z"), moment(24, 12, 1, 2, 3, 4));
@@ -127,15 +116,15 @@ TEST(Asn1UtcTime, GivesNothingForShortTexts) {
 
 TEST(UtcOffset, IsPositiveEastOfGreenwich) {
     {
-        const InZone zone("UTC0");
+        const TimeZone zone("UTC0");
         EXPECT_EQ(utc_offset(), 0);
     }
     {
-        const InZone zone("EAST-5:30");
+        const TimeZone zone("EAST-5:30");
         EXPECT_EQ(utc_offset(), 19800);
     }
     {
-        const InZone zone("WEST8");
+        const TimeZone zone("WEST8");
         EXPECT_EQ(utc_offset(), -28800);
     }
 }

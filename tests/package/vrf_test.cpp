@@ -11,6 +11,7 @@
 #include "kit/capture.h"
 #include "kit/log_capture.h"
 #include "kit/package_maker.h"
+#include "kit/strings.h"
 #include "kit/temp_dir.h"
 #include "kit/test_repo.h"
 #include "support/array.h"
@@ -44,10 +45,7 @@ own_array index_of(const std::string &path) {
 }
 
 Lines sorted(char *const *array) {
-    Lines lines;
-    for (; array && *array; array++) {
-        lines.emplace_back(*array);
-    }
+    Lines lines = strings(array);
     std::sort(lines.begin(), lines.end());
     return lines;
 }

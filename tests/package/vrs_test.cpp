@@ -15,6 +15,7 @@
 #include "kit/log_capture.h"
 #include "kit/package_maker.h"
 #include "kit/temp_dir.h"
+#include "kit/time_zone.h"
 #include "package/certificate.h"
 #include "package/checked_keys.h"
 #include "support/own.h"
@@ -95,8 +96,7 @@ TEST_F(VrsFverifyRsa, AcceptsWhatATrustedSignerSigned) {
 }
 
 TEST_F(VrsFverifyRsa, TellsTheDatesInLocalTime) {
-    setenv("TZ", "EAST-5:30", 1);
-    tzset();
+    const TimeZone zone("EAST-5:30");
     const Signer signer =
         Signer::make(dir_, "/O=Dated/CN=x", "-startdate 20200102030405Z -enddate 20400203040506Z");
     trust(signer);
@@ -105,8 +105,6 @@ TEST_F(VrsFverifyRsa, TellsTheDatesInLocalTime) {
     EXPECT_TRUE(log.has(LEVEL_DEBUG, log_date("Valid from", 1577934245)));
     EXPECT_TRUE(log.has(LEVEL_DEBUG, "vrs_vferify_rsa: Valid from: 2020-01-02 08:34:05"));
     EXPECT_TRUE(log.has(LEVEL_DEBUG, "vrs_vferify_rsa: Valid until: 2040-02-03 09:35:06"));
-    unsetenv("TZ");
-    tzset();
 }
 
 TEST_F(VrsFverifyRsa, ReadsFromWhereTheStreamStandsToItsEnd) {

@@ -12,6 +12,7 @@
 
 #include "kit/log_capture.h"
 #include "kit/temp_dir.h"
+#include "kit/time_zone.h"
 
 namespace {
 
@@ -68,8 +69,7 @@ TEST_F(ActionLog, DeletionAsDependencyIsNoted) {
 }
 
 TEST_F(ActionLog, DateIsLocalTime) {
-    setenv("TZ", "XYZ-5:30", 1);
-    tzset();
+    const TimeZone zone("XYZ-5:30");
     const time_t before = time(nullptr);
     vrm_log_action(1, nullptr, "foo_i686_1.0", nullptr);
     const time_t after = time(nullptr);
@@ -78,8 +78,6 @@ TEST_F(ActionLog, DateIsLocalTime) {
     const time_t noted = timegm(&shown) - (5 * 60 + 30) * 60;
     EXPECT_GE(noted, before);
     EXPECT_LE(noted, after);
-    unsetenv("TZ");
-    tzset();
 }
 
 TEST_F(ActionLog, LinesAreAppended) {

@@ -12,6 +12,7 @@
 
 #include "kit/failing_memory.h"
 #include "kit/log_capture.h"
+#include "kit/time_zone.h"
 #include "support/own.h"
 
 namespace {
@@ -20,14 +21,6 @@ using Pairs = std::vector<std::pair<std::string, std::string>>;
 
 class ParseLog : public testing::Test {
  protected:
-    ParseLog() {
-        setenv("TZ", "UTC0", 1);
-        tzset();
-    }
-    ~ParseLog() override {
-        unsetenv("TZ");
-        tzset();
-    }
     static Pairs pairs_of(const std::string &line) {
         const own_ekva rec(vrm_parse_log(line.c_str()));
         Pairs pairs;
@@ -53,6 +46,7 @@ class ParseLog : public testing::Test {
         }
         EXPECT_EQ(told, (std::vector<LogCapture::Line>{{level, message}})) << line;
     }
+    TimeZone zone_ = TimeZone("UTC0");
     LogCapture log_;
 };
 
@@ -122,8 +116,7 @@ TEST_F(ParseLog, UpdateByTheUserOfDefaultVariants) {
 }
 
 TEST_F(ParseLog, TimeIsLocal) {
-    setenv("TZ", "XYZ-5:30", 1);
-    tzset();
+    const TimeZone zone("XYZ-5:30");
     EXPECT_EQ(
         value_of("2024-01-02 03:04:05: installed a_any_1 as requested by user", "evrkLogTime"),
         "1704144845");

@@ -16,6 +16,7 @@
 #include "kit/failing_memory.h"
 #include "kit/failing_reads.h"
 #include "kit/log_capture.h"
+#include "kit/strings.h"
 #include "kit/test_repo.h"
 
 namespace fs = std::filesystem;
@@ -28,14 +29,6 @@ PackageSpec named(const std::string &name, const std::string &description = "A t
     spec.name = name;
     spec.description = description;
     return spec;
-}
-
-std::vector<std::string> strings(char *const *array) {
-    std::vector<std::string> all;
-    for (; array && *array; array++) {
-        all.emplace_back(*array);
-    }
-    return all;
 }
 
 class Inventory : public testing::Test {

@@ -16,29 +16,11 @@
 
 #include "kit/capture.h"
 #include "kit/failing_memory.h"
+#include "kit/failing_new.h"
 #include "kit/temp_dir.h"
 #include "support/arch.h"
 
 namespace fs = std::filesystem;
-
-// Memory that fails on demand. Inlined, the functions would look like malloc mixed with delete.
-static size_t largest_new = SIZE_MAX;
-
-[[gnu::noinline]] void *operator new(size_t size) {
-    void *const block = size <= largest_new ? malloc(size) : nullptr;
-    if (!block) {
-        throw std::bad_alloc();
-    }
-    return block;
-}
-
-[[gnu::noinline]] void operator delete(void *block) noexcept {
-    free(block);
-}
-
-[[gnu::noinline]] void operator delete(void *block, size_t) noexcept {
-    free(block);
-}
 
 namespace {
 
@@ -363,10 +345,10 @@ TEST_F(VrmLock, UnlockRemovesTheFileAndLetsAnotherIn) {
 
 TEST_F(VrmLock, LeavesNothingOfItWhenMemoryFails) {
     const own_handle handle = open_repo();
-    largest_new = 0;
-    const int rc = vrm_lock(handle.get());
-    largest_new = SIZE_MAX;
-    EXPECT_EQ(rc, -1);
+    {
+        const FailingNew failing(0);
+        EXPECT_EQ(vrm_lock(handle.get()), -1);
+    }
     EXPECT_EQ(handle->locked, 0);
     EXPECT_FALSE(exists(lock_file()));
     OtherHolder other([&] { return open_repo(); });

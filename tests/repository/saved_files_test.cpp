@@ -9,6 +9,7 @@
 
 #include "kit/log_capture.h"
 #include "kit/test_repo.h"
+#include "kit/time_zone.h"
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
@@ -119,8 +120,7 @@ TEST_F(SavedFiles, WhatIsMissingCannotBeKept) {
 }
 
 TEST_F(SavedFiles, TheNameOfADirectoryTellsTimeAndPackage) {
-    setenv("TZ", "UTC", 1);
-    tzset();
+    const TimeZone zone("UTC");
     write("2026-11-21T20:00:00_foo_small_any_1.0#12/opt/x", "12345");
     write("2025-11-21T20:00:00_bar_any_1.0/opt/y", "");
     fs::create_symlink("/etc/shadow", repo.in("saved/2025-11-21T20:00:00_bar_any_1.0/opt/z"));

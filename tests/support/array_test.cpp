@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kit/failing_memory.h"
+#include "kit/strings.h"
 #include "support/own.h"
 
 using testing::ElementsAre;
@@ -18,14 +19,6 @@ using testing::IsEmpty;
 namespace {
 
 using Texts = std::vector<std::string>;
-
-Texts texts_of(char *const *array) {
-    Texts texts;
-    for (size_t i = 0; array && array[i]; ++i) {
-        texts.emplace_back(array[i]);
-    }
-    return texts;
-}
 
 // A heap array as callers build it.
 char **array_of(const Texts &texts) {
@@ -70,7 +63,7 @@ TEST(ArrCount, CountsEntries) {
 TEST(ArrCopy, IsDeep) {
     const own_array array = owned({"a", "b"});
     const own_array copy(arr_copy(array.get()));
-    EXPECT_THAT(texts_of(copy.get()), ElementsAre("a", "b"));
+    EXPECT_THAT(strings(copy.get()), ElementsAre("a", "b"));
     EXPECT_NE(copy.get()[0], array.get()[0]);
 }
 
@@ -91,7 +84,7 @@ TEST(ArrCopy, GivesNullWhenMemoryFails) {
 
 TEST(ArrTail, AppendsAllEntries) {
     const own_array array(arr_tail(array_of({"a", "b"}), owned({"b", "c", "c"}).get()));
-    EXPECT_THAT(texts_of(array.get()), ElementsAre("a", "b", "b", "c", "c"));
+    EXPECT_THAT(strings(array.get()), ElementsAre("a", "b", "b", "c", "c"));
 }
 
 TEST(ArrTail, ToNullGivesNull) {
@@ -103,15 +96,15 @@ TEST(ArrTail, OfNullLeavesTheArrayAsItIs) {
     own_array array = owned({"a"});
     EXPECT_EQ(arr_tail(array.get(), nullptr), array.get());
     EXPECT_EQ(arr_tailx(array.get(), nullptr), array.get());
-    EXPECT_THAT(texts_of(array.get()), ElementsAre("a"));
+    EXPECT_THAT(strings(array.get()), ElementsAre("a"));
 }
 
 TEST(ArrTail, TakesTheArrayItself) {
     char **array = array_of({"a", "b"});
     array = arr_tail(array, array);
-    EXPECT_THAT(texts_of(array), ElementsAre("a", "b", "a", "b"));
+    EXPECT_THAT(strings(array), ElementsAre("a", "b", "a", "b"));
     array = arr_tailx(array, array);
-    EXPECT_THAT(texts_of(array), ElementsAre("a", "b", "a", "b"));
+    EXPECT_THAT(strings(array), ElementsAre("a", "b", "a", "b"));
     arr_free(array);
 }
 
@@ -131,20 +124,20 @@ TEST(ArrTail, GivesNullWhenMemoryFails) {
 
 TEST(ArrTailx, SkipsWhatIsThereAlready) {
     const own_array array(arr_tailx(array_of({"a", "b", "a"}), owned({"b", "c", "C", "c"}).get()));
-    EXPECT_THAT(texts_of(array.get()), ElementsAre("a", "b", "a", "c", "C"));
+    EXPECT_THAT(strings(array.get()), ElementsAre("a", "b", "a", "c", "C"));
 }
 
 TEST(ArrAdds, SplitsAtCommas) {
     const own_array all(arr_adds(array_of({"a"}), 0, "b,,a,b"));
-    EXPECT_THAT(texts_of(all.get()), ElementsAre("a", "b", "a", "b"));
+    EXPECT_THAT(strings(all.get()), ElementsAre("a", "b", "a", "b"));
     const own_array once(arr_adds(array_of({"a"}), 1, "b,,a,b"));
-    EXPECT_THAT(texts_of(once.get()), ElementsAre("a", "b"));
+    EXPECT_THAT(strings(once.get()), ElementsAre("a", "b"));
 }
 
 TEST(ArrAdds, AcceptsNoText) {
     for (const char *text : {static_cast<const char *>(nullptr), "", ",,"}) {
         const own_array array(arr_adds(array_of({"a"}), 1, text));
-        EXPECT_THAT(texts_of(array.get()), ElementsAre("a"));
+        EXPECT_THAT(strings(array.get()), ElementsAre("a"));
     }
     EXPECT_EQ(arr_adds(nullptr, 0, "a"), nullptr);
 }
@@ -156,9 +149,9 @@ TEST(Arr2str, JoinsEntries) {
 }
 
 TEST(Str2arr, DropsEmptyFields) {
-    EXPECT_THAT(texts_of(own_array(str2arr(",,a,,b,", ',')).get()), ElementsAre("a", "b"));
-    EXPECT_THAT(texts_of(own_array(str2arr("a, b", ',')).get()), ElementsAre("a", " b"));
-    EXPECT_THAT(texts_of(own_array(str2arr("a,b", ';')).get()), ElementsAre("a,b"));
+    EXPECT_THAT(strings(own_array(str2arr(",,a,,b,", ',')).get()), ElementsAre("a", "b"));
+    EXPECT_THAT(strings(own_array(str2arr("a, b", ',')).get()), ElementsAre("a", " b"));
+    EXPECT_THAT(strings(own_array(str2arr("a,b", ';')).get()), ElementsAre("a,b"));
 }
 
 TEST(Str2arr, GivesNullForNoField) {
@@ -186,7 +179,7 @@ TEST(Str2arr, GivesNullWhenMemoryFails) {
 }
 
 TEST(Str2arrTrim, CutsFieldsDownToTheirFirstWord) {
-    EXPECT_THAT(texts_of(own_array(str2arr_trim("  a b,\tc\t, ,d", ',')).get()),
+    EXPECT_THAT(strings(own_array(str2arr_trim("  a b,\tc\t, ,d", ',')).get()),
                 ElementsAre("a", "c", "", "d"));
     EXPECT_EQ(str2arr_trim("", ','), nullptr);
 }
@@ -207,7 +200,7 @@ TEST(ArrT21Add, GrowsByDoubling) {
         EXPECT_EQ(capacity, capacities[static_cast<size_t>(i)]);
         EXPECT_EQ(array[count], nullptr);
     }
-    EXPECT_THAT(texts_of(array), ElementsAre("0", "1", "2", "3", "4"));
+    EXPECT_THAT(strings(array), ElementsAre("0", "1", "2", "3", "4"));
     arr_free(array);
 }
 
@@ -219,7 +212,7 @@ TEST(ArrT21Add, AppendsNothingForNullOrWithoutMemory) {
     growing_fails = true;
     EXPECT_EQ(arr_t21_add(&array, "b", count, &capacity), 1);
     growing_fails = false;
-    EXPECT_THAT(texts_of(array), ElementsAre("a"));
+    EXPECT_THAT(strings(array), ElementsAre("a"));
     arr_free(array);
 }
 
@@ -235,10 +228,10 @@ TEST(AarrT21Add, AppendsCopiesOfArrays) {
     ASSERT_EQ(count, 3);
     EXPECT_EQ(capacity, 4);
     EXPECT_EQ(arrays[3], nullptr);
-    EXPECT_THAT(texts_of(arrays[0]), ElementsAre("a", "b"));
+    EXPECT_THAT(strings(arrays[0]), ElementsAre("a", "b"));
     EXPECT_NE(arrays[0], one.get());
-    EXPECT_THAT(texts_of(arrays[1]), IsEmpty());
-    EXPECT_THAT(texts_of(arrays[2]), ElementsAre("a", "b"));
+    EXPECT_THAT(strings(arrays[1]), IsEmpty());
+    EXPECT_THAT(strings(arrays[2]), ElementsAre("a", "b"));
     for (int i = 0; i < count; ++i) {
         arr_free(arrays[i]);
     }
@@ -248,18 +241,18 @@ TEST(AarrT21Add, AppendsCopiesOfArrays) {
 TEST(ArrSortx, SortsByStrcmp) {
     char **array = array_of({"b", "a", "B", "10", "9", "a"});
     arr_sortx(&array, nullptr);
-    EXPECT_THAT(texts_of(array), ElementsAre("10", "9", "B", "a", "a", "b"));
+    EXPECT_THAT(strings(array), ElementsAre("10", "9", "B", "a", "a", "b"));
     arr_free(array);
 }
 
 TEST(ArrSortx, TakesACompareFunction) {
     char **array = array_of({"10", "9", "100"});
     arr_sortx(&array, list_cmp_num);
-    EXPECT_THAT(texts_of(array), ElementsAre("9", "10", "100"));
+    EXPECT_THAT(strings(array), ElementsAre("9", "10", "100"));
     arr_free(array);
     array = array_of({"10.0.0.2", "9.255.255.255", "10.0.0.1"});
     arr_sortx(&array, list_cmp_addr);
-    EXPECT_THAT(texts_of(array), ElementsAre("9.255.255.255", "10.0.0.1", "10.0.0.2"));
+    EXPECT_THAT(strings(array), ElementsAre("9.255.255.255", "10.0.0.1", "10.0.0.2"));
     arr_free(array);
 }
 
@@ -268,7 +261,7 @@ TEST(ArrSortx, LeavesShortArraysAlone) {
     arr_sortx(&none, nullptr);
     char **empty = array_of({});
     arr_sortx(&empty, nullptr);
-    EXPECT_THAT(texts_of(empty), IsEmpty());
+    EXPECT_THAT(strings(empty), IsEmpty());
     arr_free(empty);
 }
 
@@ -295,7 +288,7 @@ TEST(ArrSortx, GivesTheOrderOfABubbleSortForAnyCompareFunction) {
             }
             char **array = array_of(texts);
             arr_sortx(&array, compare);
-            EXPECT_EQ(texts_of(array), expected);
+            EXPECT_EQ(strings(array), expected);
             arr_free(array);
         }
     }
@@ -336,7 +329,7 @@ TEST(ListCmpAddr, TakesMissingFieldsForZero) {
 TEST(ToCArray, CopiesEachString) {
     const Texts texts = {"a", "", "b"};
     const own_array array = to_c_array(texts);
-    EXPECT_EQ(texts_of(array.get()), texts);
+    EXPECT_EQ(strings(array.get()), texts);
     EXPECT_NE(to_c_array(Texts()), nullptr);
 }
 

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "kit/capture.h"
+#include "kit/failing_new.h"
 #include "kit/temp_dir.h"
 #include "support/own.h"
 
@@ -31,25 +32,6 @@ extern "C" int mkstemp(char *pattern) {
     const int fd = mkostemp(pattern, 0);
     made_files.emplace_back(pattern);
     return fd;
-}
-
-// Memory that fails on demand. Inlined, the functions would look like malloc mixed with delete.
-static size_t largest_new = SIZE_MAX;
-
-[[gnu::noinline]] void *operator new(size_t size) {
-    void *const block = size <= largest_new ? malloc(size) : nullptr;
-    if (!block) {
-        throw std::bad_alloc();
-    }
-    return block;
-}
-
-[[gnu::noinline]] void operator delete(void *block) noexcept {
-    free(block);
-}
-
-[[gnu::noinline]] void operator delete(void *block, size_t) noexcept {
-    free(block);
 }
 
 struct Ran {
@@ -163,10 +145,10 @@ TEST(CmdExec, GivesMinusOneWhenMemoryFails) {
     size_t out_length, err_length;
     made_files.clear();
     made_files.reserve(10);
-    largest_new = 1000;
-    const int status = cmd_exec(command.c_str(), &out, &out_length, &err, &err_length);
-    largest_new = SIZE_MAX;
-    EXPECT_EQ(status, -1);
+    {
+        const FailingNew failing(1000);
+        EXPECT_EQ(cmd_exec(command.c_str(), &out, &out_length, &err, &err_length), -1);
+    }
     EXPECT_EQ(out, nullptr);
     EXPECT_EQ(err, nullptr);
     for (const std::string &path : made_files) {
@@ -288,10 +270,8 @@ TEST(CmdMaskParse, DoesNotExpandTheValuesThemselves) {
 
 TEST(CmdMaskParse, GivesNullWhenMemoryFails) {
     const std::string mask(2000, 'x');
-    largest_new = 1000;
-    char *const line = cmd_mask_parse(mask.c_str(), nullptr);
-    largest_new = SIZE_MAX;
-    EXPECT_EQ(line, nullptr);
+    const FailingNew failing(1000);
+    EXPECT_EQ(cmd_mask_parse(mask.c_str(), nullptr), nullptr);
 }
 
 TEST(CmdMaskParse, GivesNullForANullMask) {

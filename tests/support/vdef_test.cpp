@@ -6,18 +6,7 @@
 #include <limits>
 #include <string>
 
-// A time zone for a test: without one the texts would hang on the machine.
-class Zone {
- public:
-    explicit Zone(const char *zone) {
-        setenv("TZ", zone, 1);
-        tzset();
-    }
-    ~Zone() {
-        unsetenv("TZ");
-        tzset();
-    }
-};
+#include "kit/time_zone.h"
 
 static std::string byte_text(double value) {
     char buffer[64];
@@ -87,7 +76,7 @@ TEST(VdefNiceByteExt, TakesItsBase) {
 }
 
 TEST(VdefNiceUtime, HasOneFormForEachFormatNumber) {
-    const Zone zone("UTC0");
+    const TimeZone zone("UTC0");
     const time_t time = 1704164645;  // 2024-01-02 03:04:05
     EXPECT_EQ(utime(time, 2), "03:04:05");
     EXPECT_EQ(utime(time, 4), "2.1.2024");
@@ -100,7 +89,7 @@ TEST(VdefNiceUtime, HasOneFormForEachFormatNumber) {
 }
 
 TEST(VdefNiceUtime, NamesTheMonths) {
-    const Zone zone("UTC0");
+    const TimeZone zone("UTC0");
     const char *const names[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                  "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
     for (int month = 0; month < 12; month++) {
@@ -114,13 +103,13 @@ TEST(VdefNiceUtime, NamesTheMonths) {
 }
 
 TEST(VdefNiceUtime, IsLocalTime) {
-    const Zone zone("XXX-2");
+    const TimeZone zone("XXX-2");
     EXPECT_EQ(utime(0, 2), "02:00:00");
     EXPECT_EQ(dbdate(0), "1970-01-01 02:00:00");
 }
 
 TEST(VdefNiceUtime, IsEmptyBeyondTheCalendar) {
-    const Zone zone("UTC0");
+    const TimeZone zone("UTC0");
     // The year 2147483647, and the one after it, which the C library still breaks down.
     EXPECT_EQ(utime(67767976233532799, 4), "31.12.2147483647");
     EXPECT_EQ(utime(67767976233532800, 4), "");
@@ -128,7 +117,7 @@ TEST(VdefNiceUtime, IsEmptyBeyondTheCalendar) {
 }
 
 TEST(VdefNiceDbdate, HasNineteenCharacters) {
-    const Zone zone("UTC0");
+    const TimeZone zone("UTC0");
     EXPECT_EQ(dbdate(1704164645), "2024-01-02 03:04:05");
     EXPECT_EQ(dbdate(1704164645).size(), 19u);
 }
@@ -148,7 +137,7 @@ TEST(VdefNiceSince, ChangesItsFormAtTheEdgesAndHasNoSingular) {
 }
 
 TEST(Dbdate2time, ReadsADatabaseDate) {
-    const Zone zone("UTC0");
+    const TimeZone zone("UTC0");
     EXPECT_EQ(dbdate2time("2024-01-02 03:04:05"), 1704164645);
     EXPECT_EQ(dbdate2time("2024-01-02 03:04:05 and more"), 1704164645);
 }
@@ -162,7 +151,7 @@ TEST(Dbdate2time, RefusesNullShortTextAndTextWithoutAYear) {
 }
 
 TEST(Dbdate2time, KeepsTheTimeOfNowForFieldsThatDoNotScan) {
-    const Zone zone("UTC0");
+    const TimeZone zone("UTC0");
     const time_t before = time(nullptr);
     const time_t parsed = dbdate2time("2024-01-02 unknown..");
     const time_t after = time(nullptr);
@@ -174,7 +163,7 @@ TEST(Dbdate2time, KeepsTheTimeOfNowForFieldsThatDoNotScan) {
 }
 
 TEST(Dbdate2time, TakesTheMonthBeforeThisOneWhereItDoesNotScan) {
-    const Zone zone("UTC0");
+    const TimeZone zone("UTC0");
     const time_t before = time(nullptr);
     const time_t parsed = dbdate2time("2023 and nothing of a month");
     const time_t after = time(nullptr);
@@ -191,7 +180,7 @@ TEST(Dbdate2time, TakesTheMonthBeforeThisOneWhereItDoesNotScan) {
 
 TEST(Dbdate2time, IsTheWayBackFromTheDatabaseDate) {
     for (const char *const name : {"UTC0", "XXX-5:30", "YYY8"}) {
-        const Zone zone(name);
+        const TimeZone zone(name);
         for (const time_t time :
              std::initializer_list<time_t>{0, 951782399, 1704164645, 1709210096, 4102444799}) {
             EXPECT_EQ(dbdate2time(dbdate(time).c_str()), time) << name;

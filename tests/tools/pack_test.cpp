@@ -6,6 +6,7 @@
 #include "engine.h"
 #include "kit/capture.h"
 #include "kit/package_maker.h"
+#include "kit/strings.h"
 #include "kit/test_repo.h"
 #include "tools/vrk-build/problem.h"
 
@@ -14,14 +15,6 @@ using testing::HasSubstr;
 using testing::UnorderedElementsAre;
 
 namespace {
-
-std::vector<std::string> strings(char *const *array) {
-    std::vector<std::string> list;
-    for (; array && *array; array++) {
-        list.emplace_back(*array);
-    }
-    return list;
-}
 
 // A source tree, and a repository that trusts its signer.
 class Pack : public testing::Test {
