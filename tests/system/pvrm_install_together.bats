@@ -3,15 +3,9 @@
 
 load helpers
 
-setup_file() {
-    make_signer
-    trust_signer
-    use_text_backend
-}
+setup_file() { begin_tests catalogue; }
 
-setup() {
-    clean_repository
-}
+setup() { clean_repository; }
 
 # The heads of packages: for whose sake each was installed.
 heads() { # NAME...

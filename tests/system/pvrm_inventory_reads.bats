@@ -4,15 +4,9 @@
 
 load helpers
 
-setup_file() {
-    make_signer
-    trust_signer
-    use_text_backend
-}
+setup_file() { begin_tests catalogue; }
 
-setup() {
-    clean_repository
-}
+setup() { clean_repository; }
 
 # Runs a command and keeps which description files it opens for reading, one path a line.
 read_by() { # COMMAND [ARGUMENT]...

@@ -3,14 +3,9 @@
 
 load helpers
 
-setup_file() {
-    make_signer
-    trust_signer
-}
+setup_file() { begin_tests; }
 
-setup() {
-    clean_repository
-}
+setup() { clean_repository; }
 
 # Installs packages that need each other from one directory, in one call.
 install_all() { # FILE...
