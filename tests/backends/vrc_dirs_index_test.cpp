@@ -12,6 +12,8 @@
 
 #include "backends/vrc-dirs/index.h"
 #include "backends/vrc-dirs/search.h"
+#include "kit/records.h"
+#include "kit/results.h"
 #include "kit/temp_dir.h"
 
 using testing::ElementsAre;
@@ -68,28 +70,23 @@ std::string random_text(std::mt19937 *random, size_t longest) {
 }  // namespace
 
 TEST(RequiredLiteral, IsTheLongestRunOutsideOfWildcards) {
-    EXPECT_EQ(required_literal("foo"), "foo");
-    EXPECT_EQ(required_literal("*foo*"), "foo");
-    EXPECT_EQ(required_literal("a*bcd?ef"), "bcd");
-    EXPECT_EQ(required_literal("*"), "");
-    EXPECT_EQ(required_literal("??*"), "");
-    EXPECT_EQ(required_literal(""), "");
+    expect_results(
+        required_literal,
+        {{"foo", "foo"}, {"*foo*", "foo"}, {"a*bcd?ef", "bcd"}, {"*", ""}, {"??*", ""}, {"", ""}});
 }
 
 TEST(RequiredLiteral, LeavesOutWhatABracketExpressionMayHold) {
-    EXPECT_EQ(required_literal("ab[cdefg]h"), "ab");
-    EXPECT_EQ(required_literal("a[cdefg]hij"), "hij");
-    EXPECT_EQ(required_literal("[]abcd]*ef"), "ef");
-    EXPECT_EQ(required_literal("a[[:alpha:]bcd]e"), "a");
-    EXPECT_EQ(required_literal("ab[cdefg"), "ab");
-    EXPECT_EQ(required_literal("abc]de"), "abc");
+    expect_results(required_literal, {{"ab[cdefg]h", "ab"},
+                                      {"a[cdefg]hij", "hij"},
+                                      {"[]abcd]*ef", "ef"},
+                                      {"a[[:alpha:]bcd]e", "a"},
+                                      {"ab[cdefg", "ab"},
+                                      {"abc]de", "abc"}});
 }
 
 // "a\*b" fits the text "a*b", and is equal to the text "a\*b".
 TEST(RequiredLiteral, EndsAtABackslash) {
-    EXPECT_EQ(required_literal("abc\\*de"), "abc");
-    EXPECT_EQ(required_literal("ab\\cdef"), "def");
-    EXPECT_EQ(required_literal("a\\"), "a");
+    expect_results(required_literal, {{"abc\\*de", "abc"}, {"ab\\cdef", "def"}, {"a\\", "a"}});
 }
 
 TEST(DirsSearch, AgreesWithFnmatchOnAnyPattern) {
@@ -173,16 +170,7 @@ TEST(DirsIndex, KeepsEachFieldOfARecord) {
     EXPECT_EQ(index->details(0).stamp, (vrc_dirs::file_stamp{5000000000, -3, 999}));
     const own_vri kept = index->record(0);
     ASSERT_TRUE(kept);
-    EXPECT_STREQ(kept->name, "n");
-    EXPECT_STREQ(kept->variant, "");
-    EXPECT_STREQ(kept->version, "2");
-    EXPECT_STREQ(kept->creator, "c");
-    EXPECT_EQ(kept->arch, 8);
-    EXPECT_STREQ(kept->description, "d");
-    ASSERT_TRUE(kept->deps && kept->deps[0] && kept->deps[1]);
-    EXPECT_STREQ(kept->deps[0], "x");
-    EXPECT_STREQ(kept->deps[1], "");
-    EXPECT_EQ(kept->deps[2], nullptr);
+    expect_described(kept.get(), {"n", "", "2", "c", 8, "d", {"x", ""}});
     EXPECT_EQ(kept->flag, 1);
     EXPECT_EQ(kept->datasize, 0x1122334455667788U);
     EXPECT_EQ(kept->filesize, 5000000000U);

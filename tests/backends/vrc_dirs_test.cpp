@@ -14,6 +14,7 @@
 #include "backends/backend_kit.h"
 #include "kit/capture.h"
 #include "kit/log_capture.h"
+#include "kit/records.h"
 #include "kit/temp_dir.h"
 
 namespace fs = std::filesystem;
@@ -129,16 +130,8 @@ TEST_F(VrcDirs, RecordsTellOfTheFile) {
     ASSERT_TRUE(list);
     const vri *info = list.get()[0];
     ASSERT_TRUE(info);
-    EXPECT_STREQ(info->name, "tool");
-    EXPECT_STREQ(info->variant, "small");
-    EXPECT_STREQ(info->version, "2.1");
-    EXPECT_STREQ(info->creator, "Someone");
-    EXPECT_EQ(info->arch, 8);
-    EXPECT_STREQ(info->description, "Does things");
-    ASSERT_TRUE(info->deps);
-    EXPECT_STREQ(info->deps[0], "libone");
-    EXPECT_STREQ(info->deps[1], "libtwo");
-    EXPECT_EQ(info->deps[2], nullptr);
+    expect_described(info,
+                     {"tool", "small", "2.1", "Someone", 8, "Does things", {"libone", "libtwo"}});
     EXPECT_EQ(info->datasize, 4096U);
     EXPECT_EQ(info->filesize, fs::file_size(file("sub/deeper/tool.vrk")));
     EXPECT_EQ(info->filehash, sha1_of(file("sub/deeper/tool.vrk")));

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "kit/log_capture.h"
+#include "kit/records.h"
 #include "kit/temp_dir.h"
 #include "support/own.h"
 #include "ui/vrmui.h"
@@ -62,14 +63,6 @@ class Yad : public testing::Test {
 
 using YadForm = Yad;
 using YadSelect = Yad;
-
-own_ekva record(const std::vector<std::pair<const char *, const char *>> &pairs) {
-    s_ekva **rec = ekva_new(10, 4);
-    for (const auto &[key, value] : pairs) {
-        ekva_addval(&rec, key, value, 0);
-    }
-    return own_ekva(rec);
-}
 
 std::vector<std::string> form_arguments(std::vector<std::string> fields) {
     std::vector<std::string> all = {

@@ -2,22 +2,20 @@
 
 #include <gtest/gtest.h>
 
+#include "kit/results.h"
+
 TEST(WithoutArguments, TwoPercentSignsAreOne) {
-    EXPECT_EQ(without_arguments("100%% done"), "100% done");
-    EXPECT_EQ(without_arguments("%%%%"), "%%");
-    EXPECT_EQ(without_arguments("%%s"), "%s");
+    expect_results(without_arguments, {{"100%% done", "100% done"}, {"%%%%", "%%"}, {"%%s", "%s"}});
 }
 
 TEST(WithoutArguments, AStrayPercentSignStandsForItself) {
-    EXPECT_EQ(without_arguments("50% of %s and %n"), "50% of %s and %n");
-    EXPECT_EQ(without_arguments("%"), "%");
-    EXPECT_EQ(without_arguments("%%%"), "%%");
-    EXPECT_EQ(without_arguments(""), "");
+    expect_results(without_arguments,
+                   {{"50% of %s and %n", "50% of %s and %n"}, {"%", "%"}, {"%%%", "%%"}, {"", ""}});
 }
 
 TEST(AsLabel, AtSignsAreDoubled) {
-    EXPECT_EQ(as_label("me@here.org"), "me@@here.org");
-    EXPECT_EQ(as_label("@-> @@"), "@@-> @@@@");
-    EXPECT_EQ(as_label("plain & simple\n"), "plain & simple\n");
-    EXPECT_EQ(as_label(""), "");
+    expect_results(as_label, {{"me@here.org", "me@@here.org"},
+                              {"@-> @@", "@@-> @@@@"},
+                              {"plain & simple\n", "plain & simple\n"},
+                              {"", ""}});
 }

@@ -23,10 +23,11 @@ using testing::IsEmpty;
 namespace {
 
 std::string cell(int row, int column) {
-    cell_text text;
-    memset(text, 'x', sizeof text);
-    package_cell(row, column, text);
-    return text;
+    return cell_by(package_cell, row, column);
+}
+
+std::vector<std::string> cells(int row) {
+    return {cell(row, 0), cell(row, 1), cell(row, 2), cell(row, 3)};
 }
 
 class Rows : public testing::Test {
@@ -68,10 +69,7 @@ TEST(PackageColumns, AreFourWithTheirTitlesAndWidths) {
 
 TEST_F(PackageCell, IsNameVariantVersionAndDescription) {
     show_rows({{"foo", "small", "1.2", "Does foo"}, {"bar", nullptr, "3", "Does bar"}});
-    EXPECT_EQ(cell(0, 0), "foo");
-    EXPECT_EQ(cell(0, 1), "small");
-    EXPECT_EQ(cell(0, 2), "1.2");
-    EXPECT_EQ(cell(0, 3), "Does foo");
+    EXPECT_THAT(cells(0), ElementsAre("foo", "small", "1.2", "Does foo"));
     EXPECT_EQ(cell(1, 0), "bar");
     EXPECT_EQ(cell(1, 3), "Does bar");
 }

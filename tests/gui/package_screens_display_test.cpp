@@ -68,6 +68,27 @@ class Screen : public ScreenTest {
         key(FL_Enter, typed);
     }
 
+    // What both screens have, and what a button below the table does.
+    static void expect_table_and_field(const char *box, Fl_Table_Row::TableRowSelectMode rows,
+                                       Fl_Callback *search) {
+        EXPECT_FALSE(pvrm_status->Fl_Widget::visible());
+        EXPECT_THAT(place(labelled<Fl_Box>(box)), ElementsAre(10, 35, 250, 25));
+        EXPECT_THAT(place(table()), ElementsAre(10, 130, 760, 415));
+        EXPECT_EQ(table()->type(), rows);
+        EXPECT_THAT(place(field()), ElementsAre(120, 100, 300, 25));
+        EXPECT_EQ(field()->callback(), search);
+        EXPECT_EQ(field()->user_data(), table());
+    }
+    static void expect_button(const char *label, Fl_Callback *callback) {
+        const Fl_Button *const button = labelled<Fl_Button>(label);
+        ASSERT_NE(button, nullptr);
+        EXPECT_THAT(place(button), ElementsAre(10, 570, 220, 25));
+        EXPECT_EQ(button->callback(), callback);
+        EXPECT_EQ(button->user_data(), table());
+        EXPECT_EQ(button->color(), win->color());
+        EXPECT_EQ(button->labelsize(), 12);
+    }
+
  private:
     static void key(int symbol, char *text) {
         Fl::e_keysym = symbol;
@@ -85,20 +106,9 @@ using ListScreen = Screen;
 
 TEST_F(SearchScreen, HasItsWidgetsAtTheirPlaces) {
     screen_search();
-    EXPECT_FALSE(pvrm_status->Fl_Widget::visible());
-    EXPECT_THAT(place(labelled<Fl_Box>("Action: Select software to install")),
-                ElementsAre(10, 35, 250, 25));
-    EXPECT_THAT(place(table()), ElementsAre(10, 130, 760, 415));
-    EXPECT_EQ(table()->type(), Fl_Table_Row::SELECT_MULTI);
-    EXPECT_THAT(place(field()), ElementsAre(120, 100, 300, 25));
-    EXPECT_EQ(field()->callback(), &vrk_add_cb);
-    EXPECT_EQ(field()->user_data(), table());
-    const Fl_Button *const button = labelled<Fl_Button>("Install selected");
-    EXPECT_THAT(place(button), ElementsAre(10, 570, 220, 25));
-    EXPECT_EQ(button->callback(), &install_CB);
-    EXPECT_EQ(button->user_data(), table());
-    EXPECT_EQ(button->color(), win->color());
-    EXPECT_EQ(button->labelsize(), 12);
+    expect_table_and_field("Action: Select software to install", Fl_Table_Row::SELECT_MULTI,
+                           &vrk_add_cb);
+    expect_button("Install selected", &install_CB);
     EXPECT_EQ(win->resizable(), table());
     EXPECT_EQ(Fl_Group::current(), nullptr);
     EXPECT_TRUE(win->shown());
@@ -188,22 +198,10 @@ TEST_F(SearchScreen, TableGrowsWithTheWindow) {
 TEST_F(ListScreen, HasItsWidgetsAtTheirPlaces) {
     install("foo");
     screen_list();
-    EXPECT_FALSE(pvrm_status->Fl_Widget::visible());
-    EXPECT_THAT(place(labelled<Fl_Box>("Action: View installed software")),
-                ElementsAre(10, 35, 250, 25));
-    EXPECT_THAT(place(table()), ElementsAre(10, 130, 760, 415));
-    EXPECT_EQ(table()->type(), Fl_Table_Row::SELECT_SINGLE);
-    EXPECT_THAT(place(field()), ElementsAre(120, 100, 300, 25));
-    EXPECT_EQ(field()->callback(), &vrk_lst_cb);
-    EXPECT_EQ(field()->user_data(), table());
+    expect_table_and_field("Action: View installed software", Fl_Table_Row::SELECT_SINGLE,
+                           &vrk_lst_cb);
     EXPECT_EQ(labelled<Fl_Button>("Install selected"), nullptr);
-    const Fl_Button *const button = labelled<Fl_Button>("View selected");
-    ASSERT_NE(button, nullptr);
-    EXPECT_THAT(place(button), ElementsAre(10, 570, 220, 25));
-    EXPECT_EQ(button->callback(), &listloc_CB);
-    EXPECT_EQ(button->user_data(), table());
-    EXPECT_EQ(button->color(), win->color());
-    EXPECT_EQ(button->labelsize(), 12);
+    expect_button("View selected", &listloc_CB);
     EXPECT_EQ(win->resizable(), table());
     EXPECT_EQ(Fl_Group::current(), nullptr);
     EXPECT_TRUE(win->shown());

@@ -28,23 +28,12 @@ namespace {
 
 using Table = TestedTable<MyTable>;
 
-class TableTest : public testing::Test {
- protected:
-    TableTest() {
-        Fl_Group::current(nullptr);
-    }
-    ~TableTest() override {
-        package_rows_free();
-        arr_free(sel_vrks);
-        sel_vrks = nullptr;
-        vrm_gui_action = ACTION_IDLE;
-    }
-};
+using PackageTable = TableTest<package_rows_free>;
 
-using MyTableConstruction = TableTest;
-using MyTableDrawing = TableTest;
-using MyTableRebuild = TableTest;
-using MyTableSelection = TableTest;
+using MyTableConstruction = PackageTable;
+using MyTableDrawing = PackageTable;
+using MyTableRebuild = PackageTable;
+using MyTableSelection = PackageTable;
 
 }  // namespace
 
@@ -398,7 +387,7 @@ int fake_findpkg(void *, const char *name, const char *, const char *, int, s_ek
     return static_cast<int>(found.size());
 }
 
-class Callbacks : public TableTest {
+class Callbacks : public PackageTable {
  protected:
     Callbacks() : window(800, 600), input(120, 100, 300, 25, "Package Name") {
         window.end();

@@ -62,3 +62,11 @@ inline std::vector<Row> numbered_rows(int count) {
     }
     return rows;
 }
+
+// The text of a cell, by the function of its table. What was in the buffer doesn't show.
+inline std::string cell_by(void (*write)(int, int, cell_text &), int row, int column) {
+    cell_text text;
+    memset(text, 'x', sizeof text);
+    write(row, column, text);
+    return text;
+}

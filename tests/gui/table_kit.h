@@ -8,7 +8,25 @@
 
 #include <vector>
 
+#include "gui/actions.h"
 #include "gui/drawing.h"
+#include "gui/state.h"
+#include "support/array.h"
+
+// A test of a table, whose rows are freed and whose outcome is forgotten at its end.
+template <void (*free_rows)()>
+class TableTest : public testing::Test {
+ protected:
+    TableTest() {
+        Fl_Group::current(nullptr);
+    }
+    ~TableTest() override {
+        free_rows();
+        arr_free(sel_vrks);
+        sel_vrks = nullptr;
+        vrm_gui_action = ACTION_IDLE;
+    }
+};
 
 // A table at the place that the screens give it, which can be clicked on and looked at.
 template <typename Drawn>

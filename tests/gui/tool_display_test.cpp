@@ -28,6 +28,24 @@ class ToolScreen : public ToolTest {
     bool tool_ran() const {
         return exists(dir / "ran");
     }
+    // What the status is while this is the only line of the tool's output.
+    void expect_status_of_line(const std::string &line, const std::string &expected) {
+        tool_is("echo '" + line + "'\n" + std::string(wait_for_test));
+        show(ACTION_UPDATE_ALL);
+        ASSERT_TRUE(wait_until([] { return pvrm_out->size() == 1; }));
+        EXPECT_THAT(status(), ElementsAre(expected));
+        EXPECT_THAT(output(), ElementsAre(line + "\n"));
+        let_go();
+    }
+    // A whole run: the label of the screen, what the tool is called with, and the status at the
+    // end.
+    void expect_run(int action, const char *label, const std::string &arguments,
+                    const std::string &result) {
+        run(action, "echo \"$@\"");
+        expect_place(widget_labelled(label), 10, 35, 250, 25);
+        EXPECT_THAT(output(), ElementsAre(arguments + "\n"));
+        EXPECT_THAT(status(), ElementsAre(result));
+    }
 };
 using PvrmExec = ToolTest;
 using PvrmFdh = ToolTest;
@@ -39,34 +57,26 @@ using CloseButton = ToolScreen;
 
 TEST_F(ToolScreen, InstallGivesTheToolTheChosenNames) {
     choose({"foo", "bar"});
-    run(ACTION_INSTALL_SELECTED, "echo \"$@\"");
-    expect_place(widget_labelled("Action: install selected packages"), 10, 35, 250, 25);
-    EXPECT_THAT(output(), ElementsAre("install foo bar\n"));
-    EXPECT_THAT(status(), ElementsAre("install selected packages was successful"));
+    expect_run(ACTION_INSTALL_SELECTED, "Action: install selected packages", "install foo bar",
+               "install selected packages was successful");
     EXPECT_FALSE(sel_vrks);
 }
 
 TEST_F(ToolScreen, UpdateSelectedGivesTheToolTheChosenNames) {
     choose({"foo", "bar"});
-    run(ACTION_UPDATE_SELECTED, "echo \"$@\"");
-    expect_place(widget_labelled("Action: Perform selected updates"), 10, 35, 250, 25);
-    EXPECT_THAT(output(), ElementsAre("upgrade foo bar\n"));
-    EXPECT_THAT(status(), ElementsAre("update selected packages was successful"));
+    expect_run(ACTION_UPDATE_SELECTED, "Action: Perform selected updates", "upgrade foo bar",
+               "update selected packages was successful");
     EXPECT_FALSE(sel_vrks);
 }
 
 TEST_F(ToolScreen, UpdateAllGivesTheToolNoNames) {
-    run(ACTION_UPDATE_ALL, "echo \"$@\"");
-    expect_place(widget_labelled("Action: update all packages"), 10, 35, 250, 25);
-    EXPECT_THAT(output(), ElementsAre("upgrade\n"));
-    EXPECT_THAT(status(), ElementsAre("update all packages was successful"));
+    expect_run(ACTION_UPDATE_ALL, "Action: update all packages", "upgrade",
+               "update all packages was successful");
 }
 
 TEST_F(ToolScreen, CleanupGivesTheToolNoNames) {
-    run(ACTION_CLEANUP, "echo \"$@\"");
-    expect_place(widget_labelled("Action: cleanup reository"), 10, 35, 250, 25);
-    EXPECT_THAT(output(), ElementsAre("cleanup\n"));
-    EXPECT_THAT(status(), ElementsAre("cleanup repository was successful"));
+    expect_run(ACTION_CLEANUP, "Action: cleanup reository", "cleanup",
+               "cleanup repository was successful");
 }
 
 TEST_F(ToolScreen, BeginsWithTheActionsFirstLine) {
@@ -146,21 +156,11 @@ TEST_F(ToolScreen, WorksWithoutMostOfTheButtons) {
 // ---- What the tool prints ----
 
 TEST_F(ToolScreen, StatusLinesStandInTheStatusAndInTheOutput) {
-    tool_is("echo 'pvrm: Installing a'\n" + std::string(wait_for_test));
-    show(ACTION_UPDATE_ALL);
-    ASSERT_TRUE(wait_until([] { return pvrm_out->size() == 1; }));
-    EXPECT_THAT(status(), ElementsAre("Installing a\n"));
-    EXPECT_THAT(output(), ElementsAre("pvrm: Installing a\n"));
-    let_go();
+    expect_status_of_line("pvrm: Installing a", "Installing a\n");
 }
 
 TEST_F(ToolScreen, AMarkerFurtherAlongTakesTheFirst6CharactersOff) {
-    tool_is("echo 'x pvrm: y'\n" + std::string(wait_for_test));
-    show(ACTION_UPDATE_ALL);
-    ASSERT_TRUE(wait_until([] { return pvrm_out->size() == 1; }));
-    EXPECT_THAT(status(), ElementsAre(": y\n"));
-    EXPECT_THAT(output(), ElementsAre("x pvrm: y\n"));
-    let_go();
+    expect_status_of_line("x pvrm: y", ": y\n");
 }
 
 TEST_F(ToolScreen, OtherLinesLeaveTheStatus) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "kit/results.h"
 #include "kit/temp_dir.h"
 #include "support/own.h"
 
@@ -48,20 +49,18 @@ TEST(ToolLine, OfMoreThan1022CharactersComesInPieces) {
 }
 
 TEST(StatusOfToolLine, IsWhatFollowsTheMarkerNewlineIncluded) {
-    EXPECT_EQ(status_of("pvrm: Installing a\n"), "Installing a\n");
-    EXPECT_EQ(status_of("pvrm: "), "");
+    expect_results(status_of, {{"pvrm: Installing a\n", "Installing a\n"}, {"pvrm: ", ""}});
 }
 
 TEST(StatusOfToolLine, LosesItsFirst6CharactersWhereverTheMarkerStands) {
-    EXPECT_EQ(status_of("x pvrm: y"), ": y");
-    EXPECT_EQ(status_of("a long line, pvrm: y\n"), " line, pvrm: y\n");
+    expect_results(status_of,
+                   {{"x pvrm: y", ": y"}, {"a long line, pvrm: y\n", " line, pvrm: y\n"}});
 }
 
 TEST(StatusOfToolLine, IsThereOnlyWithTheWholeMarker) {
-    EXPECT_EQ(status_of("pvrm:\n"), "(none)");
-    EXPECT_EQ(status_of("pvrm :a\n"), "(none)");
-    EXPECT_EQ(status_of("Pvrm: a\n"), "(none)");
-    EXPECT_EQ(status_of(""), "(none)");
+    expect_results(
+        status_of,
+        {{"pvrm:\n", "(none)"}, {"pvrm :a\n", "(none)"}, {"Pvrm: a\n", "(none)"}, {"", "(none)"}});
 }
 
 TEST(CopyActionName, CutsAt254Characters) {

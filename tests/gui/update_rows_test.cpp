@@ -24,9 +24,11 @@ namespace fs = std::filesystem;
 namespace {
 
 std::string cell(int row, int column) {
-    cell_text text;
-    update_cell(row, column, text);
-    return text;
+    return cell_by(update_cell, row, column);
+}
+
+std::vector<std::string> cells(int row) {
+    return {cell(row, 0), cell(row, 1), cell(row, 2), cell(row, 3)};
 }
 
 class UpdateRows : public testing::Test {
@@ -84,10 +86,7 @@ TEST(UpdateColumns, HaveTheirTitlesAndWidths) {
 
 TEST_F(UpdateCell, TellsActionNameVersionAndDescription) {
     show_updates({{{"foo", "small", "1.2", "Does foo"}}, {{"bar", nullptr, "3", "Does bar"}}});
-    EXPECT_EQ(cell(0, 0), "update");
-    EXPECT_EQ(cell(0, 1), "foo");
-    EXPECT_EQ(cell(0, 2), "1.2");
-    EXPECT_EQ(cell(0, 3), "Does foo");
+    EXPECT_THAT(cells(0), ElementsAre("update", "foo", "1.2", "Does foo"));
     EXPECT_EQ(cell(1, 1), "bar");
     EXPECT_EQ(cell(1, 2), "3");
     EXPECT_EQ(cell(1, 3), "Does bar");

@@ -23,18 +23,7 @@ namespace {
 
 using Table = TestedTable<VraTable>;
 
-class UpdateTable : public testing::Test {
- protected:
-    UpdateTable() {
-        Fl_Group::current(nullptr);
-    }
-    ~UpdateTable() override {
-        update_rows_free();
-        arr_free(sel_vrks);
-        sel_vrks = nullptr;
-        vrm_gui_action = ACTION_IDLE;
-    }
-};
+using UpdateTable = TableTest<update_rows_free>;
 
 using VraTableConstruction = UpdateTable;
 using VraTableDrawing = UpdateTable;

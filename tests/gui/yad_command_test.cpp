@@ -6,17 +6,10 @@
 #include <vector>
 
 #include "kit/log_capture.h"
+#include "kit/records.h"
 #include "support/own.h"
 
 namespace {
-
-own_ekva record(const std::vector<std::pair<const char *, const char *>> &pairs) {
-    s_ekva **rec = ekva_new(10, 4);
-    for (const auto &[key, value] : pairs) {
-        ekva_addval(&rec, key, value, 0);
-    }
-    return own_ekva(rec);
-}
 
 constexpr char form_head[] =
     "yad --form --title='vrm' --scroll --center --width=600 --height=400 --text='Heading' "

@@ -191,6 +191,12 @@ class IncludeRule : public testing::Test {
     std::vector<std::string> breaks() const {
         return breaks_of_rule(dir.path());
     }
+    // A file of this content breaks the rule once.
+    void expect_break(const std::string &file, const std::string &content,
+                      const std::string &reported) {
+        dir.write(file, content);
+        EXPECT_THAT(breaks(), ElementsAre(reported));
+    }
     TempDir dir;
 };
 
@@ -212,20 +218,18 @@ TEST_F(IncludeRule, IsKeptByASoundTree) {
 }
 
 TEST_F(IncludeRule, RefusesAFolderAboveOnesOwn) {
-    dir.write("support/low.cpp", "#include \"support/low.h\"\n\n#  include \"package/mid.h\"\n");
-    EXPECT_THAT(breaks(),
-                ElementsAre("support/low.cpp:3: package/mid.h is of a folder above support"));
+    expect_break("support/low.cpp", "#include \"support/low.h\"\n\n#  include \"package/mid.h\"\n",
+                 "support/low.cpp:3: package/mid.h is of a folder above support");
 }
 
 TEST_F(IncludeRule, RefusesAProgramInTheLibrary) {
-    dir.write("package/mid.cpp", "#include \"pvrm/terminal.h\"\n");
-    EXPECT_THAT(breaks(),
-                ElementsAre("package/mid.cpp:1: pvrm/terminal.h stands above the library"));
+    expect_break("package/mid.cpp", "#include \"pvrm/terminal.h\"\n",
+                 "package/mid.cpp:1: pvrm/terminal.h stands above the library");
 }
 
 TEST_F(IncludeRule, RefusesTheWholeEngineInTheLibrary) {
-    dir.write("package/mid.cpp", "#include \"engine.h\"\n");
-    EXPECT_THAT(breaks(), ElementsAre("package/mid.cpp:1: engine.h stands above the library"));
+    expect_break("package/mid.cpp", "#include \"engine.h\"\n",
+                 "package/mid.cpp:1: engine.h stands above the library");
 }
 
 TEST_F(IncludeRule, RefusesAnotherProgram) {
@@ -237,15 +241,13 @@ TEST_F(IncludeRule, RefusesAnotherProgram) {
 }
 
 TEST_F(IncludeRule, RefusesAnotherBackend) {
-    dir.write("backends/web/web.cpp", "#include \"backends/dirs/dirs.h\"\n");
-    EXPECT_THAT(breaks(),
-                ElementsAre("backends/web/web.cpp:1: backends/dirs/dirs.h is another program's"));
+    expect_break("backends/web/web.cpp", "#include \"backends/dirs/dirs.h\"\n",
+                 "backends/web/web.cpp:1: backends/dirs/dirs.h is another program's");
 }
 
 TEST_F(IncludeRule, RefusesAPrivateHeaderInAProgram) {
-    dir.write("pvrm/main.cpp", "#include \"package/inner.h\"\n");
-    EXPECT_THAT(breaks(),
-                ElementsAre("pvrm/main.cpp:1: package/inner.h is private to the library"));
+    expect_break("pvrm/main.cpp", "#include \"package/inner.h\"\n",
+                 "pvrm/main.cpp:1: package/inner.h is private to the library");
 }
 
 TEST_F(IncludeRule, RefusesPathsThatDontStartAtTheRoot) {
@@ -263,13 +265,12 @@ TEST_F(IncludeRule, RefusesAngleBracketsForOurOwn) {
 }
 
 TEST_F(IncludeRule, RefusesAHeaderThatIsNotThere) {
-    dir.write("package/mid.cpp", "#include \"package/gone.h\"\n");
-    EXPECT_THAT(breaks(), ElementsAre("package/mid.cpp:1: package/gone.h does not exist"));
+    expect_break("package/mid.cpp", "#include \"package/gone.h\"\n",
+                 "package/mid.cpp:1: package/gone.h does not exist");
 }
 
 TEST_F(IncludeRule, RefusesAPublicHeaderThatTheEngineLeavesOut) {
-    dir.write("support/new.h", "// New.\n");
-    EXPECT_THAT(breaks(), ElementsAre("support/new.h: is public but not in engine.h"));
+    expect_break("support/new.h", "// New.\n", "support/new.h: is public but not in engine.h");
 }
 
 TEST_F(IncludeRule, RefusesAPrivateHeaderInTheEngine) {
@@ -278,6 +279,5 @@ TEST_F(IncludeRule, RefusesAPrivateHeaderInTheEngine) {
 }
 
 TEST_F(IncludeRule, RefusesAFileOutsideOfTheFolders) {
-    dir.write("misc/odd.cpp", "");
-    EXPECT_THAT(breaks(), ElementsAre("misc/odd.cpp: stands in no folder of the tree"));
+    expect_break("misc/odd.cpp", "", "misc/odd.cpp: stands in no folder of the tree");
 }

@@ -7,24 +7,9 @@
 
 #include <cerrno>
 
-class FailingClosedir {
- public:
-    FailingClosedir() {
-        active_ = true;
-    }
-    ~FailingClosedir() {
-        active_ = false;
-    }
-    FailingClosedir(const FailingClosedir &) = delete;
-    FailingClosedir &operator=(const FailingClosedir &) = delete;
+#include "kit/switch.h"
 
-    static bool active() {
-        return active_;
-    }
-
- private:
-    static inline bool active_ = false;
-};
+using FailingClosedir = Switch<struct closedir_fails>;
 
 extern "C" int closedir(DIR *dir) {
     static const auto real = reinterpret_cast<int (*)(DIR *)>(dlsym(RTLD_NEXT, "closedir"));

@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "kit/switch.h"
+
 // Within its life a directory gives so many entries, and then an error.
 class FailingReaddir {
  public:
@@ -31,24 +33,7 @@ class FailingReaddir {
 };
 
 // Within its life no byte comes from a descriptor. What reads through a stream doesn't notice.
-class FailingRead {
- public:
-    FailingRead() {
-        active_ = true;
-    }
-    ~FailingRead() {
-        active_ = false;
-    }
-    FailingRead(const FailingRead &) = delete;
-    FailingRead &operator=(const FailingRead &) = delete;
-
-    static bool active() {
-        return active_;
-    }
-
- private:
-    static inline bool active_ = false;
-};
+using FailingRead = Switch<struct read_fails>;
 
 // Within its life a stream that is made of a descriptor gives so many bytes, and then an error.
 class FailingStream {

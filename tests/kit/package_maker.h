@@ -30,6 +30,11 @@ struct Signer {
     std::string sign(const std::string &file) const;
 };
 
+// The description of a package in a package file, with nothing that may be left out.
+inline const std::string least_head =
+    "evrmVersion: 2.0\nevrkName: foo\nevrkVersion: 1.2\nevrkArchitecture: any\n"
+    "evrkDescription: A tool\n";
+
 struct PackageSpec {
     std::string name = "foo";
     std::string variant = {};  // empty: no attribute

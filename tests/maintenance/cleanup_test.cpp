@@ -12,6 +12,7 @@
 #include "kit/lower_limit.h"
 #include "kit/scripted_user.h"
 #include "kit/test_repo.h"
+#include "maintenance/locked_repo.h"
 #include "maintenance/upkeep.h"
 #include "transaction/interrupt.h"
 #include "ui/vrmui.h"
@@ -25,17 +26,8 @@ using testing::UnorderedElementsAre;
 
 namespace {
 
-class VrmCleanup : public testing::Test {
+class VrmCleanup : public LockedRepo {
  protected:
-    VrmCleanup() {
-        EXPECT_EQ(vrm_lock(repo_.handle()), 0);
-    }
-    ~VrmCleanup() override {
-        log_observe(nullptr, 0, nullptr);
-        dry_run = false;
-        vrm_stop_requested = 0;
-    }
-
     void file(const std::string &below_root, size_t size = 1) {
         repo_.dir().write("repo/" + below_root, std::string(size, 'x'));
     }
@@ -63,20 +55,13 @@ class VrmCleanup : public testing::Test {
         file("fileindex/.foo.old", 200);
         file("stagearea/foo_any_1.0.vrk", 1000);
     }
-
-    TestRepo repo_;
-    LogCapture log_;
-    ScriptedUser &user_ = ScriptedUser::fresh();
 };
 
 }  // namespace
 
 TEST_F(VrmCleanup, NeedsTheLock) {
-    ASSERT_EQ(vrm_unlock(repo_.handle()), 0);
     fill();
-    EXPECT_EQ(run(), -1);
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(LogCapture::Line{"ERROR", "vrm_cleanup: no lock on local repository"}));
+    expect_lock_needed("vrm_cleanup", [this] { return run(); });
     EXPECT_TRUE(has("installed/.foo.old") && has("fileindex/.foo.old") &&
                 has("stagearea/foo_any_1.0.vrk"));
 }

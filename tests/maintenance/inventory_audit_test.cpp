@@ -17,6 +17,7 @@
 #include "kit/lower_limit.h"
 #include "kit/scripted_user.h"
 #include "kit/test_repo.h"
+#include "maintenance/locked_repo.h"
 #include "maintenance/upkeep.h"
 #include "repository/inventory.h"
 #include "transaction/interrupt.h"
@@ -32,17 +33,8 @@ using testing::UnorderedElementsAre;
 
 namespace {
 
-class InventoryAudit : public testing::Test {
+class InventoryAudit : public LockedRepo {
  protected:
-    InventoryAudit() {
-        EXPECT_EQ(vrm_lock(repo_.handle()), 0);
-    }
-    ~InventoryAudit() override {
-        log_observe(nullptr, 0, nullptr);
-        dry_run = false;
-        vrm_stop_requested = 0;
-    }
-
     // An installed package; with a head it came as that one's dependency.
     void add(const std::string &name, std::vector<std::string> deps = {},
              const std::string &head = "") {
@@ -85,9 +77,6 @@ class InventoryAudit : public testing::Test {
         return user_.messages;
     }
 
-    TestRepo repo_;
-    LogCapture log_;
-    ScriptedUser &user_ = ScriptedUser::fresh();
     std::string told_on_stderr_;
 };
 
@@ -111,11 +100,8 @@ std::vector<std::string> lines_of(const LogCapture &log, uint32_t level, const s
 // ---- vrm_chkhead ----
 
 TEST_F(VrmChkhead, NeedsTheLock) {
-    ASSERT_EQ(vrm_unlock(repo_.handle()), 0);
     add("orphan", {}, "gone");
-    EXPECT_EQ(chkhead(), -1);
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(LogCapture::Line{"ERROR", "vrm_chkhead: no lock on local repository"}));
+    expect_lock_needed("vrm_chkhead", [this] { return chkhead(); });
     EXPECT_THAT(told(), IsEmpty());
 }
 
@@ -361,11 +347,8 @@ TEST_F(VrmChkhead, TellsTheSameWhateverTheLogTakes) {
 // ---- vrm_chkinst ----
 
 TEST_F(VrmChkinst, NeedsTheLock) {
-    ASSERT_EQ(vrm_unlock(repo_.handle()), 0);
     damage("bad");
-    EXPECT_EQ(chkinst(1), -1);
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(LogCapture::Line{"ERROR", "vrm_chkinst: no lock on local repository"}));
+    expect_lock_needed("vrm_chkinst", [this] { return chkinst(1); });
     EXPECT_THAT(told(), IsEmpty());
 }
 

@@ -32,25 +32,11 @@ constexpr char history[] =
     "2024-01-03 03:04:05: updated foo_i686_1.0 to foo_small_x86_64_1.1 as dependency of bar\n"
     "2024-01-04 03:04:05: deleted foo_small_x86_64_1.1 as unwanted by user\n";
 
-constexpr char first_as_text[] = R"(Date          : 2024-01-02 03:04:05
-Action        : install
-Package       : foo
-Version       : 1.0
-Architecture  : i686
-Reason        : user
-
-)";
-constexpr char third_as_text[] = R"(Date          : 2024-01-03 03:04:05
-Action        : update
-Package       : foo
-Version       : 1.0
-Architecture  : i686
-New Variant   : small
-New Version   : 1.1
-Reason        : dependency
-Dependent     : bar
-
-)";
+// The first two entries, which the tests of the program expect too. Each ends with an empty line.
+const std::string history_as_text =
+    read_all(VRM_SOURCE_DIR "/tests/maintenance/reports/history.text");
+const std::string first_as_text = history_as_text.substr(0, history_as_text.find("\n\n") + 2);
+const std::string third_as_text = history_as_text.substr(first_as_text.size());
 constexpr char fourth_as_text[] = R"(Date          : 2024-01-04 03:04:05
 Action        : remove
 Package       : foo

@@ -96,6 +96,14 @@ class BackupJournal : public testing::Test {
         ASSERT_TRUE(save_backup(base.c_str(), file.c_str()));
         ASSERT_EQ(unlink(file.c_str()), 0);
     }
+    // The default access control list, which each file that is made in it gets.
+    void give_directory_a_list() {
+        const std::string list = before.attributes.at("system.posix_acl_access");
+        ASSERT_EQ(setxattr((dir / "live").c_str(), "system.posix_acl_default", list.data(),
+                           list.size(), 0),
+                  0)
+            << strerror(errno);
+    }
 
     TempDir dir;
     const std::string file = dir / "live/program", base = dir / "old", backup = base + file;
@@ -212,11 +220,7 @@ TEST_F(BackupJournal, ARestoredFileGetsNoListFromItsDirectory) {
     const std::string plain = dir.write("live/plain", "x", 0640);
     ASSERT_TRUE(save_backup(base.c_str(), plain.c_str()));
     ASSERT_EQ(unlink(plain.c_str()), 0);
-    const std::string list = before.attributes.at("system.posix_acl_access");
-    ASSERT_EQ(
-        setxattr((dir / "live").c_str(), "system.posix_acl_default", list.data(), list.size(), 0),
-        0)
-        << strerror(errno);
+    give_directory_a_list();
     ASSERT_TRUE(restore_backup(plain.c_str(), (base + plain).c_str()));
     EXPECT_THAT(facts_of(plain).attributes, IsEmpty());
     EXPECT_EQ(facts_of(plain).mode & 07777, 0640U);
@@ -229,11 +233,7 @@ TEST_F(BackupJournal, WithAListThatCannotBeRemovedAFileIsItsOwnersAlone) {
     EXPECT_EQ(facts_of(base + plain).mode & 07777, 0644U) << "it has no list to be removed";
     EXPECT_THAT(log.at(LEVEL_WARNING), IsEmpty());
 
-    const std::string list = before.attributes.at("system.posix_acl_access");
-    ASSERT_EQ(
-        setxattr((dir / "live").c_str(), "system.posix_acl_default", list.data(), list.size(), 0),
-        0)
-        << strerror(errno);
+    give_directory_a_list();
     ASSERT_EQ(unlink(plain.c_str()), 0);
     ASSERT_TRUE(restore_backup(plain.c_str(), (base + plain).c_str()));
     EXPECT_EQ(facts_of(plain).mode & 07777, 0600U);

@@ -1,4 +1,5 @@
 #include "package/fileops.h"
+#include "kit/mode.h"
 #include "package/copy_file.h"
 
 #include <fcntl.h>
@@ -25,11 +26,6 @@ using testing::IsEmpty;
 using testing::StartsWith;
 
 namespace {
-
-unsigned mode_of(const std::string &path) {
-    struct stat info;
-    return lstat(path.c_str(), &info) == 0 ? info.st_mode & 07777 : 0xFFFF;
-}
 
 ino_t inode_of(const std::string &path) {
     struct stat info;

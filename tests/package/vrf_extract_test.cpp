@@ -22,11 +22,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using Lines = std::vector<std::string>;
+const std::string &head = least_head;
 
-const std::string head =
-    "evrmVersion: 2.0\nevrkName: foo\nevrkVersion: 1.2\nevrkArchitecture: any\n"
-    "evrkDescription: A tool\n";
+using Lines = std::vector<std::string>;
 
 class VrmVrfExtract : public ::testing::Test {
  protected:
@@ -35,6 +33,16 @@ class VrmVrfExtract : public ::testing::Test {
     }
     ~VrmVrfExtract() override {
         EXPECT_EQ(fs::current_path(), before_) << "the working directory was left behind";
+    }
+
+    // The errors that are logged when the archive can't be extracted.
+    Lines errors_of_failure() {
+        const LogCapture log;
+        int result = 0;
+        EXPECT_EQ(stderr_of([&] { result = extract_archive(archive_); }),
+                  "Failed to extract archive\n");
+        EXPECT_EQ(result, -1);
+        return log.at(LEVEL_ERROR);
     }
 
     int extract(const std::string &path, int verify) {
@@ -306,12 +314,7 @@ TEST_F(VrmVrfExtract, GoesOnBehindAMemberThatFails) {
     repo_.dir().write("tree/data/b", "b");
     cpio_of(repo_.dir() / "tree", "data\\ndata/a\\ndata/b\\n");
     repo_.dir().write("target/data/a/in-the-way", "");
-    const LogCapture log;
-    int result = 0;
-    EXPECT_EQ(stderr_of([&] { result = extract_archive(archive_); }),
-              "Failed to extract archive\n");
-    EXPECT_EQ(result, -1);
-    const Lines errors = log.at(LEVEL_ERROR);
+    const Lines errors = errors_of_failure();
     EXPECT_TRUE(begins(errors, "Failed to write header by archive_write_header: "));
     EXPECT_EQ(read_all(target_ + "/data/b"), "b");
 }
@@ -320,12 +323,7 @@ TEST_F(VrmVrfExtract, FailsOnAPayloadThatBreaksOffInsideAMember) {
     repo_.dir().write("tree/data/big", noise(300000));
     cpio_of(repo_.dir() / "tree", "data\\ndata/big\\n");
     repo_.dir().write("archive", read_all(archive_).substr(0, 150000));
-    const LogCapture log;
-    int result = 0;
-    EXPECT_EQ(stderr_of([&] { result = extract_archive(archive_); }),
-              "Failed to extract archive\n");
-    EXPECT_EQ(result, -1);
-    const Lines errors = log.at(LEVEL_ERROR);
+    const Lines errors = errors_of_failure();
     EXPECT_TRUE(begins(errors, "Failed to copy data: "));
     EXPECT_NE(errors.at(0), "Failed to copy data: ") << "the reason is told";
 }

@@ -20,11 +20,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using Lines = std::vector<std::string>;
+const std::string &head = least_head;
 
-const std::string head =
-    "evrmVersion: 2.0\nevrkName: foo\nevrkVersion: 1.2\nevrkArchitecture: any\n"
-    "evrkDescription: A tool\n";
+using Lines = std::vector<std::string>;
 
 std::string five_digits(size_t number) {
     const std::string digits = std::to_string(number);

@@ -13,6 +13,7 @@
 #include "kit/capture.h"
 #include "kit/failing_memory.h"
 #include "kit/log_capture.h"
+#include "kit/records.h"
 
 namespace {
 
@@ -606,14 +607,7 @@ TEST(VrkInfoCopy, IsDeep) {
     const own_vri copy(vrk_info_copy(info.get()));
     info.reset();
     ASSERT_TRUE(copy);
-    EXPECT_STREQ(copy->name, "foo");
-    EXPECT_STREQ(copy->variant, "small");
-    EXPECT_STREQ(copy->version, "1.2");
-    EXPECT_STREQ(copy->creator, "Me");
-    EXPECT_EQ(copy->arch, 4);
-    EXPECT_STREQ(copy->description, "A tool");
-    ASSERT_EQ(arr_count(copy->deps), 1);
-    EXPECT_STREQ(copy->deps[0], "a");
+    expect_described(copy.get(), {"foo", "small", "1.2", "Me", 4, "A tool", {"a"}});
     EXPECT_EQ(copy->flag, 1);
     EXPECT_EQ(copy->datasize, 7U);
     EXPECT_EQ(copy->filesize, 8U);

@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "kit/capture.h"
+#include "kit/mode.h"
+#include "kit/results.h"
 #include "kit/temp_dir.h"
 #include "support/own.h"
 #include "support/vconf.h"
@@ -21,12 +23,12 @@ TEST(ConfigText, PlainValuesStandAsTheyAre) {
 }
 
 TEST(ConfigText, WhatTheReaderWouldCutStandsInQuotes) {
-    EXPECT_EQ(config_text(" a "), "\" a \"");
-    EXPECT_EQ(config_text("a "), "\"a \"");
-    EXPECT_EQ(config_text("\ta"), "\"\ta\"");
-    EXPECT_EQ(config_text("'a'"), "\"\\'a\\'\"");
-    EXPECT_EQ(config_text("\"it's\""), "\"\\\"it\\'s\\\"\"");
-    EXPECT_EQ(config_text(" a\\"), "\" a\\");
+    expect_results(config_text, {{" a ", "\" a \""},
+                                 {"a ", "\"a \""},
+                                 {"\ta", "\"\ta\""},
+                                 {"'a'", "\"\\'a\\'\""},
+                                 {"\"it's\"", "\"\\\"it\\'s\\\"\""},
+                                 {" a\\", "\" a\\"}});
 }
 
 TEST(ConfigText, EveryValueIsReadBackAsItIs) {
@@ -67,9 +69,7 @@ TEST(AddToConfig, AddsALineAndKeepsTheOldFile) {
     EXPECT_EQ(read_all(path), "a = 1\n# end\nb=x y\n");
     EXPECT_EQ(read_all(path + ".prev"), "a = 1\n# end\n");
     EXPECT_FALSE(exists(path + ".next"));
-    struct stat status;
-    ASSERT_EQ(stat(path.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0640U);
+    EXPECT_EQ(mode_of(path), 0640U);
 }
 
 TEST(AddToConfig, EndsTheLastLineFirst) {
@@ -158,9 +158,7 @@ TEST(ReplaceInConfig, ReplacesWhateverAKilledProcessLeft) {
     EXPECT_EQ(read_all(path + ".prev"), "a = 1\n# end");
     EXPECT_FALSE(exists(path + ".next"));
     EXPECT_FALSE(exists(path + ".next.next"));
-    struct stat status;
-    ASSERT_EQ(stat(path.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0640U);
+    EXPECT_EQ(mode_of(path), 0640U);
 }
 
 TEST(ConfigLock, IsHeldByOneAtATime) {

@@ -8,6 +8,7 @@
 
 #include <string>
 
+#include "kit/records.h"
 #include "kit/temp_dir.h"
 #include "pvrm/terminal_ui.h"
 #include "support/own.h"
@@ -17,14 +18,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
-
-own_ekva record(std::initializer_list<std::pair<const char *, const char *>> pairs) {
-    s_ekva **rec = ekva_new(10, 4);
-    for (const auto &[key, value] : pairs) {
-        ekva_addval(&rec, key, value, 0);
-    }
-    return own_ekva(rec);
-}
 
 class TerminalTable : public testing::Test {
  protected:

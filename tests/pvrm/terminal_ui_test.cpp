@@ -10,6 +10,8 @@
 #include <utility>
 
 #include "kit/capture.h"
+#include "kit/records.h"
+#include "kit/results.h"
 #include "kit/temp_dir.h"
 #include "pvrm/interruption.h"
 #include "support/own.h"
@@ -63,14 +65,6 @@ class Terminal : public testing::Test {
     FILE *in_ = nullptr;
     FILE *out_ = nullptr;
 };
-
-own_ekva record(std::initializer_list<std::pair<const char *, const char *>> pairs) {
-    s_ekva **rec = ekva_new(10, 4);
-    for (const auto &[key, value] : pairs) {
-        ekva_addval(&rec, key, value, 0);
-    }
-    return own_ekva(rec);
-}
 
 }  // namespace
 
@@ -164,11 +158,12 @@ TEST_F(TerminalSelect, ShowsTheChoicesAndTheDefault) {
 }
 
 TEST_F(TerminalSelect, LetterOrWholeTextAnswers) {
-    EXPECT_EQ(choose("L\n"), "L");
-    EXPECT_EQ(choose("  r  \n"), "r");
-    EXPECT_EQ(choose("Leave all existing files\n"), "L");
-    EXPECT_EQ(choose("leave ALL existing files\n"), "L");
-    EXPECT_EQ(choose("leave existing file"), "l");
+    expect_results([this](const char *answer) { return choose(answer); },
+                   {{"L\n", "L"},
+                    {"  r  \n", "r"},
+                    {"Leave all existing files\n", "L"},
+                    {"leave ALL existing files\n", "L"},
+                    {"leave existing file", "l"}});
 }
 
 TEST_F(TerminalSelect, TheKeyIsTheRecordsOwn) {

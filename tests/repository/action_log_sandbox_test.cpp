@@ -38,34 +38,25 @@ class ActionLog : public testing::Test {
 
 }  // namespace
 
-TEST_F(ActionLog, InstallIsNoted) {
-    vrm_log_action(1, nullptr, "foo_i686_1.0", nullptr);
-    EXPECT_EQ(sentence(), "installed foo_i686_1.0 as requested by user\n");
-}
-
-TEST_F(ActionLog, InstallAsDependencyIsNoted) {
-    vrm_log_action(1, nullptr, "foo_i686_1.0", "bar");
-    EXPECT_EQ(sentence(), "installed foo_i686_1.0 as dependency of bar\n");
-}
-
-TEST_F(ActionLog, UpdateIsNoted) {
-    vrm_log_action(2, "foo_i686_1.0", "foo_i686_1.1", nullptr);
-    EXPECT_EQ(sentence(), "updated foo_i686_1.0 to foo_i686_1.1 as requested by user\n");
-}
-
-TEST_F(ActionLog, UpdateAsDependencyIsNoted) {
-    vrm_log_action(2, "foo_i686_1.0", "foo_i686_1.1", "bar");
-    EXPECT_EQ(sentence(), "updated foo_i686_1.0 to foo_i686_1.1 as dependency of bar\n");
-}
-
-TEST_F(ActionLog, DeletionIsNoted) {
-    vrm_log_action(3, nullptr, "foo_i686_1.0", nullptr);
-    EXPECT_EQ(sentence(), "deleted foo_i686_1.0 as requested by user\n");
-}
-
-TEST_F(ActionLog, DeletionAsDependencyIsNoted) {
-    vrm_log_action(3, nullptr, "foo_i686_1.0", "bar");
-    EXPECT_EQ(sentence(), "deleted foo_i686_1.0 as dependency of bar\n");
+TEST_F(ActionLog, EachActionIsNotedWithItsReason) {
+    const char *const one = "foo_i686_1.0", *const other = "foo_i686_1.1";
+    const struct {
+        int action;
+        const char *before, *now, *head;
+        std::string sentence;
+    } rows[] = {
+        {1, nullptr, one, nullptr, "installed foo_i686_1.0 as requested by user\n"},
+        {1, nullptr, one, "bar", "installed foo_i686_1.0 as dependency of bar\n"},
+        {2, one, other, nullptr, "updated foo_i686_1.0 to foo_i686_1.1 as requested by user\n"},
+        {2, one, other, "bar", "updated foo_i686_1.0 to foo_i686_1.1 as dependency of bar\n"},
+        {3, nullptr, one, nullptr, "deleted foo_i686_1.0 as requested by user\n"},
+        {3, nullptr, one, "bar", "deleted foo_i686_1.0 as dependency of bar\n"},
+    };
+    for (const auto &row : rows) {
+        fs::remove(path);
+        vrm_log_action(row.action, row.before, row.now, row.head);
+        EXPECT_EQ(sentence(), row.sentence);
+    }
 }
 
 TEST_F(ActionLog, DateIsLocalTime) {

@@ -15,6 +15,7 @@
 #include "kit/failing_reads.h"
 #include "kit/log_capture.h"
 #include "kit/package_maker.h"
+#include "kit/records.h"
 #include "kit/temp_dir.h"
 #include "support/own.h"
 
@@ -25,14 +26,6 @@ using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
 using Attributes = std::vector<std::pair<const char *, const char *>>;
-
-static own_ekva record(const Attributes &attributes) {
-    s_ekva **rec = ekva_new(10, 4);
-    for (const auto &[key, value] : attributes) {
-        EXPECT_NE(ekva_addval(&rec, key, value, 0), 0);
-    }
-    return own_ekva(rec);
-}
 
 static std::string hook_text(const std::string &condition, const std::string &command,
                              const std::string &name = "test") {

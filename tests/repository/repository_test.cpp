@@ -30,6 +30,13 @@ class VrmOpen : public testing::Test {
         return dir_.write("vrm.conf", content);
     }
     TempDir dir_;
+    // A configuration of this content opens nothing, and this is said.
+    void expect_refused(const std::string &content, const std::string &said) {
+        const std::string path = conf(content);
+        vrm_handle *handle = nullptr;
+        EXPECT_EQ(stderr_of([&] { handle = vrm_open("/r", path.c_str()); }), said);
+        EXPECT_EQ(handle, nullptr);
+    }
 };
 
 // A repository with nothing in it but what the test puts there.
@@ -156,27 +163,15 @@ TEST_F(VrmOpen, SaysThatTheConfigurationCannotBeRead) {
 }
 
 TEST_F(VrmOpen, NeedsTheArchitecture) {
-    const std::string path = conf("dist_name = Toy\n");
-    vrm_handle *handle = nullptr;
-    EXPECT_EQ(stderr_of([&] { handle = vrm_open("/r", path.c_str()); }),
-              "Failed to get arch_name from config\n");
-    EXPECT_EQ(handle, nullptr);
+    expect_refused("dist_name = Toy\n", "Failed to get arch_name from config\n");
 }
 
 TEST_F(VrmOpen, RefusesAnUnknownArchitecture) {
-    const std::string path = conf("arch_name = sparc\n");
-    vrm_handle *handle = nullptr;
-    EXPECT_EQ(stderr_of([&] { handle = vrm_open("/r", path.c_str()); }),
-              "Invalid architecture specified: sparc\n");
-    EXPECT_EQ(handle, nullptr);
+    expect_refused("arch_name = sparc\n", "Invalid architecture specified: sparc\n");
 }
 
 TEST_F(VrmOpen, TellsTheArchitecturesByTheirExactName) {
-    const std::string path = conf("arch_name = X86_64\n");
-    vrm_handle *handle = nullptr;
-    EXPECT_EQ(stderr_of([&] { handle = vrm_open("/r", path.c_str()); }),
-              "Invalid architecture specified: X86_64\n");
-    EXPECT_EQ(handle, nullptr);
+    expect_refused("arch_name = X86_64\n", "Invalid architecture specified: X86_64\n");
 }
 
 // A handle without its directories would lead to paths that begin at "/".

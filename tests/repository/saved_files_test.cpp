@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include "kit/log_capture.h"
+#include "kit/mode.h"
 #include "kit/test_repo.h"
 #include "kit/time_zone.h"
 
@@ -38,12 +39,6 @@ class SavedFiles : public testing::Test {
     TempDir dir;
     LogCapture log;
 };
-
-unsigned mode_of(const std::string &path) {
-    struct stat status = {};
-    EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
-    return status.st_mode & 07777;
-}
 
 }  // namespace
 

@@ -17,6 +17,8 @@
 
 #include "kit/capture.h"
 #include "kit/failing_new.h"
+#include "kit/records.h"
+#include "kit/results.h"
 #include "kit/temp_dir.h"
 #include "support/own.h"
 
@@ -53,17 +55,13 @@ static Ran run(const std::string &command) {
 
 using Pairs = std::vector<std::pair<const char *, const char *>>;
 
-static own_ekva record(const Pairs &pairs) {
-    s_ekva **rec = ekva_new(10, 4);
-    for (const auto &[key, value] : pairs) {
-        EXPECT_NE(ekva_addval(&rec, key, value, 0), 0);
-    }
-    return own_ekva(rec);
-}
-
 static std::string parse(const char *mask, const Pairs &pairs, int quote_mode = 1) {
     const own_string line(cmd_mask_parse_ext(mask, record(pairs).get(), quote_mode));
     return line ? line.get() : "(null)";
+}
+
+static auto parser_with(const Pairs &pairs) {
+    return [pairs](const char *mask) { return parse(mask, pairs); };
 }
 
 static const Pairs three = {{"dep", "a"}, {"dep", "b"}, {"other", "x"}, {"dep", "c"}};
@@ -166,25 +164,24 @@ TEST(CmdExecUser, RunsAsThePresentUser) {
 
 TEST(CmdMaskParse, FillsInBareAndBracedNames) {
     const Pairs pairs = {{"name", "foo"}, {"my key", "bar"}};
-    EXPECT_EQ(parse("run $name now", pairs), "run foo now");
-    EXPECT_EQ(parse("run ${name} now", pairs), "run foo now");
-    EXPECT_EQ(parse("${my key}", pairs), "bar");
-    EXPECT_EQ(parse("$name/$name.${name}$name;", pairs), "foo/foo.foofoo;");
-    EXPECT_EQ(parse("no placeholder", pairs), "no placeholder");
-    EXPECT_EQ(parse("", pairs), "");
+    expect_results(parser_with(pairs), {{"run $name now", "run foo now"},
+                                        {"run ${name} now", "run foo now"},
+                                        {"${my key}", "bar"},
+                                        {"$name/$name.${name}$name;", "foo/foo.foofoo;"},
+                                        {"no placeholder", "no placeholder"},
+                                        {"", ""}});
 }
 
 TEST(CmdMaskParse, FindsKeysInAnyCaseAndTakesTheFirstValue) {
-    EXPECT_EQ(parse("$DEP.", three), "a.");
-    EXPECT_EQ(parse("${Dep}", three), "a");
+    expect_results(parser_with(three), {{"$DEP.", "a."}, {"${Dep}", "a"}});
 }
 
 TEST(CmdMaskParse, DropsABareNameAtTheVeryEnd) {
-    EXPECT_EQ(parse("echo $name", {{"name", "foo"}}), "echo ");
-    EXPECT_EQ(parse("echo ${name} ", {{"name", "foo"}}), "echo foo ");
-    EXPECT_EQ(parse("echo ${name}", {{"name", "foo"}}), "echo foo");
-    EXPECT_EQ(parse("echo '$name'", {{"name", "foo"}}), "echo 'foo'");
-    EXPECT_EQ(parse("echo $", {{"name", "foo"}}), "echo ");
+    expect_results(parser_with({{"name", "foo"}}), {{"echo $name", "echo "},
+                                                    {"echo ${name} ", "echo foo "},
+                                                    {"echo ${name}", "echo foo"},
+                                                    {"echo '$name'", "echo 'foo'"},
+                                                    {"echo $", "echo "}});
 }
 
 TEST(CmdMaskParse, DropsAnUnclosedBrace) {
@@ -212,24 +209,22 @@ TEST(CmdMaskParse, TakesAnEmptyNameForNothing) {
 }
 
 TEST(CmdMaskParse, SelectsOneValueByItsDigit) {
-    EXPECT_EQ(parse("${dep[0]}", three), "a");
-    EXPECT_EQ(parse("${dep[1]}", three), "b");
-    EXPECT_EQ(parse("${dep[2]}", three), "c");
-    EXPECT_EQ(parse("<${dep[7]}>", three), "<>");
+    expect_results(
+        parser_with(three),
+        {{"${dep[0]}", "a"}, {"${dep[1]}", "b"}, {"${dep[2]}", "c"}, {"<${dep[7]}>", "<>"}});
 }
 
 TEST(CmdMaskParse, JoinsAllValues) {
-    EXPECT_EQ(parse("${dep[]}", three), "a,b,c");
-    EXPECT_EQ(parse("${dep[:]}", three), "a:b:c");
-    EXPECT_EQ(parse("${dep[ ]}", three), "a b c");
-    EXPECT_EQ(parse("${dep[]]}", three), "a]b]c");
-    EXPECT_EQ(parse("<${none[]}>", three), "<>");
-    EXPECT_EQ(parse("${other[]}", three), "x");
+    expect_results(parser_with(three), {{"${dep[]}", "a,b,c"},
+                                        {"${dep[:]}", "a:b:c"},
+                                        {"${dep[ ]}", "a b c"},
+                                        {"${dep[]]}", "a]b]c"},
+                                        {"<${none[]}>", "<>"},
+                                        {"${other[]}", "x"}});
 }
 
 TEST(CmdMaskParse, TakesAnyOtherBracketForAPartOfTheName) {
-    EXPECT_EQ(parse("<${dep[12]}>", three), "<>");
-    EXPECT_EQ(parse("<${dep[x}>", three), "<>");
+    expect_results(parser_with(three), {{"<${dep[12]}>", "<>"}, {"<${dep[x}>", "<>"}});
     EXPECT_EQ(parse("<${dep[12]}>", {{"dep12]", "odd"}}), "<odd>");
     EXPECT_EQ(parse("<${de[p}>", three), "<a>");
 }

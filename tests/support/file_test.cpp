@@ -15,17 +15,12 @@
 #include "kit/capture.h"
 #include "kit/failing_memory.h"
 #include "kit/failing_reads.h"
+#include "kit/mode.h"
 #include "kit/temp_dir.h"
 #include "support/array.h"
 #include "support/own.h"
 
 namespace fs = std::filesystem;
-
-static unsigned mode_of(const std::string &path) {
-    struct stat status;
-    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
-    return status.st_mode & 07777;
-}
 
 static std::vector<std::string> lines_of(const std::string &content) {
     const TempDir dir;

@@ -2,16 +2,18 @@
 
 #include <gtest/gtest.h>
 
+#include "kit/results.h"
+
 TEST(TerminalSafe, OrdinaryTextStaysAsItIs) {
-    EXPECT_EQ(terminal_safe(""), "");
-    EXPECT_EQ(terminal_safe("two\nlines\tand a tab\n"), "two\nlines\tand a tab\n");
-    EXPECT_EQ(terminal_safe("Größe 12 € 漢字 😀"), "Größe 12 € 漢字 😀");
+    expect_results(terminal_safe, {{"", ""},
+                                   {"two\nlines\tand a tab\n", "two\nlines\tand a tab\n"},
+                                   {"Größe 12 € 漢字 😀", "Größe 12 € 漢字 😀"}});
 }
 
 TEST(TerminalSafe, EscapeSequencesAndControlsAreShown) {
-    EXPECT_EQ(terminal_safe("\x1b[2Jgone"), "\\x1B[2Jgone");
-    EXPECT_EQ(terminal_safe("real\rfake"), "real\\x0Dfake");
-    EXPECT_EQ(terminal_safe("\a\b\x7f"), "\\x07\\x08\\x7F");
+    expect_results(terminal_safe, {{"\x1b[2Jgone", "\\x1B[2Jgone"},
+                                   {"real\rfake", "real\\x0Dfake"},
+                                   {"\a\b\x7f", "\\x07\\x08\\x7F"}});
     EXPECT_EQ(terminal_safe(std::string_view("a\0b", 3)), "a\\x00b");
     EXPECT_EQ(terminal_safe("\xc2\x9b"
                             "31m"),
@@ -26,13 +28,13 @@ TEST(TerminalSafe, DirectionOverridesAreShown) {
 }
 
 TEST(TerminalSafe, BytesThatAreNoUtf8AreShown) {
-    EXPECT_EQ(terminal_safe("\xff"), "\\xFF");
-    EXPECT_EQ(terminal_safe("caf\xe9"), "caf\\xE9");              // Latin-1
-    EXPECT_EQ(terminal_safe("\xe2\x82"), "\\xE2\\x82");           // cut short
-    EXPECT_EQ(terminal_safe("\xc0\x9b"), "\\xC0\\x9B");           // overlong
-    EXPECT_EQ(terminal_safe("\xe0\x82\x9b"), "\\xE0\\x82\\x9B");  // overlong
-    EXPECT_EQ(terminal_safe("\xed\xa0\x80"), "\\xED\\xA0\\x80");  // a surrogate
-    EXPECT_EQ(terminal_safe("\xf4\x90\x80\x80"), "\\xF4\\x90\\x80\\x80");
+    expect_results(terminal_safe, {{"\xff", "\\xFF"},
+                                   {"caf\xe9", "caf\\xE9"},              // Latin-1
+                                   {"\xe2\x82", "\\xE2\\x82"},           // cut short
+                                   {"\xc0\x9b", "\\xC0\\x9B"},           // overlong
+                                   {"\xe0\x82\x9b", "\\xE0\\x82\\x9B"},  // overlong
+                                   {"\xed\xa0\x80", "\\xED\\xA0\\x80"},  // a surrogate
+                                   {"\xf4\x90\x80\x80", "\\xF4\\x90\\x80\\x80"}});
     EXPECT_EQ(terminal_safe("\x9b"
                             "2J"),
               "\\x9B2J");

@@ -7,17 +7,20 @@
 #include <string>
 #include <vector>
 
+#include "kit/results.h"
 #include "support/own.h"
 
 using testing::ElementsAre;
 
 namespace {
 
-// What a function that cleans in place makes of a text.
-std::string cleaned(void (*clean)(char *), const std::string &text) {
-    std::vector<char> buffer(text.c_str(), text.c_str() + text.size() + 1);
-    clean(buffer.data());
-    return buffer.data();
+// A function that gives what one that cleans in place makes of a text.
+auto cleaner(void (*clean)(char *)) {
+    return [clean](const std::string &text) {
+        std::vector<char> buffer(text.c_str(), text.c_str() + text.size() + 1);
+        clean(buffer.data());
+        return std::string(buffer.data());
+    };
 }
 
 struct Split {
@@ -40,52 +43,42 @@ void PrintTo(const Split &found, std::ostream *stream) {
 }  // namespace
 
 TEST(CleanKey, KeepsTheFirstWord) {
-    EXPECT_EQ(cleaned(_clean_key, ""), "");
-    EXPECT_EQ(cleaned(_clean_key, "  a b"), "a");
-    EXPECT_EQ(cleaned(_clean_key, "\t \ta\tb c"), "a");
-    EXPECT_EQ(cleaned(_clean_key, "word"), "word");
-    EXPECT_EQ(cleaned(_clean_key, " \t "), "");
+    expect_results(
+        cleaner(_clean_key),
+        {{"", ""}, {"  a b", "a"}, {"\t \ta\tb c", "a"}, {"word", "word"}, {" \t ", ""}});
 }
 
 TEST(CleanVal, UndoesQuotes) {
-    EXPECT_EQ(cleaned(_clean_val, "  \"a b\"  x"), "a b");
-    EXPECT_EQ(cleaned(_clean_val, "\t' a '"), " a ");
-    EXPECT_EQ(cleaned(_clean_val, "\"\""), "");
+    expect_results(cleaner(_clean_val),
+                   {{"  \"a b\"  x", "a b"}, {"\t' a '", " a "}, {"\"\"", ""}});
 }
 
 TEST(CleanVal, EndsAtAQuoteOfEitherKind) {
-    EXPECT_EQ(cleaned(_clean_val, "\"a'b\""), "a");
-    EXPECT_EQ(cleaned(_clean_val, "'a\"b'"), "a");
+    expect_results(cleaner(_clean_val), {{"\"a'b\"", "a"}, {"'a\"b'", "a"}});
 }
 
 TEST(CleanVal, TakesAQuoteBehindABackslash) {
-    EXPECT_EQ(cleaned(_clean_val, "'it\\'s'"), "it's");
-    EXPECT_EQ(cleaned(_clean_val, "\"\\\"q\\\"\" x"), "\"q\"");
-    EXPECT_EQ(cleaned(_clean_val, "'a\\b'"), "a\\b");
+    expect_results(cleaner(_clean_val),
+                   {{"'it\\'s'", "it's"}, {"\"\\\"q\\\"\" x", "\"q\""}, {"'a\\b'", "a\\b"}});
 }
 
 TEST(CleanVal, RunsToTheEndWithoutAClosingQuote) {
-    EXPECT_EQ(cleaned(_clean_val, "\"a b  "), "a b  ");
-    EXPECT_EQ(cleaned(_clean_val, "'"), "");
+    expect_results(cleaner(_clean_val), {{"\"a b  ", "a b  "}, {"'", ""}});
 }
 
 TEST(CleanVal, DropsTrailingBlanksButNotTabs) {
-    EXPECT_EQ(cleaned(_clean_val, ""), "");
-    EXPECT_EQ(cleaned(_clean_val, "   "), "");
-    EXPECT_EQ(cleaned(_clean_val, "a b   "), "a b");
-    EXPECT_EQ(cleaned(_clean_val, "a b\t"), "a b\t");
-    EXPECT_EQ(cleaned(_clean_val, "a b \t  "), "a b \t");
+    expect_results(
+        cleaner(_clean_val),
+        {{"", ""}, {"   ", ""}, {"a b   ", "a b"}, {"a b\t", "a b\t"}, {"a b \t  ", "a b \t"}});
 }
 
 TEST(CleanVal, LeavesQuotesInside) {
-    EXPECT_EQ(cleaned(_clean_val, "it's \"x\""), "it's \"x\"");
+    EXPECT_EQ(cleaner(_clean_val)("it's \"x\""), "it's \"x\"");
 }
 
 TEST(TrimVal, KnowsNoQuotes) {
-    EXPECT_EQ(cleaned(_trim_val, "\t \"a b\"  "), "\"a b\"");
-    EXPECT_EQ(cleaned(_trim_val, "a\t "), "a\t");
-    EXPECT_EQ(cleaned(_trim_val, "  "), "");
-    EXPECT_EQ(cleaned(_trim_val, ""), "");
+    expect_results(cleaner(_trim_val),
+                   {{"\t \"a b\"  ", "\"a b\""}, {"a\t ", "a\t"}, {"  ", ""}, {"", ""}});
 }
 
 TEST(SplitLine, SplitsAtTheFirstEqualsSign) {

@@ -3,39 +3,37 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <functional>
 #include <limits>
 #include <string>
 
 #include "kit/time_zone.h"
 
-static std::string byte_text(double value) {
+// What is written into a buffer, which is handed back.
+static std::string written(const std::function<const char *(char *)> &code) {
     char buffer[64];
-    EXPECT_EQ(vdef_nice_byte(buffer, value), buffer);
+    EXPECT_EQ(code(buffer), buffer);
     return buffer;
+}
+
+static std::string byte_text(double value) {
+    return written([&](char *buffer) { return vdef_nice_byte(buffer, value); });
 }
 
 static std::string byte_text(int base, double value) {
-    char buffer[64];
-    EXPECT_EQ(vdef_nice_byte_ext(base, buffer, value), buffer);
-    return buffer;
+    return written([&](char *buffer) { return vdef_nice_byte_ext(base, buffer, value); });
 }
 
 static std::string since(int seconds) {
-    char buffer[64];
-    EXPECT_EQ(vdef_nice_since(seconds, buffer), buffer);
-    return buffer;
+    return written([&](char *buffer) { return vdef_nice_since(seconds, buffer); });
 }
 
 static std::string utime(time_t time, int format) {
-    char buffer[64];
-    EXPECT_EQ(vdef_nice_utime(time, buffer, format), buffer);
-    return buffer;
+    return written([&](char *buffer) { return vdef_nice_utime(time, buffer, format); });
 }
 
 static std::string dbdate(time_t time) {
-    char buffer[64];
-    EXPECT_EQ(vdef_nice_dbdate(time, buffer), buffer);
-    return buffer;
+    return written([&](char *buffer) { return vdef_nice_dbdate(time, buffer); });
 }
 
 TEST(VdefNiceByte, DividesOnlyWhatIsStrictlyGreaterThanTheBase) {

@@ -24,27 +24,22 @@ offer_both() { # [WHAT=VALUE]...
     put_on_offer bar version=2.0
 }
 
-# All of foo 1.0 is there, nothing of 2.0, and no stage directory.
-assert_foo_as_before() {
-    assert_equal "$(version_of foo)" 1.0
-    assert_equal "$(cat /usr/share/foo/about /usr/share/foo/gone)" 'one
-one'
-    [[ ! -e /usr/share/foo/new ]]
-    assert_equal "$(sort "$repository/fileindex/foo")" '/usr/share/foo/about
-/usr/share/foo/gone'
-    assert_equal "$(find "$repository/stagearea" -mindepth 1 -type d)" ''
+# foo is there in this version, with the files of it alone, and nothing is left of a change.
+assert_foo() { # VERSION CONTENT FILE OTHER-FILE
+    local here=(/usr/share/foo/about "/usr/share/foo/$3")
+    assert_equal "$(version_of foo)" "$1"
+    assert_equal "$(cat "${here[@]}")" "$2"$'\n'"$2"
+    [[ ! -e /usr/share/foo/$4 ]]
+    assert_equal "$(sort "$repository/fileindex/foo")" "$(printf '%s\n' "${here[@]}")"
     assert_equal "$(find "$repository"/{installed,fileindex} -maxdepth 1 -name '.foo*')" ''
 }
 
-assert_foo_is_new() {
-    assert_equal "$(version_of foo)" 2.0
-    assert_equal "$(cat /usr/share/foo/about /usr/share/foo/new)" 'two
-two'
-    [[ ! -e /usr/share/foo/gone ]]
-    assert_equal "$(sort "$repository/fileindex/foo")" '/usr/share/foo/about
-/usr/share/foo/new'
-    assert_equal "$(find "$repository"/{installed,fileindex} -maxdepth 1 -name '.foo*')" ''
+assert_foo_as_before() {
+    assert_foo 1.0 one gone new
+    assert_equal "$(find "$repository/stagearea" -mindepth 1 -type d)" ''
 }
+
+assert_foo_is_new() { assert_foo 2.0 two new gone; }
 
 # --- Scripts --------------------------------------------------------------------------------------
 

@@ -110,6 +110,12 @@ END
 -n -u root -- /usr/sbin/pvrm --yes install --dir /some where foo"
 }
 
+assert_done_as_root() { # ARGUMENT...
+    PATH=/tmp/fake:$PATH run as_nobody pvrm "$@"
+    assert_status 42
+    assert_equal "$output" 'done as root'
+}
+
 @test "a word that sudo's rule leaves out is not permitted, and the others are" {
     make_sudo
     echo 0 >/tmp/fake/permits
@@ -117,18 +123,14 @@ END
     PATH=/tmp/fake:$PATH run as_nobody pvrm trust "$signer_cert"
     assert_status 3
     assert_equal "$output" 'pvrm: you are not permitted to change the system: run this as root, or ask the administrator for membership in the group vrm'
-    PATH=/tmp/fake:$PATH run as_nobody pvrm install foo
-    assert_status 42
-    assert_equal "$output" 'done as root'
+    assert_done_as_root install foo
 }
 
 @test "a sudo that lists nothing is asked by running it" {
     make_sudo
     echo 0 >/tmp/fake/permits
     echo 1 >/tmp/fake/lists
-    PATH=/tmp/fake:$PATH run as_nobody pvrm install foo
-    assert_status 42
-    assert_equal "$output" 'done as root'
+    assert_done_as_root install foo
 }
 
 @test "what sudo refuses is not permitted" {

@@ -44,15 +44,20 @@ fill_up() {
     assert_equal "$(stat -c %s "$vrk")" "$size"
 }
 
+# Puts the package in the place of the published one, which is noticed.
+exchange_foo() {
+    cp "$vrk" "$published"
+    attack pvrm -y install foo
+    assert_repelled foo_any_1.0 'not the one in the catalogue'
+    refute_installed foo
+}
+
 @test "a package that is exchanged for another signed one of its size" {
     publish_foo
     begin foo 1.0 data/usr/share/foo/about='other content'
     seal
     fill_up
-    cp "$vrk" "$published"
-    attack pvrm -y install foo
-    assert_repelled foo_any_1.0 'not the one in the catalogue'
-    refute_installed foo
+    exchange_foo
 }
 
 @test "a package that is exchanged for an old version of its size" {
@@ -60,10 +65,7 @@ fill_up() {
     begin foo 0.9
     seal
     fill_up
-    cp "$vrk" "$published"
-    attack pvrm -y install foo
-    assert_repelled foo_any_1.0 'not the one in the catalogue'
-    refute_installed foo
+    exchange_foo
 }
 
 @test "a package that is exchanged for a shorter one" {

@@ -60,6 +60,14 @@ assert_field() { # WORD...
     refute_installed field
 }
 
+# A sealed package whose dependency is this one, as head and signed description agree.
+begin_needing() { # NAME
+    begin needing 1.0
+    description needing 1.0 "evrkDependency: $1" | tee "$tree/info/desc.txt" >"$work/head"
+    make_lists
+    seal
+}
+
 @test "a dependency that is dropped from the head" {
     begin field 1.0
     description field 1.0 'evrkDependency: hello' >"$tree/info/desc.txt"
@@ -84,10 +92,7 @@ assert_field() { # WORD...
 
     # The same of a dependency.
     mv "$vrk" "$dir"
-    begin needing 1.0
-    description needing 1.0 'evrkDependency: field' | tee "$tree/info/desc.txt" >"$work/head"
-    make_lists
-    seal
+    begin_needing field
     attack pvrm -y install --dir "$dir" "$vrk"
     vrk=field_any_1.0.vrk
     assert_field dependencies
@@ -141,10 +146,7 @@ assert_field() { # WORD...
     forge_head needed 1.0 'evrkDependency: hello'
     mkdir "$BATS_TEST_TMPDIR/dir"
     cp "$vrk" "$BATS_TEST_TMPDIR/dir/needed_any_1.0.vrk"
-    begin needing 1.0
-    description needing 1.0 'evrkDependency: needed' | tee "$tree/info/desc.txt" >"$work/head"
-    make_lists
-    seal
+    begin_needing needed
     attack pvrm -y install --dir "$BATS_TEST_TMPDIR/dir" "$vrk"
     assert_repelled 'cannot install needed_any_1.0.vrk: its head' 'its signed description'
     refute_installed needing

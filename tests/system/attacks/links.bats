@@ -8,10 +8,15 @@ setup_file() {
     set_up_attacks
 }
 
-@test "a link that another package lists with another target" {
-    begin owner 1.0 data/usr/share/owner/about=owner info/link.txt='/usr/share/owner|about|link'
+# Installs a package with a link in its directory.
+install_owner() { # NAME
+    begin "$1" 1.0 "data/usr/share/$1/about=owner" "info/link.txt=/usr/share/$1|about|link"
     seal
     pvrm -y install "$vrk"
+}
+
+@test "a link that another package lists with another target" {
+    install_owner owner
     begin foo 1.0 data/usr/share/foo/about=foo info/link.txt='/usr/share/owner|../foo/about|link'
     seal
     attack pvrm -y install "$vrk"
@@ -21,9 +26,7 @@ setup_file() {
 }
 
 @test "a link that another package lists, by another way to the same place" {
-    begin owner2 1.0 data/usr/share/owner2/about=owner info/link.txt='/usr/share/owner2|about|link'
-    seal
-    pvrm -y install "$vrk"
+    install_owner owner2
     begin foo 1.0 data/usr/share/foo/about=foo \
         info/link.txt='/usr/share/../share/owner2/|../foo/about|link'
     seal
@@ -33,9 +36,7 @@ setup_file() {
 }
 
 @test "an upgrade whose link another package lists" {
-    begin owner3 1.0 data/usr/share/owner3/about=owner info/link.txt='/usr/share/owner3|about|link'
-    seal
-    pvrm -y install "$vrk"
+    install_owner owner3
     begin bar 1.0
     seal
     pvrm -y install "$vrk"
