@@ -1,9 +1,11 @@
 #include "maintenance/hash_audit.h"
 
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <string>
 
+#include "maintenance/settled_findings.h"
 #include "package/hashlist.h"
 #include "package/vrs.h"
 #include "repository/inventory.h"
@@ -44,6 +46,9 @@ struct digest {
     char text[41];
 };
 
+// What is done with each finding.
+using finding_sink = std::function<void(const event &)>;
+
 }  // namespace
 
 static std::optional<digest> digest_of(const std::string &path) {
@@ -61,27 +66,29 @@ static void say_ok(const std::string &path, bool verbose) {
 }
 
 // Each gives the number of errors: 0 or 1.
-static int check_delivered(const std::string &path, const char *expected, bool verbose) {
+static int check_delivered(const std::string &path, const char *expected, bool verbose,
+                           const finding_sink &found_one) {
     const std::optional<digest> found = digest_of(path);
     if (!found) {
-        report({.kind = event_kind::audited_file_missing, .path = path});
+        found_one({.kind = event_kind::audited_file_missing, .path = path});
         return 1;
     }
     if (strcmp(found->text, expected) != 0) {
-        report({.kind = event_kind::audited_file_changed,
-                .path = path,
-                .other = expected,
-                .found = found->text});
+        found_one({.kind = event_kind::audited_file_changed,
+                   .path = path,
+                   .other = expected,
+                   .found = found->text});
         return 1;
     }
     say_ok(path, verbose);
     return 0;
 }
 
-static int check_edited(const char *path, const char *delivered, bool verbose) {
+static int check_edited(const char *path, const char *delivered, bool verbose,
+                        const finding_sink &found_one) {
     const std::optional<digest> found = digest_of(path);
     if (!found) {
-        report({.kind = event_kind::conf_missing, .path = path});
+        found_one({.kind = event_kind::conf_missing, .path = path});
         return 1;
     }
     if (strcmp(found->text, delivered) != 0) {
@@ -98,7 +105,7 @@ bool is_there_unreadable(const std::string &list, const char **why) {
 
 // Nothing when the list can't be read or is malformed.
 static std::optional<fork_count> check_fork(const std::string &entry, const fork_kind &fork,
-                                            bool verbose) {
+                                            bool verbose, const finding_sink &found_one) {
     s_ekva **list = nullptr;
     const int rc = vrm_vrf_vrk_hashes(entry.c_str(), fork.name, &list);
     const own_ekva hashes(list);
@@ -106,10 +113,10 @@ static std::optional<fork_count> check_fork(const std::string &entry, const fork
     const char *why = nullptr;
     const bool not_opened = rc == 0 && !hashes && is_there_unreadable(path_of_list, &why);
     if (not_opened) {
-        report({.kind = event_kind::list_not_opened, .path = path_of_list, .other = why});
+        found_one({.kind = event_kind::list_not_opened, .path = path_of_list, .other = why});
     }
     if (rc != 0 || not_opened) {
-        report({.kind = fork.unusable, .other = fork.name});
+        found_one({.kind = fork.unusable, .other = fork.name});
         return std::nullopt;
     }
     fork_count count;
@@ -127,35 +134,63 @@ static std::optional<fork_count> check_fork(const std::string &entry, const fork
     for (s_ekva *const *pair = list + 1; *pair; pair++) {
         const char *const hash = (*pair)->key, *const path = (*pair)->val;
         log_debug("vrm_chkhash: found %s: %s\n", hash, path);
-        count.errors += check_delivered(root + path, hash, verbose);
+        count.errors += check_delivered(root + path, hash, verbose, found_one);
         if (fork.edited) {
-            count.errors += check_edited(path, hash, verbose);
+            count.errors += check_edited(path, hash, verbose, found_one);
         }
     }
     return count;
 }
 
-int vrm_chkhash(vrm_handle *handle, const char *name, unsigned verbose) {
-    return guarded("vrm_chkhash", -1, [&] {
-        if (!own_vri(vrm_vrl_info(handle, name))) {
-            report({.kind = event_kind::audited_not_installed, .package = name});
+// The result is that of vrm_chkhash.
+static int audit(vrm_handle *handle, const char *name, bool verbose,
+                 const finding_sink &found_one) {
+    if (!own_vri(vrm_vrl_info(handle, name))) {
+        found_one({.kind = event_kind::audited_not_installed, .package = name});
+        return -1;
+    }
+    const std::string entry = std::string(ekva_getval(handle->dirs, "installed")) + "/" + name;
+    fork_count counts[number_of_forks];
+    int errors = 0;
+    for (int place = 0; place < number_of_forks; place++) {
+        const std::optional<fork_count> count = check_fork(entry, forks[place], verbose, found_one);
+        if (!count) {
             return -1;
         }
-        const std::string entry = std::string(ekva_getval(handle->dirs, "installed")) + "/" + name;
-        fork_count counts[number_of_forks];
+        counts[place] = *count;
+        errors += count->errors;
+    }
+    vrmui_say("%s summary: dump: (%d/%d) conf: (%d/%d) data: (%d/%d) init: (%d/%d)\n", name,
+              counts[dump_fork].hashes, counts[dump_fork].errors, counts[conf_fork].hashes,
+              counts[conf_fork].errors, counts[data_fork].hashes, counts[data_fork].errors,
+              counts[init_fork].hashes, counts[init_fork].errors);
+    return errors;
+}
+
+int vrm_chkhash(vrm_handle *handle, const char *name, unsigned verbose) {
+    return guarded("vrm_chkhash", -1, [&] {
+        return audit(handle, name, verbose != 0, [](const event &one) { report(one); });
+    });
+}
+
+int vrm_chkhash_settled(vrm_handle *handle, const char *name, unsigned verbose) {
+    return guarded("vrm_chkhash", -1, [&] {
         int errors = 0;
-        for (int place = 0; place < number_of_forks; place++) {
-            const std::optional<fork_count> count = check_fork(entry, forks[place], verbose != 0);
-            if (!count) {
-                return -1;
-            }
-            counts[place] = *count;
-            errors += count->errors;
+        const auto look = [&] {
+            finding_list all;
+            vrmui_line_new(vrmui, "");
+            errors =
+                audit(handle, name, verbose != 0, [&](const event &one) { all.emplace_back(one); });
+            return all;
+        };
+        settled_findings found(handle);
+        found.add(look(), look);
+        if (found.withheld()) {
+            // The counts in the text are of a package that is being changed.
+            vrmui_line_new(vrmui, "");
+            found.end(std::string("the files of ") + name);
+            return found.count();
         }
-        vrmui_say("%s summary: dump: (%d/%d) conf: (%d/%d) data: (%d/%d) init: (%d/%d)\n", name,
-                  counts[dump_fork].hashes, counts[dump_fork].errors, counts[conf_fork].hashes,
-                  counts[conf_fork].errors, counts[data_fork].hashes, counts[data_fork].errors,
-                  counts[init_fork].hashes, counts[init_fork].errors);
         return errors;
     });
 }

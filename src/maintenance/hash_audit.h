@@ -26,6 +26,11 @@
 // isn't there is a fork without files.
 int vrm_chkhash(vrm_handle *handle, const char *name, unsigned verbose);
 
+// The same beside another process that changes the repository: without the lock what is found is
+// looked at again, and not reported while that process holds the lock. That something was withheld
+// is then the one finding, and the text is empty. The text is begun anew.
+int vrm_chkhash_settled(vrm_handle *handle, const char *name, unsigned verbose);
+
 // Private to the maintenance: whether a hash list is there and can't be opened, with the reason in
 // errno and, unless null, `why`. The reader of lists takes such a one for none, and then every file
 // would pass.

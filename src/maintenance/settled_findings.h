@@ -86,6 +86,10 @@ class settled_findings {
         }
     }
 
+    // Whether a finding was withheld so far.
+    bool withheld() const {
+        return withheld_;
+    }
     int count() const {
         return count_;
     }

@@ -45,8 +45,7 @@ static bool verify(const session &work, const std::string &name) {
         return false;
     }
     const bool own_record = has_its_own_record(work.repository(), name);
-    vrmui_line_new(vrmui, "");
-    const int errors = vrm_chkhash(work.repository(), name.c_str(), work.options.verbose);
+    const int errors = vrm_chkhash_settled(work.repository(), name.c_str(), work.options.verbose);
     vrmui_write(vrmui, vrmui->text, 0);
     if (errors < 0 && was_explained()) {
         tell_failure("%s can't be verified", name.c_str());

@@ -28,6 +28,27 @@ teardown() {
     assert_line "pvrm: the inventory's entry of half is damaged, and passed over"
 }
 
+@test "what may be just being changed is not called damaged by verify" {
+    pvrm install "$(package steady)"
+    start_pvrm install "$(package foo "init/00-add.sh=$waiting_script")"
+    run pvrm verify steady
+    assert_status 0
+    assert_output_has 'steady summary: dump: (0/0) conf: (0/0) data: (1/0)'
+    echo changed >/usr/share/steady/about
+    run pvrm verify steady
+    assert_status 1
+    refute_output_has /usr/share/steady/about
+    refute_output_has summary
+    assert_output_has 'the files of steady'
+    finish
+    assert_status 0
+    run pvrm verify steady
+    assert_status 1
+    assert_output_has /usr/share/steady/about
+    assert_output_has 'data: (1/1)'
+    refute_output_has 'the files of steady'
+}
+
 # The package "big" with many files, and a configuration file.
 big() { # VERSION
     local files=() i
