@@ -2,7 +2,7 @@
 
 #include <FL/Fl_Double_Window.H>
 
-#include "gui/actions.h"
+#include "gui/model/tool_action.h"
 #include "gui/state.h"
 #include "support/log.h"
 

@@ -2,7 +2,7 @@
 
 #include <FL/Fl.H>
 
-#include "gui/actions.h"
+#include "gui/model/tool_action.h"
 #include "gui/screens.h"
 #include "gui/state.h"
 #include "gui/window.h"

@@ -2,8 +2,8 @@
 
 #include <FL/Fl_Window.H>
 
-#include "gui/actions.h"
 #include "gui/model/package_rows.h"
+#include "gui/model/tool_action.h"
 #include "gui/state.h"
 #include "repository/vrc.h"
 

@@ -4,7 +4,6 @@
 #include <FL/Fl_Input.H>
 #include <FL/Fl_Multi_Browser.H>
 
-#include "gui/actions.h"
 #include "gui/model/package_rows.h"
 #include "gui/model/tool_action.h"
 #include "gui/model/update_rows.h"

@@ -4,8 +4,8 @@
 
 #include <cstdio>
 
-#include "gui/actions.h"
-#include "gui/model/program_name.h"
+#include "gui/model/tool_action.h"
+#include "gui/model/update_rows.h"
 #include "gui/state.h"
 #include "gui/theme.h"
 #include "gui/tool.h"

@@ -1,6 +1,6 @@
 #include "gui/state.h"
 
-#include "gui/actions.h"
+#include "gui/model/tool_action.h"
 
 int vrm_gui_action = ACTION_IDLE;
 int update_only = 0;

@@ -15,7 +15,7 @@ class Fl_Multi_Browser;
 
 // ---- The program ----
 
-extern int vrm_gui_action;     // what the next pass shows, see gui/actions.h
+extern int vrm_gui_action;     // what the next pass shows, a gui_action of gui/model/tool_action.h
 extern int update_only;        // 1 when the program offers nothing but updates
 extern s_ekva **vrm_sys_conf;  // the system configuration, read once, kept to the end
 extern vrm_handle *vrm;        // the repository

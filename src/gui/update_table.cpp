@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "gui/actions.h"
+#include "gui/model/tool_action.h"
 #include "gui/model/update_rows.h"
 #include "gui/state.h"
 #include "support/array.h"

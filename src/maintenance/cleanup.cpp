@@ -180,9 +180,7 @@ void cleanup::add_up(const entry &found) {
 }
 
 int cleanup::finish() const {
-    char sum[64];
-    report({.kind = event_kind::cleanup_done,
-            .other = vdef_nice_byte(sum, static_cast<double>(bytes_))});
+    report({.kind = event_kind::cleanup_done, .other = nice_size(bytes_)});
     return count_;
 }
 

@@ -18,16 +18,6 @@ const char *or_empty(const char *text) {
     return text ? text : "";
 }
 
-std::string date_text(int64_t time) {
-    char text[64];
-    return vdef_nice_dbdate(static_cast<time_t>(time), text);
-}
-
-std::string size_text(uint64_t bytes) {
-    char text[64];
-    return vdef_nice_byte(text, static_cast<double>(bytes));
-}
-
 // The last of the update times, 0 for none.
 int64_t last_update(const vri *package) {
     int64_t last = 0;
@@ -123,7 +113,7 @@ const char *signature_words(int32_t status) {
 
 void add_installation(form_record *form, const vri *package) {
     if (package->install_time > 0) {
-        form->add("Installed at", date_text(package->install_time));
+        form->add("Installed at", nice_date(package->install_time));
     }
     if (package->install_type == 'X') {
         form->add("Installed as", "Explicit request");
@@ -132,7 +122,7 @@ void add_installation(form_record *form, const vri *package) {
                   (std::string("Dependency of ") + or_empty(package->install_head)).substr(0, 254));
     }
     if (const int64_t last = last_update(package)) {
-        form->add("Last updated at", date_text(last));
+        form->add("Last updated at", nice_date(last));
     }
 }
 
@@ -149,9 +139,9 @@ int write_form(const vri *package, unsigned mode, unsigned list_format) {
     for (char *const *dep = package->deps; dep && *dep; dep++) {
         form.add("Dependency", *dep);
     }
-    form.add("Data size", size_text(package->datasize));
+    form.add("Data size", nice_size(package->datasize));
     if (mode == 3) {
-        form.add("File size", size_text(package->filesize));
+        form.add("File size", nice_size(package->filesize));
     } else if (mode == 2) {
         add_installation(&form, package);
     }
@@ -171,7 +161,7 @@ void write_text(const report_sink &sink, const vri *package) {
     }
     sink.label_if_set("Description", package->description);
     if (package->install_time > 0) {
-        sink.label("\nInstalled at", date_text(package->install_time).c_str());
+        sink.label("\nInstalled at", nice_date(package->install_time).c_str());
     }
     if (package->install_type == 'X') {
         sink.label("Installed as", "Explicit request");
@@ -180,7 +170,7 @@ void write_text(const report_sink &sink, const vri *package) {
                    (std::string("Dependency of ") + or_empty(package->install_head)).c_str());
     }
     if (const int64_t last = last_update(package)) {
-        sink.label("Last updated at", date_text(last).c_str());
+        sink.label("Last updated at", nice_date(last).c_str());
     }
 }
 
@@ -211,14 +201,14 @@ void write_ldif(const report_sink &sink, const vri *package) {
     sink.ldif_bytes("evrkRsaSigData", package->rsa_sig_data, package->rsa_sig_len);
     // Dates for people here, other than the seconds of inst.txt.
     if (package->install_time > 0) {
-        sink.ldif("evrkInstallTime", date_text(package->install_time).c_str());
+        sink.ldif("evrkInstallTime", nice_date(package->install_time).c_str());
     }
     if (package->install_type) {
         sink.ldif("evrkInstallType", std::string(1, package->install_type).c_str());
     }
     sink.ldif("evrkInstallHead", package->install_head);
     for (const int64_t *time = package->update_times; time && *time != 0; time++) {
-        sink.ldif("evrkUpdateTime", date_text(*time).c_str());
+        sink.ldif("evrkUpdateTime", nice_date(*time).c_str());
     }
     sink.end_of_ldif_entry();
 }

@@ -4,11 +4,10 @@
 #include <iterator>
 #include <set>
 
-#include "pvrm/agreement.h"
 #include "pvrm/change_transaction.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/tell.h"
+#include "pvrm/words.h"
 #include "transaction/journal_scope.h"
 #include "ui/vrmui.h"
 
@@ -71,7 +70,13 @@ bool change_job::show_and_ask() {
     if (!work_.options.quiet || work_.options.dry_run || vote_mode == 1) {
         print(shown_);
     }
-    return work_.options.dry_run || user_agrees(question_of_packages(said_.verb, shown_.size()), 1);
+    return work_.options.dry_run || user_agrees(question(), 1);
+}
+
+std::string change_job::question() const {
+    const size_t packages = shown_.size();
+    return std::string(said_.verb) +
+           (packages == 1 ? " this package?" : " these " + std::to_string(packages) + " packages?");
 }
 
 // The lock keeps other programs off that respect it, and nobody else.

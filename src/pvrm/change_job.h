@@ -81,6 +81,7 @@ class change_job {
     };
     void plan_all();
     bool show_and_ask();
+    std::string question() const;
     void plan_again_if_changed();
     void carry_out_all();
     void summarise() const;

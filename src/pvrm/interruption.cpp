@@ -7,6 +7,7 @@
 #include <csignal>
 
 #include "transaction/interrupt.h"
+#include "ui/vrmui.h"
 
 static void ask_for_an_end(int) {
     vrm_stop_requested = 1;
@@ -60,4 +61,9 @@ bool was_interrupted(int status) {
         vrm_stop_requested = 1;
     }
     return vrm_stop_requested;
+}
+
+bool user_agrees(const std::string &question, int default_answer) {
+    return !was_interrupted() && vrmui_yesno(vrmui, question.c_str(), default_answer) == 1 &&
+           !was_interrupted();
 }

@@ -7,9 +7,9 @@
 #include <string>
 
 #include "pvrm/config_keys.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/tell.h"
+#include "pvrm/words.h"
 #include "repository/repository.h"
 #include "repository/running_script.h"
 #include "support/log.h"

@@ -14,7 +14,6 @@
 #include <memory>
 #include <new>
 
-#include "pvrm/exit_status.h"
 #include "pvrm/options.h"
 #include "pvrm/privilege.h"
 #include "pvrm/report_format.h"

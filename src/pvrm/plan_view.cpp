@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include "pvrm/columns.h"
-#include "pvrm/sizes.h"
 #include "support/arch.h"
+#include "support/vdef.h"
 
 plan_view::~plan_view() {
     vrm_vra_list_free(list_);

@@ -10,8 +10,8 @@
 #include <filesystem>
 #include <string>
 
-#include "pvrm/exit_status.h"
 #include "pvrm/tell.h"
+#include "pvrm/words.h"
 
 // The path under which a sudoers file permits the tool, with no link in it.
 static std::string own_path() {
@@ -120,4 +120,8 @@ int run_as_root(const std::vector<std::string> &arguments, const std::string &wo
             "administrator for membership in the group vrm");
     }
     return EXIT_NOT_PERMITTED;
+}
+
+int word_allowed(bool restricted) {
+    return may_change_system(restricted) ? EXIT_DONE : EXIT_NOT_PERMITTED;
 }

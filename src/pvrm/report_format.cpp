@@ -2,7 +2,7 @@
 
 #include <unistd.h>
 
-#include "pvrm/exit_status.h"
+#include "pvrm/words.h"
 
 const std::vector<std::string> list_format_names = {"text", "table", "ldif", "csv"};
 const std::vector<std::string> info_format_names = {"text", "form", "ldif", "csv"};

@@ -8,10 +8,10 @@
 #include <new>
 
 #include "package/vri.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/left_script.h"
 #include "pvrm/tell.h"
+#include "pvrm/words.h"
 #include "repository/vrc.h"
 #include "support/log.h"
 #include "support/vconf.h"

@@ -6,10 +6,10 @@
 #include <string>
 
 #include "package/certificate.h"
-#include "pvrm/agreement.h"
-#include "pvrm/sizes.h"
+#include "pvrm/interruption.h"
 #include "pvrm/tell.h"
 #include "support/terminal_text.h"
+#include "support/vdef.h"
 #include "ui/vrmui.h"
 
 void show_certificate(const X509 *certificate) {

@@ -4,7 +4,6 @@
 #include "maintenance/inventory_audit.h"
 #include "maintenance/upkeep.h"
 #include "pvrm/engine_report.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/session.h"
 #include "pvrm/tell.h"

@@ -3,7 +3,6 @@
 #include "maintenance/cleanup.h"
 #include "maintenance/upkeep.h"
 #include "pvrm/engine_report.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/session.h"
 #include "pvrm/tell.h"

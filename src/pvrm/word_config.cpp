@@ -14,7 +14,6 @@
 #include "pvrm/columns.h"
 #include "pvrm/config_change.h"
 #include "pvrm/config_keys.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/session.h"
 #include "pvrm/tell.h"

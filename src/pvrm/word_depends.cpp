@@ -5,7 +5,6 @@
 #include "package/vrf.h"
 #include "pvrm/dependency_tree.h"
 #include "pvrm/engine_report.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/request.h"
 #include "pvrm/session.h"
 #include "pvrm/tell.h"

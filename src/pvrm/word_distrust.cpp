@@ -1,7 +1,6 @@
 #include <string>
 #include <vector>
 
-#include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/session.h"
 #include "pvrm/tell.h"

@@ -4,7 +4,6 @@
 
 #include "package/vrf.h"
 #include "pvrm/engine_report.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/request.h"
 #include "pvrm/session.h"
 #include "pvrm/tell.h"

@@ -1,7 +1,6 @@
 #include "package/signed_record.h"
 #include "package/vrf.h"
 #include "pvrm/engine_report.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/report_format.h"
 #include "pvrm/request.h"
 #include "pvrm/tell.h"

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/tell.h"
 #include "pvrm/words.h"

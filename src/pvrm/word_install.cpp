@@ -4,7 +4,6 @@
 #include "package/vrf.h"
 #include "package/vri.h"
 #include "pvrm/engine_report.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/installing_job.h"
 #include "pvrm/tell.h"
 #include "pvrm/words.h"

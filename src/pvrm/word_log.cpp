@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "maintenance/show_log.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/report_format.h"
 #include "pvrm/session.h"
 #include "pvrm/tell.h"

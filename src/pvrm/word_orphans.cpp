@@ -1,7 +1,6 @@
 #include <cstdio>
 
 #include "pvrm/engine_report.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/installed_needs.h"
 #include "pvrm/session.h"
 #include "pvrm/words.h"

@@ -5,7 +5,6 @@
 
 #include <sys/stat.h>
 
-#include "pvrm/exit_status.h"
 #include "pvrm/session.h"
 #include "pvrm/tell.h"
 #include "pvrm/words.h"

@@ -1,5 +1,4 @@
 #include "pvrm/engine_report.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/session.h"
 #include "pvrm/tell.h"

@@ -3,15 +3,13 @@
 #include <string>
 #include <vector>
 
-#include "pvrm/agreement.h"
 #include "pvrm/columns.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/session.h"
-#include "pvrm/sizes.h"
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
 #include "repository/saved_files.h"
+#include "support/vdef.h"
 #include "ui/vrmui.h"
 
 static bool read_listing(const session &work, saved_listing *listing) {

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "package/vri.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/report_format.h"
 #include "pvrm/session.h"
 #include "pvrm/tell.h"

@@ -7,7 +7,6 @@
 
 #include "package/certificate.h"
 #include "package/checked_keys.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/interruption.h"
 #include "pvrm/session.h"
 #include "pvrm/tell.h"

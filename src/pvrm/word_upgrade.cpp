@@ -9,7 +9,6 @@
 #include "package/vri.h"
 #include "pvrm/config_files.h"
 #include "pvrm/engine_report.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/installing_job.h"
 #include "pvrm/lost_files.h"
 #include "pvrm/tell.h"

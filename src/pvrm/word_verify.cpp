@@ -5,7 +5,6 @@
 #include "maintenance/consistency_audit.h"
 #include "maintenance/hash_audit.h"
 #include "pvrm/engine_report.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/request.h"
 #include "pvrm/session.h"
 #include "pvrm/tell.h"

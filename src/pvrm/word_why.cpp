@@ -3,7 +3,6 @@
 #include <string>
 
 #include "pvrm/engine_report.h"
-#include "pvrm/exit_status.h"
 #include "pvrm/installed_needs.h"
 #include "pvrm/request.h"
 #include "pvrm/session.h"

@@ -1,11 +1,23 @@
 // The words of the tool, one function each. Each takes what the command line said and gives the
-// exit status of exit_status.h.
+// exit status of the tool.
 #pragma once
 
 #include <string>
 #include <vector>
 
 #include "pvrm/options.h"
+
+// What the exit status of the tool means. Scripts and the window rely on it: `pvrm help` and the
+// manual page tell the same table.
+enum exit_status : int {
+    EXIT_DONE = 0,
+    EXIT_FAILED = 1,         // something that was asked for did not happen
+    EXIT_WRONG_USAGE = 2,    // the command line makes no sense; nothing was done
+    EXIT_NOT_PERMITTED = 3,  // the caller may not change the system; nothing was done
+    // Another process is changing the repository, or a script that was left running has not ended;
+    // nothing was done.
+    EXIT_LOCKED = 4,
+};
 
 // `restricted`: whether that counts only which the restricted mode permits.
 int word_allowed(bool restricted);

@@ -24,6 +24,11 @@ char *vdef_nice_byte(char *buffer, double value) {
     return vdef_nice_byte_ext(1024, buffer, value);
 }
 
+std::string nice_size(uint64_t bytes) {
+    char text[buffer_size];
+    return vdef_nice_byte(text, static_cast<double>(bytes));
+}
+
 char *vdef_nice_utime(time_t time, char *buffer, int format) {
     static constexpr const char *months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                              "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
@@ -62,6 +67,11 @@ char *vdef_nice_utime(time_t time, char *buffer, int format) {
 
 char *vdef_nice_dbdate(time_t time, char *buffer) {
     return vdef_nice_utime(time, buffer, 0);
+}
+
+std::string nice_date(int64_t seconds_since_epoch) {
+    char text[buffer_size];
+    return vdef_nice_dbdate(static_cast<time_t>(seconds_since_epoch), text);
 }
 
 char *vdef_nice_since(int seconds, char *buffer) {

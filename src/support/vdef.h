@@ -2,7 +2,9 @@
 // hold 64 bytes; each function returns the buffer that it was given.
 #pragma once
 
+#include <cstdint>
 #include <ctime>
+#include <string>
 
 // A size in the largest unit that leaves more than 1 of it: the value is divided by `base` while it
 // is strictly greater, so 1024 by 1024 are still "1024 bytes". The precision grows with the unit on
@@ -11,6 +13,7 @@ char *vdef_nice_byte_ext(int base, char *buffer, double value);
 
 // The same with the base 1024.
 char *vdef_nice_byte(char *buffer, double value);
+std::string nice_size(uint64_t bytes);
 
 // A time in local time, by `format`:
 //   2  15:04:05            6  2.1.2006 15:04
@@ -21,6 +24,7 @@ char *vdef_nice_utime(time_t time, char *buffer, int format);
 
 // The database date of a time, in local time.
 char *vdef_nice_dbdate(time_t time, char *buffer);
+std::string nice_date(int64_t seconds_since_epoch);
 
 // A duration in its two largest units: "1 days, 0 hours". There is no singular.
 char *vdef_nice_since(int seconds, char *buffer);

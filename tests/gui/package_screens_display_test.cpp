@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "gui/actions.h"
 #include "gui/drawing.h"
+#include "gui/model/tool_action.h"
 #include "gui/package_table.h"
 #include "gui/rows_kit.h"
 #include "gui/screen_kit.h"

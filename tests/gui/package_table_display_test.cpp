@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "gui/actions.h"
 #include "gui/drawing.h"
+#include "gui/model/tool_action.h"
 #include "gui/rows_kit.h"
 #include "gui/state.h"
 #include "gui/table_kit.h"

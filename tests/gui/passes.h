@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "gui/actions.h"
 #include "gui/loop.h"
+#include "gui/model/tool_action.h"
 #include "gui/state.h"
 #include "kit/scripted_user.h"
 #include "repository/vrc.h"

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "gui/actions.h"
 #include "gui/drawing.h"
+#include "gui/model/tool_action.h"
 #include "gui/state.h"
 #include "gui/theme.h"
 #include "gui/window.h"

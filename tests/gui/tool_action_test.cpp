@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "gui/actions.h"
-
 namespace {
 
 void expect_row(int action, const char *box, const char *word, const char *first_line,

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "gui/actions.h"
+#include "gui/model/tool_action.h"
 #include "kit/log_capture.h"
 
 namespace {

@@ -19,7 +19,7 @@
 #include <string>
 #include <vector>
 
-#include "gui/actions.h"
+#include "gui/model/tool_action.h"
 #include "gui/model/tool_command.h"
 #include "gui/state.h"
 #include "gui/window.h"

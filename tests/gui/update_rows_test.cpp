@@ -281,3 +281,18 @@ TEST_F(UpdateChoose, IsLogged) {
                                                 "Somebody presssed the update_sel button"));
     EXPECT_EQ(log.at(LEVEL_DEBUG).size(), 3U);
 }
+
+TEST(UpdateRows, AsksForUpdatesWithTheWordAnywhereInIt) {
+    EXPECT_TRUE(asks_for_updates_only("fltk-vrm-update"));
+    EXPECT_TRUE(asks_for_updates_only("/usr/bin/fltk-vrm-update"));
+    EXPECT_TRUE(asks_for_updates_only("fltk-updater.old"));
+    EXPECT_TRUE(asks_for_updates_only("/opt/my-update/fltk-vrm"));
+}
+
+TEST(UpdateRows, AsksForNothingWithoutTheWord) {
+    EXPECT_FALSE(asks_for_updates_only("fltk-vrm"));
+    EXPECT_FALSE(asks_for_updates_only("update"));
+    EXPECT_FALSE(asks_for_updates_only("fltk-vrm-Update"));
+    EXPECT_FALSE(asks_for_updates_only(""));
+    EXPECT_FALSE(asks_for_updates_only(nullptr));
+}

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "gui/actions.h"
 #include "gui/drawing.h"
+#include "gui/model/tool_action.h"
 #include "gui/state.h"
 #include "gui/table_kit.h"
 #include "gui/update_rows_kit.h"

@@ -1,7 +1,5 @@
 #include "gui/model/tool_action.h"
 
-#include "gui/actions.h"
-
 static constexpr tool_action tool_actions[] = {
     {
         .action = ACTION_UPDATE_ALL,

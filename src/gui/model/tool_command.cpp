@@ -7,6 +7,9 @@
 #include "support/own.h"
 #include "support/terminal_text.h"
 
+// Weak, so that a test can link another path.
+[[gnu::weak]] extern const char *const pvrm_path = "/usr/sbin/pvrm";
+
 static std::string tool() {
     return std::string(std::string_view(pvrm_path).substr(0, 254));
 }

@@ -9,7 +9,7 @@
 #include "gui/model/tool_action.h"
 
 // The tool. It has no setting: who could change it would choose what runs with the tool's rights.
-// A test that needs another one defines the name itself, in place of tool_path.cpp.
+// A test that needs another one defines the name itself, which is weak here.
 extern const char *const pvrm_path;
 
 // What a command line takes at most, with its terminator.

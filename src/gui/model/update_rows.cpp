@@ -1,5 +1,6 @@
 #include "gui/model/update_rows.h"
 
+#include <cstring>
 #include <string>
 #include <utility>
 
@@ -15,6 +16,10 @@ int num_vras;
 // The transaction under construction. Declared in no header, as the name hides the type's.
 extern struct vrt *vrt;
 struct vrt *vrt;
+
+bool asks_for_updates_only(const char *program_name) {
+    return program_name && strstr(program_name, "-update");
+}
 
 void update_cell(int row, int column, cell_text &text) {
     if (!vra_list || row < 0 || row >= num_vras) {

@@ -14,6 +14,10 @@
 extern vra **vra_list;
 extern int num_vras;
 
+// Whether the name that the program was called by asks for this screen alone: it contains
+// "-update", anywhere. Null doesn't.
+bool asks_for_updates_only(const char *program_name);
+
 inline constexpr table_columns update_columns = {{{"Action", 60, nullptr},
                                                   {"Package", 160, &vri::name},
                                                   {"Version", 60, &vri::version},
