@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "package/osslutil.h"
+#include "support/event.h"
 #include "support/file.h"
 
 // A certificate needs no passphrase. A file that wants one holds something else, and must not make
@@ -93,6 +94,25 @@ std::string stored_certificate_name(const X509_NAME *subject) {
     char name[32];
     snprintf(name, sizeof name, "%08lx.crt", hash_of(subject));
     return name;
+}
+
+own_x509 signer_certificate(const std::string &store, const char *subject) {
+    const own_x509_name name(subject ? x509_str2subj(subject, MBSTRING_ASC, 0) : nullptr);
+    if (!name) {
+        report({.kind = event_kind::signer_unparsable, .other = subject ? subject : ""});
+        return nullptr;
+    }
+    const std::string path = store + '/' + stored_certificate_name(name.get());
+    own_x509 certificate = certificate_read(path, nullptr);
+    if (!certificate) {
+        report({.kind = is_missing(path.c_str()) ? event_kind::certificate_missing
+                                                 : event_kind::certificate_unreadable,
+                .path = path});
+    } else if (certificate_subject(certificate.get()) != subject) {
+        report({.kind = event_kind::certificate_of_another});
+        certificate.reset();
+    }
+    return certificate;
 }
 
 // Not by asn1_utc_time, which takes dates from 2050 on for long past: what is shown must be true.

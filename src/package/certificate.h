@@ -44,6 +44,11 @@ std::string certificate_fingerprint(const X509 *certificate);
 // subject's hash.
 std::string stored_certificate_name(const X509_NAME *subject);
 
+// The certificate of a signer, named by its subject in one line, from a store. Null, with the
+// reason reported, when the signer is not trusted: the subject doesn't parse, no certificate lies
+// in its place, or that of another subject does.
+own_x509 signer_certificate(const std::string &store, const char *subject);
+
 // The dates of a certificate in seconds since the epoch, for people. Nothing when one can't be
 // read.
 struct certificate_dates {

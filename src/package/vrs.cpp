@@ -6,10 +6,7 @@
 
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <ctime>
-#include <memory>
-#include <string>
 #include <vector>
 
 #include "package/certificate.h"
@@ -32,35 +29,6 @@ enum verification {
     EXPIRED = -4,
     NOT_YET_VALID = -5,
 };
-
-// Where the store keeps the certificate of a subject; empty if the subject doesn't parse.
-std::string store_path(const vrm_handle *handle, const char *subject) {
-    own_x509_name name(subject ? x509_str2subj(subject, MBSTRING_ASC, 0) : nullptr);
-    if (!name) {
-        report({.kind = event_kind::signer_unparsable, .other = subject ? subject : ""});
-        return "";
-    }
-    const char *store = ekva_getval(handle->dirs, "certstore");
-    return std::string(store ? store : "") + '/' + stored_certificate_name(name.get());
-}
-
-own_x509 stored_certificate(const std::string &path) {
-    own_x509 certificate = certificate_read(path, nullptr);
-    if (!certificate) {
-        report({.kind = is_missing(path.c_str()) ? event_kind::certificate_missing
-                                                 : event_kind::certificate_unreadable,
-                .path = path});
-    }
-    return certificate;
-}
-
-bool subject_is(const X509 *certificate, const char *subject) {
-    if (certificate_subject(certificate) == subject) {
-        return true;
-    }
-    report({.kind = event_kind::certificate_of_another});
-    return false;
-}
 
 void say_date(const char *label, time_t date) {
     struct tm parts = {};
@@ -169,12 +137,9 @@ int vrs_fverify_rsa(vrm_handle *handle, const char *subject, const unsigned char
     return guarded(STEP_FAILED, [&] {
         const time_t now = time(nullptr);
         const ossl_errors_dropped errors;
-        const std::string path = store_path(handle, subject);
-        if (path.empty()) {
-            return UNTRUSTED;
-        }
-        const own_x509 certificate = stored_certificate(path);
-        if (!certificate || !subject_is(certificate.get(), subject)) {
+        const char *store = ekva_getval(handle->dirs, "certstore");
+        const own_x509 certificate = signer_certificate(store ? store : "", subject);
+        if (!certificate) {
             return UNTRUSTED;
         }
         const verification dates = check_dates(certificate.get(), now);
