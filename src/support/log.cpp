@@ -21,11 +21,6 @@ constexpr uint32_t default_levels = LEVEL_ERROR | LEVEL_WARNING | LEVEL_INFO;
 constexpr uint32_t all_levels = default_levels | LEVEL_DEBUG;
 constexpr size_t message_bound = 2000;
 
-log_observer observer_function = nullptr;
-uint32_t observer_levels = 0;
-void *observer_context = nullptr;
-bool observer_runs = false;
-
 struct time_stamp {
     char text[72];  // room for any int in each of the six fields
 
@@ -99,15 +94,6 @@ void to_file(const log_object *log, const char *name, const char *message) {
     fflush(file.get());
 }
 
-void to_observer(uint32_t level, const char *message) {
-    if (observer_function == nullptr || (observer_levels & level) == 0 || observer_runs) {
-        return;
-    }
-    observer_runs = true;
-    observer_function(level, message, observer_context);
-    observer_runs = false;
-}
-
 }  // namespace
 
 log_object *log_init(const char *path, uint32_t file_levels, uint32_t syslog_levels,
@@ -159,7 +145,6 @@ int log_write(log_object *log, uint32_t level, const char *text) {
     if ((log->stderr_levels & level) != 0) {
         fprintf(stderr, "%s\n", message);
     }
-    to_observer(level, message);
     errno = saved_errno;
     return 0;
 }
@@ -219,14 +204,5 @@ bool log_wants(uint32_t level) {
     if (llog->file_enabled != 0) {
         taken |= llog->file_levels;
     }
-    if (observer_function != nullptr) {
-        taken |= observer_levels;
-    }
     return (taken & level) != 0;
-}
-
-void log_observe(log_observer observer, uint32_t levels, void *context) {
-    observer_function = observer;
-    observer_levels = levels;
-    observer_context = context;
 }

@@ -60,15 +60,9 @@ int log_level_new(log_object *log, uint32_t file_levels, uint32_t syslog_levels,
 // `llog` is null. No argument may point into that buffer.
 void log_say(uint32_t level, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
-// Whether a message of this level would reach a sink or the observer.
+// Whether a message of this level would reach a sink.
 bool log_wants(uint32_t level);
 
 // A DEBUG line, of a format and its arguments as log_say takes them. Neither is evaluated unless
 // the line is wanted.
 #define log_debug(...) (log_wants(LEVEL_DEBUG) ? log_say(LEVEL_DEBUG, __VA_ARGS__) : void())
-
-// A function that is shown each message whose level is in the mask, after the sinks had it: that is
-// how a program tells its user what the engine only logs. There is one; null takes it away. The
-// message is valid until the observer logs itself, and such a message is not shown to it again.
-using log_observer = void (*)(uint32_t level, const char *message, void *context);
-void log_observe(log_observer observer, uint32_t levels, void *context);

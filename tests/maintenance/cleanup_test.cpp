@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "kit/event_receiver.h"
 #include "kit/log_capture.h"
 #include "kit/lower_limit.h"
 #include "kit/scripted_user.h"
@@ -255,8 +256,11 @@ TEST_F(VrmCleanup, TakesNoAnswerForAnAbort) {
 TEST_F(VrmCleanup, EndsBeforeTheNextEntryWhenAskedToStop) {
     fill();
     // The request comes while the first entry is being removed, which is finished.
-    log_observe([](uint32_t, const char *, void *) { vrm_stop_requested = 1; }, LEVEL_INFO,
-                nullptr);
+    const EventReceiver receiver([](const event &happened) {
+        if (happened.kind == event_kind::old_entry_removed) {
+            vrm_stop_requested = 1;
+        }
+    });
     EXPECT_EQ(run(), -1);
     EXPECT_THAT(log_.lines(), ElementsAre(LogCapture::Line{"INFO", "installed: removing .foo.old"},
                                           LogCapture::Line{"ERROR", "aborting cleanup"}));
@@ -317,15 +321,12 @@ TEST_F(VrmCleanup, DoesNotCountADirectoryThatCannotBeRemoved) {
     file("installed/.deep.old/1/file", 100);
     file("fileindex/.foo.old", 7);
     std::optional<LowerLimit> limit;
-    log_observe(
-        [](uint32_t, const char *message, void *context) {
-            // It was measured, and must not be opened again.
-            if (message == std::string("installed: removing .deep.old")) {
-                static_cast<std::optional<LowerLimit> *>(context)->emplace(RLIMIT_NOFILE,
-                                                                           limit_with(1));
-            }
-        },
-        LEVEL_INFO, &limit);
+    const EventReceiver receiver([&](const event &happened) {
+        // It was measured, and must not be opened again.
+        if (happened.kind == event_kind::old_entry_removed && happened.path == ".deep.old") {
+            limit.emplace(RLIMIT_NOFILE, limit_with(1));
+        }
+    });
     EXPECT_EQ(run(), 1);
     ASSERT_TRUE(limit);
     limit.reset();
@@ -340,22 +341,20 @@ TEST_F(VrmCleanup, PassesOverAFileThatCannotBeMeasured) {
     };
     for (const auto &[dir, one, two] :
          {example{"fileindex", ".1.old", ".2.old"}, example{"stagearea", "1.vrk", "2.vrk"}}) {
-        std::string path = repo_.in(dir);
+        const std::string path = repo_.in(dir);
         file(fs::path(dir) / one, 5);
         file(fs::path(dir) / two, 5);
         log_.clear();
         // Takes away the files of a directory that was read already, when the first is about to be
         // removed.
-        log_observe(
-            [](uint32_t, const char *, void *context) {
-                for (const auto &entry :
-                     fs::directory_iterator(*static_cast<std::string *>(context))) {
+        const EventReceiver receiver([&](const event &happened) {
+            if (event_level(happened.kind) == LEVEL_INFO) {
+                for (const auto &entry : fs::directory_iterator(path)) {
                     fs::remove(entry.path());
                 }
-            },
-            LEVEL_INFO, &path);
+            }
+        });
         EXPECT_EQ(run(), 1);
-        log_observe(nullptr, 0, nullptr);
         const std::vector<std::string> errors = log_.at(LEVEL_ERROR);
         ASSERT_THAT(errors, SizeIs(1));
         const std::string removed = log_.at(LEVEL_INFO)[0].substr(dir.size());

@@ -4,25 +4,14 @@
 #include <string>
 #include <vector>
 
-#include "support/event.h"
+#include "kit/event_receiver.h"
 
-class FindingCapture {
- public:
-    FindingCapture() {
-        receive_events(take, this);
-    }
-    ~FindingCapture() {
-        receive_events(nullptr, nullptr);
-    }
-    FindingCapture(const FindingCapture &) = delete;
-    FindingCapture &operator=(const FindingCapture &) = delete;
-
+struct FindingCapture {
     std::vector<std::string> lines;
 
- private:
-    static void take(const event &happened, void *self) {
+    const EventReceiver receiver = EventReceiver([this](const event &happened) {
         if (event_level(happened.kind) == 0) {
-            static_cast<FindingCapture *>(self)->lines.push_back(event_line(happened));
+            lines.push_back(event_line(happened));
         }
-    }
+    });
 };

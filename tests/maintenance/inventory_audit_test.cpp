@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "kit/capture.h"
+#include "kit/event_receiver.h"
 #include "kit/failing_closedir.h"
 #include "kit/failing_reads.h"
 #include "kit/log_capture.h"
@@ -310,8 +311,11 @@ TEST_F(VrmChkhead, NoAnswerIsAnAbort) {
 TEST_F(VrmChkhead, EndsBeforeTheNextEntryWhenAskedToStop) {
     add("a", {}, "gone");
     add("b", {}, "gone");
-    log_observe([](uint32_t, const char *, void *) { vrm_stop_requested = 1; }, LEVEL_INFO,
-                nullptr);
+    const EventReceiver receiver([](const event &happened) {
+        if (event_level(happened.kind) == LEVEL_INFO) {
+            vrm_stop_requested = 1;
+        }
+    });
     EXPECT_EQ(chkhead(), -1);
     EXPECT_THAT(told(), SizeIs(1));
     EXPECT_THAT(log_.at(LEVEL_ERROR), ElementsAre("aborting chkhead"));
@@ -589,8 +593,11 @@ TEST_F(VrmChkinst, NoAnswerIsAnAbort) {
 TEST_F(VrmChkinst, EndsBeforeTheNextEntryWhenAskedToStop) {
     damage("a");
     damage("b");
-    log_observe([](uint32_t, const char *, void *) { vrm_stop_requested = 1; }, LEVEL_INFO,
-                nullptr);
+    const EventReceiver receiver([](const event &happened) {
+        if (event_level(happened.kind) == LEVEL_INFO) {
+            vrm_stop_requested = 1;
+        }
+    });
     EXPECT_EQ(chkinst(), -1);
     EXPECT_THAT(log_.at(LEVEL_INFO), SizeIs(1));
     EXPECT_THAT(log_.at(LEVEL_ERROR), ElementsAre("aborting chkinst"));
@@ -603,15 +610,12 @@ TEST_F(VrmChkinst, AnEntryThatCanNotBeRemovedIsToldAndTheWalkGoesOn) {
     }
     user_.answers = {"R"};
     std::optional<LowerLimit> limit;
-    log_observe(
-        [](uint32_t, const char *, void *context) {
-            // Enough for the entry, not for what is in it.
-            auto *lower = static_cast<std::optional<LowerLimit> *>(context);
-            if (!*lower) {
-                lower->emplace(RLIMIT_NOFILE, limit_with(1));
-            }
-        },
-        LEVEL_INFO, &limit);
+    const EventReceiver receiver([&](const event &happened) {
+        // Enough for the entry, not for what is in it.
+        if (event_level(happened.kind) == LEVEL_INFO && !limit) {
+            limit.emplace(RLIMIT_NOFILE, limit_with(1));
+        }
+    });
     EXPECT_EQ(vrm_chkinst(repo_.handle(), 0), 2);
     ASSERT_TRUE(limit);
     limit.reset();

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "kit/capture.h"
+#include "kit/event_receiver.h"
 #include "kit/failing_memory.h"
 #include "kit/lower_limit.h"
 #include "maintenance/report_kit.h"
@@ -234,25 +235,17 @@ TEST_F(ListTable, HasWholeRowsOrFailsWhenMemoryDoes) {
     EXPECT_LT(copies, 1000);
 }
 
-// Files can't be opened or written, the log's own among them: so its lines are watched.
+// Files can't be opened or written, the log's own among them: so the events are watched.
 namespace {
 
-class WatchedErrors {
- public:
-    WatchedErrors() {
-        log_observe(
-            [](uint32_t, const char *message, void *list) {
-                static_cast<std::vector<std::string> *>(list)->emplace_back(message);
-            },
-            LEVEL_ERROR, &errors);
-    }
-    ~WatchedErrors() {
-        log_observe(nullptr, 0, nullptr);
-    }
-    WatchedErrors(const WatchedErrors &) = delete;
-    WatchedErrors &operator=(const WatchedErrors &) = delete;
-
+struct WatchedErrors {
     std::vector<std::string> errors;
+
+    const EventReceiver receiver = EventReceiver([this](const event &happened) {
+        if (event_level(happened.kind) == LEVEL_ERROR) {
+            errors.push_back(event_line(happened));
+        }
+    });
 };
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "kit/event_receiver.h"
 #include "kit/failing_closedir.h"
 #include "kit/failing_memory.h"
 #include "kit/failing_reads.h"
@@ -599,17 +600,16 @@ TEST_F(VrmFileOwner, GoesOnBehindAnIndexThatCannotBeOpened) {
         fs::permissions(dir, fs::perms{0755});
     }
     std::vector<std::string> errors;
-    log_observe(
-        [](uint32_t, const char *message, void *context) {
-            static_cast<std::vector<std::string> *>(context)->emplace_back(message);
-        },
-        LEVEL_ERROR, &errors);
+    const EventReceiver receiver([&](const event &happened) {
+        if (event_level(happened.kind) == LEVEL_ERROR) {
+            errors.push_back(event_line(happened));
+        }
+    });
     // The superuser could open it all the same. The log's file is out of reach meanwhile.
     const bool superuser = geteuid() == 0;
     ASSERT_TRUE(!superuser || seteuid(65534) == 0);
     const std::string found = owner(file);
     ASSERT_TRUE(!superuser || seteuid(0) == 0);
-    log_observe(nullptr, 0, nullptr);
     EXPECT_EQ(found, second);
     EXPECT_THAT(errors,
                 ElementsAre("Failure opening <" + first + "> for reading: Permission denied"));

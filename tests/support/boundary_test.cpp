@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include "kit/event_receiver.h"
 
 TEST(Guarded, HandsOnTheResultOfTheBody) {
     EXPECT_EQ(guarded(-1, [] { return 7; }), 7);
@@ -28,14 +29,9 @@ TEST(Guarded, LetsOtherExceptionsPass) {
 
 TEST(Guarded, ReportsThePublicFunction) {
     std::string seen;
-    receive_events(
-        [](const event &happened, void *context) {
-            *static_cast<std::string *>(context) = event_line(happened);
-        },
-        &seen);
+    const EventReceiver receiver([&](const event &happened) { seen = event_line(happened); });
     EXPECT_EQ(guarded("vrm_chkhash", -1, [] { return 3; }), 3);
     EXPECT_EQ(seen, "");
     EXPECT_EQ(guarded("vrm_chkhash", -1, []() -> int { throw std::bad_alloc(); }), -1);
-    receive_events(nullptr, nullptr);
     EXPECT_EQ(seen, "vrm_chkhash: there is not enough memory");
 }

@@ -81,7 +81,6 @@ class Log : public testing::Test {
     }
     ~Log() override {
         llog = nullptr;
-        log_observe(nullptr, 0, nullptr);
     }
 
     own_log start(uint32_t file_levels, uint32_t syslog_levels, uint32_t stderr_levels) {
@@ -125,7 +124,6 @@ using LogWrite = Log;
 using LogFileNew = Log;
 using LogLevelNew = Log;
 using LogSay = Log;
-using LogObserve = Log;
 
 TEST_F(Log, NamesOfTheLevelsStandAtTheirValues) {
     const std::vector<std::string> names(level_string, level_string + 9);
@@ -494,55 +492,6 @@ TEST_F(Log, WantsALevelThatAnySinkTakes) {
     EXPECT_FALSE(log_wants(LEVEL_INFO));
     log->file_enabled = 0;
     EXPECT_FALSE(log_wants(LEVEL_DEBUG));
-    log_observe([](uint32_t, const char *, void *) {}, LEVEL_DEBUG, nullptr);
-    EXPECT_TRUE(log_wants(LEVEL_DEBUG));
-}
-
-void keep_message(uint32_t level, const char *message, void *context) {
-    static_cast<std::vector<std::string> *>(context)->push_back(std::string(level_string[level]) +
-                                                                " " + message);
-}
-
-TEST_F(LogObserve, IsShownTheMessagesOfItsMask) {
-    const own_log log = quiet(1, 1, 1);
-    llog = log.get();
-    std::vector<std::string> seen;
-    log_observe(keep_message, LEVEL_WARNING | LEVEL_DEBUG, &seen);
-    log_say(LEVEL_WARNING, "shown");
-    log_say(LEVEL_INFO, "not shown");
-    log_say(LEVEL_DEBUG, "shown too");
-    log_observe(nullptr, 15, nullptr);
-    log_say(LEVEL_WARNING, "no more");
-    EXPECT_THAT(seen, ElementsAre("WARNING shown", "DEBUG shown too"));
-}
-
-TEST_F(LogObserve, ComesAfterTheSinks) {
-    const own_log log = quiet(7, 1, 1);
-    llog = log.get();
-    static size_t lines_before;
-    log_observe(
-        [](uint32_t, const char *, void *context) {
-            lines_before = static_cast<LogObserve *>(context)->file_lines().size();
-        },
-        LEVEL_INFO, this);
-    log_say(LEVEL_INFO, "one");
-    EXPECT_EQ(lines_before, 1U);
-}
-
-TEST_F(LogObserve, IsNotShownWhatItLogsItself) {
-    const own_log log = quiet(7, 1, 1);
-    llog = log.get();
-    int calls = 0;
-    log_observe(
-        [](uint32_t, const char *, void *context) {
-            ++*static_cast<int *>(context);
-            log_say(LEVEL_INFO, "from the observer");
-        },
-        LEVEL_INFO, &calls);
-    log_say(LEVEL_INFO, "from the program");
-    EXPECT_EQ(calls, 1);
-    EXPECT_THAT(file_lines(),
-                ElementsAre("T [INFO] from the program", "T [INFO] from the observer"));
 }
 
 }  // namespace

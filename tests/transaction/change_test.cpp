@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 
+#include "kit/event_receiver.h"
 #include "kit/failing_memory.h"
 #include "kit/log_capture.h"
 #include "kit/package_maker.h"
@@ -93,15 +94,12 @@ TEST_F(Change, RemovalScriptThatCannotBeStartedIsReported) {
 
 TEST_F(Change, StageThatRunsOutOfMemoryFailsAndIsNamed) {
     std::string stage;
-    receive_events(
-        [](const event &happened, void *context) {
-            if (happened.kind == event_kind::change_memory_exhausted) {
-                *static_cast<std::string *>(context) = happened.other;
-            }
-        },
-        &stage);
+    const EventReceiver receiver([&](const event &happened) {
+        if (happened.kind == event_kind::change_memory_exhausted) {
+            stage = happened.other;
+        }
+    });
     EXPECT_EQ(attempt("place", []() -> int { throw std::bad_alloc(); }), -1);
-    receive_events(nullptr, nullptr);
     EXPECT_EQ(stage, "place");
     EXPECT_THAT(log.at(LEVEL_ERROR), ElementsAre("out of memory"));
     EXPECT_EQ(attempt("place", [] { return 7; }), 7);

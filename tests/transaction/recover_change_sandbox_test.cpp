@@ -15,10 +15,11 @@ namespace {
 // Where the next change in a child process dies: at the first log line that begins so.
 std::string dies_at;
 
-void die_at_line(uint32_t, const char *line, void *) {
-    if (std::string(line).starts_with(dies_at)) {
+ssize_t die_at_line(void *, const char *line, size_t size) {
+    if (std::string_view(line, size).starts_with(dies_at)) {
         _exit(137);
     }
+    return static_cast<ssize_t>(size);
 }
 
 class CutOffChange : public Update {
@@ -28,8 +29,9 @@ class CutOffChange : public Update {
         const pid_t child = fork();
         if (child == 0) {
             dies_at = line;
-            log_observe(die_at_line, LEVEL_DEBUG | LEVEL_INFO | LEVEL_WARNING | LEVEL_ERROR,
-                        nullptr);
+            llog->stderr_levels = LEVEL_DEBUG | LEVEL_INFO | LEVEL_WARNING | LEVEL_ERROR;
+            stderr = fopencookie(nullptr, "w", {nullptr, die_at_line, nullptr, nullptr});
+            setvbuf(stderr, nullptr, _IOLBF, 0);
             change();
             _exit(0);
         }

@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "kit/capture.h"
+#include "kit/event_receiver.h"
 #include "kit/log_capture.h"
 #include "kit/marked_file.h"
 #include "kit/scripted_user.h"
@@ -462,10 +463,12 @@ TEST_F(Removal, FinishesThePackageAtHandWhenAskedToStop) {
     add("a", {}, "t");
     const own_vrt transaction = plan("t");
     // The wish comes while the first package is at work.
-    log_observe([](uint32_t, const char *, void *) { vrm_stop_requested = 1; }, LEVEL_INFO,
-                nullptr);
+    const EventReceiver receiver([](const event &happened) {
+        if (event_level(happened.kind) == LEVEL_INFO) {
+            vrm_stop_requested = 1;
+        }
+    });
     EXPECT_EQ(run(transaction), -1);
-    log_observe(nullptr, 0, nullptr);
     EXPECT_FALSE(is_installed("t"));
     EXPECT_TRUE(log.has(LEVEL_ERROR, "interrupted, not going on with a_any_1.0"));
     EXPECT_TRUE(log.has(LEVEL_ERROR, "vrm_exe_delete: Removal of a_any_1.0 failed with rc=-1"));
