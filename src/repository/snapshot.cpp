@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <ctime>
 #include <new>
 #include <utility>
@@ -267,12 +266,6 @@ bool inventory_snapshot::is_list_changed() const {
 
 void inventory_snapshot::drop_views() {
     has_entries_ = has_packages_ = has_dependents_ = false;
-}
-
-bool inventory_snapshot::is_current() {
-    return !(has_list_ && is_list_changed()) &&
-           std::none_of(known_.begin(), known_.end(),
-                        [this](const auto &one) { return has_changed(one.first, one.second); });
 }
 
 bool inventory_snapshot::refresh() {

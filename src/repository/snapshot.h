@@ -90,14 +90,11 @@ class inventory_snapshot {
 
     // ---- Changes ----
 
-    // Whether nothing of what was read has changed. Costs three look-ups of a file for each entry
-    // that was read, and opens nothing but the directory of entries, and that only when it was
-    // changed. Without the lock, what was changed within a tick of the system's clock before it was
-    // read counts as changed: a further change may have left the same time.
-    bool is_current();
-
-    // Forgets what has changed, so that the next question about it reads it anew. Costs the same.
-    // Result: whether there was anything.
+    // Forgets what has changed, so that the next question about it reads it anew. Result: whether
+    // there was anything. Costs three look-ups of a file for each entry that was read, and opens
+    // nothing but the directory of entries, and that only when it was changed. Without the lock,
+    // what was changed within a tick of the system's clock before it was read counts as changed: a
+    // further change may have left the same time.
     bool refresh();
 
     // The same for one entry, as far as it was read, and not for the list of entries.

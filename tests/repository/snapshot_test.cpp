@@ -226,14 +226,13 @@ TEST_F(Snapshot, AListThatIsNotThereIsNone) {
     EXPECT_TRUE(log.has(LEVEL_WARNING, "Failure opening <" + repo.in("installed") +
                                            "> for reading: No such file or directory"));
     add("a");
-    EXPECT_FALSE(snapshot.is_current());
+    EXPECT_TRUE(snapshot.refresh());
 }
 
 TEST_F(Snapshot, IsCurrentUntilSomethingChanges) {
     fill();
-    EXPECT_TRUE(snapshot.is_current()) << "nothing was read";
+    EXPECT_FALSE(snapshot.refresh()) << "nothing was read";
     snapshot.packages();
-    EXPECT_TRUE(snapshot.is_current());
     EXPECT_FALSE(snapshot.refresh());
 }
 
@@ -242,14 +241,14 @@ TEST_F(Snapshot, DoesNotMindChangesOfWhatItDidNotRead) {
     snapshot.find("a");
     add("new");
     damage("b");
-    EXPECT_TRUE(snapshot.is_current());
+    EXPECT_FALSE(snapshot.refresh());
 }
 
 TEST_F(Snapshot, DoesNotMindTheWorkDirectoriesOfAnUpdate) {
     fill();
     snapshot.packages();
     fs::create_directory(in_entry(".a.new"));
-    EXPECT_TRUE(snapshot.is_current());
+    EXPECT_FALSE(snapshot.refresh());
 }
 
 namespace {
@@ -309,12 +308,11 @@ TEST_P(SnapshotNotices, AndReadsThatAlone) {
     fill();
     snapshot.packages();
     snapshot.dependents("c");
-    ASSERT_TRUE(snapshot.is_current());
+    ASSERT_FALSE(snapshot.refresh());
     GetParam().make(repo.in("installed"));
-    EXPECT_FALSE(snapshot.is_current());
     const size_t before = snapshot.readings();
     EXPECT_TRUE(snapshot.refresh());
-    EXPECT_TRUE(snapshot.is_current());
+    EXPECT_FALSE(snapshot.refresh());
     snapshot.entries();
     EXPECT_LE(snapshot.readings(), before + 1);
 
@@ -331,9 +329,8 @@ INSTANTIATE_TEST_SUITE_P(Changes, SnapshotNotices, testing::ValuesIn(changes),
 
 TEST_F(Snapshot, NoticesThatWhatWasNotInstalledIs) {
     EXPECT_EQ(snapshot.find("a"), nullptr);
-    EXPECT_TRUE(snapshot.is_current());
+    EXPECT_FALSE(snapshot.refresh());
     add("a");
-    EXPECT_FALSE(snapshot.is_current());
     EXPECT_TRUE(snapshot.refresh());
     EXPECT_NE(snapshot.find("a"), nullptr);
 }
@@ -359,7 +356,7 @@ TEST_F(Snapshot, WithoutTheLockWhatWasJustChangedIsInDoubt) {
         inventory_snapshot quick(repo.handle());
         quick.find("a");
         is_clock_stopped = false;
-        return quick.is_current();
+        return !quick.refresh();
     };
     EXPECT_TRUE(is_current_after_reading(true)) << "nobody else makes changes";
     ASSERT_EQ(vrm_unlock(repo.handle()), 0);
@@ -382,7 +379,7 @@ TEST_F(Snapshot, WithoutTheLockNoChangeIsMissedForItsTime) {
         inventory_snapshot quick(repo.handle());
         quick.find("a");
         rewrite(path, other);
-        ASSERT_FALSE(quick.is_current()) << "round " << round;
+        ASSERT_TRUE(quick.refresh()) << "round " << round;
     }
 }
 
@@ -397,7 +394,7 @@ TEST_F(Snapshot, ForgetsWhatItsCallerChanged) {
     EXPECT_STREQ(snapshot.find("a")->version, "2.0");
     EXPECT_THAT(names_of(snapshot.dependents("c")), ElementsAre("inner", "new"));
     EXPECT_EQ(snapshot.readings(), before + 2);
-    EXPECT_TRUE(snapshot.is_current());
+    EXPECT_FALSE(snapshot.refresh());
     fs::remove_all(in_entry("new"));
     snapshot.forget("new");
     EXPECT_THAT(names_of(snapshot.dependents("c")), ElementsAre("inner"));
