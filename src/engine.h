@@ -7,6 +7,7 @@
 #include "support/array.h"
 #include "support/atomic_file.h"
 #include "support/base64.h"
+#include "support/boundary.h"
 #include "support/cmd.h"
 #include "support/csv.h"
 #include "support/digest.h"

@@ -8,7 +8,7 @@
 #include "repository/repository.h"
 
 int main(int argc, char **argv) {
-    if (const int failure = start_up(argc, argv)) {
+    if (const start_up_result failure = start_up(argc, argv); failure != STARTED) {
         return failure;
     }
     run_loop();

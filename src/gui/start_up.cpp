@@ -15,52 +15,52 @@
 #include "support/vconf.h"
 #include "ui/vrmui.h"
 
-static int read_configuration() {
+static start_up_result read_configuration() {
     vrm_sys_conf = vconf_read(vrm_sys_conf, vrm_default_conf);
     if (!vrm_sys_conf) {
         fprintf(stderr, "Failed to read vrm config %s\n", vrm_default_conf);
         return START_UP_FAILED;
     }
-    return 0;
+    return STARTED;
 }
 
-static int make_user_interface() {
+static start_up_result make_user_interface() {
     vrmui = vrmui_init("vrm: Vorathan Package Manager", 7);
     if (!vrmui) {
         fprintf(stderr, "Failed to initualize user interface\n");
         return START_UP_FAILED;
     }
-    return 0;
+    return STARTED;
 }
 
 // Who may change the system is the tool's to say, and nobody else's.
-static int ask_for_permission() {
+static start_up_result ask_for_permission() {
     if (pvrm_exec(0, nullptr, nullptr) != 0) {
         vrmui_write_info(vrmui, "You are not authorized to install, update or remove software", 0);
         return START_UP_FAILED;
     }
-    return 0;
+    return STARTED;
 }
 
-static int load_backend() {
+static start_up_result load_backend() {
     if (!vrm_vrc_load_configured(vrm_sys_conf)) {
         log_say(LEVEL_ERROR, "Failed to load catalogue backend %s!",
                 vrc_filename ? vrc_filename : "");
         return BACKEND_FAILED;
     }
-    return 0;
+    return STARTED;
 }
 
-static int open_repository() {
+static start_up_result open_repository() {
     vrm = vrm_open(nullptr, nullptr);
     if (!vrm) {
         log_say(LEVEL_ERROR, "Failed to open local package inventory");
         return START_UP_FAILED;
     }
-    return 0;
+    return STARTED;
 }
 
-static int connect_to_catalogue() {
+static start_up_result connect_to_catalogue() {
     vrc = pvrm_vrc_connect(vrm_sys_conf, llog);
     if (!vrc) {
         log_say(LEVEL_ERROR, "Failed to connect to catalogue");
@@ -77,10 +77,10 @@ static int connect_to_catalogue() {
         vrmui->text[limit] = '\0';
         vrmui_write_info(vrmui, vrmui->text, 0);
     }
-    return 0;
+    return STARTED;
 }
 
-int start_up(int argc, char **argv) {
+start_up_result start_up(int argc, char **argv) {
     gui_argc = argc;
     gui_argv = argv;
     init_theme();
@@ -89,19 +89,19 @@ int start_up(int argc, char **argv) {
         fprintf(stderr, "in update_only mode\n");
         update_only = 1;
     }
-    if (const int failure = read_configuration()) {
+    if (const start_up_result failure = read_configuration(); failure != STARTED) {
         return failure;
     }
     llog = log_init("fltk-vrm.log", LEVEL_ERROR | LEVEL_WARNING | LEVEL_INFO,
                     LEVEL_ERROR | LEVEL_WARNING, LEVEL_ERROR, "fltk-vrm");
     for (const auto stage : {make_user_interface, ask_for_permission, load_backend, open_repository,
                              connect_to_catalogue}) {
-        if (const int failure = stage()) {
+        if (const start_up_result failure = stage(); failure != STARTED) {
             return failure;
         }
     }
     if (update_only) {
         vrm_gui_action = ACTION_UPDATES;
     }
-    return 0;
+    return STARTED;
 }

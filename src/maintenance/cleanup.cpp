@@ -1,7 +1,6 @@
 #include "maintenance/cleanup.h"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -14,6 +13,7 @@
 #include "support/boundary.h"
 #include "support/ekva.h"
 #include "support/event.h"
+#include "support/file.h"
 #include "support/own.h"
 #include "support/vdef.h"
 #include "transaction/interrupt.h"
@@ -31,28 +31,34 @@ struct phase {
     unsigned char type;
     bool begins_with_dot;
     const char *suffix;
-    int (*measure)(const char *path, uint64_t *);  // 0, or -1 when that failed
-    int (*remove)(const char *path);               // 0 when the entry counts as removed
+    bool (*measure)(const char *path, uint64_t *size);
+    bool (*remove)(const char *path);  // whether the entry counts as removed
     event_kind not_measured, found, kept, removed;
 };
 
-int file_size(const char *path, uint64_t *size) {
+bool directory_size(const char *path, uint64_t *size) {
+    return vrm_vrf_dudir(path, size) == 0;
+}
+
+bool remove_directory(const char *path) {
+    return remove_retired_entry(path) == 0;
+}
+
+bool file_size(const char *path, uint64_t *size) {
     struct stat status = {};
-    if (stat(path, &status) != 0) {
-        return -1;
-    }
+    const bool measured = stat(path, &status) == 0;
     *size = static_cast<uint64_t>(status.st_size);
-    return 0;
+    return measured;
 }
 
 // A file counts whether it could be removed or not.
-int remove_file(const char *path) {
+bool remove_file(const char *path) {
     remove(path);
-    return 0;
+    return true;
 }
 
 constexpr phase phases[] = {
-    {"installed", "directory", DT_DIR, true, ".old", vrm_vrf_dudir, remove_retired_entry,
+    {"installed", "directory", DT_DIR, true, ".old", directory_size, remove_directory,
      event_kind::old_entry_not_measured, event_kind::old_entry_found, event_kind::old_entry_kept,
      event_kind::old_entry_removed},
     {"fileindex", "file", DT_REG, true, ".old", file_size, remove_file,
@@ -62,16 +68,6 @@ constexpr phase phases[] = {
      event_kind::old_file_not_measured, event_kind::staged_file_found, event_kind::staged_file_kept,
      event_kind::staged_file_removed},
 };
-
-// The type of an entry, links not followed. Not every file system gives it along with the name.
-unsigned char type_of(DIR *dir, const dirent &entry) {
-    struct stat status = {};
-    if (entry.d_type != DT_UNKNOWN ||
-        fstatat(dirfd(dir), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-        return entry.d_type;
-    }
-    return static_cast<unsigned char>(IFTODT(status.st_mode));
-}
 
 // The first place of the suffix has to be the end of the name: one that comes twice is none of the
 // names that the engine gives, and whoever gave it may want to keep it.
@@ -119,7 +115,8 @@ bool cleanup::run(const phase &what) {
     }
     question_.begin_walk('d');
     while (const dirent *found = next_entry(dir)) {
-        if (has_fitting_name(what, found->d_name) && type_of(dir.get(), *found) == what.type &&
+        if (has_fitting_name(what, found->d_name) &&
+            type_of_entry(dir.get(), *found) == what.type &&
             !visit({what, found->d_name, path + "/" + found->d_name, 0})) {
             report({.kind = event_kind::cleanup_aborted});
             return false;
@@ -136,7 +133,7 @@ bool cleanup::visit(entry found) {
     if (vrm_stop_requested) {
         return false;
     }
-    if (found.what.measure(found.path.c_str(), &found.size) != 0) {
+    if (!found.what.measure(found.path.c_str(), &found.size)) {
         report({.kind = found.what.not_measured, .path = found.path});
         return true;
     }
@@ -167,7 +164,7 @@ bool cleanup::act(const entry &found, char letter) {
 
 void cleanup::remove(const entry &found) {
     report({.kind = found.what.removed, .path = found.name});
-    if (found.what.remove(found.path.c_str()) != 0) {
+    if (!found.what.remove(found.path.c_str())) {
         report({.kind = event_kind::old_entry_not_removed, .path = found.name});
         return;
     }

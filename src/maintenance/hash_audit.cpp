@@ -65,38 +65,38 @@ static void say_ok(const std::string &path, bool verbose) {
     }
 }
 
-// Each gives the number of errors: 0 or 1.
-static int check_delivered(const std::string &path, const char *expected, bool verbose,
-                           const finding_sink &found_one) {
+// Each reports what is wrong, and says whether nothing is.
+static bool check_delivered(const std::string &path, const char *expected, bool verbose,
+                            const finding_sink &found_one) {
     const std::optional<digest> found = digest_of(path);
     if (!found) {
         found_one({.kind = event_kind::audited_file_missing, .path = path});
-        return 1;
+        return false;
     }
     if (strcmp(found->text, expected) != 0) {
         found_one({.kind = event_kind::audited_file_changed,
                    .path = path,
                    .other = expected,
                    .found = found->text});
-        return 1;
+        return false;
     }
     say_ok(path, verbose);
-    return 0;
+    return true;
 }
 
-static int check_edited(const char *path, const char *delivered, bool verbose,
-                        const finding_sink &found_one) {
+static bool check_edited(const char *path, const char *delivered, bool verbose,
+                         const finding_sink &found_one) {
     const std::optional<digest> found = digest_of(path);
     if (!found) {
         found_one({.kind = event_kind::conf_missing, .path = path});
-        return 1;
+        return false;
     }
     if (strcmp(found->text, delivered) != 0) {
         vrmui_say("%s is not the same on fs, this is normal.\n", path);
     } else {
         say_ok(path, verbose);
     }
-    return 0;
+    return true;
 }
 
 bool is_there_unreadable(const std::string &list, const char **why) {
@@ -134,9 +134,9 @@ static std::optional<fork_count> check_fork(const std::string &entry, const fork
     for (s_ekva *const *pair = list + 1; *pair; pair++) {
         const char *const hash = (*pair)->key, *const path = (*pair)->val;
         log_debug("vrm_chkhash: found %s: %s\n", hash, path);
-        count.errors += check_delivered(root + path, hash, verbose, found_one);
-        if (fork.edited) {
-            count.errors += check_edited(path, hash, verbose, found_one);
+        count.errors += check_delivered(root + path, hash, verbose, found_one) ? 0 : 1;
+        if (fork.edited && !check_edited(path, hash, verbose, found_one)) {
+            count.errors++;
         }
     }
     return count;

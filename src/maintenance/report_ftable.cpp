@@ -1,6 +1,5 @@
 #include <cstdlib>
 #include <cstring>
-#include <string>
 
 #include "maintenance/report.h"
 #include "support/csv.h"
@@ -8,12 +7,9 @@
 #include "support/ldif.h"
 #include "support/log.h"
 #include "support/own.h"
+#include "support/text.h"
 
 static constexpr char text_row[] = "%-25s %-15s %-35s\n";
-
-static const char *or_empty(const char *text) {
-    return text ? text : "";
-}
 
 static void write_csv(FILE *stream, s_ekva *const *record, int header) {
     const own_string line(ekva2csv(record, ',', 0, header));

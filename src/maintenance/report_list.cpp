@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cstdlib>
-#include <cstring>
 #include <initializer_list>
 #include <new>
 #include <string>

@@ -9,14 +9,11 @@
 #include "support/ldif.h"
 #include "support/log.h"
 #include "support/own.h"
+#include "support/text.h"
 #include "support/vdef.h"
 #include "ui/vrmui.h"
 
 namespace {
-
-const char *or_empty(const char *text) {
-    return text ? text : "";
-}
 
 // The last of the update times, 0 for none.
 int64_t last_update(const vri *package) {
@@ -232,7 +229,7 @@ void write_delimited(const report_sink &sink, const vri *package) {
     sink.put(line + ":" + or_empty(package->description) + "\n");
 }
 
-int write_package(const vri *package, FILE *out, unsigned list_format) {
+void write_package(const vri *package, FILE *out, unsigned list_format) {
     log_debug(out ? "Writing info to file" : "Writing info to ui");
     if (vrmui) {
         vrmui_line_new(vrmui, "");
@@ -249,14 +246,13 @@ int write_package(const vri *package, FILE *out, unsigned list_format) {
             write_delimited(sink, package);
             break;
         default:
-            return 0;
+            return;
     }
     if (vrmui && list_format == FORMAT_TEXT) {
         vrmui_write_info(vrmui, vrmui->text, 1);
     } else if (vrmui) {
         vrmui_write(vrmui, vrmui->text, 0);
     }
-    return 0;
 }
 
 }  // namespace
@@ -264,7 +260,10 @@ int write_package(const vri *package, FILE *out, unsigned list_format) {
 int vrm_vrk_info_write(const vri *package, FILE *out, unsigned mode, unsigned list_format,
                        int /*unused*/) {
     return guarded("vrm_vrk_info_write", -1, [&] {
-        return list_format == FORMAT_FORM ? write_form(package, mode, list_format)
-                                          : write_package(package, out, list_format);
+        if (list_format == FORMAT_FORM) {
+            return write_form(package, mode, list_format);
+        }
+        write_package(package, out, list_format);
+        return 0;
     });
 }

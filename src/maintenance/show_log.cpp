@@ -1,7 +1,6 @@
 #include "maintenance/show_log.h"
 
 #include <array>
-#include <cerrno>
 #include <cstdlib>
 #include <string>
 

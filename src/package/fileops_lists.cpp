@@ -17,6 +17,7 @@
 #include "support/file.h"
 #include "support/log.h"
 #include "support/own.h"
+#include "support/text.h"
 
 namespace {
 
@@ -340,7 +341,7 @@ int vrm_vrf_links(const char *path, int remove, int create) {
 // Why a line of a link list can't be compared with the disk; null when it can. The directory is
 // the one that counts for the line, empty for the working directory of whoever applies the list.
 static const char *reason_against(const std::string &directory, const std::string &name) {
-    const std::string last = name.substr(name.rfind('/') + 1);
+    const std::string last = base_name(name);
     if (last.empty() || last == "." || last == "..") {
         return "its name is not one that a link can have";
     }

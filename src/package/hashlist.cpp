@@ -73,15 +73,6 @@ int vrm_vrf_vrk_hashes(const char *dir, const char *fork, s_ekva ***hashes) {
     });
 }
 
-// The entry's own type, links not followed. Not every file system gives it along with the name.
-static bool is_directory(const dirent *entry, const std::string &dir) {
-    if (entry->d_type != DT_UNKNOWN) {
-        return entry->d_type == DT_DIR;
-    }
-    struct stat st = {};
-    return lstat((dir + "/" + entry->d_name).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
 // All entries but "." and "..", in the order of readdir. The directory is closed again before any
 // entry is looked at: a deep tree must not use up the process's descriptors.
 static bool list_directory(const std::string &path, std::vector<listed_entry> *entries) {
@@ -91,7 +82,7 @@ static bool list_directory(const std::string &path, std::vector<listed_entry> *e
     }
     while (const dirent *entry = next_entry(dir)) {
         if (!is_self_or_parent(entry)) {
-            entries->push_back({entry->d_name, is_directory(entry, path)});
+            entries->push_back({entry->d_name, type_of_entry(dir.get(), *entry) == DT_DIR});
         }
     }
     // A listing that broke off would let files pass that nobody hashed.
@@ -113,20 +104,20 @@ static bool hash_file(const std::string &root, const std::string &relative, s_ek
     return add_hash(hashes, hash, relative.c_str());
 }
 
-static int hash_tree(const std::string &root, const std::string &relative, s_ekva ***hashes) {
+static bool hash_tree(const std::string &root, const std::string &relative, s_ekva ***hashes) {
     const std::string path = root + relative;
     struct stat st = {};
     if (lstat(path.c_str(), &st) != 0) {
         if (errno == ENOENT) {
             log_debug("no directory %s under %s", relative.c_str(), root.c_str());
-            return 0;
+            return true;
         }
         report({.kind = event_kind::path_not_found, .path = path});
-        return -1;
+        return false;
     }
     std::vector<listed_entry> entries;
     if (!S_ISDIR(st.st_mode) || !list_directory(path, &entries)) {
-        return -1;
+        return false;
     }
     if (!*hashes) {
         *hashes = ekva_new(first_capacity, record_mode);
@@ -135,17 +126,16 @@ static int hash_tree(const std::string &root, const std::string &relative, s_ekv
         const std::string below = relative + "/" + entry.name;
         if (!entry.is_directory) {
             if (!hash_file(root, below, hashes)) {
-                return -1;
+                return false;
             }
             continue;
         }
-        const int result = hash_tree(root, below, hashes);
-        if (result != 0) {
-            log_debug("vrm_vrf_hash_files on %s got rc=%d\n", below.c_str(), result);
-            return result;
+        if (!hash_tree(root, below, hashes)) {
+            log_debug("vrm_vrf_hash_files on %s got rc=-1\n", below.c_str());
+            return false;
         }
     }
-    return 0;
+    return true;
 }
 
 int vrm_vrf_hash_files(const char *root, char **relative, s_ekva ***hashes) {
@@ -156,6 +146,6 @@ int vrm_vrf_hash_files(const char *root, char **relative, s_ekva ***hashes) {
                 return -1;
             }
         }
-        return hash_tree(root, *relative, hashes);
+        return hash_tree(root, *relative, hashes) ? 0 : -1;
     });
 }

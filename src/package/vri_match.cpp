@@ -4,7 +4,6 @@
 
 #include "package/variant.h"
 #include "package/vri.h"
-#include "support/array.h"
 #include "support/log.h"
 
 // The wanted text may be a pattern, or the text itself: a name such as "c++[x]" is a pattern that

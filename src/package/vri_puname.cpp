@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <string>
 
@@ -9,10 +8,7 @@
 #include "support/event.h"
 #include "support/log.h"
 #include "support/own.h"
-
-static const char *or_empty(const char *text) {
-    return text ? text : "";
-}
+#include "support/text.h"
 
 char *vrk_puname(const vri *info) {
     static char puname[1025];

@@ -7,7 +7,6 @@
 #include "pvrm/change_transaction.h"
 #include "pvrm/interruption.h"
 #include "pvrm/tell.h"
-#include "pvrm/words.h"
 #include "transaction/journal_scope.h"
 #include "ui/vrmui.h"
 
@@ -123,7 +122,7 @@ void change_job::summarise() const {
     }
 }
 
-int change_job::run() {
+exit_status change_job::run() {
     plan_all();
     if (!planned_.empty()) {
         if (!show_and_ask()) {

@@ -32,7 +32,7 @@ class change_job {
     // what failed at the end. When what is installed was changed by another program meanwhile, the
     // requests are planned again, and what was not shown is not done. A request that fails does not
     // stop the others, an interruption does. Result: the exit status.
-    int run();
+    exit_status run();
 
  protected:
     // Forgets what the requests were planned as.

@@ -2,12 +2,10 @@
 
 #include <strings.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <string_view>
 
 #include "pvrm/left_script.h"
 #include "repository/vrc.h"
@@ -31,7 +29,7 @@ std::string refuses_architecture(const std::string &value) {
 }
 
 std::string refuses_backend(const std::string &value) {
-    const std::string name = value.substr(value.rfind('/') + 1);
+    const std::string name = base_name(value);
     const std::string path = std::string(vrm_backend_dir) + "/" + name;
     struct stat status;
     if (name.empty() || stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {

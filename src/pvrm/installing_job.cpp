@@ -27,10 +27,6 @@ installing_job::installing_job(session &work, const std::vector<std::string> &re
     dirs_.push_back(nullptr);
 }
 
-bool installing_job::is_installed(const std::string &name) const {
-    return work_.installed().find_own(name) != nullptr;
-}
-
 // ---- What a request means ----
 
 std::string installing_job::package_name(const std::string &request) {
@@ -404,7 +400,7 @@ bool installing_job::run_one(vrt *transaction) {
 // that an earlier request was to bring is missing: the request can still bring it itself.
 bool installing_job::can_rely(const planned_change &planned, bool *is_to_be_planned) {
     for (const std::string &name : planned.relies_on) {
-        if (is_installed(name)) {
+        if (work_.installed().find_own(name)) {
             continue;
         }
         if (failed_names_.contains(name)) {

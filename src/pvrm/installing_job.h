@@ -45,7 +45,6 @@ class installing_job : public change_job {
     bool is_acceptable_file(const std::string &request);
     // Whether a planned change brings in a package.
     bool is_brought_along(const std::string &name) const;
-    bool is_installed(const std::string &name) const;
     // The directories for dependencies, as the planners take them.
     char *const *dirs() const {
         return dirs_.size() > 1 ? dirs_.data() : nullptr;

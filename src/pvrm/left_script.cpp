@@ -2,14 +2,12 @@
 
 #include <charconv>
 #include <chrono>
-#include <cstring>
 #include <ctime>
 #include <string>
 
 #include "pvrm/config_keys.h"
 #include "pvrm/interruption.h"
 #include "pvrm/tell.h"
-#include "pvrm/words.h"
 #include "repository/repository.h"
 #include "repository/running_script.h"
 #include "support/log.h"
@@ -56,7 +54,7 @@ static void pause_briefly() {
     nanosleep(&length, nullptr);  // shorter when a signal comes
 }
 
-static int await(const vrm_handle *handle, const running_script &script) {
+static exit_status await(const vrm_handle *handle, const running_script &script) {
     const std::string text = text_of(script);
     const unsigned seconds = seconds_to_wait(handle);
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
@@ -79,10 +77,10 @@ static int await(const vrm_handle *handle, const running_script &script) {
     return EXIT_DONE;
 }
 
-int await_left_script(const vrm_handle *handle) {
+exit_status await_left_script(const vrm_handle *handle) {
     const auto script = script_of(handle);
     if (script && still_runs(*script)) {
-        if (const int refused = await(handle, *script)) {
+        if (const exit_status refused = await(handle, *script)) {
             return refused;
         }
     }

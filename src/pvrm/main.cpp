@@ -11,8 +11,6 @@
 #include <cstring>
 #include <exception>
 #include <functional>
-#include <memory>
-#include <new>
 
 #include "pvrm/options.h"
 #include "pvrm/privilege.h"
@@ -20,6 +18,7 @@
 #include "pvrm/restricted.h"
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
+#include "support/boundary.h"
 #include "support/shell.h"
 
 namespace {
@@ -36,7 +35,7 @@ constexpr char footer[] =
 struct word {
     CLI::App *command;
     bool changes_system;  // needs root, unless nothing is really done
-    std::function<int()> run;
+    std::function<exit_status()> run;
 };
 
 struct command_line {
@@ -53,7 +52,7 @@ struct command_line {
     bool restricted = false;
 
     CLI::App *add(CLI::App &app, const char *name, const char *help, bool changes_system,
-                  std::function<int()> run) {
+                  std::function<exit_status()> run) {
         CLI::App *command = app.add_subcommand(name, help);
         words.push_back({command, changes_system, std::move(run)});
         return command;
@@ -257,7 +256,7 @@ void open_standard_streams() {
 
 // A listing that can't be written is no answer. But who read as much as he wanted, as head does,
 // has his answer. Of a change it is the doing that counts.
-int check_output(int status) {
+exit_status check_output(exit_status status) {
     if ((fflush(stdout) == 0 && !ferror(stdout)) || nobody_reads(STDOUT_FILENO)) {
         return status;
     }
@@ -293,7 +292,7 @@ bool enter_restricted_mode(const CLI::App &app, const word &chosen) {
     return refusal.empty();
 }
 
-int run(const word &chosen, const command_line &line, int argc, char **argv) {
+exit_status run(const word &chosen, const command_line &line, int argc, char **argv) {
     if (!chosen.changes_system) {
         signal(SIGPIPE, SIG_IGN);
         return check_output(chosen.run());
@@ -304,7 +303,7 @@ int run(const word &chosen, const command_line &line, int argc, char **argv) {
     return chosen.run();
 }
 
-int run_command_line(int argc, char **argv) {
+exit_status run_command_line(int argc, char **argv) {
     command_line line;
     CLI::App app("The package manager's tool for changing the system, and for asking about it.",
                  "pvrm");
@@ -344,11 +343,13 @@ int run_command_line(int argc, char **argv) {
 int main(int argc, char **argv) {
     umask(022);  // what is installed must not depend on who called
     open_standard_streams();
-    try {
-        return run_command_line(argc, argv);
-    } catch (const std::bad_alloc &) {
+    const auto out_of_memory = [] {
         fflush(stdout);
         fputs("pvrm: there is not enough memory\n", stderr);
+        return EXIT_FAILED;
+    };
+    try {
+        return guarded(out_of_memory, [&] { return run_command_line(argc, argv); });
     } catch (const std::exception &failure) {
         fflush(stdout);
         fprintf(stderr, "pvrm: %s\n", failure.what());

@@ -11,7 +11,6 @@
 #include <string>
 
 #include "pvrm/tell.h"
-#include "pvrm/words.h"
 
 // The path under which a sudoers file permits the tool, with no link in it.
 static std::string own_path() {
@@ -107,8 +106,8 @@ static void run_by_sudo(const argument_list &arguments) {
     tell_problem("sudo can't be run: %s", strerror(errno));
 }
 
-int run_as_root(const std::vector<std::string> &arguments, const std::string &word,
-                bool restricted) {
+exit_status run_as_root(const std::vector<std::string> &arguments, const std::string &word,
+                        bool restricted) {
     const argument_list form = restricted_form(arguments, word);
     if (!restricted && is_permitted(arguments, full_question)) {
         run_by_sudo(arguments);
@@ -122,6 +121,6 @@ int run_as_root(const std::vector<std::string> &arguments, const std::string &wo
     return EXIT_NOT_PERMITTED;
 }
 
-int word_allowed(bool restricted) {
+exit_status word_allowed(bool restricted) {
     return may_change_system(restricted) ? EXIT_DONE : EXIT_NOT_PERMITTED;
 }

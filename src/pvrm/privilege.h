@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "pvrm/words.h"
+
 // Whether the caller may change the system, in whichever form; asks sudo when the caller is not
 // root. With `restricted` only the restricted form counts.
 bool may_change_system(bool restricted);
@@ -16,5 +18,5 @@ bool may_change_system(bool restricted);
 // exit status. `word` is the one among them that is the word, and `restricted` whether they ask for
 // the restricted mode. Comes back only when that is not permitted, having said so:
 // EXIT_NOT_PERMITTED.
-int run_as_root(const std::vector<std::string> &arguments, const std::string &word,
-                bool restricted);
+exit_status run_as_root(const std::vector<std::string> &arguments, const std::string &word,
+                        bool restricted);

@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include "pvrm/words.h"
-
 const std::vector<std::string> list_format_names = {"text", "table", "ldif", "csv"};
 const std::vector<std::string> info_format_names = {"text", "form", "ldif", "csv"};
 const std::vector<std::string> log_format_names = {"text", "ldif", "csv", "raw"};
@@ -30,7 +28,7 @@ FILE *stream_for(list_format format) {
     return is_for_people(format) || isatty(STDOUT_FILENO) ? nullptr : stdout;
 }
 
-int report_list(vri *const *list, int count, int mode, list_format format) {
+exit_status report_list(vri *const *list, int count, int mode, list_format format) {
     if (count > 0 && vrm_vrk_list_write(stream_for(format), list, count, mode, format, 0) != 0) {
         return EXIT_FAILED;  // the log has said why
     }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "maintenance/report.h"
+#include "pvrm/words.h"
 
 // The arguments of --format.
 extern const std::vector<std::string> list_format_names;
@@ -25,4 +26,4 @@ FILE *stream_for(list_format format);
 
 // Reports the records of a list, if there are any: their absence is told in another way. `mode` as
 // for vrm_vrk_list_write. Result: the exit status.
-int report_list(vri *const *list, int count, int mode, list_format format);
+exit_status report_list(vri *const *list, int count, int mode, list_format format);

@@ -11,7 +11,6 @@
 #include "pvrm/interruption.h"
 #include "pvrm/left_script.h"
 #include "pvrm/tell.h"
-#include "pvrm/words.h"
 #include "repository/vrc.h"
 #include "support/log.h"
 #include "support/vconf.h"
@@ -126,7 +125,7 @@ bool session::can_write(std::initializer_list<const char *> roles) {
     return true;
 }
 
-int session::lock() {
+exit_status session::lock() {
     if (!has_directories({"installed", "stagearea", "fileindex"})) {
         return EXIT_FAILED;
     }
@@ -169,7 +168,7 @@ void session::warn_of_cut_off() {
     }
 }
 
-int session::begin_change() {
+exit_status session::begin_change() {
     if (!options.dry_run) {
         hold_signals();
     }
@@ -195,7 +194,7 @@ int session::begin_change() {
         vrm_check_stage(handle_.get()) != 0) {
         return EXIT_FAILED;
     }
-    if (const int refused = lock()) {
+    if (const exit_status refused = lock()) {
         return refused;
     }
     // Each is told by its warning.

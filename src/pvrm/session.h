@@ -7,6 +7,7 @@
 
 #include "pvrm/engine_report.h"
 #include "pvrm/options.h"
+#include "pvrm/words.h"
 #include "repository/repository.h"
 #include "repository/snapshot.h"
 #include "support/own.h"
@@ -28,13 +29,13 @@ class session {
     // Takes the lock, and waits for a script that an earlier run left when it was killed. Result:
     // EXIT_DONE, or EXIT_LOCKED or EXIT_FAILED with the reason printed. The signals must be held
     // (interruption.h), so that the wait can be interrupted.
-    int lock();
+    exit_status lock();
 
     // Begins a change of the system: opens the repository, whose inventory must be readable, and
     // unless nothing is really to be done holds the signals (interruption.h), takes the lock, and
     // takes back what an update that died left half entered. A dry run only warns of that, and of
     // a script that still runs. Result as of lock().
-    int begin_change();
+    exit_status begin_change();
 
     // Whether a dry run warned of an update that was cut off.
     bool found_cut_off() const {

@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <ctime>
 #include <optional>
-#include <string>
 
 #include "package/certificate.h"
 #include "pvrm/interruption.h"

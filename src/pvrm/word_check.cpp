@@ -14,9 +14,9 @@ static std::string counted(int count, const char *one, const char *many) {
     return (count == 0 ? "no" : std::to_string(count)) + " " + (count == 1 ? one : many);
 }
 
-int word_check(const common_options &options) {
+exit_status word_check(const common_options &options) {
     session work(options);
-    if (const int refused = work.begin_change()) {
+    if (const exit_status refused = work.begin_change()) {
         return refused;
     }
     dry_run = options.dry_run;

@@ -15,9 +15,9 @@ static std::string number_of_entries(int count) {
     return std::to_string(count) + (count == 1 ? " entry" : " entries");
 }
 
-int word_cleanup(const common_options &options) {
+exit_status word_cleanup(const common_options &options) {
     session work(with_a_dry_run_told(options));
-    if (const int refused = work.begin_change()) {
+    if (const exit_status refused = work.begin_change()) {
         return refused;
     }
     dry_run = options.dry_run;

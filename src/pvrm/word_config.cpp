@@ -23,6 +23,7 @@
 #include "support/log.h"
 #include "support/own.h"
 #include "support/terminal_text.h"
+#include "support/text.h"
 #include "support/vconf.h"
 
 namespace {
@@ -68,7 +69,7 @@ bool configuration::read() {
         return false;
     }
     const bool empty = S_ISREG(status.st_mode) && status.st_size == 0;
-    if (vconf_walk(vrm_default_conf, take_pair, this) != 0 && !empty) {
+    if (!vconf_walk(vrm_default_conf, take_pair, this) && !empty) {
         tell_problem("%s can't be read", vrm_default_conf);
         return false;
     }
@@ -82,10 +83,6 @@ std::string place_of(const setting &found) {
 const char *default_of(const std::string &key) {
     const config_key *known = find_config_key(key);
     return known ? known->default_value : nullptr;
-}
-
-std::string base_name(const std::string &path) {
-    return path.substr(path.rfind('/') + 1);
 }
 
 // The keys that mean something: those of the engine, those of the backend in use, and whatever else
@@ -136,7 +133,7 @@ bool is_key(const configuration &config, const std::string &key) {
     return false;
 }
 
-int show_one(const configuration &config, const std::string &key) {
+exit_status show_one(const configuration &config, const std::string &key) {
     const setting *found = config.find(key);
     const char *value = found ? found->value.c_str() : default_of(key);
     if (!value) {
@@ -173,7 +170,7 @@ std::string real_path() {
     return path ? path.get() : vrm_default_conf;
 }
 
-int change(const std::string &key, const std::string &value, const setting *present) {
+exit_status change(const std::string &key, const std::string &value, const setting *present) {
     const std::string path = real_path();
     const std::string text = *config_text(value);
     if (!(present ? replace_in_config(path, key, text) : add_to_config(path, key, text))) {
@@ -193,8 +190,8 @@ int change(const std::string &key, const std::string &value, const setting *pres
     return EXIT_DONE;
 }
 
-int change_unless_there(const common_options &options, const configuration &config,
-                        const std::string &key, const std::string &value) {
+exit_status change_unless_there(const common_options &options, const configuration &config,
+                                const std::string &key, const std::string &value) {
     const setting *present = config.find(key);
     if (!may_change(key, value, present)) {
         return EXIT_FAILED;
@@ -212,7 +209,7 @@ int change_unless_there(const common_options &options, const configuration &conf
 
 }  // namespace
 
-int word_config(const common_options &options, const config_options &what) {
+exit_status word_config(const common_options &options, const config_options &what) {
     const bool changes = what.has_value && !options.dry_run;
     if (changes) {
         hold_signals();

@@ -7,7 +7,6 @@
 #include "pvrm/engine_report.h"
 #include "pvrm/request.h"
 #include "pvrm/session.h"
-#include "pvrm/tell.h"
 #include "pvrm/words.h"
 #include "transaction/plan_install.h"
 #include "ui/vrmui.h"
@@ -23,8 +22,8 @@ static std::vector<char *> as_array(const std::vector<std::string> &texts) {
     return array;
 }
 
-int word_depends(const common_options &options, const std::string &what,
-                 const std::vector<std::string> &dirs) {
+exit_status word_depends(const common_options &options, const std::string &what,
+                         const std::vector<std::string> &dirs) {
     session work(options);
     if (names_nothing(what) || !work.open_repository()) {
         return EXIT_FAILED;

@@ -29,14 +29,14 @@ static std::vector<const stored_certificate *> find_one(const store_content &con
     return found;
 }
 
-int word_distrust(const common_options &options, const std::string &signer) {
+exit_status word_distrust(const common_options &options, const std::string &signer) {
     session work(options);
     if (!work.open_repository() || !work.has_directories({"certstore"})) {
         return EXIT_FAILED;
     }
     if (!options.dry_run) {
         hold_signals();
-        if (const int locked = work.lock()) {
+        if (const exit_status locked = work.lock()) {
             return locked;
         }
     }

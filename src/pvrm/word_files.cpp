@@ -11,7 +11,7 @@
 #include "repository/inventory.h"
 #include "support/terminal_text.h"
 
-int word_files(const common_options &options, const std::string &what) {
+exit_status word_files(const common_options &options, const std::string &what) {
     session work(options);
     if (names_nothing(what) || !work.open_repository()) {
         return EXIT_FAILED;

@@ -30,8 +30,8 @@ static bool head_is_signed(const std::string &file) {
     return head.result == head_comparison::matches;
 }
 
-int word_info(const common_options &options, const std::string &what,
-              const std::string &format_name) {
+exit_status word_info(const common_options &options, const std::string &what,
+                      const std::string &format_name) {
     const list_format format = format_named(format_name, FORMAT_FORM);
     session work(options);
     if (!work.open_repository()) {

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
-#include <vector>
 
 #include "pvrm/interruption.h"
 #include "pvrm/tell.h"
@@ -126,7 +125,7 @@ static bool make_scriptdir(repository_maker &maker, const std::string &dir) {
     return false;
 }
 
-int word_init(const common_options &options) {
+exit_status word_init(const common_options &options) {
     outlive_watchers();
     if (options.quiet) {
         tell_no_steps();

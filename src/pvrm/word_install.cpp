@@ -128,9 +128,9 @@ own_vrt installation::make_plan(const std::string &request, const given_packages
     return transaction;
 }
 
-int word_install(const common_options &options, const install_options &what) {
+exit_status word_install(const common_options &options, const install_options &what) {
     session work(options);
-    if (const int refused = work.begin_change()) {
+    if (const exit_status refused = work.begin_change()) {
         return refused;
     }
     // Package files can do without a catalogue, and a name that can't be found says so itself.

@@ -5,8 +5,8 @@
 #include "pvrm/words.h"
 #include "repository/inventory.h"
 
-int word_list(const common_options &options, const std::string &pattern,
-              const std::string &format) {
+exit_status word_list(const common_options &options, const std::string &pattern,
+                      const std::string &format) {
     session work(options);
     if (!work.open_repository() || !work.has_directories({"installed"})) {
         return EXIT_FAILED;

@@ -1,9 +1,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cinttypes>
-#include <cstdio>
 #include <cstring>
-#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,6 +12,7 @@
 #include "pvrm/tell.h"
 #include "pvrm/terminal_ui.h"
 #include "pvrm/words.h"
+#include "support/boundary.h"
 #include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
@@ -59,16 +58,15 @@ void note(const event &happened, void *context) {
         return;
     }
     found->unread = happened.kind == event_kind::memory_short && happened.who == "vrm_parse_log";
-    try {
-        if (skipped) {
-            found->damaged.push_back(happened.number);
-        } else if (!found->incomplete) {
-            found->incomplete = true;
-            found->why = sentence_of(happened).text;
-        }
-    } catch (const std::bad_alloc &) {
-        found->incomplete = true;
-    }
+    guarded([&] { found->incomplete = true; },
+            [&] {
+                if (skipped) {
+                    found->damaged.push_back(happened.number);
+                } else if (!found->incomplete) {
+                    found->incomplete = true;
+                    found->why = sentence_of(happened).text;
+                }
+            });
 }
 
 // "2", "2 and 5", "2, 5 and 7", "2, 5, 7 and others".
@@ -96,7 +94,7 @@ void tell_damage(const std::string &path, const std::vector<int64_t> &lines) {
 
 // Where nothing was installed yet there is nothing to show, and that is an answer. `failure` is the
 // errno of the reader, which is 0 only for a file that is empty.
-int tell_why_nothing(const std::string &path, int failure) {
+exit_status tell_why_nothing(const std::string &path, int failure) {
     const char *why = nullptr;
     if (open_regular(path.c_str(), nullptr, &why).valid()) {
         if (failure == 0) {
@@ -114,7 +112,8 @@ int tell_why_nothing(const std::string &path, int failure) {
 
 }  // namespace
 
-int word_log(const common_options &options, const std::string &format_name, bool oldest_first) {
+exit_status word_log(const common_options &options, const std::string &format_name,
+                     bool oldest_first) {
     const session work(options);
     const list_format format = format_named(format_name, FORMAT_TEXT);
     terminal_verbatim = stream_for(format) != nullptr;

@@ -6,7 +6,7 @@
 #include "pvrm/words.h"
 #include "support/terminal_text.h"
 
-int word_orphans(const common_options &options) {
+exit_status word_orphans(const common_options &options) {
     session work(options);
     if (!work.open_repository() || !work.has_directories({"installed"})) {
         return EXIT_FAILED;

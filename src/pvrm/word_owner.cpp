@@ -14,7 +14,7 @@
 
 namespace fs = std::filesystem;
 
-int word_owner(const common_options &options, const std::string &path) {
+exit_status word_owner(const common_options &options, const std::string &path) {
     session work(options);
     if (!work.open_repository() || !work.has_directories({"fileindex"})) {
         return EXIT_FAILED;

@@ -2,11 +2,10 @@
 #include "pvrm/interruption.h"
 #include "pvrm/session.h"
 #include "pvrm/tell.h"
-#include "pvrm/words.h"
 #include "transaction/recover.h"
 #include "transaction/recover_change.h"
 
-static int abandon(session *work) {
+static exit_status abandon(session *work) {
     vrm_handle *const repository = work->repository();
     const int count = vrm_show_recovery(repository);
     if (count == 0) {
@@ -23,7 +22,7 @@ static int abandon(session *work) {
     return vrm_abandon_change(repository) == 0 ? EXIT_DONE : EXIT_FAILED;
 }
 
-static int recover(session *work) {
+static exit_status recover(session *work) {
     vrm_handle *const repository = work->repository();
     const int count = vrm_recover_change(repository);
     if (count < 0) {
@@ -39,10 +38,10 @@ static int recover(session *work) {
     return EXIT_DONE;
 }
 
-int word_recover(const common_options &options, bool gives_up) {
+exit_status word_recover(const common_options &options, bool gives_up) {
     session work(options);
     if (options.dry_run) {
-        if (const int refused = work.begin_change()) {
+        if (const exit_status refused = work.begin_change()) {
             return refused;
         }
         if (!work.found_cut_off()) {
@@ -54,7 +53,7 @@ int word_recover(const common_options &options, bool gives_up) {
     if (!work.open_repository()) {
         return EXIT_FAILED;
     }
-    if (const int refused = work.lock()) {
+    if (const exit_status refused = work.lock()) {
         return refused;
     }
     return gives_up ? abandon(&work) : recover(&work);

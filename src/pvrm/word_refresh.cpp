@@ -4,7 +4,7 @@
 #include "pvrm/tell.h"
 #include "pvrm/words.h"
 
-int word_refresh(const common_options &options) {
+exit_status word_refresh(const common_options &options) {
     outlive_watchers();
     session work(options);
     if (!work.open_repository() || !work.connect()) {

@@ -1,6 +1,4 @@
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
 #include <map>
 #include <optional>
 #include <set>
@@ -384,9 +382,9 @@ bool removal::carry_out(planned_change *planned) {
     return run_one(planned->transaction.get());
 }
 
-int word_remove(const common_options &options, const remove_options &what) {
+exit_status word_remove(const common_options &options, const remove_options &what) {
     session work(options);
-    if (const int refused = work.begin_change()) {
+    if (const exit_status refused = work.begin_change()) {
         return refused;
     }
     return removal(work, what).run();

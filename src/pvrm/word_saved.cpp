@@ -23,7 +23,7 @@ static bool read_listing(const session &work, saved_listing *listing) {
 }
 
 // What nobody but root can have put there is still not ours to judge.
-static int tell_strange(const saved_listing &listing) {
+static exit_status tell_strange(const saved_listing &listing) {
     for (const std::string &path : listing.strange) {
         tell_problem("%s is not a directory of saved files: it is skipped", path.c_str());
     }
@@ -99,15 +99,15 @@ static bool user_agrees_to_delete(const std::vector<saved_set> &sets) {
     return user_agrees("Delete " + number_of_files(files) + "?", 1);
 }
 
-static int prune(session *work, int days) {
-    if (const int refused = work->begin_change()) {
+static exit_status prune(session *work, int days) {
+    if (const exit_status refused = work->begin_change()) {
         return refused;
     }
     saved_listing listing;
     if (!read_listing(*work, &listing)) {
         return EXIT_FAILED;
     }
-    int status = tell_strange(listing);
+    exit_status status = tell_strange(listing);
     const std::vector<saved_set> old = older_than(listing.sets, days);
     const bool dry_run = work->options.dry_run;
     if (old.empty()) {
@@ -134,7 +134,7 @@ static int prune(session *work, int days) {
     return status;
 }
 
-int word_saved(const common_options &options, const saved_options &what) {
+exit_status word_saved(const common_options &options, const saved_options &what) {
     session work(what.prune ? with_a_dry_run_told(options) : options);
     if (what.prune) {
         return prune(&work, what.days);

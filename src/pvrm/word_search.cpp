@@ -46,8 +46,8 @@ static void mark_installed(session &work, vri *package) {
     }
 }
 
-int word_search(const common_options &options, const std::string &text,
-                const std::string &format_name) {
+exit_status word_search(const common_options &options, const std::string &text,
+                        const std::string &format_name) {
     const std::string pattern = as_pattern(text);
     const list_format format = format_named(format_name, FORMAT_TABLE);
     session work(options);

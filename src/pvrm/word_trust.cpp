@@ -53,7 +53,7 @@ static place look_at(const std::string &path, const X509 *certificate) {
 }
 
 // Whether the user wants it, by an answer or by the options.
-static int ask_to_trust(const session &work, const trust_options &what, bool replaces) {
+static exit_status ask_to_trust(const session &work, const trust_options &what, bool replaces) {
     if (!may_ask_about_trust(work.options, "trust")) {
         return EXIT_WRONG_USAGE;
     }
@@ -78,7 +78,7 @@ static void note_key(const session &work, const X509 *certificate) {
     }
 }
 
-static int trust(session &work, const trust_options &what) {
+static exit_status trust(session &work, const trust_options &what) {
     std::string why;
     const own_x509 certificate = certificate_read(what.certificate, &why);
     if (!certificate) {
@@ -92,7 +92,7 @@ static int trust(session &work, const trust_options &what) {
     }
     if (!work.options.dry_run) {
         hold_signals();
-        if (const int locked = work.lock()) {
+        if (const exit_status locked = work.lock()) {
             return locked;
         }
     }
@@ -113,7 +113,7 @@ static int trust(session &work, const trust_options &what) {
         tell_step("would trust it as %s", target.c_str());
         return EXIT_DONE;
     }
-    if (const int refused = ask_to_trust(work, what, found == place::holds_other)) {
+    if (const exit_status refused = ask_to_trust(work, what, found == place::holds_other)) {
         return refused;
     }
     if (!store_certificate(certificate.get(), target)) {
@@ -125,7 +125,7 @@ static int trust(session &work, const trust_options &what) {
 }
 
 // Lists the certificates that the verification can find, and reports what else is in the store.
-static int list_trusted(const session &work) {
+static exit_status list_trusted(const session &work) {
     const store_content content = read_store(store_of(work.repository()));
     bool good = content.was_read, first = true;
     for (const stored_certificate &file : content.files) {
@@ -149,7 +149,7 @@ static int list_trusted(const session &work) {
     return good ? EXIT_DONE : EXIT_FAILED;
 }
 
-int word_trust(const common_options &options, const trust_options &what) {
+exit_status word_trust(const common_options &options, const trust_options &what) {
     session work(options);
     if (!work.open_repository() || !work.has_directories({"certstore"})) {
         return EXIT_FAILED;

@@ -26,7 +26,7 @@ class upgrade : public installing_job {
     upgrade(session &work, const std::vector<std::string> &requests, bool all)
         : installing_job(work, requests, {}, {"Upgrade", "upgraded", "upgrade"}), all_(all) {}
 
-    int run_all();
+    exit_status run_all();
 
  private:
     void begin_planning() override {
@@ -132,7 +132,8 @@ own_vrt upgrade::make_plan(const std::string &request, const given_packages &giv
         *failed = true;
         return nullptr;
     }
-    if (vrk_file_is_vrk(request.c_str()) && requests_.size() > 1 && !is_installed(name)) {
+    if (vrk_file_is_vrk(request.c_str()) && requests_.size() > 1 &&
+        !work_.installed().find_own(name)) {
         *failed = !is_acceptable_file(request);
         if (!*failed) {
             not_installed_.emplace_back(request, name);
@@ -248,17 +249,17 @@ int upgrade::execute(vrt **transaction) {
     return rc;
 }
 
-int upgrade::run_all() {
-    const int status = run();
+exit_status upgrade::run_all() {
+    const exit_status status = run();
     if (all_ && !found_work_ && status == EXIT_DONE && !work_.found_cut_off()) {
         tell_step("everything is up to date");
     }
     return status;
 }
 
-int word_upgrade(const common_options &options, const std::vector<std::string> &requests) {
+exit_status word_upgrade(const common_options &options, const std::vector<std::string> &requests) {
     session work(options);
-    if (const int refused = work.begin_change()) {
+    if (const exit_status refused = work.begin_change()) {
         return refused;
     }
     // Package files can do without a catalogue. All packages can't: they would seem up to date.

@@ -56,7 +56,7 @@ static bool verify(const session &work, const std::string &name) {
     return errors == 0 && differences == 0 && own_record;
 }
 
-int word_verify(const common_options &options, const std::vector<std::string> &names) {
+exit_status word_verify(const common_options &options, const std::vector<std::string> &names) {
     session work(options);
     if (!work.open_repository() || !work.has_directories({"installed"})) {
         return EXIT_FAILED;

@@ -29,7 +29,7 @@ static void print_reason(const std::string &name, const installed_needs::reason 
     }
 }
 
-int word_why(const common_options &options, const std::string &name) {
+exit_status word_why(const common_options &options, const std::string &name) {
     session work(options);
     if (names_nothing(name) || !work.open_repository() || !work.has_directories({"installed"})) {
         return EXIT_FAILED;

@@ -20,31 +20,33 @@ enum exit_status : int {
 };
 
 // `restricted`: whether that counts only which the restricted mode permits.
-int word_allowed(bool restricted);
-int word_refresh(const common_options &options);
-int word_cleanup(const common_options &options);
+exit_status word_allowed(bool restricted);
+exit_status word_refresh(const common_options &options);
+exit_status word_cleanup(const common_options &options);
 // `abandon`: gives up what can't be recovered.
-int word_recover(const common_options &options, bool abandon);
-int word_saved(const common_options &options, const saved_options &what);
-int word_install(const common_options &options, const install_options &what);
-int word_remove(const common_options &options, const remove_options &what);
-int word_upgrade(const common_options &options, const std::vector<std::string> &requests);
+exit_status word_recover(const common_options &options, bool abandon);
+exit_status word_saved(const common_options &options, const saved_options &what);
+exit_status word_install(const common_options &options, const install_options &what);
+exit_status word_remove(const common_options &options, const remove_options &what);
+exit_status word_upgrade(const common_options &options, const std::vector<std::string> &requests);
 // `format` is one of report_format.h, or empty.
-int word_list(const common_options &options, const std::string &pattern, const std::string &format);
-int word_search(const common_options &options, const std::string &pattern,
-                const std::string &format);
-int word_info(const common_options &options, const std::string &what, const std::string &format);
-int word_files(const common_options &options, const std::string &what);
-int word_owner(const common_options &options, const std::string &path);
-int word_depends(const common_options &options, const std::string &what,
-                 const std::vector<std::string> &dirs);
-int word_verify(const common_options &options, const std::vector<std::string> &names);
-int word_check(const common_options &options);
-int word_orphans(const common_options &options);
-int word_why(const common_options &options, const std::string &name);
-int word_log(const common_options &options, const std::string &format, bool oldest_first);
-int word_config(const common_options &options, const config_options &what);
-int word_init(const common_options &options);
-int word_trust(const common_options &options, const trust_options &what);
+exit_status word_list(const common_options &options, const std::string &pattern,
+                      const std::string &format);
+exit_status word_search(const common_options &options, const std::string &pattern,
+                        const std::string &format);
+exit_status word_info(const common_options &options, const std::string &what,
+                      const std::string &format);
+exit_status word_files(const common_options &options, const std::string &what);
+exit_status word_owner(const common_options &options, const std::string &path);
+exit_status word_depends(const common_options &options, const std::string &what,
+                         const std::vector<std::string> &dirs);
+exit_status word_verify(const common_options &options, const std::vector<std::string> &names);
+exit_status word_check(const common_options &options);
+exit_status word_orphans(const common_options &options);
+exit_status word_why(const common_options &options, const std::string &name);
+exit_status word_log(const common_options &options, const std::string &format, bool oldest_first);
+exit_status word_config(const common_options &options, const config_options &what);
+exit_status word_init(const common_options &options);
+exit_status word_trust(const common_options &options, const trust_options &what);
 // `signer` is a subject, or the beginning of a fingerprint.
-int word_distrust(const common_options &options, const std::string &signer);
+exit_status word_distrust(const common_options &options, const std::string &signer);

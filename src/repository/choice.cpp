@@ -5,7 +5,6 @@
 #include <cstring>
 #include <map>
 #include <optional>
-#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>

@@ -116,41 +116,39 @@ static bool is_file_at(int fd, const char *path) {
 
 // Opens and locks the file. The previous holder may unlink it between the two; the lock would then
 // be on a file that nobody else can find, so the work starts over with the file that has the name.
-static int open_and_lock(const char *path) {
+static own_fd open_and_lock(const char *path) {
     for (;;) {
         // A link that was put at this place must not make us write somewhere else.
-        const int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0640);
-        if (fd < 0) {
+        own_fd file(open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0640));
+        if (!file.valid()) {
             fprintf(stderr, "Could not open lock file %s\n", path);
-            return -1;
+            return file;
         }
-        if (lockf(fd, F_TLOCK, 0) != 0) {
+        if (lockf(file.get(), F_TLOCK, 0) != 0) {
             fprintf(stderr, "Could not lock lock file %s\n", path);
-            close(fd);
-            return -1;
+            return own_fd();
         }
-        if (is_file_at(fd, path)) {
-            return fd;
+        if (is_file_at(file.get(), path)) {
+            return file;
         }
-        close(fd);
     }
 }
 
 int vrm_lock(vrm_handle *handle) {
     return guarded(-1, [&] {
         const lock_path path(handle);
-        const int fd = open_and_lock(path.text);
-        if (fd < 0) {
+        own_fd file = open_and_lock(path.text);
+        if (!file.valid()) {
             return -1;
         }
+        // A lock that this process holds already ends with any descriptor of the file that is
+        // closed.
+        const int fd = lock_taken ? file.release() : file.get();
         const std::string pid = std::to_string(getpid()) + "\n";
         errno = 0;
         if (pwrite(fd, pid.data(), pid.size(), 0) != static_cast<ssize_t>(pid.size())) {
             fprintf(stderr, "Could not write lock file %s: %s\n", path.text,
                     strerror(errno ? errno : ENOSPC));
-            if (!lock_taken) {
-                close(fd);
-            }
             return -1;
         }
         const auto give_up = [&] {
@@ -158,13 +156,11 @@ int vrm_lock(vrm_handle *handle) {
             if (handle->locked != 1) {
                 unlink(path.text);
             }
-            if (!lock_taken) {
-                close(fd);
-            }
             return -1;
         };
         return guarded(give_up, [&] {
             note_scripts_of(handle);
+            file.release();
             lock_taken = true;
             handle->locked = 1;
             return 0;

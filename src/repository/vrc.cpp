@@ -3,9 +3,7 @@
 #include <cstring>
 #include <new>
 #include <string>
-#include <string_view>
 #include <unordered_map>
-#include <utility>
 #include <vector>
 
 #include "support/boundary.h"

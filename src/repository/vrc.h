@@ -8,8 +8,6 @@
 // Release is never called.
 #pragma once
 
-#include <cstdio>
-
 #include "package/vri.h"
 #include "support/ekva.h"
 #include "vrm/vrc_backend.h"

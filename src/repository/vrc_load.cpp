@@ -13,6 +13,7 @@
 #include "support/boundary.h"
 #include "support/event.h"
 #include "support/log.h"
+#include "support/text.h"
 
 vrc_connect_function pvrm_vrc_connect;
 vrc_refresh_function pvrm_vrc_refresh;
@@ -193,10 +194,6 @@ int vrm_vrc_watch(void *connection) {
 }
 
 // ---- The configured backend
-
-static std::string base_name(const std::string &path) {
-    return path.substr(path.rfind('/') + 1);
-}
 
 static void set_string(char **place, const std::string &text) {
     free(*place);

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <span>
+#include <string>
 #include <string_view>
 #include <unordered_set>
 #include <vector>
@@ -125,26 +126,13 @@ char **arr_adds(char **array, int dedupe, const char *text) {
 }
 
 char *arr2str(char *const *array, char separator) {
-    if (!array) {
-        return nullptr;
-    }
-    size_t size = 1;
-    for (size_t i = 0; array[i]; ++i) {
-        size += strlen(array[i]) + 1;
-    }
-    char *const text = static_cast<char *>(malloc(size));
-    if (!text) {
-        return nullptr;
-    }
-    char *to = text;
-    for (size_t i = 0; array[i]; ++i) {
-        if (i > 0) {
-            *to++ = separator;
+    return guarded(nullptr, [&]() -> char * {
+        std::string text;
+        for (size_t i = 0; array && array[i]; ++i) {
+            text.append(size_t{i > 0}, separator).append(array[i]);
         }
-        to = stpcpy(to, array[i]);
-    }
-    *to = '\0';
-    return text;
+        return array ? strdup(text.c_str()) : nullptr;
+    });
 }
 
 char **str2arr(const char *text, char separator) {

@@ -8,12 +8,12 @@
 
 #include "support/file.h"
 
-static int make_file(std::string *path) {
+static own_fd make_file(std::string *path) {
     if (path->ends_with("XXXXXX")) {
-        return mkostemp(path->data(), O_CLOEXEC);
+        return own_fd(mkostemp(path->data(), O_CLOEXEC));
     }
     unlink(path->c_str());
-    return open(path->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    return own_fd(open(path->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
 }
 
 atomic_file::atomic_file(const std::string &path, const std::string &beside)

@@ -1,4 +1,4 @@
-// The boundary of the public functions, which exceptions do not cross. Private to the library.
+// The boundary of the public functions and of the programs, which exceptions do not cross.
 #pragma once
 
 #include <cerrno>

@@ -1,18 +1,16 @@
 #include "support/csv.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "support/array.h"
 #include "support/boundary.h"
-#include "support/growing_list.h"
 #include "support/own.h"
 #include "support/text.h"
-
-using field_list = growing_list<char, arr_free>;
 
 static void append_field(std::string &line, std::string_view text, char separator, bool always) {
     const bool quoted = always || text.find(separator) != std::string_view::npos;
@@ -70,14 +68,12 @@ class field_machine {
     // The fields; null when memory fails.
     char **run() {
         while (at_ < line_.size()) {
-            if (!step()) {
-                return nullptr;
-            }
+            step();
         }
-        if (!complete_ && !end_field()) {
-            return nullptr;
+        if (!complete_) {
+            end_field();
         }
-        return fields_.release();
+        return to_c_array(fields_).release();
     }
 
  private:
@@ -85,17 +81,16 @@ class field_machine {
         return at_ + 1 < line_.size() && line_[at_ + 1] == c;
     }
 
-    // Looks at one character; false when memory fails.
-    bool step() {
+    void step() {
         const char c = line_[at_];
         if (c == '"' && quoted_) {
-            return quote_in_quotes();
+            quote_in_quotes();
+            return;
         }
         if (c == '"' && field_.empty()) {
             quoted_ = true;
         } else if (c == separator_ && !quoted_) {
-            ++at_;
-            return end_field();
+            end_field();
         } else if (c == '\\' && stands_for_newline()) {
             field_ += '\n';
             ++at_;
@@ -103,26 +98,21 @@ class field_machine {
             field_ += c;
         }
         ++at_;
-        return true;
     }
 
-    bool quote_in_quotes() {
+    void quote_in_quotes() {
         if (next_is('"')) {
             field_ += '"';
             at_ += 2;
-            return true;
-        }
-        if (next_is(separator_)) {
+        } else if (next_is(separator_)) {
             at_ += 2;
-            return end_field();
-        }
-        ++at_;
-        if (at_ == line_.size()) {
+            end_field();
+        } else if (++at_ == line_.size()) {
             complete_ = true;
-            return end_field();
+            end_field();
+        } else {
+            field_ += '"';
         }
-        field_ += '"';
-        return true;
     }
 
     // Whether backslash and n are here. A line can't start with a newline, and of two backslashes
@@ -131,19 +121,9 @@ class field_machine {
         return next_is('n') && at_ > 0 && line_[at_ - 1] != '\\';
     }
 
-    bool end_field() {
-        own_string text(static_cast<char *>(malloc(field_.size() + 1)));
-        if (!text) {
-            return false;
-        }
-        memcpy(text.get(), field_.c_str(), field_.size() + 1);
-        if (!fields_.add(text.get())) {
-            return false;
-        }
-        text.release();
-        field_.clear();
+    void end_field() {
+        fields_.push_back(std::exchange(field_, {}));
         quoted_ = false;
-        return true;
     }
 
     std::string_view line_;
@@ -152,7 +132,7 @@ class field_machine {
     std::string field_;
     bool quoted_ = false;
     bool complete_ = false;  // a closing quote has ended the line's last field
-    field_list fields_{20};
+    std::vector<std::string> fields_;
 };
 
 }  // namespace

@@ -9,8 +9,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "support/array.h"
+#include "support/boundary.h"
 #include "support/own.h"
 #include "support/text.h"
 
@@ -401,28 +403,14 @@ int ekva_fprint(s_ekva *const *rec, FILE *stream, int width) {
 }
 
 char *ekva2str(s_ekva *const *rec, char separator) {
-    if (!rec) {
-        return nullptr;
-    }
-    size_t size = 1;
-    for (size_t i = 1; rec[0] && rec[i]; ++i) {
-        size += strlen(rec[i]->key) + (rec[i]->val ? strlen(rec[i]->val) : 0) + 2;
-    }
-    char *const text = static_cast<char *>(malloc(size));
-    if (!text) {
-        return nullptr;
-    }
-    char *to = text;
-    for (size_t i = 1; rec[0] && rec[i]; ++i) {
-        if (i > 1) {
-            *to++ = separator;
+    return guarded(nullptr, [&]() -> char * {
+        std::string text;
+        for (size_t i = 1; rec && rec[0] && rec[i]; ++i) {
+            text.append(size_t{i > 1}, separator).append(rec[i]->key).append("=");
+            text.append(rec[i]->val ? rec[i]->val : "");
         }
-        to = stpcpy(to, rec[i]->key);
-        *to++ = '=';
-        to = stpcpy(to, rec[i]->val ? rec[i]->val : "");
-    }
-    *to = '\0';
-    return text;
+        return rec ? strdup(text.c_str()) : nullptr;
+    });
 }
 
 s_ekva **str2ekva(const char *text, char separator) {

@@ -1,5 +1,4 @@
 // Lists of records.
-#include <strings.h>
 
 #include <algorithm>
 #include <cstdlib>

@@ -60,6 +60,15 @@ bool path_exists(const std::string &path) {
     return lstat(path.c_str(), &status) == 0;
 }
 
+unsigned char type_of_entry(DIR *dir, const dirent &entry) {
+    struct stat status;
+    if (entry.d_type != DT_UNKNOWN ||
+        fstatat(dirfd(dir), entry.d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return entry.d_type;
+    }
+    return static_cast<unsigned char>(IFTODT(status.st_mode));
+}
+
 ssize_t read_some(int fd, void *to, size_t size) {
     ssize_t got;
     do {
@@ -126,16 +135,22 @@ static bool copy_bytes(FILE *from, FILE *to, uint64_t *copied) {
     }
 }
 
-// The content of an open file that is known to be regular. No stream: its buffer and the system
-// calls that set it up would cost as much as the reading of a small file, and an inventory has
-// thousands of them.
-static char *read_content(const own_fd &file, const struct stat &status, size_t *length) {
+// A block for a file's bytes and some more; null with a reason in errno.
+static own_string block_for(const struct stat &status) {
     if (static_cast<uintmax_t>(status.st_size) > PTRDIFF_MAX - spare_bytes) {
         errno = EFBIG;
         return nullptr;
     }
+    return own_string(
+        static_cast<char *>(malloc(static_cast<size_t>(status.st_size) + spare_bytes)));
+}
+
+// The content of an open file that is known to be regular. No stream: its buffer and the system
+// calls that set it up would cost as much as the reading of a small file, and an inventory has
+// thousands of them.
+static char *read_content(const own_fd &file, const struct stat &status, size_t *length) {
     const auto size = static_cast<size_t>(status.st_size);
-    own_string block(static_cast<char *>(malloc(size + spare_bytes)));
+    own_string block = block_for(status);
     if (!block) {
         return nullptr;
     }
@@ -179,12 +194,8 @@ char **read_file_lines(const char *path, int *count) {
         errno = 0;
         return nullptr;
     }
-    if (static_cast<uintmax_t>(status.st_size) > PTRDIFF_MAX - spare_bytes) {
-        errno = EFBIG;
-        return nullptr;
-    }
     const auto size = static_cast<size_t>(status.st_size);
-    own_string line(static_cast<char *>(malloc(size + spare_bytes)));
+    const own_string line = block_for(status);
     if (!line) {
         return nullptr;
     }

@@ -6,6 +6,7 @@
 // After a failure `errno` tells the reason.
 #pragma once
 
+#include <dirent.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -33,6 +34,10 @@ bool is_missing(const char *path);
 
 // Whether anything is at a path that can be looked at, links not followed.
 bool path_exists(const std::string &path);
+
+// The type of an entry as d_type has it, links not followed. Not every file system gives it along
+// with the name.
+unsigned char type_of_entry(DIR *dir, const dirent &entry);
 
 // As read, begun anew after a signal.
 ssize_t read_some(int fd, void *to, size_t size);

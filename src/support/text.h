@@ -19,6 +19,16 @@ void _clean_val(char *text);
 // The text with its letters in lower case, as the comparison of keys (strcasecmp) sees them.
 std::string lower_case(std::string_view text);
 
+// The text, or an empty one for null.
+inline const char *or_empty(const char *text) {
+    return text ? text : "";
+}
+
+// The text after the last slash, which is all of it without one.
+inline std::string base_name(std::string_view path) {
+    return std::string(path.substr(path.rfind('/') + 1));
+}
+
 // Takes leading blanks and tabs and trailing blanks off, in place. Quotes mean nothing here.
 void _trim_val(char *text);
 

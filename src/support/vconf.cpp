@@ -187,14 +187,14 @@ s_ekva **vconf_read_ext(s_ekva **rec, const char *path, int mode) {
     });
 }
 
-int vconf_walk(const char *path, vconf_visitor visit, void *context) {
-    return guarded(-1, [&] {
+bool vconf_walk(const char *path, vconf_visitor visit, void *context) {
+    return guarded(false, [&] {
         bool opened_one = false;
         const auto note = [&] { return opened_one = true; };
         walk(path, note, [&](const char *key, const char *val, const open_config &config) {
             visit(key, val, config.path.c_str(), config.line, context);
         });
-        return opened_one ? 0 : -1;
+        return opened_one;
     });
 }
 

@@ -38,11 +38,11 @@ s_ekva **vconf_read_ext(s_ekva **rec, const char *path, int mode);
 
 // Reads a configuration in the same way, and shows each pair in the order of the lines, with the
 // path of its file, as given or as the include line has it, and the number of its line from 1. What
-// is shown is valid during the call. Returns 0, or -1 when the file cannot be read or is empty or
-// memory fails.
+// is shown is valid during the call. False when the file cannot be read or is empty or memory
+// fails.
 using vconf_visitor = void (*)(const char *key, const char *value, const char *path, int line,
                                void *context);
-int vconf_walk(const char *path, vconf_visitor visit, void *context);
+bool vconf_walk(const char *path, vconf_visitor visit, void *context);
 
 // Gives the keys of a file the values that a record has for them, and leaves everything else in it
 // as it is, byte by byte. A line whose key has no value in the record (compared without regard to

@@ -207,30 +207,29 @@ TEST(VconfWalk, ShowsEachPairWithItsPlace) {
     const std::string other = dir.write("other", "# other\na = 2\n");
     const std::string path = dir.write("conf", "a = 1\n\ninclude " + other + "\nb = 'x'\n");
     std::string shown;
-    EXPECT_EQ(
-        vconf_walk(
-            path.c_str(),
-            [](const char *key, const char *value, const char *file, int line, void *context) {
-                *static_cast<std::string *>(context) +=
-                    std::string(key) + "=" + value + " " + file + ":" + std::to_string(line) + "\n";
-            },
-            &shown),
-        0);
+    EXPECT_TRUE(vconf_walk(
+        path.c_str(),
+        [](const char *key, const char *value, const char *file, int line, void *context) {
+            *static_cast<std::string *>(context) +=
+                std::string(key) + "=" + value + " " + file + ":" + std::to_string(line) + "\n";
+        },
+        &shown));
     EXPECT_EQ(shown, "a=1 " + path + ":1\na=2 " + other + ":2\nb=x " + path + ":4\n");
 }
 
 TEST(VconfWalk, FailsWithoutAFileOrWithAnEmptyOne) {
     const TempDir dir;
     const auto never = [](const char *, const char *, const char *, int, void *) { FAIL(); };
-    EXPECT_EQ(vconf_walk((dir / "none").c_str(), never, nullptr), -1);
+    EXPECT_FALSE(vconf_walk((dir / "none").c_str(), never, nullptr));
     const std::string empty = dir.write("empty", "");
-    int result = 0;
+    bool result = true;
     EXPECT_EQ(stderr_of([&] { result = vconf_walk(empty.c_str(), never, nullptr); }),
               "Failed to open <" + empty + ">: is empty\n");
-    EXPECT_EQ(result, -1);
+    EXPECT_FALSE(result);
+    result = true;
     EXPECT_EQ(stderr_of([&] { result = vconf_walk(nullptr, never, nullptr); }),
               "No config file specified\n");
-    EXPECT_EQ(result, -1);
+    EXPECT_FALSE(result);
 }
 
 TEST(VconfInclude, ReadsAFileRelativeToTheWorkingDirectory) {

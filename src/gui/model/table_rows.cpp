@@ -2,8 +2,12 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 #include <utility>
+#include <vector>
 
+#include "support/array.h"
+#include "support/boundary.h"
 #include "support/log.h"
 #include "support/own.h"
 
@@ -41,25 +45,24 @@ int choose_names(const char *said, int rows, const std::function<bool(int row)> 
                  const std::function<const char *(int row)> &name_of, char ***names) {
     arr_free(std::exchange(*names, nullptr));
     log_say(LEVEL_INFO, "%s", said);
-    const auto room = static_cast<size_t>(rows) + 2;
-    own_array chosen(static_cast<char **>(calloc(room, sizeof(char *))));
-    int count = 0;
-    for (int row = 0; chosen && row < rows; row++) {
-        if (!selected(row)) {
-            continue;
+    return guarded(0, [&] {
+        std::vector<std::string> chosen;
+        for (int row = 0; row < rows; row++) {
+            if (!selected(row)) {
+                continue;
+            }
+            const char *const name = name_of(row);
+            if (!name) {
+                return 0;
+            }
+            chosen.emplace_back(name);
+            log_debug("added %zu entry: <%s>", chosen.size(), name);
+            log_debug("Row %d is selected: %s.", row, name);
         }
-        const char *const name = name_of(row);
-        char *const copy = name ? strdup(name) : nullptr;
-        if (!copy) {
+        if (chosen.empty() || !(*names = to_c_array(chosen).release())) {
             return 0;
         }
-        chosen.get()[count++] = copy;
-        log_debug("added %d entry: <%s>", count, copy);
-        log_debug("Row %d is selected: %s.", row, copy);
-    }
-    if (count > 0) {
-        log_debug("%d rows were selected.", count);
-        *names = chosen.release();
-    }
-    return count;
+        log_debug("%zu rows were selected.", chosen.size());
+        return static_cast<int>(chosen.size());
+    });
 }

@@ -4,10 +4,7 @@
 #include <string_view>
 
 #include "support/log.h"
-
-static const char *or_empty(const char *text) {
-    return text ? text : "";
-}
+#include "support/text.h"
 
 // For the inside of single quotes: a single quote closes them, stands by itself and opens them
 // again.

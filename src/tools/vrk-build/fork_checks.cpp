@@ -1,7 +1,6 @@
 #include "tools/vrk-build/fork_checks.h"
 
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
 #include <set>
 #include <string_view>

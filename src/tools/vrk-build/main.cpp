@@ -5,10 +5,9 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
-#include <functional>
-#include <new>
 
 #include "package/osslutil.h"
+#include "support/boundary.h"
 #include "support/terminal_text.h"
 #include "tools/vrk-build/keygen.h"
 #include "tools/vrk-build/pack.h"
@@ -138,10 +137,12 @@ int run(int argc, char **argv) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    try {
-        return run(argc, argv);
-    } catch (const std::bad_alloc &) {
+    const auto out_of_memory = [] {
         fputs("vrk-build: out of memory\n", stderr);
+        return static_cast<int>(EXIT_PROBLEM);
+    };
+    try {
+        return guarded(out_of_memory, [&] { return run(argc, argv); });
     } catch (const std::exception &failure) {
         fflush(stdout);  // what is known of a file stands ahead of what is wrong with it
         fprintf(stderr, "vrk-build: %s\n", terminal_safe_cell(failure.what()).c_str());

@@ -5,7 +5,6 @@
 
 #include <climits>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 
 #include "tools/vrk-build/problem.h"
