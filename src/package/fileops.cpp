@@ -26,32 +26,32 @@ namespace {
 
 class tree_remover : public tree_visitor {
  public:
-    int leaf(int parent, const char *name, const struct stat &, const std::string &path) override {
+    bool leaf(int parent, const char *name, const struct stat &, const std::string &path) override {
         return remove(parent, name, 0, path);
     }
-    int leave(int parent, const char *name, const std::string &path) override {
+    bool leave(int parent, const char *name, const std::string &path) override {
         return remove(parent, name, AT_REMOVEDIR, path);
     }
 
  private:
-    static int remove(int parent, const char *name, int flags, const std::string &path) {
+    static bool remove(int parent, const char *name, int flags, const std::string &path) {
         if (unlinkat(parent, name, flags) == 0) {
-            return 0;
+            return true;
         }
         report({.kind = event_kind::path_not_removed, .path = path});
-        return -1;
+        return false;
     }
 };
 
 class tree_measurer : public tree_visitor {
  public:
     explicit tree_measurer(uint64_t *total) : total_(total) {}
-    int leaf(int, const char *, const struct stat &info, const std::string &) override {
+    bool leaf(int, const char *, const struct stat &info, const std::string &) override {
         *total_ += static_cast<uint64_t>(info.st_size);
-        return 0;
+        return true;
     }
-    int leave(int, const char *, const std::string &) override {
-        return 0;
+    bool leave(int, const char *, const std::string &) override {
+        return true;
     }
 
  private:
@@ -78,14 +78,14 @@ int vrm_vrf_rmdir(const char *path) {
             return -1;
         }
         tree_remover remover;
-        return walk_tree(path, remover);
+        return walk_tree(path, remover) ? 0 : -1;
     });
 }
 
 int vrm_vrf_dudir(const char *path, uint64_t *total) {
     return guarded(-1, [&] {
         tree_measurer measurer(total);
-        return walk_tree(path, measurer);
+        return walk_tree(path, measurer) ? 0 : -1;
     });
 }
 

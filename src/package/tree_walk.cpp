@@ -23,23 +23,23 @@ struct tree_level {
     std::vector<std::string> names;  // entries not yet visited, the next one last
     size_t name_at;                  // where the directory's own name begins in the path
     size_t path_before;              // length of the path without it
-    int outcome;                     // -1 once an entry has failed
+    bool whole;                      // false once an entry has failed
 };
 
 class tree_walk {
  public:
     tree_walk(const char *path, tree_visitor &visitor) : visitor_(visitor), path_(path) {}
 
-    int run() {
+    bool run() {
         visit(AT_FDCWD, 0, 0);
         while (!levels_.empty()) {
             if (!levels_.back().names.empty()) {
                 visit_next_entry();
             } else if (!leave_level()) {
-                return -1;
+                return false;
             }
         }
-        return outcome_;
+        return whole_;
     }
 
  private:
@@ -47,9 +47,9 @@ class tree_walk {
         return levels_.empty() ? AT_FDCWD : dirfd(levels_.back().stream.get());
     }
 
-    void remember(int result) {
-        if (result != 0) {
-            (levels_.empty() ? outcome_ : levels_.back().outcome) = -1;
+    void remember(bool good) {
+        if (!good) {
+            (levels_.empty() ? whole_ : levels_.back().whole) = false;
         }
     }
 
@@ -71,14 +71,14 @@ class tree_walk {
         if (fstatat(parent, name, &info, AT_SYMLINK_NOFOLLOW) != 0) {
             if (errno != ENOENT) {
                 report({.kind = event_kind::path_not_found, .path = path_});
-                remember(-1);
+                remember(false);
             }
         } else if (!S_ISDIR(info.st_mode)) {
             remember(visitor_.leaf(parent, name, info, path_));
         } else if (enter(parent, name_at, path_before)) {
             return;
         } else {
-            remember(-1);
+            remember(false);
         }
         path_.resize(path_before);
     }
@@ -98,7 +98,8 @@ class tree_walk {
         if (fstat(fd, &info) != 0) {
             return false;
         }
-        tree_level level{std::move(stream), info.st_dev, info.st_ino, {}, name_at, path_before, 0};
+        tree_level level{std::move(stream), info.st_dev, info.st_ino, {},
+                         name_at,           path_before, true};
         read_names(level);
         levels_.push_back(std::move(level));
         park_outer_level();
@@ -112,7 +113,7 @@ class tree_walk {
             }
         }
         if (errno != 0) {
-            level.outcome = -1;
+            level.whole = false;
         }
     }
 
@@ -150,26 +151,26 @@ class tree_walk {
                     .path = path_.substr(0, done.path_before)});
             return false;
         }
-        int result = done.outcome;
+        bool good = done.whole;
         if (closedir(done.stream.release()) != 0) {
             report({.kind = event_kind::directory_not_closed, .path = path_});
-            result = -1;
-        } else if (visitor_.leave(parent_fd(), path_.c_str() + done.name_at, path_) != 0) {
-            result = -1;
+            good = false;
+        } else if (!visitor_.leave(parent_fd(), path_.c_str() + done.name_at, path_)) {
+            good = false;
         }
         path_.resize(done.path_before);
-        remember(result);
+        remember(good);
         return true;
     }
 
     tree_visitor &visitor_;
     std::string path_;
     std::vector<tree_level> levels_;
-    int outcome_ = 0;
+    bool whole_ = true;
 };
 
 }  // namespace
 
-int walk_tree(const char *path, tree_visitor &visitor) {
+bool walk_tree(const char *path, tree_visitor &visitor) {
     return tree_walk(path, visitor).run();
 }

@@ -14,13 +14,13 @@ class tree_visitor {
  public:
     virtual ~tree_visitor() = default;
     // Meets something that is no directory: `name` in the open directory `parent`. `path` is its
-    // full path, for messages. Returns 0 or -1.
-    virtual int leaf(int parent, const char *name, const struct stat &info,
-                     const std::string &path) = 0;
-    // Leaves a directory, after all of its entries. Returns 0 or -1.
-    virtual int leave(int parent, const char *name, const std::string &path) = 0;
+    // full path, for messages. False when it fails.
+    virtual bool leaf(int parent, const char *name, const struct stat &info,
+                      const std::string &path) = 0;
+    // Leaves a directory, after all of its entries. False when it fails.
+    virtual bool leave(int parent, const char *name, const std::string &path) = 0;
 };
 
-// Walks a path and all below it. A failure is remembered and the walk goes on. Returns 0, also for
-// a path that doesn't exist, or -1 when anything failed.
-int walk_tree(const char *path, tree_visitor &visitor);
+// Walks a path and all below it. A failure is remembered and the walk goes on. Result: whether
+// nothing failed; a path that doesn't exist is no failure.
+bool walk_tree(const char *path, tree_visitor &visitor);

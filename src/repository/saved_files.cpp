@@ -115,8 +115,8 @@ class file_lister : public tree_visitor {
  public:
     file_lister(std::vector<saved_file> *files, size_t before) : files_(files), before_(before) {}
 
-    int leaf(int parent, const char *name, const struct stat &info,
-             const std::string &path) override {
+    bool leaf(int parent, const char *name, const struct stat &info,
+              const std::string &path) override {
         saved_file file = {path.substr(before_), "", static_cast<uint64_t>(info.st_size)};
         if (S_ISLNK(info.st_mode)) {
             file.target.resize(static_cast<size_t>(info.st_size));
@@ -125,10 +125,10 @@ class file_lister : public tree_visitor {
             }
         }
         files_->push_back(std::move(file));
-        return 0;
+        return true;
     }
-    int leave(int, const char *, const std::string &) override {
-        return 0;
+    bool leave(int, const char *, const std::string &) override {
+        return true;
     }
 
  private:
@@ -189,7 +189,7 @@ bool list_saved(const vrm_handle *handle, saved_listing *listing) {
             }
             file_lister lister(&set.files, set.directory.size());
             errno = 0;
-            if (walk_tree(set.directory.c_str(), lister) != 0) {
+            if (!walk_tree(set.directory.c_str(), lister)) {
                 return false;
             }
             std::sort(set.files.begin(), set.files.end(),

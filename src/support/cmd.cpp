@@ -65,7 +65,7 @@ int cmd_exec(const char *command, char **out, size_t *out_length, char **err, si
         }
         std::string line(command, strnlen(command, command_limit));
         line += " 1>" + out_file.path() + " 2>" + err_file.path();
-        const int status = run_shell(line.c_str());
+        const int status = run_shell(line.c_str()).value_or(-1);
         *out = _read_file(out_file.path().c_str(), out_length);
         *err = _read_file(err_file.path().c_str(), err_length);
         return status;

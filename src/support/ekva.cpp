@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "support/array.h"
@@ -234,9 +235,8 @@ static bool make_room(s_ekva ***rec, size_t end) {
     return !promised || resize(rec, (end + 2) * words_a_slot);
 }
 
-// Modes 1 and 2 on the pairs of this key. The result is the number of pairs, or -1 when memory
-// failed.
-static int treat_present(s_ekva **rec, const char *key, const char *val, int mode) {
+// Modes 1 and 2 on the pairs of this key. Result: their number; nothing when memory fails.
+static std::optional<int> treat_present(s_ekva **rec, const char *key, const char *val, int mode) {
     int found = 0;
     for (s_ekva *const *pair = ekva_first_pair(rec); *pair; ++pair) {
         if (strcasecmp((*pair)->key, key) != 0) {
@@ -246,7 +246,7 @@ static int treat_present(s_ekva **rec, const char *key, const char *val, int mod
         if (mode == 2 && (*pair)->val) {
             char *const copy = val ? strdup(val) : nullptr;
             if (val && !copy) {
-                return -1;
+                return std::nullopt;
             }
             free((*pair)->val);
             (*pair)->val = copy;
@@ -272,10 +272,10 @@ int ekva_addval(s_ekva ***rec, const char *key, const char *val, int mode) {
         return 0;
     }
     if (mode == 1 || mode == 2) {
-        const int found = treat_present(*rec, pair->key, pair->val, mode);
+        const std::optional<int> found = treat_present(*rec, pair->key, pair->val, mode);
         if (found != 0) {
             free_pair(pair);
-            return found > 0 ? static_cast<int>(end) : 0;
+            return found ? static_cast<int>(end) : 0;
         }
     }
     (*rec)[end] = pair;

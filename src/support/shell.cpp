@@ -196,15 +196,15 @@ shell_watcher::~shell_watcher() {
     newest_watcher = before_;
 }
 
-int run_shell(const char *line) {
+std::optional<int> run_shell(const char *line) {
     const key_signals signals;
     start_gate gate;
     if (!gate.make()) {
-        return -1;
+        return std::nullopt;
     }
     const pid_t child = start_command(line, signals, &gate);
     if (child < 0) {
-        return -1;
+        return std::nullopt;
     }
     if (newest_watcher) {
         newest_watcher->begins(child);
@@ -220,5 +220,5 @@ int run_shell(const char *line) {
         newest_watcher->ended();
     }
     errno = reason;
-    return ended == child ? status : -1;
+    return ended == child ? std::optional(status) : std::nullopt;
 }

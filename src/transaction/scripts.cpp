@@ -320,7 +320,7 @@ void note_configuration(const change &change) {
 static int run_visibly(const char *package, const char *name, const char *line) {
     fflush(stdout);
     const script_note note(package, name);
-    return run_shell(line);
+    return run_shell(line).value_or(-1);
 }
 
 // `failed` is the kind of event that reports a failure.

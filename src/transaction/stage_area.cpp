@@ -136,11 +136,11 @@ namespace {
 // Looks for anything but directories.
 class file_finder : public tree_visitor {
  public:
-    int leaf(int, const char *, const struct stat &, const std::string &) override {
-        return -1;
+    bool leaf(int, const char *, const struct stat &, const std::string &) override {
+        return false;
     }
-    int leave(int, const char *, const std::string &) override {
-        return 0;
+    bool leave(int, const char *, const std::string &) override {
+        return true;
     }
 };
 
@@ -149,7 +149,7 @@ class file_finder : public tree_visitor {
 // What can't be looked at is taken for a backup.
 static bool holds_files(const std::string &directory) {
     file_finder finder;
-    return walk_tree(directory.c_str(), finder) != 0;
+    return !walk_tree(directory.c_str(), finder);
 }
 
 bool has_backups(const std::string &base) {
