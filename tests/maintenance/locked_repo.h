@@ -19,7 +19,6 @@ class LockedRepo : public testing::Test {
         EXPECT_EQ(vrm_lock(repo_.handle()), 0);
     }
     ~LockedRepo() override {
-        log_observe(nullptr, 0, nullptr);
         dry_run = false;
         vrm_stop_requested = 0;
     }
