@@ -70,6 +70,7 @@
 #include "transaction/removal.h"
 #include "transaction/rollback.h"
 #include "transaction/scripts.h"
+#include "transaction/space.h"
 #include "transaction/stage_area.h"
 #include "transaction/unpack.h"
 #include "transaction/update.h"

@@ -12,7 +12,9 @@
 #include "repository/repository.h"
 #include "repository/vrc.h"
 #include "support/log.h"
+#include "support/own.h"
 #include "support/vconf.h"
+#include "transaction/recover_change.h"
 #include "ui/vrmui.h"
 
 static start_up_result read_configuration() {
@@ -80,6 +82,20 @@ static start_up_result connect_to_catalogue() {
     return STARTED;
 }
 
+// What the lists show is not what will be there after the next change.
+static start_up_result report_cut_off_change() {
+    char *what = nullptr;
+    if (vrm_cut_off_change(vrm, &what) > 0) {
+        const own_string change(what);
+        const auto limit = static_cast<size_t>(vrmui->text_limit);
+        snprintf(vrmui->text, limit, "The %s was cut off.\nThe next change repairs that first.\n",
+                 change.get());
+        vrmui->text[limit] = '\0';
+        vrmui_write_info(vrmui, vrmui->text, 0);
+    }
+    return STARTED;
+}
+
 start_up_result start_up(int argc, char **argv) {
     gui_argc = argc;
     gui_argv = argv;
@@ -95,7 +111,7 @@ start_up_result start_up(int argc, char **argv) {
     llog = log_init("fltk-vrm.log", LEVEL_ERROR | LEVEL_WARNING | LEVEL_INFO,
                     LEVEL_ERROR | LEVEL_WARNING, LEVEL_ERROR, "fltk-vrm");
     for (const auto stage : {make_user_interface, ask_for_permission, load_backend, open_repository,
-                             connect_to_catalogue}) {
+                             connect_to_catalogue, report_cut_off_change}) {
         if (const start_up_result failure = stage(); failure != STARTED) {
             return failure;
         }

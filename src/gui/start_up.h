@@ -9,7 +9,7 @@ enum start_up_result : int {
 };
 
 // Goes through the stages in their order: theme and images, configuration, log, user interface, the
-// tool's permission, the catalogue backend, the repository, the catalogue. Sets the globals of
-// gui/state.h. The result other than STARTED is the code
-// to exit with, after the reason has been told.
+// tool's permission, the catalogue backend, the repository, the catalogue, and whether a change was
+// cut off, which is reported. Sets the globals of gui/state.h. The result other than STARTED is the
+// code to exit with, after the reason has been told.
 start_up_result start_up(int argc, char **argv);

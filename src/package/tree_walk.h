@@ -22,5 +22,5 @@ class tree_visitor {
 };
 
 // Walks a path and all below it. A failure is remembered and the walk goes on. Result: whether
-// nothing failed; a path that doesn't exist is no failure.
+// nothing failed; a path that doesn't exist does not count.
 bool walk_tree(const char *path, tree_visitor &visitor);

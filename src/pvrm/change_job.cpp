@@ -8,6 +8,7 @@
 #include "pvrm/interruption.h"
 #include "pvrm/tell.h"
 #include "transaction/journal_scope.h"
+#include "transaction/space.h"
 #include "ui/vrmui.h"
 
 // To name the same thing twice is to name it once.
@@ -62,13 +63,25 @@ void change_job::plan_all() {
     tried_ = planned_.size() + failures_.size();
 }
 
-bool change_job::show_and_ask() {
+void change_job::show() {
     for (const planned_change &planned : planned_) {
         add_to_view(planned, &shown_);
     }
     if (!work_.options.quiet || work_.options.dry_run || vote_mode == 1) {
         print(shown_);
     }
+}
+
+// For all requests together, as the first ones would be changed by the time the last ones fail.
+bool change_job::has_space() {
+    std::vector<const vrt *> plans;
+    for (const planned_change &planned : planned_) {
+        plans.push_back(planned.transaction.get());
+    }
+    return vrm_has_space(work_.repository(), plans.data(), plans.size()) == 1;
+}
+
+bool change_job::ask() {
     return work_.options.dry_run || user_agrees(question(), 1);
 }
 
@@ -125,7 +138,8 @@ void change_job::summarise() const {
 exit_status change_job::run() {
     plan_all();
     if (!planned_.empty()) {
-        if (!show_and_ask()) {
+        show();
+        if (!has_space() || !ask()) {
             tell_problem(was_interrupted() ? "interrupted: nothing was %s" : "nothing was %s",
                          said_.done);
             return EXIT_FAILED;

@@ -80,7 +80,9 @@ class change_job {
         std::string request, reason;
     };
     void plan_all();
-    bool show_and_ask();
+    void show();
+    bool has_space();
+    bool ask();
     std::string question() const;
     void plan_again_if_changed();
     void carry_out_all();

@@ -1,12 +1,11 @@
 #include "pvrm/left_script.h"
 
 #include <charconv>
-#include <chrono>
-#include <ctime>
+#include <cstring>
 #include <string>
 
 #include "pvrm/config_keys.h"
-#include "pvrm/interruption.h"
+#include "pvrm/lock_wait.h"
 #include "pvrm/tell.h"
 #include "repository/repository.h"
 #include "repository/running_script.h"
@@ -48,33 +47,25 @@ static unsigned seconds_to_wait(const vrm_handle *handle) {
     return seconds;
 }
 
-// No call of the system waits for a process that is not a child, on every kernel.
-static void pause_briefly() {
-    timespec length = {0, 50'000'000};
-    nanosleep(&length, nullptr);  // shorter when a signal comes
-}
-
 static exit_status await(const vrm_handle *handle, const running_script &script) {
     const std::string text = text_of(script);
     const unsigned seconds = seconds_to_wait(handle);
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
     log_say(LEVEL_INFO, "waiting for %.1800s", text.c_str());
     tell_problem("waiting for %s, which was left running when pvrm was killed", text.c_str());
-    while (still_runs(script)) {
-        if (was_interrupted()) {
+    switch (wait_while([&script] { return still_runs(script); }, wait_end(seconds))) {
+        case wait_result::over:
+            return EXIT_DONE;
+        case wait_result::interrupted:
             tell_problem("interrupted: nothing was changed");
             return EXIT_FAILED;
-        }
-        if (std::chrono::steady_clock::now() >= end) {
-            tell_problem(
-                "%s has not ended within %u s: nothing was changed; end that process, or try again "
-                "when it has ended",
-                text.c_str(), seconds);
-            return EXIT_LOCKED;
-        }
-        pause_briefly();
+        case wait_result::late:
+            break;
     }
-    return EXIT_DONE;
+    tell_problem(
+        "%s has not ended within %u s: nothing was changed; end that process, or try again when it "
+        "has ended",
+        text.c_str(), seconds);
+    return EXIT_LOCKED;
 }
 
 exit_status await_left_script(const vrm_handle *handle) {

@@ -6,12 +6,14 @@
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>
 #include <functional>
 
+#include "pvrm/lock_wait.h"
 #include "pvrm/options.h"
 #include "pvrm/privilege.h"
 #include "pvrm/report_format.h"
@@ -26,8 +28,8 @@ namespace {
 constexpr char footer[] =
     "For all words: -y --yes takes the default answers, -n --dry-run only shows what would be "
     "done,\n"
-    "-q --quiet prints no steps, -v --verbose logs every detail, --restricted refuses what\n"
-    "could make the caller root.\n"
+    "-q --quiet prints no steps, -v --verbose logs every detail, --wait[=SECONDS] waits for\n"
+    "another change to end, --restricted refuses what could make the caller root.\n"
     "Exit status: 0 done, 1 something failed, 2 wrong usage, 3 not permitted,\n"
     "4 the repository is locked. The manual page pvrm(8) tells more.";
 
@@ -45,7 +47,7 @@ struct command_line {
     remove_options remove;
     trust_options trust;
     saved_options saved;
-    std::string pattern, package, path, signer, format;
+    std::string pattern, package, path, signer, format, wait;
     bool oldest_first = false, abandon = false;
     std::vector<std::string> dirs, upgrades, audited;
     std::vector<word> words;
@@ -59,11 +61,33 @@ struct command_line {
     }
 };
 
-void add_common_options(CLI::App &app, common_options &options) {
+void add_common_options(CLI::App &app, common_options &options, std::string &wait) {
     app.add_flag("-y,--yes", options.yes, "Take the default answer to every question");
     app.add_flag("-n,--dry-run", options.dry_run, "Show what would be done, and do nothing");
     app.add_flag("-q,--quiet", options.quiet, "Tell no steps, only results and problems");
     app.add_flag("-v,--verbose", options.verbose, "Let the log take every detail");
+    // A flag with a value of its own: the word after it is not taken for one.
+    app.add_flag("--wait{-1}", wait,
+                 "Wait until another change has ended, for so many seconds if given")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    app.parse_complete_callback([&app, &wait, &options] {
+        if (app.count("--wait") == 0) {
+            return;
+        }
+        const bool forever = wait == "-1";
+        const char *const end = wait.data() + wait.size();
+        const auto result = std::from_chars(wait.data(), end, options.wait);
+        if (!forever && (result.ec != std::errc() || result.ptr != end || options.wait < 0 ||
+                         options.wait > longest_wait)) {
+            throw CLI::ValidationError("--wait", wait + " is not a number of seconds from 0 to " +
+                                                     std::to_string(longest_wait));
+        }
+    });
+}
+
+void add_space_option(CLI::App *word, common_options &options) {
+    word->add_flag("--ignore-space", options.ignore_space,
+                   "Begin also where the disk seems to lack room");
 }
 
 void add_restricted_option(CLI::App &app, command_line &line) {
@@ -166,6 +190,7 @@ void add_changing_words(CLI::App &app, command_line &line) {
     install->add_option("--version", what.version, "Install this version");
     install->add_option("--dir", what.dirs, "Look for dependencies here too; may be repeated")
         ->allow_extra_args(false);
+    add_space_option(install, line.common);
     install->parse_complete_callback(
         [install, &what] { what.has_variant = install->get_option("--variant")->count() > 0; });
 
@@ -174,11 +199,13 @@ void add_changing_words(CLI::App &app, command_line &line) {
                                 [&line] { return word_remove(line.common, line.remove); });
     remove->add_option("NAME", gone.requests, "Installed packages")->required();
     remove->add_flag("--keep-deps", gone.keep_deps, "Leave what only they needed installed");
+    add_space_option(remove, line.common);
 
     CLI::App *upgrade =
         line.add(app, "upgrade", "Upgrade packages to newer versions, without names all of them",
                  true, [&line] { return word_upgrade(line.common, line.upgrades); });
     upgrade->add_option("NAME|FILE", line.upgrades, "Installed packages or package files");
+    add_space_option(upgrade, line.common);
 
     line.add(app, "cleanup", "Remove staged package files and what a crash left behind", true,
              [&line] { return word_cleanup(line.common); });
@@ -313,7 +340,7 @@ exit_status run_command_line(int argc, char **argv) {
     });
     app.fallthrough();  // the common options may stand behind the word as well
     app.footer(footer);
-    add_common_options(app, line.common);
+    add_common_options(app, line.common, line.wait);
     add_restricted_option(app, line);
     add_changing_words(app, line);
     add_trust_words(app, line);

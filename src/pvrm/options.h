@@ -1,15 +1,18 @@
 // What the command line asked for.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 // For all words.
 struct common_options {
-    bool yes = false;      // take the default answer to every question
-    bool dry_run = false;  // say what would be done, and do nothing
-    bool quiet = false;    // no steps and no plans, only results and errors
-    bool verbose = false;  // the log takes DEBUG too
+    bool yes = false;           // take the default answer to every question
+    bool dry_run = false;       // say what would be done, and do nothing
+    bool quiet = false;         // no steps and no plans, only results and errors
+    bool verbose = false;       // the log takes DEBUG too
+    bool ignore_space = false;  // begin without a look at the room on the disks
+    int64_t wait = 0;  // how many seconds to wait for another change to end; -1: however long
 };
 
 // Of a dry run the steps are its result: they are shown with --quiet too.

@@ -52,8 +52,8 @@ const permitted_word permitted_words[] = {
     {"log", {"--format", "--oldest-first"}},
 };
 
-constexpr std::string_view permitted_everywhere[] = {"--restricted", "--yes", "--dry-run",
-                                                     "--quiet", "--verbose"};
+constexpr std::string_view permitted_everywhere[] = {"--restricted", "--yes",     "--dry-run",
+                                                     "--quiet",      "--verbose", "--wait"};
 
 struct least_limit {
     int resource;

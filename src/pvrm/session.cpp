@@ -10,12 +10,14 @@
 #include "package/vri.h"
 #include "pvrm/interruption.h"
 #include "pvrm/left_script.h"
+#include "pvrm/lock_wait.h"
 #include "pvrm/tell.h"
 #include "repository/vrc.h"
 #include "support/log.h"
 #include "support/vconf.h"
 #include "transaction/recover.h"
 #include "transaction/recover_change.h"
+#include "transaction/space.h"
 #include "transaction/stage_area.h"
 #include "ui/vrmui.h"
 
@@ -38,6 +40,7 @@ static const char *usable_log() {
 session::session(const common_options &given) : options(given) {
     const bool root = geteuid() == 0;
     const uint32_t usual = LEVEL_ERROR | LEVEL_WARNING | LEVEL_INFO;
+    vrm_ignore_space = options.ignore_space;
     llog = log_init(usable_log(), options.verbose ? usual | LEVEL_DEBUG : usual,
                     LEVEL_ERROR | LEVEL_WARNING, LEVEL_ERROR, root ? "pvrm" : nullptr);
     // A mask of 0 can't be given at the start, where it means the default. What the user should
@@ -129,34 +132,36 @@ exit_status session::lock() {
     if (!has_directories({"installed", "stagearea", "fileindex"})) {
         return EXIT_FAILED;
     }
-    // Twice, as the other process may end between the attempt and the question who it is.
-    for (int attempt = 0; attempt < 2; attempt++) {
+    const wait_end until(options.wait);
+    // More than once, as the other process may end between the attempt and the question who it is.
+    for (int unexplained = 0; unexplained < 2;) {
+        if (const exit_status refused = await_other_change(handle_.get(), until)) {
+            return refused;
+        }
         if (vrm_lock(handle_.get()) == 0) {
             return await_left_script(handle_.get());
         }
-        const pid_t holder = vrm_lock_holder(handle_.get());
-        if (holder > 0) {
-            tell_problem("process %d is changing the repository; try again when it has ended",
-                         static_cast<int>(holder));
-            return EXIT_LOCKED;
-        }
+        unexplained += vrm_lock_holder(handle_.get()) > 0 ? 0 : 1;
     }
     tell_problem("the repository %s can't be locked", handle_->dir);
     return EXIT_FAILED;
 }
 
+bool warn_of_cut_off_change(vrm_handle *repository) {
+    char *what = nullptr;
+    if (vrm_cut_off_change(repository, &what) <= 0) {
+        return false;
+    }
+    const own_string change(what);
+    tell_warning("the %s was cut off; the next change, or pvrm recover, repairs that",
+                 change.get());
+    return true;
+}
+
 // What a dry run shows is planned without these packages.
 void session::warn_of_cut_off() {
-    own_string what;
-    char *cut_off = nullptr;
-    if (geteuid() == 0) {
-        found_cut_off_ = vrm_show_recovery(handle_.get()) != 0;
-    } else if (vrm_cut_off_change(handle_.get(), &cut_off) > 0) {
-        what.reset(cut_off);
-        tell_problem("warning: the %s was cut off; the next change, or pvrm recover, repairs that",
-                     what.get());
-        found_cut_off_ = true;
-    }
+    found_cut_off_ = geteuid() == 0 ? vrm_show_recovery(handle_.get()) != 0
+                                    : warn_of_cut_off_change(handle_.get());
     const own_array names(vrm_broken_swaps(handle_.get()));
     for (char *const *name = names.get(); name && *name; name++) {
         tell_warning(

@@ -93,6 +93,10 @@ class session {
     void warn_of_cut_off();
 };
 
+// Warns of a change that was cut off, as far as everybody may know it. Result: whether there is
+// one.
+bool warn_of_cut_off_change(vrm_handle *repository);
+
 template <class Look>
 auto session::look_up(const Look &look) -> decltype(look()) {
     if (tried_to_learn_) {

@@ -11,6 +11,7 @@ exit_status word_list(const common_options &options, const std::string &pattern,
     if (!work.open_repository() || !work.has_directories({"installed"})) {
         return EXIT_FAILED;
     }
+    warn_of_cut_off_change(work.repository());
     vri **raw = nullptr;
     const int count =
         vrm_list_vri(work.repository(), pattern.empty() ? nullptr : pattern.c_str(), 1, &raw);

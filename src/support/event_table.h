@@ -347,6 +347,7 @@
       "{who}: Failed to record the change in {path}: {reason}")                                    \
     X(foreign_record, LEVEL_ERROR,                                                                 \
       "{who}: {path} is the record of a change that was cut off, not going on")                    \
+    X(space_lacking, LEVEL_ERROR, "{who}: {path} has {found} free, {other} are needed")             \
     X(path_not_saved, LEVEL_ERROR, "{who}: Failed to save {path} before the change: {reason}")     \
     X(not_entered, LEVEL_WARNING, "Failed to enter {package} as {path}: {reason}")                 \
     X(path_not_put_back, LEVEL_ERROR, "Failed to put {path} back from {other}: {reason}")          \

@@ -24,6 +24,7 @@
 #include "support/log.h"
 #include "transaction/change.h"
 #include "transaction/record.h"
+#include "transaction/space.h"
 #include "transaction/touched.h"
 
 std::string status_path(const vrm_handle *handle) {
@@ -325,7 +326,7 @@ static bool sync_systems(const change &change) {
 }
 
 int save_touched(change *change) {
-    if (!find_touched(change)) {
+    if (!find_touched(change) || !has_space(*change)) {
         return -1;
     }
     if (!the_journal->append(entry_of(*change))) {

@@ -127,10 +127,13 @@ static bool place_file(const change &change, const char *fork, const char *path,
     return true;
 }
 
+// A last script may look for the files in the stage directory.
+bool data_may_move(const change &change) {
+    return !fork_has(change.forks.init, (std::string("/") + change.by->last.file).c_str());
+}
+
 static bool place_data(const change &change) {
-    // A last script may look for the files in the stage directory.
-    const bool may_move =
-        !fork_has(change.forks.init, (std::string("/") + change.by->last.file).c_str());
+    const bool may_move = data_may_move(change);
     int number = 0;
     for (char **path = change.written.get(); path && *path; path++, number++) {
         if (change.by->added.numbers_data && log_wants(LEVEL_DEBUG)) {

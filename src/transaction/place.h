@@ -13,6 +13,9 @@ int make_backup_directory(change *change);
 // lists, with a backup of each.
 int take_files_away(change *change);
 
+// Whether the unpacked data files may go to their places themselves, and not as copies.
+bool data_may_move(const change &change);
+
 // Places data and configuration, with a backup of each file that is replaced, and then makes the
 // links and sets the permissions, whose results nobody but a DEBUG line has a look at.
 int place_files(change *change);

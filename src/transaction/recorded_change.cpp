@@ -85,8 +85,6 @@ touched_paths touched_of(const recorded_change &change, const std::string &tempo
     return touched;
 }
 
-const char *noun_of(const recorded_change &change) {
-    return change.operation == "update"   ? "upgrade"
-           : change.operation == "remove" ? "removal"
-                                          : "installation";
+const char *noun_of(std::string_view operation) {
+    return operation == "update" ? "upgrade" : operation == "remove" ? "removal" : "installation";
 }

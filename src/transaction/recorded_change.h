@@ -4,6 +4,7 @@
 #include <charconv>
 #include <ctime>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "transaction/record.h"
@@ -40,5 +41,5 @@ recorded_command command_of(const read_record &record);
 // What a package's change touches. It must have recorded that.
 touched_paths touched_of(const recorded_change &change, const std::string &temporary);
 
-// The operation of a change for people.
-const char *noun_of(const recorded_change &change);
+// An operation for people.
+const char *noun_of(std::string_view operation);

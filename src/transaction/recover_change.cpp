@@ -151,7 +151,8 @@ bool recovery::undo(const recorded_change &change) {
     const inventory_places places = inventory_places_of(handle_, change.name.c_str());
     if (change.touch) {
         const touched_paths touched = touched_of(change, command_.temporary);
-        if (!remove_new(touched) || !restore_kept(touched) || !restore_modes(touched)) {
+        if (!remove_new(touched) || !restore_kept(touched) ||
+            !restore_modes(touched)) {
             return false;
         }
         // A last script may have run it.
@@ -171,7 +172,9 @@ bool recovery::undo(const recorded_change &change) {
     for (const std::string &script : change.scripts) {
         report({.kind = event_kind::cut_off_script_ran, .package = change.puname, .other = script});
     }
-    report({.kind = event_kind::change_undone, .package = change.puname, .other = noun_of(change)});
+    report({.kind = event_kind::change_undone,
+            .package = change.puname,
+            .other = noun_of(change.operation)});
     count_++;
     return true;
 }
@@ -336,7 +339,7 @@ bool recovery::run() {
             }
             report({.kind = event_kind::change_finished,
                     .package = change.puname,
-                    .other = noun_of(change)});
+                    .other = noun_of(change.operation)});
             count_++;
         }
     }
@@ -457,7 +460,7 @@ int vrm_show_recovery(vrm_handle *handle) {
                 report({.kind = change.commit ? event_kind::change_to_finish
                                               : event_kind::change_to_undo,
                         .package = change.puname,
-                        .other = noun_of(change)});
+                        .other = noun_of(change.operation)});
                 count++;
             }
         }
@@ -503,7 +506,7 @@ int vrm_cut_off_change(vrm_handle *handle, char **what) {
         if (!note || still_runs(*note) || vrm_lock_holder(handle) > 0 || handle->locked) {
             return 0;
         }
-        *what = strdup((note->command + " of " + note->package).c_str());
+        *what = strdup((std::string(noun_of(note->command)) + " of " + note->package).c_str());
         return *what ? 1 : 0;
     });
 }

@@ -27,5 +27,5 @@ int vrm_show_recovery(vrm_handle *handle);
 int vrm_abandon_change(vrm_handle *handle);
 
 // What everybody may know of a change that was cut off: 1, and a new heap string with the operation
-// and the package, such as "update of foo_any_1.0"; 0 and null when there is none or it runs.
+// and the package, such as "upgrade of foo_any_2.0"; 0 and null when there is none or it runs.
 int vrm_cut_off_change(vrm_handle *handle, char **what);

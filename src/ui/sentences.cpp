@@ -405,6 +405,9 @@ constexpr row rows[] = {
      "cannot record the change in {path}: {reason}; nothing of it is done"},
     {event_kind::foreign_record, sentence_sort::reason,
      "a change was cut off, and {path} records it: run pvrm recover"},
+    {event_kind::space_lacking, sentence_sort::reason,
+     "not enough space on {path}: {other} are needed, {found} are free; make room, or use "
+     "--ignore-space to try it all the same"},
     {event_kind::path_not_saved, sentence_sort::reason,
      "cannot save {path} before the change: {reason}; nothing of it is done"},
     {event_kind::not_entered, sentence_sort::reason,

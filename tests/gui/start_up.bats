@@ -7,7 +7,7 @@ load picture
 setup_file() {
     cp /etc/vrm.conf /etc/vrm.conf.whole
     cp /usr/sbin/pvrm /usr/sbin/pvrm.whole
-    use_text_backend
+    begin_tests catalogue
     cp /etc/vrm.conf /etc/vrm.conf.text
 }
 
@@ -142,4 +142,20 @@ configure() { # LINE, in place of the one of its key
     wait_for_window
     assert_log_has INFO "executing </usr/sbin/pvrm allowed>"
     ! grep -q '\[DEBUG\]' fltk-vrm.log || false
+}
+
+@test "a change that was cut off is reported before the window" {
+    # shellcheck disable=SC2016
+    file=$(package cut 'init/99-add.sh=kill -9 $(cat /var/lib/vrm/lock)')
+    pvrm install "$file" || true
+    start_window
+    wait_for_dialog
+    assert_err_has "The installation of cut_any_1.0 was cut off."
+    xdotool key Return
+    wait_for_window
+    end_window
+    pvrm recover
+    start_window
+    wait_for_window
+    ! grep -q 'cut off' err || false
 }

@@ -265,6 +265,12 @@ interrupt_script() { # SCRIPT
     run pvrm recover --dry-run
     assert_status 0
     assert_line 'pvrm: warning: the upgrade of foo_any_2.0 was cut off; the next change, or pvrm recover, brings everything back as it was before it'
+    local user
+    for user in '' as_nobody; do
+        run $user pvrm list
+        assert_status 0
+        assert_line 'pvrm: warning: the upgrade of foo_any_2.0 was cut off; the next change, or pvrm recover, repairs that'
+    done
     run pvrm recover
     assert_status 0
     assert_line 'pvrm: warning: the upgrade of foo_any_2.0 was cut off: everything is as it was before it'
@@ -272,6 +278,8 @@ interrupt_script() { # SCRIPT
     assert_equal "$(find "$repository"/{change,stagearea} -mindepth 1 ! -name '*.vrk')" ''
     run pvrm recover
     assert_equal "$output" 'pvrm: no change was cut off'
+    run pvrm list
+    refute_output_has 'cut off'
 }
 
 # Kills an upgrade of foo at a rename of its swap: 1 and 2 are of the entry, 3 and 4 of the index.
