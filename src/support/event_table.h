@@ -347,6 +347,9 @@
       "{who}: Failed to record the change in {path}: {reason}")                                    \
     X(foreign_record, LEVEL_ERROR,                                                                 \
       "{who}: {path} is the record of a change that was cut off, not going on")                    \
+    X(directory_holds_others, LEVEL_ERROR,                                                         \
+      "{who}: {package} replaces the directory {path}, which holds {other}")                        \
+    X(old_kind_not_removed, LEVEL_ERROR, "{who}: Failed to remove {path}: {reason}")               \
     X(space_lacking, LEVEL_ERROR, "{who}: {path} has {found} free, {other} are needed")             \
     X(path_not_saved, LEVEL_ERROR, "{who}: Failed to save {path} before the change: {reason}")     \
     X(not_entered, LEVEL_WARNING, "Failed to enter {package} as {path}: {reason}")                 \

@@ -10,7 +10,7 @@
 //   fetch        the package files come into the stage area
 //   unpack       one is unpacked and proven
 //   scripts      00-add.sh or 00-del.sh
-//   conflicts    what is in the way is settled (with link_conflicts), and kept
+//   conflicts    what is in the way is settled (with link_conflicts and changed_kinds), and kept
 //   journal      what will be touched is recorded and saved (with record and touched)
 //   place        the old files go, the new ones come (with exchange)
 //   scripts      99-add.sh or 99-del.sh
@@ -32,6 +32,7 @@
 
 #include "support/boundary.h"
 #include "support/event.h"
+#include "transaction/changed_kinds.h"
 #include "transaction/exchange.h"
 #include "transaction/link_conflicts.h"
 #include "transaction/register.h"
@@ -103,6 +104,7 @@ struct change {
     own_array taken = {};        // of an update: the data files that the new version lacks
     own_array written = {};      // the data files that are really written; null without data
     settled_links links = {};    // of the new side
+    changed_kinds kinds = {};    // of an update
     std::unordered_set<std::string> shared_links = {};  // of a removal
     rollback_notes notes = {};
     bool recorded = false;                           // whether the journal knows of it

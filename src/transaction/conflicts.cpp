@@ -299,7 +299,7 @@ static int settle_files(change *change) {
 }
 
 int settle_conflicts(change *change) {
-    if (!settle_links(*change, &change->links)) {
+    if (!find_changed_kinds(change) || !settle_links(*change, &change->links)) {
         return -1;
     }
     if (const int rc = settle_files(change)) {

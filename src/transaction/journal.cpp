@@ -297,6 +297,9 @@ static record_entry entry_of(const change &change) {
     for (const std::string &path : change.touched.absent) {
         entry.add("absent", path);
     }
+    for (const std::string &path : change.touched.gone_links) {
+        entry.add("gone", path);
+    }
     for (const auto &[mode, path] : change.touched.modes) {
         char octal[16];
         snprintf(octal, sizeof octal, "%o ", mode);

@@ -12,16 +12,13 @@
 #include <unordered_map>
 
 #include "package/fileops_lists.h"
+#include "repository/left_links.h"
 #include "repository/owner_lookup.h"
 #include "support/event.h"
 #include "support/file.h"
 #include "transaction/change.h"
 
 namespace {
-
-// Links by place, sorted, so that of two conflicts always the same is reported. Of a place that a
-// list has twice the last line counts, as it does on the disk.
-using target_by_place = std::map<std::string, std::string>;
 
 struct listed_link {
     std::string package, target;
@@ -33,7 +30,8 @@ bool cannot_read(const char *who, const std::string &path) {
     return false;
 }
 
-bool read_targets(const std::string &list, link_resolver *resolver, target_by_place *targets) {
+// Of a place that a list has twice the last line counts, as it does on the disk.
+bool read_targets(const std::string &list, link_resolver *resolver, link_targets *targets) {
     std::vector<link_entry> entries;
     if (!read_link_list(list, &entries)) {
         return false;
@@ -74,7 +72,7 @@ bool other_packages(const std::string &installed, const char *own_name,
 }
 
 // Which of the links of `own` other packages list. Reads the list of each package once.
-bool read_links_of_others(const change &change, const target_by_place &own, link_resolver *resolver,
+bool read_links_of_others(const change &change, const link_targets &own, link_resolver *resolver,
                           links_of_others *others) {
     const char *who = change.by->who;
     const std::string installed = dir_of(change.handle, "installed");
@@ -85,7 +83,7 @@ bool read_links_of_others(const change &change, const target_by_place &own, link
     for (const std::string &name : names) {
         std::string list = installed;
         list.append("/").append(name).append("/link.txt");
-        target_by_place targets;
+        link_targets targets;
         if (!has_list(list)) {
             continue;
         }
@@ -138,7 +136,7 @@ void leave_own_files(const own_array &data, link_resolver *resolver,
 }
 
 // Sorts out whose the files and links in the places of links are.
-bool settle_owners(const change &change, const target_by_place &own,
+bool settle_owners(const change &change, const link_targets &own,
                    const std::map<std::string, mode_t> &in_the_way, settled_links *links) {
     std::unordered_set<std::string> places;
     for (const auto &[place, kind] : in_the_way) {
@@ -166,23 +164,56 @@ bool settle_owners(const change &change, const target_by_place &own,
 
 }  // namespace
 
+bool read_new_links(const change &change, link_resolver *resolver, link_targets *links) {
+    const std::string list = change.stage.fresh + "/info/link.txt";
+    return !fork_has(change.forks.info, "/link.txt") || read_targets(list, resolver, links) ||
+           cannot_read(change.by->who, list);
+}
+
+// Those that the old side lists.
+static bool read_old_links(const change &change, link_resolver *resolver, link_targets *links) {
+    if (!change.old_package) {
+        return true;
+    }
+    const std::string list =
+        dir_of(change.handle, "installed") + "/" + change.old_package->name + "/link.txt";
+    return !has_list(list) || read_targets(list, resolver, links) ||
+           cannot_read(change.by->who, list);
+}
+
+bool read_links_in_place(const change &change, link_resolver *resolver, link_targets *links) {
+    if (!read_old_links(change, resolver, links)) {
+        return false;
+    }
+    std::erase_if(*links, [](const auto &link) { return !is_in_place({link.first, link.second}); });
+    return true;
+}
+
+bool no_other_lists(const change &change, const link_targets &links, link_resolver *resolver) {
+    links_of_others others;
+    if (!read_links_of_others(change, links, resolver, &others)) {
+        return false;
+    }
+    for (const auto &[place, target] : links) {
+        if (const auto listed = others.find(place); listed != others.end()) {
+            report({.kind = event_kind::update_file_owned_by_another,
+                    .package = listed->second.front().package,
+                    .path = place});
+            return false;
+        }
+    }
+    return true;
+}
+
 bool settle_links(const change &change, settled_links *links) {
     const char *who = change.by->who;
     if (!fork_has(change.forks.info, "/link.txt")) {
         return true;
     }
     link_resolver resolver;
-    target_by_place own, before;
-    const std::string list = change.stage.fresh + "/info/link.txt";
-    if (!read_targets(list, &resolver, &own)) {
-        return cannot_read(who, list);
-    }
-    if (change.old_package) {
-        const std::string old_list =
-            dir_of(change.handle, "installed") + "/" + change.old_package->name + "/link.txt";
-        if (has_list(old_list) && !read_targets(old_list, &resolver, &before)) {
-            return cannot_read(who, old_list);
-        }
+    link_targets own, before;
+    if (!read_new_links(change, &resolver, &own) || !read_old_links(change, &resolver, &before)) {
+        return false;
     }
     links_of_others others;
     if (!read_links_of_others(change, own, &resolver, &others)) {
@@ -227,7 +258,7 @@ bool find_shared_links(const change &change, std::unordered_set<std::string> *sh
         return true;
     }
     link_resolver resolver;
-    target_by_place own;
+    link_targets own;
     if (!read_targets(list, &resolver, &own)) {
         return cannot_read(who, list);
     }

@@ -4,11 +4,16 @@
 // link is known by where it lies, however a list spells the directory.
 #pragma once
 
+#include <map>
 #include <string>
 #include <unordered_set>
 #include <vector>
 
 struct change;
+class link_resolver;
+
+// The targets of links by where they lie.
+using link_targets = std::map<std::string, std::string>;
 
 // What the links of a package may replace.
 struct settled_links {
@@ -23,6 +28,17 @@ struct settled_links {
 // The links of what is replaced are the package's own.
 // Result: false, with an ERROR line, for a conflict and when a list can't be read.
 bool settle_links(const change &change, settled_links *links);
+
+// For an update: the links of the old version that are on the disk as it lists them.
+// Result: false, with an ERROR line, when the list can't be read.
+bool read_links_in_place(const change &change, link_resolver *resolver, link_targets *links);
+
+// The links that the new side lists. Result as above.
+bool read_new_links(const change &change, link_resolver *resolver, link_targets *links);
+
+// Whether no other package lists one of these links. Result: false, with an ERROR line, when one
+// does, and when a list can't be read.
+bool no_other_lists(const change &change, const link_targets &links, link_resolver *resolver);
 
 // Removes the files that are in the way of links, and applies the link list. Result: as of
 // vrm_vrf_links.

@@ -84,7 +84,7 @@ int take_files_away(change *change) {
             return -1;
         }
     }
-    return 0;
+    return take_changed_kinds_away(*change);
 }
 
 int take_links_away(change *change) {

@@ -76,6 +76,8 @@ touched_paths touched_of(const recorded_change &change, const std::string &tempo
             }
         } else if (name == "absent") {
             touched.absent.push_back(value);
+        } else if (name == "gone") {
+            touched.gone_links.push_back(value);
         } else if (name == "mode") {
             const size_t blank = value.find(' ');
             touched.modes.emplace_back(leading_number<mode_t>(value.substr(0, blank), 8),

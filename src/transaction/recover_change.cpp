@@ -13,6 +13,7 @@
 #include <ctime>
 #include <optional>
 #include <set>
+#include <unordered_set>
 
 #include "package/fileops.h"
 #include "repository/action_log.h"
@@ -103,7 +104,12 @@ class recovery {
 bool recovery::remove_new(const touched_paths &touched) {
     std::vector<std::string> directories;
     std::set<std::string> around;
+    const std::unordered_set<std::string> gone(touched.gone_links.begin(),
+                                               touched.gone_links.end());
     for (const std::string &path : touched.absent) {
+        if (leads_through_link(gone, path)) {
+            continue;
+        }
         systems_.add_directory_of(path);
         around.insert(path.substr(0, path.rfind('/')));
         if (is_gone(unlink(path.c_str()))) {
@@ -151,7 +157,8 @@ bool recovery::undo(const recorded_change &change) {
     const inventory_places places = inventory_places_of(handle_, change.name.c_str());
     if (change.touch) {
         const touched_paths touched = touched_of(change, command_.temporary);
-        if (!remove_new(touched) || !restore_kept(touched) ||
+        // First what paths lead through.
+        if (!restore_ways(touched) || !remove_new(touched) || !restore_kept(touched) ||
             !restore_modes(touched)) {
             return false;
         }

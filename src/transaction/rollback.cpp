@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
 #include "package/copy_file.h"
 #include "support/event.h"
@@ -77,9 +78,24 @@ void note_absent_places(change *change) {
     }
 }
 
+// What is found through a link that was to go, and did not, is not the package's to remove.
+static std::vector<char *> paths_to_remove(const change &change) {
+    std::vector<char *> paths;
+    for (char *const *path = change.written.get(); path && *path; path++) {
+        if (!leads_through_link(change.kinds.links, *path)) {
+            paths.push_back(*path);
+        }
+    }
+    paths.push_back(nullptr);
+    return paths;
+}
+
 bool roll_back(const change &change) {
-    const bool is_restored =
-        vrm_install_rollback(change.written.get(), change.stage.old.c_str()) == 0;
+    const std::vector<char *> written = paths_to_remove(change);
+    // What was reached through them is removed by the paths that lead there. In the place of a link
+    // that went there may be a file that is removed first.
+    restore_ways(change.touched, change.kinds.links);
+    const bool is_restored = vrm_install_rollback(written.data(), change.stage.old.c_str()) == 0;
     const bool is_whole = repair(change);
     if (is_whole && !is_restored) {
         report({.kind = event_kind::old_version_in_place, .package = change.stage.puname});

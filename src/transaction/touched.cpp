@@ -1,5 +1,6 @@
 #include "transaction/touched.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -77,9 +78,7 @@ class touched_finder {
             return errno == ENAMETOOLONG || errno == ELOOP;
         }
         if (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode)) {
-            touched_->kept.push_back({static_cast<int>(touched_->kept.size()), status.st_mode,
-                                      status.st_uid, status.st_gid, status.st_dev, status.st_ino,
-                                      path});
+            keep(path, status);
         }
         // A link that leads nowhere is written through.
         if (S_ISLNK(status.st_mode)) {
@@ -87,6 +86,33 @@ class touched_finder {
             return place == path || add(place);
         }
         return true;
+    }
+
+    // A directory or link that goes and is replaced by something of another kind. False with errno.
+    bool add_replaced(const std::string &path) {
+        struct stat status;
+        if (lstat(path.c_str(), &status) != 0) {
+            return false;
+        }
+        if (known_.insert(path).second) {
+            keep(path, status);
+        }
+        return true;
+    }
+
+    // A file below such a link, where nothing is yet.
+    void add_below_link(const std::string &path, const std::unordered_set<std::string> &links) {
+        std::vector<std::string> above;
+        for (std::string dir = directory_of(path); !links.contains(dir) && dir != "/";
+             dir = directory_of(dir)) {
+            if (known_.insert(dir).second) {
+                above.push_back(dir);
+            }
+        }
+        touched_->absent.insert(touched_->absent.end(), above.rbegin(), above.rend());
+        if (known_.insert(path).second) {
+            touched_->absent.push_back(path);
+        }
     }
 
     void add_mode(const std::string &path) {
@@ -97,6 +123,12 @@ class touched_finder {
     }
 
  private:
+    void keep(const std::string &path, const struct stat &status) {
+        touched_->kept.push_back({static_cast<int>(touched_->kept.size()), status.st_mode,
+                                  status.st_uid, status.st_gid, status.st_dev, status.st_ino,
+                                  path});
+    }
+
     void add_absent(const std::string &path) {
         std::vector<std::string> above;
         for (std::string dir = directory_of(path); dir != "/" && !present_.contains(dir);
@@ -183,6 +215,28 @@ static bool add_indexed(touched_finder *finder, const std::string &index, std::s
     return false;
 }
 
+// What makes way for something of another kind, ahead of what else is touched there.
+static bool add_changed_kinds(touched_finder *finder, change *change, std::string *failed) {
+    const changed_kinds &kinds = change->kinds;
+    for (const std::string &path : kinds.directories) {
+        if (!finder->add_replaced(path)) {
+            *failed = path;
+            return false;
+        }
+    }
+    for (const std::string &path : kinds.links) {
+        if (!finder->add_replaced(path)) {
+            *failed = path;
+            return false;
+        }
+    }
+    change->touched.gone_links.assign(kinds.links.begin(), kinds.links.end());
+    for (const std::string &path : kinds.below_links) {
+        finder->add_below_link(path, kinds.links);
+    }
+    return true;
+}
+
 bool find_touched(change *change) {
     touched_paths &touched = change->touched;
     touched.keep = change->stage.base + "/keep";
@@ -191,7 +245,8 @@ bool find_touched(change *change) {
     std::string failed;
     const bool found =
         change->new_package
-            ? add_all(&finder, change->taken.get(), &failed) &&
+            ? add_changed_kinds(&finder, change, &failed) &&
+                  add_all(&finder, change->taken.get(), &failed) &&
                   add_all(&finder, change->written.get(), &failed) &&
                   add_all(&finder, change->forks.conf.get(), &failed) &&
                   (!fork_has(change->forks.info, "/link.txt") ||
@@ -242,6 +297,9 @@ bool save_kept(const change &change) {
     const own_fd keep(open(touched.keep.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     for (const kept_path &kept : touched.kept) {
         const std::string name = std::to_string(kept.number);
+        if (S_ISDIR(kept.mode)) {
+            continue;
+        }
         if (linkat(AT_FDCWD, kept.path.c_str(), keep.get(), name.c_str(), 0) == 0) {
             continue;
         }
@@ -251,6 +309,63 @@ bool save_kept(const change &change) {
         }
     }
     return true;
+}
+
+bool leads_through_link(const std::unordered_set<std::string> &links, const std::string &path) {
+    if (links.empty()) {
+        return false;
+    }
+    for (std::string above = directory_of(path); above != "/"; above = directory_of(above)) {
+        struct stat status;
+        if (links.contains(above) && lstat(above.c_str(), &status) == 0 &&
+            S_ISLNK(status.st_mode)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool set_directory_aside(const touched_paths &touched, const std::string &path) {
+    const auto kept =
+        std::find_if(touched.kept.begin(), touched.kept.end(),
+                     [&path](const kept_path &candidate) { return candidate.path == path; });
+    if (kept == touched.kept.end()) {
+        errno = ENOENT;
+        return false;
+    }
+    return rename(path.c_str(), saved_name(touched.keep, kept->number).c_str()) == 0 ||
+           rmdir(path.c_str()) == 0;
+}
+
+// Removes a directory in which there are only directories. False with errno.
+static bool remove_empty_tree(const std::string &path) {
+    const own_dir dir(opendir(path.c_str()));
+    while (const dirent *entry = dir ? readdir(dir.get()) : nullptr) {
+        const std::string name = entry->d_name, below = path + "/" + name;
+        struct stat status;
+        if (name != "." && name != ".." && lstat(below.c_str(), &status) == 0 &&
+            S_ISDIR(status.st_mode)) {
+            remove_empty_tree(below);
+        }
+    }
+    return rmdir(path.c_str()) == 0;
+}
+
+static bool restore_directory(const kept_path &kept, const std::string &saved) {
+    struct stat is;
+    const bool present = lstat(kept.path.c_str(), &is) == 0;
+    if (present && !S_ISDIR(is.st_mode) && unlink(kept.path.c_str()) != 0) {
+        return false;
+    }
+    if ((!present || !S_ISDIR(is.st_mode)) &&
+        (rename(saved.c_str(), kept.path.c_str()) == 0 || mkdir(kept.path.c_str(), 0700) != 0)) {
+        return path_exists(kept.path);
+    }
+    return lstat(kept.path.c_str(), &is) == 0 &&
+           ((is.st_uid == kept.owner && is.st_gid == kept.group) ||
+            chown(kept.path.c_str(), kept.owner, kept.group) == 0) &&
+           ((is.st_mode & 07777) == (kept.mode & 07777) ||
+            chmod(kept.path.c_str(), kept.mode & 07777) == 0);
 }
 
 // Puts a saved file in its place, also from another file system. False with errno.
@@ -265,6 +380,10 @@ static bool put_back(const std::string &saved, const touched_paths &touched,
         if (rename(saved.c_str(), path.c_str()) == 0) {
             return true;
         }
+    }
+    // Directories that came for the files of the new version.
+    if (errno == EISDIR && remove_empty_tree(path) && rename(saved.c_str(), path.c_str()) == 0) {
+        return true;
     }
     if (errno != EXDEV && errno != EBUSY) {
         return false;
@@ -285,25 +404,44 @@ static bool put_back(const std::string &saved, const touched_paths &touched,
     return false;
 }
 
-bool restore_kept(const touched_paths &touched) {
+static bool not_put_back(const kept_path &kept, const std::string &saved) {
+    report(
+        {.kind = event_kind::path_not_put_back, .path = kept.path, .other = saved, .error = errno});
+    return false;
+}
+
+static bool restore_file(const touched_paths &touched, const kept_path &kept) {
+    const std::string saved = saved_name(touched.keep, kept.number);
+    struct stat was, is;
+    if (lstat(saved.c_str(), &was) != 0 && errno == ENOENT) {
+        return true;  // back in its place, or never changed
+    }
+    const bool present = lstat(kept.path.c_str(), &is) == 0;
+    // The file itself, and what a copy was made of and was not replaced.
+    const bool same = present && ((is.st_dev == was.st_dev && is.st_ino == was.st_ino) ||
+                                  (is.st_dev == kept.device && is.st_ino == kept.inode));
+    return same || put_back(saved, touched, kept.path) || not_put_back(kept, saved);
+}
+
+bool restore_ways(const touched_paths &touched, const std::unordered_set<std::string> &later) {
     bool all = true;
     for (const kept_path &kept : touched.kept) {
-        const std::string saved = saved_name(touched.keep, kept.number);
-        struct stat was, is;
-        if (lstat(saved.c_str(), &was) != 0 && errno == ENOENT) {
-            continue;  // back in its place, or never changed
+        struct stat is;
+        if (S_ISDIR(kept.mode)) {
+            const std::string saved = saved_name(touched.keep, kept.number);
+            all = (restore_directory(kept, saved) || not_put_back(kept, saved)) && all;
+        } else if (S_ISLNK(kept.mode) && !later.contains(kept.path) &&
+                   (lstat(kept.path.c_str(), &is) != 0 || !S_ISDIR(is.st_mode))) {
+            all = restore_file(touched, kept) && all;
         }
-        const bool present = lstat(kept.path.c_str(), &is) == 0;
-        // The file itself, and what a copy was made of and was not replaced.
-        const bool same = present && ((is.st_dev == was.st_dev && is.st_ino == was.st_ino) ||
-                                      (is.st_dev == kept.device && is.st_ino == kept.inode));
-        if (!same && !put_back(saved, touched, kept.path)) {
-            report({.kind = event_kind::path_not_put_back,
-                    .path = kept.path,
-                    .other = saved,
-                    .error = errno});
-            all = false;
-        }
+    }
+    return all;
+}
+
+bool restore_kept(const touched_paths &touched) {
+    bool all = restore_ways(touched);
+    for (const kept_path &kept : touched.kept) {
+        all = (S_ISDIR(kept.mode) || restore_file(touched, kept)) && all;
     }
     return all;
 }

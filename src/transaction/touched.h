@@ -27,11 +27,13 @@ struct kept_path {
     std::string text() const;
 };
 
-// All that a change of a package touches.
+// All that a change of a package touches. Of directories only those that go are kept, ahead of what
+// is in them; they are saved by moving them once they are empty.
 struct touched_paths {
     std::string keep;  // the directory with what is saved
     std::vector<kept_path> kept;
-    std::vector<std::string> absent;  // directories ahead of what is in them
+    std::vector<std::string> absent;      // directories ahead of what is in them
+    std::vector<std::string> gone_links;  // links that directories take the place of
     std::vector<std::pair<mode_t, std::string>> modes;
     std::string temporary;  // the name of files beside their place
 };
@@ -40,6 +42,9 @@ struct touched_paths {
 // what is saved. Needs no new file where the saved one lies on the same file system. Result:
 // whether all of it is back; of each that is not an ERROR line.
 bool restore_kept(const touched_paths &touched);
+// The directories and links among them, as far as no directory is in the place of a link. To be
+// done before anything below them is looked at. `later` are links that are left as they are.
+bool restore_ways(const touched_paths &touched, const std::unordered_set<std::string> &later = {});
 // And the modes.
 bool restore_modes(const touched_paths &touched);
 
@@ -71,6 +76,12 @@ const std::string &temporary_name();
 // Finds out what a change will touch, once its files and links are settled, and what is there.
 // Result: false, with an ERROR line, when that can't be known.
 bool find_touched(change *change);
+
+// Whether a path leads through one of some links, which is still a link.
+bool leads_through_link(const std::unordered_set<std::string> &links, const std::string &path);
+
+// Saves a directory that is kept, and takes it away by that. It must be empty. False with errno.
+bool set_directory_aside(const touched_paths &touched, const std::string &path);
 
 // Saves what is there: a second name in the directory `keep`, or a copy where that is refused.
 // Result: false, with an ERROR line, when something can't be saved.

@@ -405,6 +405,10 @@ constexpr row rows[] = {
      "cannot record the change in {path}: {reason}; nothing of it is done"},
     {event_kind::foreign_record, sentence_sort::reason,
      "a change was cut off, and {path} records it: run pvrm recover"},
+    {event_kind::directory_holds_others, sentence_sort::reason,
+     "{package} replaces the directory {path}, but {other} in it is not a file of the old version: "
+     "move it away and try again"},
+    {event_kind::old_kind_not_removed, sentence_sort::reason, "cannot remove {path}: {reason}"},
     {event_kind::space_lacking, sentence_sort::reason,
      "not enough space on {path}: {other} are needed, {found} are free; make room, or use "
      "--ignore-space to try it all the same"},
