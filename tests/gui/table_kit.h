@@ -8,8 +8,8 @@
 
 #include <vector>
 
-#include "gui/actions.h"
 #include "gui/drawing.h"
+#include "gui/model/tool_action.h"
 #include "gui/state.h"
 #include "support/array.h"
 
