@@ -195,10 +195,10 @@ struct model {
         }
     }
     std::set<std::string> going() const {
-        std::set<std::string> names;
-        std::copy_if(may_go.begin(), may_go.end(), std::inserter(names, names.end()),
+        std::set<std::string> gone_names;
+        std::copy_if(may_go.begin(), may_go.end(), std::inserter(gone_names, gone_names.end()),
                      [this](const std::string &name) { return goes(name); });
-        return names;
+        return gone_names;
     }
 };
 

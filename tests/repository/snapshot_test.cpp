@@ -318,7 +318,7 @@ TEST_P(SnapshotNotices, AndReadsThatAlone) {
 
     inventory_snapshot fresh(repo.handle());
     EXPECT_EQ(names_of(snapshot.packages()), names_of(fresh.packages()));
-    for (const std::string &name : {"a", "c", "half", "new"}) {
+    for (const char *const name : {"a", "c", "half", "new"}) {
         EXPECT_EQ(text_of(snapshot.find(name)), text_of(fresh.find(name))) << name;
         EXPECT_EQ(names_of(snapshot.dependents(name)), names_of(fresh.dependents(name))) << name;
     }

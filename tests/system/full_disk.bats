@@ -46,7 +46,7 @@ assert_works_now() {
 
 @test "no room to unpack" {
     mount -t tmpfs -o size=256k,mode=755 tmpfs "$repository/stagearea"
-    run pvrm install "$file"
+    run pvrm install --ignore-space "$file"
     umount "$repository/stagearea"
     assert_status 1
     assert_line "pvrm: the package can't be unpacked: Write failed: No space left on device"
@@ -57,7 +57,7 @@ assert_works_now() {
 
 @test "no room for the files" {
     mount -t tmpfs -o size=256k tmpfs /srv/target
-    run pvrm install "$file"
+    run pvrm install --ignore-space "$file"
     assert_status 1
     assert_output_has 'No space left on device'
     assert_line 'pvrm: foo was not installed'
@@ -70,7 +70,7 @@ assert_works_now() {
 install_with_full() { # DIRECTORY
     mount -t tmpfs -o size=4k tmpfs "$repository/$1"
     dd if=/dev/zero of="$repository/$1/filler" bs=4k count=1 2>/dev/null
-    run pvrm install "$file"
+    run pvrm install --ignore-space "$file"
     umount "$repository/$1"
     assert_status 1
 }
@@ -138,7 +138,7 @@ install_with_full() { # DIRECTORY
     # Whichever way the unpacked directory is read, something comes after c.
     newer=$(package foo version=2.0 data/srv/target/{a,b,d,e}=new \
         "data/srv/target/c=$(printf '%0400000d' 0)")
-    run pvrm upgrade "$newer"
+    run pvrm upgrade --ignore-space "$newer"
     assert_status 1
     assert_output_has 'No space left on device'
     assert_line 'pvrm: the upgrade to foo_any_2.0 failed, and what it had changed was rolled back'
