@@ -417,6 +417,22 @@ std::string link_resolver::place_of(const link_entry &entry) {
     return place_of(path_in(entry.directory, entry.name));
 }
 
+// A directory with a slash at its end.
+std::string link_resolver::resolve(const std::string &directory) const {
+    const auto normal = std::filesystem::path(directory).lexically_normal();
+    std::error_code failed = std::make_error_code(std::errc::invalid_argument);
+    std::filesystem::path resolved;
+    std::filesystem::path above = normal.has_filename() ? normal : normal.parent_path();
+    while (above.has_relative_path() && !directories_to_be_.contains(above.native())) {
+        above = above.parent_path();
+    }
+    if (!above.has_relative_path()) {
+        resolved = std::filesystem::weakly_canonical(directory, failed);
+    }
+    std::string text = (failed ? normal : resolved).string();
+    return text.ends_with('/') ? text : text + '/';
+}
+
 std::string link_resolver::place_of(const std::string &path) {
     const size_t slash = path.rfind('/');
     const std::string name = path.substr(slash + 1);
@@ -425,15 +441,7 @@ std::string link_resolver::place_of(const std::string &path) {
     }
     const auto [known, is_new] = directories_.try_emplace(path.substr(0, slash + 1));
     if (is_new) {
-        std::error_code failed;
-        auto resolved = std::filesystem::weakly_canonical(known->first, failed);
-        if (failed) {
-            resolved = std::filesystem::path(known->first).lexically_normal();
-        }
-        known->second = resolved.string();
-        if (!known->second.ends_with('/')) {
-            known->second += '/';
-        }
+        known->second = resolve(known->first);
     }
     return known->second + name;
 }

@@ -8,6 +8,7 @@
 #include <functional>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 struct link_entry {
@@ -48,11 +49,20 @@ int apply_link_list(const char *path, bool remove, bool create, const link_condi
 // Finds out which entries mean the same link, also when directories above them are links.
 class link_resolver {
  public:
+    link_resolver() = default;
+    // Links that are going to be directories: what is below them lies there, and not where they
+    // lead.
+    explicit link_resolver(const std::unordered_set<std::string> &directories_to_be)
+        : directories_to_be_(directories_to_be) {}
+
     // Where the link of an entry lies: its directory without links, as far as it is there, and the
     // last component of its name. Empty for a name that no link can have, as "a/" or "..".
     std::string place_of(const link_entry &entry);
     std::string place_of(const std::string &path);
 
  private:
+    std::string resolve(const std::string &directory) const;
+
     std::unordered_map<std::string, std::string> directories_;  // as spelled, without links
+    std::unordered_set<std::string> directories_to_be_;
 };

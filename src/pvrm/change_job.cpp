@@ -78,7 +78,7 @@ bool change_job::has_space() {
     for (const planned_change &planned : planned_) {
         plans.push_back(planned.transaction.get());
     }
-    return vrm_has_space(work_.repository(), plans.data(), plans.size()) == 1;
+    return has_space_for(&work_.installed(), plans);
 }
 
 bool change_job::ask() {

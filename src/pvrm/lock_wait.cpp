@@ -25,8 +25,8 @@ wait_result wait_while(const std::function<bool()> &goes_on, const wait_end &unt
 exit_status await_other_change(vrm_handle *handle, const wait_end &until) {
     pid_t holder = vrm_lock_holder(handle);
     if (holder > 0 && until.seconds() != 0) {
-        tell_step("waiting for process %d, which is changing the repository",
-                  static_cast<int>(holder));
+        tell_problem("waiting for process %d, which is changing the repository",
+                     static_cast<int>(holder));
     }
     const auto is_held = [&] {
         const pid_t now = vrm_lock_holder(handle);

@@ -67,18 +67,21 @@ void add_common_options(CLI::App &app, common_options &options, std::string &wai
     app.add_flag("-q,--quiet", options.quiet, "Tell no steps, only results and problems");
     app.add_flag("-v,--verbose", options.verbose, "Let the log take every detail");
     // A flag with a value of its own: the word after it is not taken for one.
-    app.add_flag("--wait{-1}", wait,
+    app.add_flag("--wait{forever}", wait,
                  "Wait until another change has ended, for so many seconds if given")
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     app.parse_complete_callback([&app, &wait, &options] {
         if (app.count("--wait") == 0) {
             return;
         }
-        const bool forever = wait == "-1";
+        if (wait == "forever") {
+            options.wait = -1;
+            return;
+        }
         const char *const end = wait.data() + wait.size();
         const auto result = std::from_chars(wait.data(), end, options.wait);
-        if (!forever && (result.ec != std::errc() || result.ptr != end || options.wait < 0 ||
-                         options.wait > longest_wait)) {
+        if (result.ec != std::errc() || result.ptr != end || options.wait < 0 ||
+            options.wait > longest_wait) {
             throw CLI::ValidationError("--wait", wait + " is not a number of seconds from 0 to " +
                                                      std::to_string(longest_wait));
         }

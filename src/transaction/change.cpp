@@ -11,6 +11,7 @@
 #include "transaction/interrupt.h"
 #include "transaction/journal.h"
 #include "transaction/place.h"
+#include "transaction/space.h"
 
 // ---- One package ----
 
@@ -90,6 +91,7 @@ constexpr stage stages[] = {
     // A package that can't be unpacked or proven leaves its stage directory for a look at it.
     {"unpack", sides::with_new, unpack, undo::nothing},
     {"old side", sides::with_old, read_old_side, undo::stage},
+    {"space", sides::with_new, look_at_space, undo::stage},
     {"first script", sides::any, run_first_script, undo::stage},
     {"conflicts", sides::with_new, settle_conflicts, undo::stage},
     {"backups", sides::old_alone, make_backup_directory, undo::nothing},

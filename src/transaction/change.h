@@ -9,6 +9,7 @@
 //   stage_area   where the work is done, and whose it is
 //   fetch        the package files come into the stage area
 //   unpack       one is unpacked and proven
+//   space        there must be room for it
 //   scripts      00-add.sh or 00-del.sh
 //   conflicts    what is in the way is settled (with link_conflicts and changed_kinds), and kept
 //   journal      what will be touched is recorded and saved (with record and touched)

@@ -12,7 +12,7 @@ struct change;
 struct changed_kinds {
     std::unordered_set<std::string> links;  // of the old version, that go
     std::vector<std::string> directories;   // of the old version, that go; outer ones first
-    std::vector<std::string> below_links;   // new data files, below links that go
+    std::vector<std::string> below_links;   // what the new version brings below links that go
 };
 
 // Finds them, once the old side is known. What they have in the way of new files is the old

@@ -283,7 +283,7 @@ int read_old_side(change *change) {
         report({.kind = event_kind::file_not_read, .path = change->places.index, .error = errno});
         return -1;
     }
-    return 0;
+    return find_changed_kinds(change) ? 0 : -1;
 }
 
 static int settle_files(change *change) {
@@ -299,7 +299,7 @@ static int settle_files(change *change) {
 }
 
 int settle_conflicts(change *change) {
-    if (!find_changed_kinds(change) || !settle_links(*change, &change->links)) {
+    if (!settle_links(*change, &change->links)) {
         return -1;
     }
     if (const int rc = settle_files(change)) {

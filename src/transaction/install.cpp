@@ -5,7 +5,6 @@
 #include "transaction/change.h"
 #include "transaction/fetch.h"
 #include "transaction/journal.h"
-#include "transaction/space.h"
 
 static constexpr char me[] = "vrm_exe_install";
 
@@ -78,7 +77,7 @@ static int install_all(const plan_run &run) {
 
 int vrm_exe_install(vrm_handle *handle, vrt **transaction, void *connection, int verbose,
                     int rmpkg) {
-    if (!may_carry_out(me, handle, *transaction) || !vrm_has_space(handle, transaction, 1)) {
+    if (!may_carry_out(me, handle, *transaction)) {
         return -1;
     }
     const journal_scope scope(handle);

@@ -329,7 +329,7 @@ static bool sync_systems(const change &change) {
 }
 
 int save_touched(change *change) {
-    if (!find_touched(change) || !has_space(*change)) {
+    if (!find_touched(change) || !has_space_to_save(*change)) {
         return -1;
     }
     if (!the_journal->append(entry_of(*change))) {

@@ -210,7 +210,7 @@ bool settle_links(const change &change, settled_links *links) {
     if (!fork_has(change.forks.info, "/link.txt")) {
         return true;
     }
-    link_resolver resolver;
+    link_resolver resolver(change.kinds.links);
     link_targets own, before;
     if (!read_new_links(change, &resolver, &own) || !read_old_links(change, &resolver, &before)) {
         return false;

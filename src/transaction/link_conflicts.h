@@ -24,7 +24,7 @@ struct settled_links {
 
 // Looks at the links of an unpacked package before anything is written. Another package that lists
 // one of them with another target, or that owns a file in the place of one, is a conflict. Without
-// a link list nothing is read. Of other kinds than files and links nothing is replaced.
+// a link list nothing is read. Of other kinds than files and links nothing is replaced here.
 // The links of what is replaced are the package's own.
 // Result: false, with an ERROR line, for a conflict and when a list can't be read.
 bool settle_links(const change &change, settled_links *links);

@@ -24,7 +24,7 @@
 //                                       <group> <device> <inode> <path>"; it is saved as
 //                                       <stage>/keep/<number>
 //            absent                     a path, or a directory above one, where nothing was
-//            gone                       a link that a directory takes the place of
+//            gone                       a link that something of another kind takes the place of
 //            mode                       "<octal> <path>", what a permission list changes
 //            libraries                  1: ldconfig has to run
 //   commit   libraries                  as above

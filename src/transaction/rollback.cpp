@@ -92,9 +92,8 @@ static std::vector<char *> paths_to_remove(const change &change) {
 
 bool roll_back(const change &change) {
     const std::vector<char *> written = paths_to_remove(change);
-    // What was reached through them is removed by the paths that lead there. In the place of a link
-    // that went there may be a file that is removed first.
-    restore_ways(change.touched, change.kinds.links);
+    // Ahead of the files in them.
+    restore_directories(change.touched);
     const bool is_restored = vrm_install_rollback(written.data(), change.stage.old.c_str()) == 0;
     const bool is_whole = repair(change);
     if (is_whole && !is_restored) {

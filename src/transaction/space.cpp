@@ -9,8 +9,6 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "repository/inventory.h"
-#include "support/boundary.h"
 #include "support/event.h"
 #include "support/file.h"
 #include "support/vdef.h"
@@ -119,40 +117,40 @@ struct known_sizes {
     uint64_t added = 0;    // by all of them to what is installed
 };
 
-void add_package(vrm_handle *handle, const vri *package, bool is_fetched, known_sizes *sizes) {
+void add_package(inventory_snapshot *installed, const vri *package, bool is_staged_first,
+                 known_sizes *sizes) {
     stage_paths paths;
     struct stat status;
-    if (is_fetched && stage_paths_of("vrm_has_space", handle, package, &paths)) {
+    if (is_staged_first && stage_paths_of("has_space_for", installed->handle(), package, &paths)) {
         const bool is_staged = stat(paths.file.c_str(), &status) == 0 &&
                                static_cast<uint64_t>(status.st_size) == package->filesize;
         sizes->fetched = sum_of(sizes->fetched, is_staged ? 0 : package->filesize);
     }
-    const own_vri old(vrm_vrl_own_info(handle, package->name));
+    const vri *const old = installed->find_own(package->name);
     const uint64_t replaced = old ? old->datasize : 0;
     sizes->largest = std::max<uint64_t>(sizes->largest, package->datasize);
     sizes->added = sum_of(sizes->added, package->datasize - std::min(package->datasize, replaced));
 }
 
-known_sizes sizes_of(vrm_handle *handle, const vrt *const *transactions, size_t count) {
+known_sizes sizes_of(inventory_snapshot *installed, const std::vector<const vrt *> &plans) {
     known_sizes sizes;
     std::unordered_set<std::string> seen;
-    const auto add = [&](const vri *package, bool is_fetched) {
+    const auto add = [&](const vri *package, bool is_staged_first) {
         if (package && seen.insert(package->name).second) {
-            add_package(handle, package, is_fetched, &sizes);
+            add_package(installed, package, is_staged_first, &sizes);
         }
     };
-    for (size_t i = 0; i < count; i++) {
-        const vrt &plan = *transactions[i];
-        if (plan.action == 'D') {
+    for (const vrt *plan : plans) {
+        if (plan->action == 'D') {
             continue;
         }
-        for (int32_t k = 0; plan.deps && k < plan.num_deps; k++) {
-            const vrd *dep = plan.deps[k];
+        for (int32_t i = 0; plan->deps && i < plan->num_deps; i++) {
+            const vrd *dep = plan->deps[i];
             if (dep->action == 'I' || dep->action == 'U') {
-                add(dep->info, dep->status == 'R');
+                add(dep->info, dep->status == 'R' || dep->status == 'L');
             }
         }
-        add(plan.info, true);
+        add(plan->info, true);
     }
     return sizes;
 }
@@ -168,7 +166,7 @@ uint64_t blocks_of(const std::string &path) {
 void add_placed(const change &change, const std::string &stage, needed_space *space) {
     const dev_t stage_device = space->device_of(stage);
     const bool may_move = data_may_move(change);
-    for (char **path = change.written.get(); path && *path; path++) {
+    for (char **path = change.forks.data.get(); path && *path; path++) {
         const std::string directory = directory_above(*path);
         if (!may_move || space->device_of(directory) != stage_device) {
             space->add(directory, blocks_of(stage + "/data" + *path));
@@ -198,7 +196,7 @@ void add_registration(const change &change, const std::string &stage, needed_spa
         space->add(inventory, blocks_of(stage + "/hash/" + list + ".txt"));
     }
     uint64_t index = 0;
-    for (char **path = change.written.get(); path && *path; path++) {
+    for (char **path = change.forks.data.get(); path && *path; path++) {
         index += std::char_traits<char>::length(*path) + 1;
     }
     space->add(indexes, index);
@@ -219,32 +217,35 @@ void add_saved(const change &change, needed_space *space) {
 
 }  // namespace
 
-int vrm_has_space(vrm_handle *handle, const vrt *const *transactions, size_t count) {
+bool has_space_for(inventory_snapshot *installed, const std::vector<const vrt *> &plans) {
     if (vrm_ignore_space) {
-        return 1;
+        return true;
     }
-    return guarded("vrm_has_space", 0, [&] {
-        const std::string area = dir_of(handle, "stagearea");
-        const known_sizes sizes = sizes_of(handle, transactions, count);
-        needed_space space;
-        const dev_t device = space.device_of(area);
-        const bool is_all_there =
-            space.device_of("/") == device && space.device_of("/usr") == device;
-        space.add(area, sum_of(sizes.fetched, is_all_there ? std::max(sizes.largest, sizes.added)
-                                                           : sizes.largest));
-        return space.is_there("vrm_has_space") ? 1 : 0;
-    });
+    const std::string area = dir_of(installed->handle(), "stagearea");
+    const known_sizes sizes = sizes_of(installed, plans);
+    needed_space space;
+    const dev_t device = space.device_of(area);
+    const bool is_all_there = space.device_of("/") == device && space.device_of("/usr") == device;
+    space.add(area, sum_of(sizes.fetched,
+                           is_all_there ? std::max(sizes.largest, sizes.added) : sizes.largest));
+    return space.is_there("has_space_for");
 }
 
-bool has_space(const change &change) {
+int look_at_space(change *change) {
+    if (vrm_ignore_space) {
+        return 0;
+    }
+    needed_space space;
+    add_placed(*change, change->stage.fresh, &space);
+    add_registration(*change, change->stage.fresh, &space);
+    return space.is_there(change->by->who) ? 0 : -1;
+}
+
+bool has_space_to_save(const change &change) {
     if (vrm_ignore_space) {
         return true;
     }
     needed_space space;
-    if (change.new_package) {
-        add_placed(change, change.stage.fresh, &space);
-        add_registration(change, change.stage.fresh, &space);
-    }
     add_saved(change, &space);
     return space.is_there(change.by->who);
 }

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 #include <unordered_set>
 
 #include "package/fileops.h"
@@ -162,13 +163,14 @@ static bool add_all(touched_finder *finder, char *const *paths, std::string *fai
     return true;
 }
 
-static bool add_links(touched_finder *finder, const std::string &list, std::string *failed) {
+static bool add_links(touched_finder *finder, const std::string &list,
+                      const std::unordered_set<std::string> &going, std::string *failed) {
     std::vector<link_entry> entries;
     *failed = list;
     if (path_exists(list) && !read_link_list(list, &entries)) {
         return false;
     }
-    link_resolver resolver;
+    link_resolver resolver(going);
     for (const link_entry &entry : entries) {
         const std::string place = resolver.place_of(entry);
         if (!place.empty() && !finder->add(place)) {
@@ -250,11 +252,13 @@ bool find_touched(change *change) {
                   add_all(&finder, change->written.get(), &failed) &&
                   add_all(&finder, change->forks.conf.get(), &failed) &&
                   (!fork_has(change->forks.info, "/link.txt") ||
-                   add_links(&finder, change->stage.fresh + "/info/link.txt", &failed)) &&
+                   add_links(&finder, change->stage.fresh + "/info/link.txt", change->kinds.links,
+                             &failed)) &&
                   (!fork_has(change->forks.info, "/perm.txt") ||
                    add_modes(&finder, change->stage.fresh + "/info/perm.txt", &failed))
             : add_indexed(&finder, change->places.index, &failed) &&
-                  add_links(&finder, change->places.entry + "/link.txt", &failed);
+                  add_links(&finder, change->places.entry + "/link.txt", change->kinds.links,
+                            &failed);
     if (!found && !failed.empty()) {
         report({.kind = event_kind::path_not_saved,
                 .who = change->by->who,
@@ -325,6 +329,16 @@ bool leads_through_link(const std::unordered_set<std::string> &links, const std:
     return false;
 }
 
+static bool is_empty(const std::string &path) {
+    const own_dir dir(opendir(path.c_str()));
+    errno = 0;
+    const dirent *entry = dir ? readdir(dir.get()) : nullptr;
+    while (entry && (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0)) {
+        entry = readdir(dir.get());
+    }
+    return dir && !entry && errno == 0;
+}
+
 bool set_directory_aside(const touched_paths &touched, const std::string &path) {
     const auto kept =
         std::find_if(touched.kept.begin(), touched.kept.end(),
@@ -333,8 +347,18 @@ bool set_directory_aside(const touched_paths &touched, const std::string &path) 
         errno = ENOENT;
         return false;
     }
-    return rename(path.c_str(), saved_name(touched.keep, kept->number).c_str()) == 0 ||
-           rmdir(path.c_str()) == 0;
+    const std::string saved = saved_name(touched.keep, kept->number);
+    if (rename(path.c_str(), saved.c_str()) != 0) {
+        return rmdir(path.c_str()) == 0;
+    }
+    if (is_empty(saved)) {
+        return true;
+    }
+    // Something came meanwhile.
+    if (rename(saved.c_str(), path.c_str()) == 0) {
+        errno = ENOTEMPTY;
+    }
+    return false;
 }
 
 // Removes a directory in which there are only directories. False with errno.
@@ -351,21 +375,35 @@ static bool remove_empty_tree(const std::string &path) {
     return rmdir(path.c_str()) == 0;
 }
 
+// Removes a directory in the place of something else, with what the change brought into it. False
+// with errno.
+static bool clear_place(const touched_paths &touched, const std::string &path) {
+    const std::string below = path + "/";
+    for (const std::string &absent : touched.absent) {
+        if (absent.starts_with(below)) {
+            unlink(absent.c_str());
+        }
+    }
+    return remove_empty_tree(path);
+}
+
+// False with errno.
 static bool restore_directory(const kept_path &kept, const std::string &saved) {
+    const char *const path = kept.path.c_str();
     struct stat is;
-    const bool present = lstat(kept.path.c_str(), &is) == 0;
-    if (present && !S_ISDIR(is.st_mode) && unlink(kept.path.c_str()) != 0) {
+    if (lstat(path, &is) == 0 && !S_ISDIR(is.st_mode) && unlink(path) != 0) {
         return false;
     }
-    if ((!present || !S_ISDIR(is.st_mode)) &&
-        (rename(saved.c_str(), kept.path.c_str()) == 0 || mkdir(kept.path.c_str(), 0700) != 0)) {
-        return path_exists(kept.path);
+    if (!path_exists(kept.path) && rename(saved.c_str(), path) != 0 && mkdir(path, 0700) != 0) {
+        return false;
     }
-    return lstat(kept.path.c_str(), &is) == 0 &&
-           ((is.st_uid == kept.owner && is.st_gid == kept.group) ||
-            chown(kept.path.c_str(), kept.owner, kept.group) == 0) &&
-           ((is.st_mode & 07777) == (kept.mode & 07777) ||
-            chmod(kept.path.c_str(), kept.mode & 07777) == 0);
+    if (lstat(path, &is) != 0) {
+        return false;
+    }
+    const bool is_same = is.st_uid == kept.owner && is.st_gid == kept.group &&
+                         (is.st_mode & 07777) == (kept.mode & 07777);
+    return is_same ||
+           (chown(path, kept.owner, kept.group) == 0 && chmod(path, kept.mode & 07777) == 0);
 }
 
 // Puts a saved file in its place, also from another file system. False with errno.
@@ -380,10 +418,6 @@ static bool put_back(const std::string &saved, const touched_paths &touched,
         if (rename(saved.c_str(), path.c_str()) == 0) {
             return true;
         }
-    }
-    // Directories that came for the files of the new version.
-    if (errno == EISDIR && remove_empty_tree(path) && rename(saved.c_str(), path.c_str()) == 0) {
-        return true;
     }
     if (errno != EXDEV && errno != EBUSY) {
         return false;
@@ -416,22 +450,35 @@ static bool restore_file(const touched_paths &touched, const kept_path &kept) {
     if (lstat(saved.c_str(), &was) != 0 && errno == ENOENT) {
         return true;  // back in its place, or never changed
     }
-    const bool present = lstat(kept.path.c_str(), &is) == 0;
+    bool present = lstat(kept.path.c_str(), &is) == 0;
+    if (present && S_ISDIR(is.st_mode)) {
+        if (!clear_place(touched, kept.path)) {
+            return not_put_back(kept, saved);
+        }
+        present = false;
+    }
     // The file itself, and what a copy was made of and was not replaced.
     const bool same = present && ((is.st_dev == was.st_dev && is.st_ino == was.st_ino) ||
                                   (is.st_dev == kept.device && is.st_ino == kept.inode));
     return same || put_back(saved, touched, kept.path) || not_put_back(kept, saved);
 }
 
-bool restore_ways(const touched_paths &touched, const std::unordered_set<std::string> &later) {
+bool restore_directories(const touched_paths &touched) {
     bool all = true;
     for (const kept_path &kept : touched.kept) {
-        struct stat is;
         if (S_ISDIR(kept.mode)) {
             const std::string saved = saved_name(touched.keep, kept.number);
             all = (restore_directory(kept, saved) || not_put_back(kept, saved)) && all;
-        } else if (S_ISLNK(kept.mode) && !later.contains(kept.path) &&
-                   (lstat(kept.path.c_str(), &is) != 0 || !S_ISDIR(is.st_mode))) {
+        }
+    }
+    return all;
+}
+
+bool restore_ways(const touched_paths &touched) {
+    bool all = restore_directories(touched);
+    for (const kept_path &kept : touched.kept) {
+        struct stat is;
+        if (S_ISLNK(kept.mode) && (lstat(kept.path.c_str(), &is) != 0 || !S_ISDIR(is.st_mode))) {
             all = restore_file(touched, kept) && all;
         }
     }

@@ -33,7 +33,7 @@ struct touched_paths {
     std::string keep;  // the directory with what is saved
     std::vector<kept_path> kept;
     std::vector<std::string> absent;      // directories ahead of what is in them
-    std::vector<std::string> gone_links;  // links that directories take the place of
+    std::vector<std::string> gone_links;  // links that something of another kind replaces
     std::vector<std::pair<mode_t, std::string>> modes;
     std::string temporary;  // the name of files beside their place
 };
@@ -43,8 +43,10 @@ struct touched_paths {
 // whether all of it is back; of each that is not an ERROR line.
 bool restore_kept(const touched_paths &touched);
 // The directories and links among them, as far as no directory is in the place of a link. To be
-// done before anything below them is looked at. `later` are links that are left as they are.
-bool restore_ways(const touched_paths &touched, const std::unordered_set<std::string> &later = {});
+// done before anything below them is looked at.
+bool restore_ways(const touched_paths &touched);
+// The directories alone.
+bool restore_directories(const touched_paths &touched);
 // And the modes.
 bool restore_modes(const touched_paths &touched);
 

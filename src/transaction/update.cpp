@@ -9,7 +9,6 @@
 #include "transaction/fetch.h"
 #include "transaction/install.h"
 #include "transaction/journal.h"
-#include "transaction/space.h"
 
 static constexpr char me[] = "vrm_exe_update";
 static constexpr int not_to_be_met = 99;
@@ -84,7 +83,7 @@ static int update_top(const plan_run &run) {
 
 int vrm_exe_update(vrm_handle *handle, vrt **transaction, void *connection, int verbose,
                    int rmpkg) {
-    if (!may_carry_out(me, handle, *transaction) || !vrm_has_space(handle, transaction, 1)) {
+    if (!may_carry_out(me, handle, *transaction)) {
         return -1;
     }
     const journal_scope scope(handle);

@@ -105,7 +105,6 @@ new_version() { # CASE [ARGUMENT]...
         run pvrm upgrade "$(new_version "$case" 'init/99-add.sh=exit 1')"
         assert_status 1
         assert_equal "$(version_of foo)" 1.0
-        # A new link stays where nothing was, and directories that were made stay.
         assert_equal "$(state)" "$before"
         [[ ! -d /srv/t/p || -L /srv/t/p ]] ||
             assert_equal "$(getfattr --only-values -n user.kind /srv/t/p 2>/dev/null)" kept
@@ -131,7 +130,7 @@ new_version() { # CASE [ARGUMENT]...
         install_old "$case"
         echo mine >/srv/t/p/deep/mine
         before=$(state)
-        run pvrm upgrade "$(new_version "$case" 'init/99-add.sh=touch /tmp/ran')"
+        run pvrm upgrade "$(new_version "$case" 'init/00-add.sh=touch /tmp/ran')"
         assert_status 1
         assert_line 'pvrm: foo_any_2.0 replaces the directory /srv/t/p, but /srv/t/p/deep/mine in it is not a file of the old version: move it away and try again'
         assert_equal "$(state)" "$before"
@@ -150,9 +149,92 @@ new_version() { # CASE [ARGUMENT]...
     assert_equal "$(state)" "$before"
 }
 
-@test "a link that was changed since is somebody's own, and asked about" {
+@test "a link that was changed since is not the package's, and what it leads to stays" {
     install_old link-to-file
     ln -sfn /srv/other /srv/t/p
     run pvrm upgrade "$(new_version link-to-file)"
     assert_equal "$(cat /srv/other/x)" theirs
+    assert_equal "$(find /srv/other | sort)" $'/srv/other\n/srv/other/x'
+}
+
+@test "a file over a link of the administrator: the link is back after a failure" {
+    pvrm install --quiet "$(package foo data/srv/t/a=old)"
+    mv /srv/t/a /srv/other/a
+    ln -s /srv/other/a /srv/t/a
+    before=$(state)
+    run pvrm upgrade "$(package foo version=2.0 data/srv/t/a=new 'init/99-add.sh=exit 1')"
+    assert_status 1
+    assert_equal "$(state)" "$before"
+    run pvrm install --yes "$(package bar data/srv/t/b=new data/srv/other/a=new 'init/99-add.sh=exit 1')"
+    assert_equal "$(readlink /srv/t/a)" /srv/other/a
+}
+
+# Two ways to be cut short: by a failure of the last script, and by a kill in it.
+cut_short() { # FAILURE|KILL ARGUMENT...
+    case $1 in
+    failure) run pvrm upgrade "$(package foo version=2.0 data/srv/t/keep=new "${@:2}" 'init/99-add.sh=exit 1')" ;;
+    kill)
+        # shellcheck disable=SC2016
+        run pvrm upgrade "$(package foo version=2.0 data/srv/t/keep=new "${@:2}" 'init/99-add.sh=kill -9 $(cat /var/lib/vrm/lock)')"
+        assert_status 137
+        run pvrm recover
+        assert_status 0
+        ;;
+    esac
+}
+
+@test "a directory for a link or a file, with configuration and links in it" {
+    local old way
+    for old in "$(link_to /srv/other p)" data/srv/t/p=old; do
+        for way in failure kill; do
+            echo "way $way of $old"
+            clean_repository
+            rm -rf /srv/t
+            echo theirs >/srv/other/c
+            echo theirs >/srv/other/l
+            pvrm install --quiet "$(package foo data/srv/t/keep=old "$old")"
+            before=$(state)
+            cut_short "$way" data/srv/t/p/x=new conf/srv/t/p/c=new 'info/link.txt=/srv/t/p|x|l'
+            assert_equal "$(state)" "$before"
+            run pvrm upgrade "$(package foo version=2.0 data/srv/t/keep=new data/srv/t/p/x=new \
+                conf/srv/t/p/c=new 'info/link.txt=/srv/t/p|x|l')"
+            assert_status 0
+            assert_equal "$(readlink /srv/t/p/l)" x
+            assert_equal "$(cat /srv/t/p/c)" new
+            assert_equal "$(cat /srv/other/c /srv/other/l /srv/other/x)" $'theirs\ntheirs\ntheirs'
+        done
+    done
+}
+
+@test "a directory that goes may hold links of the old version" {
+    local way
+    for way in failure kill; do
+        clean_repository
+        rm -rf /srv/t
+        pvrm install --quiet "$(package foo data/srv/t/keep=old data/srv/t/p/lib.1=old \
+            'info/link.txt=/srv/t/p|lib.1|lib')"
+        before=$(state)
+        cut_short "$way" "$(link_to /srv/other p)"
+        assert_equal "$(state)" "$before"
+        run pvrm upgrade "$(package foo version=2.0 data/srv/t/keep=new "$(link_to /srv/other p)")"
+        assert_status 0
+        assert_equal "$(readlink /srv/t/p)" /srv/other
+        assert_equal "$(ls /srv/other)" x
+    done
+}
+
+@test "a package that has a file below the place of its own link is upgraded as it was installed" {
+    pvrm install --quiet "$(package foo data/srv/t/p/x=old "$(link_to /srv/other p)")"
+    run pvrm upgrade "$(package foo version=2.0 data/srv/t/p/x=new "$(link_to /srv/other p)")"
+    assert_status 0
+    assert_equal "$(cat /srv/t/p/x)" new
+}
+
+@test "a directory of others in one that goes is named" {
+    pvrm install --quiet "$(package foo data/srv/t/p/x=old)"
+    mkdir /srv/t/p/mine
+    run pvrm upgrade "$(package foo version=2.0 data/srv/t/p=new 'init/00-add.sh=touch /tmp/ran')"
+    assert_status 1
+    assert_output_has 'but /srv/t/p/mine in it is not a file of the old version'
+    [[ -d /srv/t/p/mine && ! -e /tmp/ran ]]
 }

@@ -63,7 +63,7 @@ assert_lack() { # FILE-SYSTEM [TEXT-IN-FRONT]
 }
 
 @test "no room for the files: refused after unpacking, before a script or a file" {
-    file=$(package foo "$large" 'init/99-add.sh=touch /tmp/ran')
+    file=$(package foo "$large" 'init/00-add.sh=touch /tmp/ran')
     small_disk /srv/target
     run pvrm install "$file"
     assert_status 1

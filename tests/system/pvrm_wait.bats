@@ -75,7 +75,7 @@ second_says() { # TEXT
 }
 
 @test "a time that is none is a wrong usage" {
-    for value in -2 x 1.5 99999999999999999999 1s; do
+    for value in -1 -2 x 1.5 99999999999999999999 1s; do
         run pvrm "--wait=$value" install "$bar"
         assert_status 2
     done

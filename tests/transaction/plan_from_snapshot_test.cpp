@@ -100,7 +100,7 @@ class PlanFromSnapshot : public testing::TestWithParam<unsigned> {
 
     std::vector<std::string> some_names(int among) {
         std::vector<std::string> names;
-        for (unsigned left = random() % 3; left > 0; left--) {
+        for (auto left = random() % 3; left > 0; left--) {
             names.push_back(name_of(static_cast<int>(random() % static_cast<unsigned>(among))));
         }
         return names;
