@@ -12,6 +12,7 @@
 
 #include "package/vrs.h"
 #include "support/boundary.h"
+#include "support/digest.h"
 #include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
@@ -94,22 +95,37 @@ static bool list_directory(const std::string &path, std::vector<listed_entry> *e
     return whole;
 }
 
-static bool hash_file(const std::string &root, const std::string &relative, s_ekva ***hashes) {
-    const std::string path = root + "/" + relative;
+// Hashes the files of a tree, unless their digests are known by the path below `base`.
+struct tree_to_hash {
+    std::string root;
+    std::string base;
+    const file_digests *known;
+    s_ekva ***hashes;
+};
+
+static bool hash_file(const tree_to_hash &tree, const std::string &relative) {
     char hash[hash_length + 1];
+    if (tree.known) {
+        const auto found = tree.known->find(tree.base + relative);
+        if (found != tree.known->end()) {
+            sha1_format(found->second.data(), 'x', hash);
+            return add_hash(tree.hashes, hash, relative.c_str());
+        }
+    }
+    const std::string path = tree.root + "/" + relative;
     if (!vrs_sha1_file(path.c_str(), 'x', hash)) {
         report({.kind = event_kind::file_not_digested, .path = path});
         return false;
     }
-    return add_hash(hashes, hash, relative.c_str());
+    return add_hash(tree.hashes, hash, relative.c_str());
 }
 
-static bool hash_tree(const std::string &root, const std::string &relative, s_ekva ***hashes) {
-    const std::string path = root + relative;
+static bool hash_tree(const tree_to_hash &tree, const std::string &relative) {
+    const std::string path = tree.root + relative;
     struct stat st = {};
     if (lstat(path.c_str(), &st) != 0) {
         if (errno == ENOENT) {
-            log_debug("no directory %s under %s", relative.c_str(), root.c_str());
+            log_debug("no directory %s under %s", relative.c_str(), tree.root.c_str());
             return true;
         }
         report({.kind = event_kind::path_not_found, .path = path});
@@ -119,18 +135,18 @@ static bool hash_tree(const std::string &root, const std::string &relative, s_ek
     if (!S_ISDIR(st.st_mode) || !list_directory(path, &entries)) {
         return false;
     }
-    if (!*hashes) {
-        *hashes = ekva_new(first_capacity, record_mode);
+    if (!*tree.hashes) {
+        *tree.hashes = ekva_new(first_capacity, record_mode);
     }
     for (const listed_entry &entry : entries) {
         const std::string below = relative + "/" + entry.name;
         if (!entry.is_directory) {
-            if (!hash_file(root, below, hashes)) {
+            if (!hash_file(tree, below)) {
                 return false;
             }
             continue;
         }
-        if (!hash_tree(root, below, hashes)) {
+        if (!hash_tree(tree, below)) {
             log_debug("vrm_vrf_hash_files on %s got rc=-1\n", below.c_str());
             return false;
         }
@@ -146,6 +162,12 @@ int vrm_vrf_hash_files(const char *root, char **relative, s_ekva ***hashes) {
                 return -1;
             }
         }
-        return hash_tree(root, *relative, hashes) ? 0 : -1;
+        return hash_tree({root, "", nullptr, hashes}, *relative) ? 0 : -1;
+    });
+}
+
+int hash_fork(const char *root, const char *fork, const file_digests *known, s_ekva ***hashes) {
+    return guarded(-1, [&] {
+        return hash_tree({std::string(root) + "/" + fork, fork, known, hashes}, "") ? 0 : -1;
     });
 }

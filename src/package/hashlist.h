@@ -15,6 +15,7 @@
 // the same content are pairs with the same key.
 #pragma once
 
+#include "package/file_digests.h"
 #include "support/ekva.h"
 
 // Reads the list of a fork, "<dir>/hash/<fork>.txt", into a new record at `hashes`, freed with
@@ -31,3 +32,7 @@ int vrm_vrf_vrk_hashes(const char *dir, const char *fork, s_ekva ***hashes);
 // pipe or device is ever opened. Result: 0, also when the root doesn't exist; -1 on failure, with
 // the record filled as far as it came.
 int vrm_vrf_hash_files(const char *root, char **relative, s_ekva ***hashes);
+
+// The same for all of a fork of the package that is unpacked at `root`. A file whose digest is in
+// `known`, unless that is null, is not read again.
+int hash_fork(const char *root, const char *fork, const file_digests *known, s_ekva ***hashes);

@@ -15,6 +15,7 @@ using own_x509 = std::unique_ptr<X509, release_with<X509_free>>;
 using own_x509_name = std::unique_ptr<X509_NAME, release_with<X509_NAME_free>>;
 using own_pkey = std::unique_ptr<EVP_PKEY, release_with<EVP_PKEY_free>>;
 using own_pkey_ctx = std::unique_ptr<EVP_PKEY_CTX, release_with<EVP_PKEY_CTX_free>>;
+using own_md = std::unique_ptr<EVP_MD, release_with<EVP_MD_free>>;
 using own_md_ctx = std::unique_ptr<EVP_MD_CTX, release_with<EVP_MD_CTX_free>>;
 
 // Takes what OpenSSL queues during its life off the error queue again: our failures are told by

@@ -11,6 +11,7 @@
 // holds the description once more, see package/signed_record.h.
 #pragma once
 
+#include "package/file_digests.h"
 #include "package/vri.h"
 #include "support/handle.h"
 
@@ -42,3 +43,9 @@ int vrm_vrf_extract(vrm_handle *handle, const char *path, const char *target, in
 // that verified the payload, and its sig_status is 1. After a failure `*head` is null.
 int vrm_vrf_extract_with_head(vrm_handle *handle, const char *path, const char *target, int verify,
                               vri **head);
+
+// The same, and `digests`, unless null, receives the digests of the plain files that were written;
+// files that took another way are not among them. The files of the fork data then have the time of
+// their writing.
+int extract_and_digest(vrm_handle *handle, const char *path, const char *target, int verify,
+                       vri **head, file_digests *digests);

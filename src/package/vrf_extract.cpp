@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "package/head.h"
+#include "package/member_writer.h"
 #include "package/vrf.h"
 #include "support/boundary.h"
 #include "support/event.h"
@@ -106,10 +107,17 @@ static const char *error_of(archive *object) {
 
 // A member that fails does not stop those behind it. An archive that breaks off between two members
 // is not noticed: the hash lists of the package tell what is missing.
-static bool unpack_members(archive *reader, archive *writer) {
+static bool unpack_members(archive *reader, archive *writer, file_digests *digests) {
     bool good = true;
     archive_entry *entry = nullptr;
+    member_writer plain_files(digests);
     while (archive_read_next_header(reader, &entry) == ARCHIVE_OK) {
+        const auto outcome = plain_files.write(reader, entry);
+        if (outcome != member_writer::outcome::not_taken) {
+            good = good && outcome == member_writer::outcome::written;
+            continue;
+        }
+        plain_files.let_other_write(entry);
         if (archive_write_header(writer, entry) != ARCHIVE_OK) {
             report({.kind = event_kind::member_head_not_written, .other = error_of(writer)});
             good = false;
@@ -126,7 +134,7 @@ static bool unpack_members(archive *reader, archive *writer) {
 }
 
 // Unpacks the rest of the stream, which is the package file `path`, into the working directory.
-static bool unpack(FILE *stream, const char *path) {
+static bool unpack(FILE *stream, const char *path, file_digests *digests) {
     own_reader reader(archive_read_new());
     archive *writer = archive_write_disk_new();
     if (!reader || !writer) {
@@ -143,7 +151,7 @@ static bool unpack(FILE *stream, const char *path) {
         archive_write_free(writer);
         return false;
     }
-    bool good = unpack_members(reader.get(), writer);
+    bool good = guarded(false, [&] { return unpack_members(reader.get(), writer, digests); });
     // Breaking off where the payload ends is one thing, a disk that gives no more of it another:
     // the members that are missing would be missed by nobody.
     if (ferror(stream)) {
@@ -167,6 +175,11 @@ int vrm_vrf_extract(vrm_handle *handle, const char *path, const char *target, in
 
 int vrm_vrf_extract_with_head(vrm_handle *handle, const char *path, const char *target, int verify,
                               vri **head) {
+    return extract_and_digest(handle, path, target, verify, head, nullptr);
+}
+
+int extract_and_digest(vrm_handle *handle, const char *path, const char *target, int verify,
+                       vri **head, file_digests *digests) {
     *head = nullptr;
     own_file stream(fopen_regular(path));
     if (!stream) {
@@ -186,7 +199,7 @@ int vrm_vrf_extract_with_head(vrm_handle *handle, const char *path, const char *
         report({.kind = event_kind::stage_directory_not_entered, .path = target});
         return -1;
     }
-    const bool good = unpack(stream.get(), path);
+    const bool good = unpack(stream.get(), path, digests);
     stream.reset();
     if (chdir(before) != 0) {
         report({.kind = event_kind::working_directory_lost, .path = before});

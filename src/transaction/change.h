@@ -31,6 +31,7 @@
 #include <string>
 #include <unordered_set>
 
+#include "package/file_digests.h"
 #include "support/boundary.h"
 #include "support/event.h"
 #include "transaction/changed_kinds.h"
@@ -98,7 +99,8 @@ struct change {
     inventory_places places = {};
     bool has_stage = false;  // whether the stage directory is this change's
 
-    package_forks forks = {};    // what was unpacked
+    file_digests unpacked = {};  // the plain files, by their path below the directory for them
+    package_forks forks = {};    // what was unpacked, and proven
     own_vri file_head = {};      // the head of the staged file, with the verified signature
     own_vri signed_record = {};  // what `new_package` is from `unpack` on
     own_array old_files = {};    // of an update: those of the file index; null without one

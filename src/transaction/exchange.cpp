@@ -83,7 +83,7 @@ bool backup_tree::can_move_to(const std::string &directory) {
 }
 
 bool backup_tree::move(const std::string &target, const std::string &source,
-                       const struct stat &status) {
+                       const struct stat &status, bool is_fresh) {
     if (!S_ISREG(status.st_mode) || status.st_nlink != 1 || !can_move_to(directory_of(target))) {
         return false;
     }
@@ -92,7 +92,7 @@ bool backup_tree::move(const std::string &target, const std::string &source,
                     chmod(source.c_str(), status.st_mode & 07777) != 0)) {
         return false;
     }
-    return utimensat(AT_FDCWD, source.c_str(), nullptr, AT_SYMLINK_NOFOLLOW) == 0 &&
+    return (is_fresh || utimensat(AT_FDCWD, source.c_str(), nullptr, AT_SYMLINK_NOFOLLOW) == 0) &&
            rename(source.c_str(), target.c_str()) == 0;
 }
 
@@ -115,16 +115,25 @@ bool backup_tree::write_beside(const std::string &target, const std::string &sou
     return false;
 }
 
-int32_t backup_tree::put(const std::string &target, const std::string &source, bool may_move) {
+// As lstat and stat do it, with one call for what is not a link.
+static bool look_at(const std::string &path, struct stat *status, struct stat *followed) {
+    if (lstat(path.c_str(), status) != 0) {
+        return false;
+    }
+    *followed = *status;
+    return !S_ISLNK(status->st_mode) || stat(path.c_str(), followed) == 0;
+}
+
+int32_t backup_tree::put(const std::string &target, const std::string &source, source_use use) {
     log_debug("vrm_vrf_copy: backup base is %s, will backup target", base_.c_str());
     struct stat status, followed;
-    if (lstat(source.c_str(), &status) != 0 || stat(source.c_str(), &followed) != 0) {
+    if (!look_at(source, &status, &followed)) {
         report({.kind = event_kind::file_not_found, .path = source, .error = errno});
         return -1;
     }
     log_debug("vrm_vrf_copy: checking existence of %s", target.c_str());
-    struct stat old;
-    if (stat(target.c_str(), &old) != 0) {
+    struct stat itself = {}, old;
+    if (!look_at(target, &itself, &old)) {
         // Something that only can't be looked at would be replaced without a backup.
         if (errno != ENOENT && errno != ENOTDIR) {
             report({.kind = event_kind::file_not_found, .path = target, .error = errno});
@@ -144,10 +153,12 @@ int32_t backup_tree::put(const std::string &target, const std::string &source, b
     }
 
     log_debug("Copying %s to %s\n", source.c_str(), target.c_str());
-    const std::string place = written_place(target);
+    const std::string place = S_ISLNK(itself.st_mode) ? written_place(target) : target;
     const int32_t bytes = told_bytes(static_cast<uint64_t>(followed.st_size));
     const auto arrives = [&] {
-        return (may_move && move(place, source, status)) || write_beside(place, source);
+        return (use != source_use::stays &&
+                move(place, source, status, use == source_use::moves_fresh)) ||
+               write_beside(place, source);
     };
     if (arrives()) {
         return bytes;

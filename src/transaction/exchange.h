@@ -17,10 +17,11 @@ class backup_tree {
 
     // Puts a file over the target, with a backup of a file that is there, links followed. As
     // vrm_vrf_copy with the mode 1, with which it shares the log, but written beside its place and
-    // renamed. With `may_move` the source need not stay, and is moved where that makes no
-    // difference. Result: the bytes, at most INT32_MAX; -1 with an ERROR line, and the target is as
-    // it was.
-    int32_t put(const std::string &target, const std::string &source, bool may_move);
+    // renamed. Unless the source stays, it is moved where that makes no difference; a fresh one was
+    // written by this change, and keeps its time. Result: the bytes, at most INT32_MAX; -1 with an
+    // ERROR line, and the target is as it was.
+    enum class source_use { stays, moves, moves_fresh };
+    int32_t put(const std::string &target, const std::string &source, source_use use);
 
     enum class taken { gone, not_saved, not_removed };
     // Takes a file away, links followed for its backup. errno tells why it is not removed.
@@ -31,7 +32,8 @@ class backup_tree {
     bool note(const std::string &path);
     bool make_directory_of(const std::string &copy);
     bool can_move_to(const std::string &directory);
-    bool move(const std::string &target, const std::string &source, const struct stat &status);
+    bool move(const std::string &target, const std::string &source, const struct stat &status,
+              bool is_fresh);
     bool write_beside(const std::string &target, const std::string &source);
 
     const std::string base_, temporary_;

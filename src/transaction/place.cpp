@@ -104,9 +104,8 @@ int take_links_away(change *change) {
 
 // Copies one file of the unpacked package to its place, with a backup of what it replaces. `failed`
 // is the kind of event that reports a failure.
-// With `may_move` the unpacked file need not stay.
-static bool place_file(const change &change, const char *fork, const char *path, bool may_move,
-                       event_kind failed) {
+static bool place_file(const change &change, const char *fork, const char *path,
+                       backup_tree::source_use use, event_kind failed) {
     static constexpr char live_root[] = "";  // comes before every target
     const char *who = change.by->who;
     const std::string target = std::string(live_root) + path;
@@ -116,7 +115,7 @@ static bool place_file(const change &change, const char *fork, const char *path,
         log_debug("%s: copying %s to %s with backup of %s", who, source.c_str(), target.c_str(),
                   target.c_str());
     }
-    const int32_t bytes = change.backups->put(target, source, may_move);
+    const int32_t bytes = change.backups->put(target, source, use);
     if (bytes < 0) {
         report({.kind = failed, .who = who, .path = path, .other = source});
         return false;
@@ -133,13 +132,18 @@ bool data_may_move(const change &change) {
 }
 
 static bool place_data(const change &change) {
+    using source_use = backup_tree::source_use;
     const bool may_move = data_may_move(change);
     int number = 0;
     for (char **path = change.written.get(); path && *path; path++, number++) {
         if (change.by->added.numbers_data && log_wants(LEVEL_DEBUG)) {
             log_debug("%s: Processing add_files[%d]", change.by->who, number);
         }
-        if (!place_file(change, "data", *path, may_move, change.by->added.data_not_placed)) {
+        const auto use = !may_move ? source_use::stays
+                         : change.unpacked.contains(std::string("data") + *path)
+                             ? source_use::moves_fresh
+                             : source_use::moves;
+        if (!place_file(change, "data", *path, use, change.by->added.data_not_placed)) {
             return false;
         }
     }
@@ -189,7 +193,8 @@ static bool place_conf(const change &change) {
         if (!present && change.verbose) {
             report({.kind = change.by->added.conf_placed, .path = *path});
         }
-        if (!place_file(change, "conf", *path, false, event_kind::file_not_installed)) {
+        if (!place_file(change, "conf", *path, backup_tree::source_use::stays,
+                        event_kind::file_not_installed)) {
             return false;
         }
     }

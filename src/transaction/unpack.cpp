@@ -88,13 +88,11 @@ bool verify_file(const listed_files &listed, const char *sub, const char *hash, 
 
 }  // namespace
 
-int vrm_chk_sub_files(const char *stage, const char *sub, char ***list) {
+// As vrm_chk_sub_files, without a second reading of the files whose digests are known.
+static int prove_fork(const char *stage, const char *sub, const file_digests *known, char ***list) {
     return guarded(-1, [&] {
-        const std::string fork = std::string(stage) + "/" + sub;
-        char *relative = nullptr;
         s_ekva **found = nullptr;
-        int rc = vrm_vrf_hash_files(fork.c_str(), &relative, &found);
-        const own_string relative_owner(relative);
+        int rc = hash_fork(stage, sub, known, &found);
         const own_ekva real(found);
         if (rc != 0) {
             report({.kind = event_kind::fork_not_hashed, .other = sub});
@@ -135,6 +133,10 @@ int vrm_chk_sub_files(const char *stage, const char *sub, char ***list) {
     });
 }
 
+int vrm_chk_sub_files(const char *stage, const char *sub, char ***list) {
+    return prove_fork(stage, sub, nullptr, list);
+}
+
 static constexpr struct {
     const char *name;
     own_array package_forks::*files;
@@ -145,11 +147,11 @@ static constexpr struct {
                       {"dump", &package_forks::dump}};
 
 // As vrm_chk_all_files.
-static int prove_forks(const char *stage, package_forks *proven) {
+static int prove_forks(const char *stage, const file_digests *known, package_forks *proven) {
     for (const auto &fork : forks_in_order) {
         log_debug("vrm_chk_all_files: checking %s files in %s", fork.name, stage);
         char **files = nullptr;
-        const int rc = vrm_chk_sub_files(stage, fork.name, &files);
+        const int rc = prove_fork(stage, fork.name, known, &files);
         (proven->*fork.files).reset(files);
         if (rc != 0) {
             report({.kind = event_kind::fork_not_proven, .path = stage, .other = fork.name});
@@ -163,7 +165,7 @@ static int prove_forks(const char *stage, package_forks *proven) {
 int vrm_chk_all_files(const char *stage, char ***data, char ***info, char ***init, char ***conf,
                       char ***dump) {
     package_forks forks;
-    const int rc = prove_forks(stage, &forks);
+    const int rc = prove_forks(stage, nullptr, &forks);
     *data = forks.data.release();
     *info = forks.info.release();
     *init = forks.init.release();
@@ -256,8 +258,8 @@ static int extract(change *change) {
         report({.kind = event_kind::unpacking, .package = stage.puname});
     }
     vri *head = nullptr;
-    const int rc = vrm_vrf_extract_with_head(change->handle, stage.file.c_str(),
-                                             stage.fresh.c_str(), 1, &head);
+    const int rc = extract_and_digest(change->handle, stage.file.c_str(), stage.fresh.c_str(), 1,
+                                      &head, &change->unpacked);
     change->file_head.reset(head);
     if (rc != 0) {
         report({.kind = event_kind::unpacking_failed,
@@ -272,7 +274,7 @@ static int verify(change *change) {
     if (change->verbose) {
         report({.kind = event_kind::verifying, .package = change->stage.puname});
     }
-    const int rc = prove_forks(change->stage.fresh.c_str(), &change->forks);
+    const int rc = prove_forks(change->stage.fresh.c_str(), &change->unpacked, &change->forks);
     if (rc != 0) {
         report({.kind = change->by->added.not_proven,
                 .package = change->new_package->name,
