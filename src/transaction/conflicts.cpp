@@ -14,6 +14,7 @@
 #include "repository/inventory.h"
 #include "repository/owner_lookup.h"
 #include "repository/saved_files.h"
+#include "support/absent_directories.h"
 #include "support/array.h"
 #include "support/boundary.h"
 #include "support/event.h"
@@ -76,7 +77,7 @@ class file_judge {
 
     verdict decide(const char *path) {
         log_debug("%s: Checking for local existence of %s", words_.who, path);
-        if (is_missing(path)) {
+        if (absent_.hold(path) || is_missing(path)) {
             say(path, words_.free);
             return verdict::write;
         }
@@ -146,6 +147,7 @@ class file_judge {
     const insert_words &words_;
     owner_lookup owners_;
     std::unordered_set<std::string_view> old_files_;
+    absent_directories absent_;
     own_ekva choices_;
     char sticky_ = '\0';
 };
@@ -238,8 +240,9 @@ static std::vector<std::string> unowned_files(const change &change) {
     const std::unordered_set<std::string_view> owned = set_of(change.old_files.get());
     std::vector<std::string> found;
     std::unordered_set<std::string_view> known;
+    absent_directories absent;
     for (char *const *file = change.written.get(); file && *file; file++) {
-        if (!owned.contains(*file) && can_be_lost(*file)) {
+        if (!owned.contains(*file) && !absent.hold(*file) && can_be_lost(*file)) {
             found.emplace_back(*file);
             known.insert(*file);
         }
