@@ -228,7 +228,7 @@ class kinds_finder {
         return true;
     }
 
-    // What goes is in nobody's way.
+    // What goes is not in the way of the new files.
     void extend_old_files() {
         if (in_the_way_.empty()) {
             return;

@@ -190,11 +190,12 @@ TEST_F(CutOffChange, WhatCannotBePutBackStaysUntilItIsAbandoned) {
     install_now(foo1);
     ASSERT_TRUE(cut_off("Registering foo", [&] { return update(foo2); }));
     fs::remove(live + "/foo");
-    fs::create_directories(live + "/foo/taken");
+    fs::create_directory(live + "/foo");
+    std::ofstream(live + "/foo/taken") << "by somebody";
     EXPECT_EQ(recover(), -1);
     const std::string saved = staged("foo_any_2.0") + "/keep/0";
-    EXPECT_TRUE(log.has(LEVEL_ERROR,
-                        "Failed to put " + live + "/foo back from " + saved + ": Is a directory"));
+    EXPECT_TRUE(log.has(LEVEL_ERROR, "Failed to put " + live + "/foo back from " + saved +
+                                         ": Directory not empty"));
     EXPECT_TRUE(exists(saved));
     EXPECT_EQ(vrm_abandon_change(repo.handle()), 0);
     EXPECT_FALSE(exists(repo.in("change/record")));
