@@ -76,6 +76,11 @@ std::vector<LogCapture::Line> LogCapture::lines() const {
     return found;
 }
 
+std::string LogCapture::text() const {
+    static const std::regex time(R"((^|\n)\d{4}-\d\d-\d\d \d\d:\d\d:\d\d (?=\[))");
+    return exists(log_.file) ? std::regex_replace(read_all(log_.file), time, "$1") : "";
+}
+
 bool LogCapture::has(uint32_t level, const std::string &text) const {
     const std::vector<std::string> messages = at(level);
     return std::find(messages.begin(), messages.end(), without_newline(text)) != messages.end();

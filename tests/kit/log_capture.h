@@ -22,6 +22,8 @@ class LogCapture {
         bool operator==(const Line &) const = default;
     };
     std::vector<Line> lines() const;
+    // All of the log as it is in the file, without the times: "[ERROR] message" and its line end.
+    std::string text() const;
 
     // Whether exactly this message was logged at exactly this level, with or without the newline
     // that some messages end in.

@@ -4,23 +4,12 @@
 #include <unistd.h>
 
 #include "kit/marked_file.h"
+#include "transaction/change_fixture.h"
 #include "transaction/record.h"
-#include "transaction/removal.h"
-#include "transaction/update_fixture.h"
 
 using testing::ElementsAre;
 
 namespace {
-
-// Where the next change in a child process dies: at the first log line that begins so.
-std::string dies_at;
-
-ssize_t die_at_line(void *, const char *line, size_t size) {
-    if (std::string_view(line, size).starts_with(dies_at)) {
-        _exit(137);
-    }
-    return static_cast<ssize_t>(size);
-}
 
 class CutOffChange : public Update {
  protected:
@@ -28,10 +17,7 @@ class CutOffChange : public Update {
     bool cut_off(const std::string &line, const std::function<int()> &change) {
         const pid_t child = fork();
         if (child == 0) {
-            dies_at = line;
-            llog->stderr_levels = LEVEL_DEBUG | LEVEL_INFO | LEVEL_WARNING | LEVEL_ERROR;
-            stderr = fopencookie(nullptr, "w", {nullptr, die_at_line, nullptr, nullptr});
-            setvbuf(stderr, nullptr, _IOLBF, 0);
+            const AtLogLine death(line, [] { _exit(137); });
             change();
             _exit(0);
         }
@@ -69,18 +55,6 @@ class CutOffChange : public Update {
         return spec;
     }
 };
-
-// All of a directory: each path with its type, mode and content.
-std::map<std::string, std::string> all_of(const std::string &dir) {
-    std::map<std::string, std::string> all;
-    for (const auto &entry : fs::recursive_directory_iterator(dir)) {
-        const std::string path = entry.path();
-        all[path] = entry.is_symlink()     ? "link " + fs::read_symlink(path).string()
-                    : entry.is_directory() ? "dir"
-                                           : std::to_string(mode_of(path)) + read_all(path);
-    }
-    return all;
-}
 
 // Log lines of an update, in their order; the last two are beyond the point of no return.
 const std::vector<std::string> &lines_of_an_update() {
