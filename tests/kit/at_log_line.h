@@ -18,17 +18,24 @@ class AtLogLine {
           act_(std::move(act)),
           before_(stderr),
           levels_before_(llog->stderr_levels) {
+        current_ = this;
+        // Not closed: who wrote to it once may do so again.
+        static FILE *const watched = [] {
+            FILE *const stream = fopencookie(nullptr, "w", {nullptr, take, nullptr, nullptr});
+            setvbuf(stream, nullptr, _IOLBF, 0);
+            return stream;
+        }();
+        llog->stderr_levels = LEVEL_DEBUG | LEVEL_INFO | LEVEL_WARNING | LEVEL_ERROR;
+        stderr = watched;
         if (beginning_.empty()) {
             reached_ = true;
             act_();
         }
-        llog->stderr_levels = LEVEL_DEBUG | LEVEL_INFO | LEVEL_WARNING | LEVEL_ERROR;
-        stderr = fopencookie(this, "w", {nullptr, take, nullptr, nullptr});
-        setvbuf(stderr, nullptr, _IOLBF, 0);
     }
     ~AtLogLine() {
-        fclose(std::exchange(stderr, before_));
+        stderr = before_;
         llog->stderr_levels = levels_before_;
+        current_ = nullptr;
     }
     AtLogLine(const AtLogLine &) = delete;
     AtLogLine &operator=(const AtLogLine &) = delete;
@@ -38,11 +45,11 @@ class AtLogLine {
     }
 
  private:
-    static ssize_t take(void *cookie, const char *line, size_t size) {
-        auto *self = static_cast<AtLogLine *>(cookie);
-        if (!self->reached_ && std::string_view(line, size).starts_with(self->beginning_)) {
-            self->reached_ = true;
-            self->act_();
+    static ssize_t take(void *, const char *line, size_t size) {
+        if (current_ && !current_->reached_ &&
+            std::string_view(line, size).starts_with(current_->beginning_)) {
+            current_->reached_ = true;
+            current_->act_();
         }
         return static_cast<ssize_t>(size);
     }
@@ -52,4 +59,5 @@ class AtLogLine {
     FILE *const before_;
     const uint32_t levels_before_;
     bool reached_ = false;
+    static inline AtLogLine *current_ = nullptr;
 };

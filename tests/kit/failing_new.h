@@ -1,5 +1,6 @@
-// Memory of C++ that fails on demand: within its life no block larger than a limit is had by `new`.
-// This defines the operators for the program that includes it.
+// Memory of C++ that fails on demand: within the life of a FailingNew no block larger than a limit
+// is had by `new`; after fail_nth one single block is not. This defines the operators for the
+// program that includes it.
 #pragma once
 
 #include <cstdint>
@@ -17,11 +18,22 @@ class FailingNew {
     FailingNew(const FailingNew &) = delete;
     FailingNew &operator=(const FailingNew &) = delete;
 
+    // Of the blocks from here on, the one after the first `n` is not had. Negative: all are.
+    static void fail_nth(int n) {
+        before_failure_ = n;
+    }
+
+    // Whether that block has not been asked for.
+    static bool is_armed() {
+        return before_failure_ >= 0;
+    }
+
     static bool allows(size_t size) {
-        return size <= largest_;
+        return size <= largest_ && (before_failure_ < 0 || before_failure_-- != 0);
     }
 
  private:
+    static inline int before_failure_ = -1;
     static inline size_t largest_ = SIZE_MAX;
 };
 

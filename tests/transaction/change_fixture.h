@@ -31,6 +31,35 @@ inline std::map<std::string, std::string> all_of(const std::string &dir) {
     return all;
 }
 
+// What is in some directories, to be there again later.
+class Snapshot {
+ public:
+    explicit Snapshot(std::vector<std::string> directories) : directories_(std::move(directories)) {
+        for (size_t i = 0; i < directories_.size(); i++) {
+            if (exists(directories_[i])) {
+                fs::copy(directories_[i], kept(i), how);
+            }
+        }
+    }
+    void restore() const {
+        for (size_t i = 0; i < directories_.size(); i++) {
+            fs::remove_all(directories_[i]);
+            if (exists(kept(i))) {
+                fs::copy(kept(i), directories_[i], how);
+            }
+        }
+    }
+
+ private:
+    static constexpr auto how = fs::copy_options::recursive | fs::copy_options::copy_symlinks;
+    std::string kept(size_t i) const {
+        return dir_ / std::to_string(i);
+    }
+
+    const std::vector<std::string> directories_;
+    TempDir dir_;
+};
+
 class ChangeOfFoo : public Update {
  protected:
     ChangeOfFoo() {
@@ -77,6 +106,17 @@ class ChangeOfFoo : public Update {
             default:
                 return vrm_exe_delete(repo.handle(), &raw);
         }
+    }
+
+    // All that a change of foo changes.
+    std::vector<std::string> changed_directories() {
+        return {live, repo.in("installed"), repo.in("fileindex"), repo.in("stagearea"),
+                repo.in("change")};
+    }
+
+    // Whether the journal is left to a recovery.
+    bool is_record_left() {
+        return exists(repo.in("change/record"));
     }
 
     // Hooks are the caller's to run; until then the journal is open.
