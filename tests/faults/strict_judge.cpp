@@ -284,7 +284,8 @@ std::vector<strict_finding> losses_among(const std::vector<strict_finding> &find
         const node *was = at(before, found.path);
         switch (found.sort) {
             case fault_sort::unkept:
-                return true;
+                // An entry that can't be read counts as not installed, and is left alone.
+                return !(disturbed + "/").starts_with(installed + found.path + "/");
             case fault_sort::left_over:
             case fault_sort::history:
             case fault_sort::rights:

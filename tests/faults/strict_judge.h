@@ -44,7 +44,8 @@ std::vector<strict_finding> judge_strictly(const strict_scene &scene, const tree
 // Of the findings after an operation on the path `disturbed` has failed those that count: files of
 // the old version that are lost or changed. What such a failure may leave is new configuration,
 // links, directories, files of the new version with fewer permissions, files that can't be deleted,
-// and a history without its line. A configuration file that could not be compared is kept.
+// and a history without its line. A configuration file that could not be compared is kept, and so
+// is a package whose entry could not be read.
 std::vector<strict_finding> losses_among(const std::vector<strict_finding> &findings,
                                          const tree &before, const std::string &disturbed);
 

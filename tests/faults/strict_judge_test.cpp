@@ -8,6 +8,7 @@
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 
 namespace {
 
@@ -201,6 +202,15 @@ TEST_F(StrictJudge, LetsAConfigurationFileBeKeptOnlyWhereItCouldNotBeCompared) {
     EXPECT_THAT(losses(installed + "p/conf" + conf_p), IsEmpty());
     now_[file_p] = scene_.before[file_p];
     EXPECT_THAT(losses(file_p), Contains("other " + file_p));
+}
+
+TEST_F(StrictJudge, LetsAPackageStayOnlyWhereItsEntryCouldNotBeRead) {
+    now_ = only_p_;
+    scene_.all_done = true;
+    EXPECT_THAT(losses(installed + "p/inst.txt"), Contains("unkept q"));
+    EXPECT_THAT(losses(installed + "q/inst.txt"), Not(Contains("unkept q")));
+    EXPECT_THAT(losses(installed + "q"), Not(Contains("unkept q")));
+    EXPECT_THAT(losses(installed + "qq/inst.txt"), Contains("unkept q"));
 }
 
 TEST(PackagesReported, ReadsTheSentencesOfTheTool) {
