@@ -1,4 +1,4 @@
-// The digests of unpacked files that were taken while they were written.
+// Private to the library: the digests of unpacked files that were taken while they were written.
 #pragma once
 
 #include <array>

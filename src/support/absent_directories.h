@@ -1,5 +1,6 @@
-// Which directories are not there, for many looks at files of few directories. What is found holds
-// as long as nobody makes a directory: one of these serves one pass over a list.
+// Private to the library: which directories are not there, for many looks at files of few
+// directories. What is found holds as long as nobody makes a directory: one of these serves one
+// pass over a list.
 #pragma once
 
 #include <string>

@@ -2,6 +2,7 @@
 
 #include "transaction/executor_fixture.h"
 #include "transaction/fetch.h"
+#include "transaction/space.h"
 #include "transaction/unpack.h"
 
 using testing::ElementsAre;
@@ -821,9 +822,23 @@ TEST_F(Install, FileThatCannotBeStagedBeforeIsTold) {
         log.has(LEVEL_ERROR, "vrm_stage_file: refusing package <foo>: its version is not allowed"));
 }
 
+// Lets a change begin although there is not enough room for it.
+class IgnoredSpace {
+ public:
+    IgnoredSpace() {
+        vrm_ignore_space = true;
+    }
+    ~IgnoredSpace() {
+        vrm_ignore_space = false;
+    }
+    IgnoredSpace(const IgnoredSpace &) = delete;
+    IgnoredSpace &operator=(const IgnoredSpace &) = delete;
+};
+
 // What is half there would be taken for the administrator's own by the next attempt.
 TEST_F(Install, HalfWrittenConfigurationDoesNotStay) {
     const SmallDisk disk(live + "/small");
+    const IgnoredSpace ignored;
     fs::create_symlink("behind-the-link", live + "/small/link.conf");
     for (const std::string conf : {"big.conf", "link.conf"}) {
         PackageSpec spec = simple("foo");
@@ -841,6 +856,7 @@ TEST_F(Install, HalfWrittenConfigurationDoesNotStay) {
 
 TEST_F(Install, DataThatDoesNotFitOnTheDiskRollsBack) {
     const SmallDisk disk(live + "/small");
+    const IgnoredSpace ignored;
     std::ofstream(live + "/small/big") << "before\n";
     PackageSpec spec = simple("foo");
     spec.data["srv/t/small/big"] = std::string(200000, 'd');

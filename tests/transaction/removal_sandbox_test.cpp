@@ -480,7 +480,7 @@ TEST_F(Removal, WhatCannotBeRestoredStaysInTheStageDirectory) {
     write(live + "/two", "second\n");
     write(repo.in("fileindex/foo"), "/srv/t/foo\n/srv/t/two\n");
     // Something else stands in the place of the first file by the time of the rollback.
-    script("foo", "99-del.sh", "mkdir /srv/t/foo; exit 1\n");
+    script("foo", "99-del.sh", "mkdir /srv/t/foo; echo x >/srv/t/foo/x; exit 1\n");
     fs::copy_file("/bin/busybox", repo.in("scriptdir") + "/mkdir", fs::copy_options::skip_existing);
     EXPECT_EQ(remove("foo"), 256);
     EXPECT_TRUE(log.has(LEVEL_ERROR,
@@ -491,14 +491,14 @@ TEST_F(Removal, WhatCannotBeRestoredStaysInTheStageDirectory) {
     EXPECT_TRUE(is_installed("foo"));
     const std::string saved = repo.in("stagearea/foo_any_1.0/keep/0");
     EXPECT_EQ(read_all(saved), "file of foo\n");
-    EXPECT_TRUE(
-        log.has(LEVEL_ERROR, "Failed to put /srv/t/foo back from " + saved + ": Is a directory"));
+    EXPECT_TRUE(log.has(LEVEL_ERROR,
+                        "Failed to put /srv/t/foo back from " + saved + ": Directory not empty"));
     // Nothing may be changed until that is put right.
     EXPECT_EQ(remove("foo"), -1);
     EXPECT_TRUE(log.has(LEVEL_ERROR, "vrm_exe_delete: " + repo.in("change/record") +
                                          " is the record of a change that was cut off, not going "
                                          "on"));
-    fs::remove(live + "/foo");
+    fs::remove_all(live + "/foo");
     EXPECT_EQ(vrm_recover_change(repo.handle()), 1);
     EXPECT_EQ(read_all(live + "/foo"), "file of foo\n");
     EXPECT_TRUE(fs::is_empty(repo.in("stagearea")));
