@@ -140,7 +140,8 @@ class kinds_finder {
         }
         errno = 0;
         while (const dirent *entry = readdir(dir.get())) {
-            const std::string name = entry->d_name, path = directory + "/" + name;
+            const std::string name = entry->d_name;
+            const std::string path = std::string(directory).append("/").append(name);
             struct stat status;
             if (name == "." || name == "..") {
                 continue;

@@ -365,7 +365,8 @@ bool set_directory_aside(const touched_paths &touched, const std::string &path) 
 static bool remove_empty_tree(const std::string &path) {
     const own_dir dir(opendir(path.c_str()));
     while (const dirent *entry = dir ? readdir(dir.get()) : nullptr) {
-        const std::string name = entry->d_name, below = path + "/" + name;
+        const std::string name = entry->d_name;
+        const std::string below = std::string(path).append("/").append(name);
         struct stat status;
         if (name != "." && name != ".." && lstat(below.c_str(), &status) == 0 &&
             S_ISDIR(status.st_mode)) {
