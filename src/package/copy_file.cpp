@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "package/fileops.h"
 #include "package/preserved_copy.h"
@@ -18,11 +17,6 @@
 #include "support/log.h"
 
 namespace {
-
-std::string directory_of(const char *path) {
-    std::string copy(path);
-    return dirname(copy.data());
-}
 
 std::string name_of(const char *path) {
     std::string copy(path);
@@ -52,38 +46,19 @@ own_fd open_output(const char *path, int flags, mode_t permissions) {
     return file;
 }
 
-// The kernel copies by itself where it can: no bytes pass through here, and some file systems share
-// the blocks. It stops at the first refusal; whatever is left is for the caller to copy.
-uint64_t copy_in_kernel(int from, int to) {
-    constexpr size_t at_once = size_t{1} << 30;
-    uint64_t total = 0;
-    ssize_t done;
-    while ((done = copy_file_range(from, nullptr, to, nullptr, at_once, 0)) > 0) {
-        total += static_cast<uint64_t>(done);
-    }
-    return total;
-}
-
 // Copies to the end of the source. The number of bytes as results tell it, or nothing on a failure,
 // which is logged.
 std::optional<int32_t> copy_content(int from, const char *source, int to, const char *target) {
-    uint64_t total = copy_in_kernel(from, to);
-    // Only a read tells the end: files of /proc and the like look empty to the kernel's copy.
-    std::vector<char> block(size_t{128} * 1024);
-    for (;;) {
-        const ssize_t got = read_some(from, block.data(), block.size());
-        if (got == 0) {
-            break;
-        }
-        if (got < 0) {
+    uint64_t total = 0;
+    switch (copy_open_file(from, to, &total)) {
+        case copy_end::not_read:
             report({.kind = event_kind::file_not_copied, .path = source, .error = errno});
             return std::nullopt;
-        }
-        if (!write_all(to, {block.data(), static_cast<size_t>(got)})) {
+        case copy_end::not_written:
             fail_write(target);
             return std::nullopt;
-        }
-        total += static_cast<uint64_t>(got);
+        case copy_end::complete:
+            break;
     }
     const int32_t bytes = told_bytes(total);
     log_debug("Wrote %d bytes to %s\n", bytes, target);

@@ -141,54 +141,98 @@ void copy_attributes(int from, const struct stat &status, int to, const char *pa
     }
 }
 
-static bool copy_file(const char *source, const char *target) {
+static bool copy_file(const char *source, int directory, const char *target) {
     struct stat status;
     const own_fd from = open_regular(source, &status);
     if (!from.valid()) {
         return false;
     }
     // Nobody else's to read until it has its owner and mode.
-    own_fd to(open(target, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
-    if (!to.valid() || file_copy(target, source, 0) < 0) {
+    own_fd to(
+        openat(directory, target, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+    uint64_t copied = 0;
+    if (!to.valid() || copy_open_file(from.get(), to.get(), &copied) != copy_end::complete) {
         return false;
     }
     copy_attributes(from.get(), status, to.get(), target);
     return to.close() == 0;
 }
 
-static bool copy_link(const char *source, const char *target) {
+static bool copy_link(const char *source, int directory, const char *target) {
     std::array<char, PATH_MAX> text;
     const ssize_t length = readlink(source, text.data(), text.size() - 1);
     if (length < 0) {
         return false;
     }
     text.at(static_cast<size_t>(length)) = '\0';
-    return symlink(text.data(), target) == 0;
+    return symlinkat(text.data(), directory, target) == 0;
 }
 
-// Owner, mode and times, of what can't be opened.
-static bool set_status(const char *target, const struct stat &status) {
+// Owner, mode and times, of what can't be opened for writing. What somebody put in its place
+// meanwhile gets none of them: the directory can be a user's.
+static bool set_status(int directory, const char *target, const struct stat &status) {
+    const own_fd made(openat(directory, target, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat is;
+    if (!made.valid() || fstat(made.get(), &is) != 0) {
+        return false;
+    }
+    if ((is.st_mode & S_IFMT) != (status.st_mode & S_IFMT) || is.st_uid != geteuid() ||
+        is.st_nlink != 1) {
+        errno = ESTALE;
+        return false;
+    }
+    // Such a descriptor allows no fchmod.
+    const std::string path = "/proc/self/fd/" + std::to_string(made.get());
     const std::array<timespec, 2> times = {status.st_atim, status.st_mtim};
-    return lchown(target, status.st_uid, status.st_gid) == 0 &&
-           (S_ISLNK(status.st_mode) || chmod(target, status.st_mode & 07777) == 0) &&
-           utimensat(AT_FDCWD, target, times.data(), AT_SYMLINK_NOFOLLOW) == 0;
+    return fchownat(made.get(), "", status.st_uid, status.st_gid, AT_EMPTY_PATH) == 0 &&
+           (S_ISLNK(status.st_mode) || chmod(path.c_str(), status.st_mode & 07777) == 0) &&
+           utimensat(directory, target, times.data(), AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-bool copy_preserved(const char *source, const char *target) {
+bool copy_preserved(const char *source, const char *target, int directory) {
     struct stat status;
     if (lstat(source, &status) != 0) {
         return false;
     }
     switch (status.st_mode & S_IFMT) {
         case S_IFREG:
-            return copy_file(source, target);
+            return copy_file(source, directory, target);
         case S_IFLNK:
-            return copy_link(source, target) && set_status(target, status);
+            return copy_link(source, directory, target) && set_status(directory, target, status);
         case S_IFDIR:
             errno = EISDIR;
             return false;
         default:
-            return mknod(target, (status.st_mode & S_IFMT) | 0600, status.st_rdev) == 0 &&
-                   set_status(target, status);
+            return mknodat(directory, target, (status.st_mode & S_IFMT) | 0600, status.st_rdev) ==
+                       0 &&
+                   set_status(directory, target, status);
     }
+}
+
+bool write_over(const char *target, const char *source, belongings what) {
+    struct stat status, is;
+    const own_fd from = open_regular(source, &status);
+    if (!from.valid()) {
+        return false;
+    }
+    own_fd to(open(target, O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    if (!to.valid() || fstat(to.get(), &is) != 0) {
+        return false;
+    }
+    if (!S_ISREG(is.st_mode)) {
+        errno = EINVAL;
+        return false;
+    }
+    uint64_t copied = 0;
+    // As one that is made, it is nobody else's to read until it has its mode.
+    if (fchmod(to.get(), 0600) != 0 || ftruncate(to.get(), 0) != 0 ||
+        copy_open_file(from.get(), to.get(), &copied) != copy_end::complete) {
+        return false;
+    }
+    if (what == belongings::all) {
+        copy_attributes(from.get(), status, to.get(), target);
+    } else if (fchmod(to.get(), status.st_mode & 07777) != 0) {
+        report({.kind = event_kind::mode_not_set, .path = target, .error = errno});
+    }
+    return to.close() == 0;
 }

@@ -2,6 +2,7 @@
 // content.
 #pragma once
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 // Gives the file behind a descriptor the owner and group, the extended attributes (capabilities,
@@ -22,4 +23,12 @@ void copy_attributes(int from, const struct stat &status, int to, const char *pa
 // WARNING. A symbolic link is copied as a link, a pipe or a device is made anew, each with owner,
 // mode and times, and without extended attributes. A directory is refused. Nothing is synced.
 // Result: whether all else arrived; if not, what was made stays, and the reason is in errno.
-bool copy_preserved(const char *source, const char *target);
+// `target` is seen from the open directory `directory`.
+bool copy_preserved(const char *source, const char *target, int directory = AT_FDCWD);
+
+// Writes a regular file over the one at `target` in its place, for what can't be replaced, such as
+// a mount point. It is half there meanwhile, and after a failure. It gets the mode of `source`, or
+// all that belongs to it as by copy_attributes; what can't be set is a WARNING. Result: whether the
+// content arrived; if not, the reason is in errno.
+enum class belongings { mode, all };
+bool write_over(const char *target, const char *source, belongings what);

@@ -9,6 +9,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "support/array.h"
 #include "support/own.h"
@@ -60,6 +61,11 @@ bool path_exists(const std::string &path) {
     return lstat(path.c_str(), &status) == 0;
 }
 
+std::string directory_of(std::string_view path) {
+    const size_t slash = path.rfind('/');
+    return slash == 0 || slash == std::string_view::npos ? "/" : std::string(path.substr(0, slash));
+}
+
 unsigned char type_of_entry(DIR *dir, const dirent &entry) {
     struct stat status;
     if (entry.d_type != DT_UNKNOWN ||
@@ -90,6 +96,34 @@ bool write_all(int fd, std::string_view bytes) {
         bytes.remove_prefix(static_cast<size_t>(written));
     }
     return true;
+}
+
+// The kernel copies by itself where it can: no bytes pass through here, and some file systems share
+// the blocks. It stops at the first refusal; whatever is left is for the caller to copy.
+static uint64_t copy_in_kernel(int from, int to) {
+    constexpr size_t at_once = size_t{1} << 30;
+    uint64_t total = 0;
+    ssize_t done;
+    while ((done = copy_file_range(from, nullptr, to, nullptr, at_once, 0)) > 0) {
+        total += static_cast<uint64_t>(done);
+    }
+    return total;
+}
+
+copy_end copy_open_file(int from, int to, uint64_t *copied) {
+    *copied = copy_in_kernel(from, to);
+    // Only a read tells the end: files of /proc and the like look empty to the kernel's copy.
+    std::vector<char> block(size_t{128} * 1024);
+    for (;;) {
+        const ssize_t got = read_some(from, block.data(), block.size());
+        if (got <= 0) {
+            return got == 0 ? copy_end::complete : copy_end::not_read;
+        }
+        if (!write_all(to, {block.data(), static_cast<size_t>(got)})) {
+            return copy_end::not_written;
+        }
+        *copied += static_cast<uint64_t>(got);
+    }
 }
 
 FILE *fopen_regular(const char *path, struct stat *status, const char **why) {

@@ -35,6 +35,10 @@ bool is_missing(const char *path);
 // Whether anything is at a path that can be looked at, links not followed.
 bool path_exists(const std::string &path);
 
+// The directory that a path lies in, by its text: "/" for what is right below it and for a name
+// without a directory.
+std::string directory_of(std::string_view path);
+
 // The type of an entry as d_type has it, links not followed. Not every file system gives it along
 // with the name.
 unsigned char type_of_entry(DIR *dir, const dirent &entry);
@@ -44,6 +48,12 @@ ssize_t read_some(int fd, void *to, size_t size);
 
 // Writes all of the bytes; false, with the reason in errno, when not all could be.
 bool write_all(int fd, std::string_view bytes);
+
+// Copies what is left of an open file to the end of another one, both by their descriptors, so that
+// nothing that happens to their names meanwhile has an effect. `*copied` receives the number of
+// bytes. Result: which side failed, with the reason in errno.
+enum class copy_end { complete, not_read, not_written };
+copy_end copy_open_file(int from, int to, uint64_t *copied);
 
 // A count of bytes as results and the log tell it: 2 GiB and more are told as the largest number.
 inline int32_t told_bytes(uint64_t bytes) {

@@ -20,11 +20,6 @@
 #include "transaction/change.h"
 #include "transaction/link_conflicts.h"
 
-static std::string directory_of(const std::string &path) {
-    const size_t slash = path.rfind('/');
-    return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
-}
-
 namespace {
 
 class kinds_finder {

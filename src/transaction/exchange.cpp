@@ -9,15 +9,11 @@
 
 #include "package/copy_file.h"
 #include "package/fileops.h"
+#include "package/preserved_copy.h"
 #include "support/event.h"
 #include "support/file.h"
 #include "support/log.h"
 #include "transaction/touched.h"
-
-static std::string directory_of(const std::string &path) {
-    const size_t slash = path.rfind('/');
-    return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
-}
 
 static void make_directory(std::string path) {
     vrm_vrf_mkdir(path.data(), 0755);
@@ -96,21 +92,35 @@ bool backup_tree::move(const std::string &target, const std::string &source,
            rename(source.c_str(), target.c_str()) == 0;
 }
 
-// False with errno.
+// By descriptors from its making to its last name: the directory can be a user's, who could put a
+// link in the place of the file meanwhile. False with errno.
 bool backup_tree::write_beside(const std::string &target, const std::string &source) {
-    const std::string beside = directory_of(target) + "/" + temporary_;
-    unlink(beside.c_str());
-    own_fd made(open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!made.valid()) {
+    struct stat status;
+    const own_fd from = open_regular(source.c_str(), &status);
+    const own_fd directory(open(directory_of(target).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!from.valid() || !directory.valid()) {
         return false;
     }
-    made.close();
-    if (file_copy(beside.c_str(), source.c_str(), 1) >= 0 &&
-        rename(beside.c_str(), target.c_str()) == 0) {
+    const char *const beside = temporary_.c_str();
+    unlinkat(directory.get(), beside, 0);
+    own_fd to(openat(directory.get(), beside, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                     0600));
+    if (!to.valid()) {
+        return false;
+    }
+    uint64_t copied = 0;
+    bool is_whole = copy_open_file(from.get(), to.get(), &copied) == copy_end::complete;
+    if (is_whole) {
+        // A file system without permissions is no reason to fail.
+        (void)!fchmod(to.get(), status.st_mode & 07777);
+        is_whole = to.close() == 0;
+    }
+    if (is_whole && renameat(directory.get(), beside, directory.get(),
+                             target.c_str() + target.rfind('/') + 1) == 0) {
         return true;
     }
     const int reason = errno;
-    unlink(beside.c_str());
+    unlinkat(directory.get(), beside, 0);
     errno = reason;
     return false;
 }
@@ -170,8 +180,8 @@ int32_t backup_tree::put(const std::string &target, const std::string &source, s
         }
     }
     // What can't be replaced, such as a mount point, is written over.
-    if (errno == EBUSY) {
-        return vrm_vrf_copy(target.c_str(), source.c_str(), nullptr, 1);
+    if (errno == EBUSY && write_over(place.c_str(), source.c_str(), belongings::mode)) {
+        return bytes;
     }
     report({.kind = event_kind::file_not_created, .path = target, .error = errno});
     return -1;

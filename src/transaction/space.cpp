@@ -26,16 +26,11 @@ uint64_t sum_of(uint64_t one, uint64_t other) {
     return one > UINT64_MAX - other ? UINT64_MAX : one + other;
 }
 
-std::string directory_above(const std::string &path) {
-    const size_t slash = path.rfind('/');
-    return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
-}
-
 // The directory in which a file system is mounted, by one that is on it.
 std::string mount_point_of(std::string directory, dev_t device) {
     struct stat status;
     while (directory != "/") {
-        const std::string above = directory_above(directory);
+        const std::string above = directory_of(directory);
         if (stat(above.c_str(), &status) != 0 || status.st_dev != device) {
             break;
         }
@@ -69,7 +64,7 @@ class needed_space {
             device = status.st_dev;
             systems_.try_emplace(device, file_system{directory});
         } else if (directory != "/") {
-            device = device_of(directory_above(directory));
+            device = device_of(directory_of(directory));
         }
         devices_[directory] = device;
         return device;
@@ -167,19 +162,19 @@ void add_placed(const change &change, const std::string &stage, needed_space *sp
     const dev_t stage_device = space->device_of(stage);
     const bool may_move = data_may_move(change);
     for (char **path = change.forks.data.get(); path && *path; path++) {
-        const std::string directory = directory_above(*path);
+        const std::string directory = directory_of(*path);
         if (!may_move || space->device_of(directory) != stage_device) {
             space->add(directory, blocks_of(stage + "/data" + *path));
         }
     }
     for (char **path = change.forks.conf.get(); path && *path; path++) {
-        space->add(directory_above(*path), blocks_of(stage + "/conf" + *path));
+        space->add(directory_of(*path), blocks_of(stage + "/conf" + *path));
     }
 }
 
 void add_registration(const change &change, const std::string &stage, needed_space *space) {
-    const std::string inventory = directory_above(change.places.entry),
-                      indexes = directory_above(change.places.index);
+    const std::string inventory = directory_of(change.places.entry),
+                      indexes = directory_of(change.places.index);
     const struct {
         const char *name;
         const own_array &files;
@@ -209,7 +204,7 @@ void add_saved(const change &change, needed_space *space) {
     const dev_t stage_device = space->device_of(stage);
     for (const kept_path &kept : change.touched.kept) {
         // The directory's device counts: on some file systems that of a file is another one.
-        if (S_ISREG(kept.mode) && space->device_of(directory_above(kept.path)) != stage_device) {
+        if (S_ISREG(kept.mode) && space->device_of(directory_of(kept.path)) != stage_device) {
             space->add(stage, 2 * blocks_of(kept.path));
         }
     }

@@ -20,11 +20,6 @@
 #include "support/file.h"
 #include "transaction/change.h"
 
-static std::string directory_of(const std::string &path) {
-    const size_t slash = path.rfind('/');
-    return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
-}
-
 static std::string saved_name(const std::string &keep, int number) {
     return keep + "/" + std::to_string(number);
 }
@@ -270,14 +265,14 @@ bool find_touched(change *change) {
 
 // ---- Saving and putting back ----
 
-// A copy with all that belongs to it, whole or not at all.
-static bool copy_whole(const std::string &source, const std::string &target) {
-    unlink(target.c_str());
-    if (copy_preserved(source.c_str(), target.c_str())) {
+// A copy with all that belongs to it in an open directory, whole or not at all.
+static bool copy_whole(const std::string &source, int directory, const std::string &name) {
+    unlinkat(directory, name.c_str(), 0);
+    if (copy_preserved(source.c_str(), name.c_str(), directory)) {
         return true;
     }
     const int reason = errno;
-    unlink(target.c_str());
+    unlinkat(directory, name.c_str(), 0);
     errno = reason;
     return false;
 }
@@ -308,7 +303,7 @@ bool save_kept(const change &change) {
             continue;
         }
         // What a file system or the kernel refuses to link is copied.
-        if (!copy_whole(kept.path, saved_name(touched.keep, kept.number))) {
+        if (!copy_whole(kept.path, keep.get(), name)) {
             return failed(kept.path);
         }
     }
@@ -423,19 +418,24 @@ static bool put_back(const std::string &saved, const touched_paths &touched,
     if (errno != EXDEV && errno != EBUSY) {
         return false;
     }
-    const std::string beside = directory_of(path) + "/" + touched.temporary;
-    if (copy_whole(saved, beside) && rename(beside.c_str(), path.c_str()) == 0) {
-        unlink(saved.c_str());
-        return true;
+    // The directory can be a user's: all of it is done in the one that is open.
+    const own_fd directory(open(directory_of(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const char *const beside = touched.temporary.c_str();
+    if (directory.valid() && copy_whole(saved, directory.get(), beside)) {
+        if (renameat(directory.get(), beside, directory.get(),
+                     path.c_str() + path.rfind('/') + 1) == 0) {
+            unlink(saved.c_str());
+            return true;
+        }
+        const int reason = errno;
+        unlinkat(directory.get(), beside, 0);
+        errno = reason;
     }
-    const int reason = errno;
-    unlink(beside.c_str());
     // A mount point keeps its inode.
-    if (reason == EBUSY && file_copy(path.c_str(), saved.c_str(), 1) >= 0) {
+    if (errno == EBUSY && write_over(path.c_str(), saved.c_str(), belongings::all)) {
         unlink(saved.c_str());
         return true;
     }
-    errno = reason;
     return false;
 }
 
