@@ -209,6 +209,69 @@ bool copy_preserved(const char *source, const char *target, int directory) {
     }
 }
 
+// Fills a block as far as the file goes. Result: the bytes; -1 with errno.
+static ssize_t read_whole_block(int file, std::string *block) {
+    size_t size = 0;
+    while (size < block->size()) {
+        const ssize_t got = read_some(file, block->data() + size, block->size() - size);
+        if (got < 0) {
+            return -1;
+        }
+        if (got == 0) {
+            break;
+        }
+        size += static_cast<size_t>(got);
+    }
+    return static_cast<ssize_t>(size);
+}
+
+static std::optional<std::string> target_of(const std::string &link) {
+    std::array<char, PATH_MAX> text;
+    const ssize_t length = readlink(link.c_str(), text.data(), text.size());
+    return length < 0 ? std::nullopt
+                      : std::optional(std::string(text.data(), static_cast<size_t>(length)));
+}
+
+static bool has_same_content(const std::string &path, const std::string &other) {
+    const own_fd file = open_regular(path.c_str()), other_file = open_regular(other.c_str());
+    if (!file.valid() || !other_file.valid()) {
+        return false;
+    }
+    constexpr size_t at_once = size_t{64} * 1024;
+    std::string block(at_once, '\0'), other_block(at_once, '\0');
+    for (;;) {
+        const ssize_t got = read_whole_block(file.get(), &block);
+        if (got < 0 || read_whole_block(other_file.get(), &other_block) != got ||
+            std::string_view(block).substr(0, static_cast<size_t>(got)) !=
+                std::string_view(other_block).substr(0, static_cast<size_t>(got))) {
+            return false;
+        }
+        if (static_cast<size_t>(got) < at_once) {
+            return true;
+        }
+    }
+}
+
+bool is_what_was_saved(const std::string &path, const std::string &saved) {
+    struct stat is, was;
+    if (lstat(path.c_str(), &is) != 0 || lstat(saved.c_str(), &was) != 0) {
+        return false;
+    }
+    if (is.st_dev == was.st_dev && is.st_ino == was.st_ino) {
+        return true;
+    }
+    if (is.st_mode != was.st_mode || is.st_uid != was.st_uid || is.st_gid != was.st_gid ||
+        is.st_size != was.st_size || is.st_mtim.tv_sec != was.st_mtim.tv_sec ||
+        is.st_mtim.tv_nsec != was.st_mtim.tv_nsec) {
+        return false;
+    }
+    if (S_ISLNK(is.st_mode)) {
+        const auto target = target_of(path);
+        return target && target == target_of(saved);
+    }
+    return S_ISREG(is.st_mode) && has_same_content(path, saved);
+}
+
 bool write_over(const char *target, const char *source, belongings what) {
     struct stat status, is;
     const own_fd from = open_regular(source, &status);
@@ -224,8 +287,10 @@ bool write_over(const char *target, const char *source, belongings what) {
         return false;
     }
     uint64_t copied = 0;
-    // As one that is made, it is nobody else's to read until it has its mode.
-    if (fchmod(to.get(), 0600) != 0 || ftruncate(to.get(), 0) != 0 ||
+    // As one that is made, it is nobody else's to read until it has its mode. A file system without
+    // permissions is no reason to fail.
+    (void)!fchmod(to.get(), 0600);
+    if (ftruncate(to.get(), 0) != 0 ||
         copy_open_file(from.get(), to.get(), &copied) != copy_end::complete) {
         return false;
     }

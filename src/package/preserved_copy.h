@@ -5,6 +5,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <string>
+
 // Gives the file behind a descriptor the owner and group, the extended attributes (capabilities,
 // access control list and all others), the mode and the times of another one, in this order: a
 // change of the owner takes capabilities and set-id bits away, and a mode that came first would let
@@ -25,6 +27,12 @@ void copy_attributes(int from, const struct stat &status, int to, const char *pa
 // Result: whether all else arrived; if not, what was made stays, and the reason is in errno.
 // `target` is seen from the open directory `directory`.
 bool copy_preserved(const char *source, const char *target, int directory = AT_FDCWD);
+
+// Whether what lies at `path` is what was saved as `saved`: the same file, or a regular file or a
+// link with the same content, mode, owner and time of its last change. The number of its inode says
+// nothing of its content: a file that was written over in its place has kept it, and a file system
+// without such numbers gives new ones at each mount.
+bool is_what_was_saved(const std::string &path, const std::string &saved);
 
 // Writes a regular file over the one at `target` in its place, for what can't be replaced, such as
 // a mount point. It is half there meanwhile, and after a failure. It gets the mode of `source`, or

@@ -447,21 +447,17 @@ static bool not_put_back(const kept_path &kept, const std::string &saved) {
 
 static bool restore_file(const touched_paths &touched, const kept_path &kept) {
     const std::string saved = saved_name(touched.keep, kept.number);
-    struct stat was, is;
+    struct stat was;
     if (lstat(saved.c_str(), &was) != 0 && errno == ENOENT) {
         return true;  // back in its place, or never changed
     }
-    bool present = lstat(kept.path.c_str(), &is) == 0;
-    if (present && S_ISDIR(is.st_mode)) {
-        if (!clear_place(touched, kept.path)) {
-            return not_put_back(kept, saved);
-        }
-        present = false;
+    struct stat is;
+    if (lstat(kept.path.c_str(), &is) == 0 && S_ISDIR(is.st_mode) &&
+        !clear_place(touched, kept.path)) {
+        return not_put_back(kept, saved);
     }
-    // The file itself, and what a copy was made of and was not replaced.
-    const bool same = present && ((is.st_dev == was.st_dev && is.st_ino == was.st_ino) ||
-                                  (is.st_dev == kept.device && is.st_ino == kept.inode));
-    return same || put_back(saved, touched, kept.path) || not_put_back(kept, saved);
+    return is_what_was_saved(kept.path, saved) || put_back(saved, touched, kept.path) ||
+           not_put_back(kept, saved);
 }
 
 bool restore_directories(const touched_paths &touched) {
