@@ -352,6 +352,7 @@
     X(old_kind_not_removed, LEVEL_ERROR, "{who}: Failed to remove {path}: {reason}")               \
     X(space_lacking, LEVEL_ERROR, "{who}: {path} has {found} free, {other} are needed")             \
     X(path_not_saved, LEVEL_ERROR, "{who}: Failed to save {path} before the change: {reason}")     \
+    X(path_immutable, LEVEL_ERROR, "{who}: {path} is immutable or append-only, not going on")      \
     X(not_entered, LEVEL_WARNING, "Failed to enter {package} as {path}: {reason}")                 \
     X(path_not_put_back, LEVEL_ERROR, "Failed to put {path} back from {other}: {reason}")          \
     X(old_version_in_place, LEVEL_INFO, "all files of the old version are in place")               \

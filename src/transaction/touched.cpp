@@ -19,6 +19,7 @@
 #include "support/event.h"
 #include "support/file.h"
 #include "transaction/change.h"
+#include "transaction/immutable.h"
 
 static std::string saved_name(const std::string &keep, int number) {
     return keep + "/" + std::to_string(number);
@@ -260,7 +261,7 @@ bool find_touched(change *change) {
                 .path = failed,
                 .error = errno});
     }
-    return found;
+    return found && are_directories_changeable(*change);
 }
 
 // ---- Saving and putting back ----
@@ -301,6 +302,10 @@ bool save_kept(const change &change) {
         }
         if (linkat(AT_FDCWD, kept.path.c_str(), keep.get(), name.c_str(), 0) == 0) {
             continue;
+        }
+        // An immutable file is one of those that can't be linked.
+        if (S_ISREG(kept.mode) && !is_file_changeable(change, kept.path)) {
+            return false;
         }
         // What a file system or the kernel refuses to link is copied.
         if (!copy_whole(kept.path, keep.get(), name)) {

@@ -414,6 +414,9 @@ constexpr row rows[] = {
      "--ignore-space to try it all the same"},
     {event_kind::path_not_saved, sentence_sort::reason,
      "cannot save {path} before the change: {reason}; nothing of it is done"},
+    {event_kind::path_immutable, sentence_sort::reason,
+     "cannot change {path}: it is immutable or append-only; nothing of it is done; remove these "
+     "attributes with: chattr -ia {path}"},
     {event_kind::not_entered, sentence_sort::reason,
      "warning: {package} cannot be entered as {path}: {reason}; the next change, or pvrm recover, "
      "finishes that"},

@@ -1,9 +1,13 @@
 // Recovery where what is saved can't be a second name of a file: it is a copy then.
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 
 #include "faults/disk.h"
 #include "transaction/cut_off_fixture.h"
 #include "transaction/record.h"
+#include "transaction/removal.h"
 #include "transaction/touched.h"
 
 namespace {
@@ -85,6 +89,85 @@ TEST_F(CutOffChangeWithCopies, FilesWhoseInodesHaveNewNumbersArePutBack) {
     EXPECT_EQ(read_all(kernel), "old\n");
     EXPECT_THAT(tree(place), testing::ElementsAre("lost+found/", "vmlinuz"));
     expect_nothing_left();
+}
+
+// A file or directory that nobody may change, as long as the object exists.
+class Immutable {
+ public:
+    explicit Immutable(std::string path, int flag = FS_IMMUTABLE_FL) : path_(std::move(path)) {
+        EXPECT_TRUE(set(flag)) << path_ << ": " << strerror(errno);
+    }
+    ~Immutable() {
+        set(0);
+    }
+    Immutable(const Immutable &) = delete;
+    Immutable &operator=(const Immutable &) = delete;
+
+ private:
+    bool set(int flag) {
+        const own_fd file(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+        int flags = 0;
+        if (!file.valid() || ioctl(file.get(), FS_IOC_GETFLAGS, &flags) != 0) {
+            return false;
+        }
+        flags = (flags & ~(FS_IMMUTABLE_FL | FS_APPEND_FL)) | flag;
+        return ioctl(file.get(), FS_IOC_SETFLAGS, &flags) == 0;
+    }
+
+    const std::string path_;
+};
+
+TEST_F(CutOffChangeWithCopies, WhatIsImmutableIsRefusedBeforeAnythingIsTouched) {
+    const std::string disk = "/srv/disk";
+    make_file_system(format_named("ext4"), disk);
+    fs::create_directory(place);
+    const mounted_disk mounted(format_named("ext4"), disk, place);
+    fs::create_directories(place + "/dir");
+    PackageSpec before = foo1, after = foo2;
+    before.data["srv/t/place/a"] = "old\n";
+    before.data["srv/t/place/dir/b"] = "old\n";
+    before.conf["srv/t/place/conf"] = "old\n";
+    before.conf["srv/t/place/edited"] = "old\n";
+    after.data["srv/t/place/dir/b"] = "new\n";
+    after.conf["srv/t/place/conf"] = "new\n";
+    after.conf["srv/t/place/edited"] = "new\n";
+    install_now(before);
+    put(place + "/edited", "edited\n");
+    const auto all = tree(live);
+    const std::pair<std::string, int> cases[] = {{"/a", FS_IMMUTABLE_FL},
+                                                 {"/dir/b", FS_IMMUTABLE_FL},
+                                                 {"/dir/b", FS_APPEND_FL},
+                                                 {"/dir", FS_IMMUTABLE_FL},
+                                                 {"/conf", FS_IMMUTABLE_FL}};
+    for (const auto &[path, flag] : cases) {
+        const Immutable immutable(place + path, flag);
+        log.clear();
+        EXPECT_EQ(update(after), -1) << path;
+        EXPECT_THAT(log.at(LEVEL_ERROR),
+                    testing::Contains("vrm_update_vrk: " + place + path +
+                                      " is immutable or append-only, not going on"))
+            << path;
+        EXPECT_FALSE(log.has(LEVEL_DEBUG, "vrm_update_vrk: rollback")) << path;
+        EXPECT_EQ(tree(live), all) << path;
+        EXPECT_EQ(read_all(place + "/dir/b"), "old\n") << path;
+        EXPECT_EQ(version_of("foo"), "1.0") << path;
+        expect_nothing_left();
+    }
+    {
+        const Immutable immutable(place + "/a");
+        log.clear();
+        const own_vri installed(vrm_vrl_info(repo.handle(), "foo"));
+        EXPECT_EQ(vrm_one_delete(repo.handle(), installed.get()), -1);
+        EXPECT_TRUE(log.has(LEVEL_ERROR, "vrm_one_delete: " + place +
+                                             "/a is immutable or append-only, not going on"));
+        EXPECT_EQ(tree(live), all);
+        expect_nothing_left();
+    }
+    // What is left alone anyway.
+    const Immutable immutable(place + "/edited");
+    EXPECT_EQ(update(after), 0);
+    EXPECT_EQ(read_all(place + "/edited"), "edited\n");
+    EXPECT_EQ(read_all(place + "/conf"), "new\n");
 }
 
 TEST_F(CutOffChangeWithCopies, AFileThatWasNotTouchedStaysTheSame) {
