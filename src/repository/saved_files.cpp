@@ -75,9 +75,13 @@ bool saved_change::make_directory() {
     return true;
 }
 
+bool saved_change::begin(const std::string &path) {
+    return !directory_.empty() || make_directory() || cannot_keep(path, all_, errno);
+}
+
 bool saved_change::keep(const std::string &path) {
-    if (directory_.empty() && !make_directory()) {
-        return cannot_keep(path, all_, errno);
+    if (!begin(path)) {
+        return false;
     }
     const std::filesystem::path copy = copy_of(path);
     std::error_code failed;
@@ -198,6 +202,16 @@ bool list_saved(const vrm_handle *handle, saved_listing *listing) {
         }
         return true;
     });
+}
+
+void remove_empty_sets(const vrm_handle *handle) {
+    saved_listing listing;
+    if (!list_saved(handle, &listing)) {
+        return;
+    }
+    for (const saved_set &set : listing.sets) {
+        rmdir(set.directory.c_str());  // what is in one keeps it
+    }
 }
 
 bool remove_saved(const saved_set &set) {

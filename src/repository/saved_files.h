@@ -24,6 +24,13 @@ class saved_change {
     // Nothing is made before the first file.
     saved_change(const vrm_handle *handle, const std::string &puname);
 
+    // Makes the directory of the change, unless it is made. `path` is the first file's, for the
+    // message. False, with an ERROR line, when it can't be made.
+    bool begin(const std::string &path);
+    // It; empty as long as it isn't made.
+    const std::string &directory() const {
+        return directory_;
+    }
     // Copies what lies at an absolute path, a link as itself, with all that belongs to it. False,
     // with an ERROR line, when it can't be kept.
     bool keep(const std::string &path);
@@ -67,6 +74,9 @@ struct saved_listing {
 // followed. Result: false with the reason in errno when the directory can't be read, or memory
 // fails.
 bool list_saved(const vrm_handle *handle, saved_listing *listing);
+
+// Removes the sets in which nothing is.
+void remove_empty_sets(const vrm_handle *handle);
 
 // Removes a set with all its files, without following links. False, with the ERROR lines of
 // vrm_vrf_rmdir, when something is left.

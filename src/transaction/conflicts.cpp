@@ -22,6 +22,7 @@
 #include "support/log.h"
 #include "support/own.h"
 #include "transaction/change.h"
+#include "transaction/journal.h"
 #include "ui/vrmui.h"
 
 // ---- Files in the way ----
@@ -258,7 +259,8 @@ static std::vector<std::string> unowned_files(const change &change) {
 static bool keep_replaced_files(change *change) {
     const std::vector<std::string> files = unowned_files(*change);
     saved_change copies(change->handle, change->stage.puname);
-    bool kept = true;
+    bool kept = files.empty() ||
+                (copies.begin(files.front()) && note_saved_set(*change, copies.directory()) == 0);
     for (auto file = files.begin(); kept && file != files.end(); ++file) {
         kept = copies.keep(*file);
     }

@@ -289,6 +289,12 @@ void note_script(const change &change, const char *script) {
     }
 }
 
+int note_saved_set(const change &change, const std::string &directory) {
+    record_entry entry("replaced");
+    entry.add("saved_set", directory);
+    return the_journal->append(entry) && the_journal->sync() ? 0 : not_recorded(change, errno);
+}
+
 static record_entry entry_of(const change &change) {
     record_entry entry("touch");
     for (const kept_path &kept : change.touched.kept) {

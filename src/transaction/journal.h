@@ -40,6 +40,9 @@ void expect_history(const history_line *line);
 int note_begin(change *change);
 // Records that a script begins.
 void note_script(const change &change, const char *script);
+// Records the directory that was made for copies of files that belong to nobody, ahead of the first
+// copy: they go when the change is taken back. Result: 0, or -1 with an ERROR line.
+int note_saved_set(const change &change, const std::string &directory);
 // Finds out, records and saves what the change will touch. From its end on the live system may be
 // changed. Result: 0, or -1 with an ERROR line.
 int save_touched(change *change);

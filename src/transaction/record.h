@@ -20,6 +20,8 @@
 //            stage, entry, index        its stage directory, its places in the inventory
 //            absent                     directories of the repository that were not there
 //   script   name                       a script that was begun
+//   replaced saved_set                  the directory for copies of files that belong to nobody and
+//                                       are replaced; made for this change
 //   touch    kept                       what was there: "<number> <type and mode, octal> <owner>
 //                                       <group> <device> <inode> <path>"; it is saved as
 //                                       <stage>/keep/<number>

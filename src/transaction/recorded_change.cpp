@@ -10,7 +10,6 @@ static recorded_change begun(const record_entry &entry) {
     change.name = entry.value("name");
     change.puname = entry.value(change.operation == "remove" ? "old" : "new");
     change.stage = entry.value("stage");
-    change.time = leading_number<time_t>(entry.value("time"));
     change.absent = entry.all("absent");
     return change;
 }
@@ -35,6 +34,8 @@ recorded_command command_of(const read_record &record) {
             recorded_change &change = command.changes.back();
             if (kind == "script") {
                 change.scripts.push_back(entry.value("name"));
+            } else if (kind == "replaced") {
+                change.saved_sets.push_back(entry.value("saved_set"));
             } else if (kind == "touch") {
                 change.touch = &entry;
             } else if (kind == "commit") {

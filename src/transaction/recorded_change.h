@@ -13,8 +13,8 @@
 // What the record says of one package.
 struct recorded_change {
     std::string operation, name, puname, stage;
-    time_t time = 0;
-    std::vector<std::string> absent;  // directories of the repository
+    std::vector<std::string> absent;      // directories of the repository
+    std::vector<std::string> saved_sets;  // those with copies of files that belong to nobody
     std::vector<std::string> scripts;
     std::vector<std::string> due;  // and not done
     const record_entry *touch = nullptr, *commit = nullptr;

@@ -138,15 +138,13 @@ bool recovery::remove_new(const touched_paths &touched) {
 
 // Removes the copies that the change made of files that belong to nobody, as these are back.
 bool recovery::remove_saved(const recorded_change &change) {
-    saved_listing listing;
-    if (!list_saved(handle_, &listing)) {
-        return failed(saved_directory(handle_));
-    }
-    for (const saved_set &set : listing.sets) {
-        if (set.package == change.puname && set.time >= change.time && !::remove_saved(set)) {
+    for (const std::string &set : change.saved_sets) {
+        if (vrm_vrf_rmdir(set.c_str()) != 0) {
             return false;
         }
     }
+    // One that was made and not recorded any more.
+    remove_empty_sets(handle_);
     for (const std::string &directory : change.absent) {
         rmdir(directory.c_str());
     }
@@ -381,6 +379,35 @@ bool read_for_recovery(const vrm_handle *handle, read_record *record) {
     return true;
 }
 
+// Whether the record is this user's alone: it names paths that are removed and written. False with
+// an ERROR line.
+bool is_record_trusted(const vrm_handle *handle) {
+    const std::string path = record_path(handle), directory = record_directory(handle);
+    const std::string fault = fault_of_directory(directory);
+    if (!fault.empty()) {
+        report({.kind = event_kind::record_not_read, .path = directory, .other = fault});
+        return false;
+    }
+    struct stat status;
+    if (lstat(path.c_str(), &status) == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        report(
+            {.kind = event_kind::record_not_read, .path = path, .other = "others may write to it"});
+        return false;
+    }
+    return true;
+}
+
+// And whether what is to be put back is.
+bool are_stages_trusted(const vrm_handle *handle, const read_record &record) {
+    static constexpr char me[] = "vrm_recover_change";
+    const recorded_command command = command_of(record);
+    return is_stage_area_trusted(me, handle) &&
+           std::all_of(command.changes.begin(), command.changes.end(),
+                       [](const recorded_change &change) {
+                           return are_saved_files_trusted(me, change.stage);
+                       });
+}
+
 // The note of the change that is under way or was cut off.
 std::optional<running_script> status_of(const vrm_handle *handle) {
     std::string why;
@@ -443,7 +470,8 @@ int vrm_recover_change(vrm_handle *handle) {
             return 0;
         }
         read_record record;
-        if (!read_for_recovery(handle, &record)) {
+        if (!is_record_trusted(handle) || !read_for_recovery(handle, &record) ||
+            !are_stages_trusted(handle, record)) {
             return -1;
         }
         recovery work(handle, record);
@@ -480,6 +508,10 @@ int vrm_abandon_change(vrm_handle *handle) {
         const std::string path = record_path(handle);
         if (!path_exists(path)) {
             return 0;
+        }
+        // What it names is moved.
+        if (!is_record_trusted(handle) || !is_stage_area_trusted("vrm_abandon_change", handle)) {
+            return -1;
         }
         // Also one that can't be read: its text is all that is known then.
         read_record record;

@@ -12,6 +12,7 @@
 #include "package/tree_walk.h"
 #include "support/ekva.h"
 #include "support/event.h"
+#include "support/file.h"
 #include "support/own.h"
 #include "transaction/change.h"
 
@@ -52,8 +53,7 @@ bool identity_is_safe(const char *who, const vri *package) {
 
 // ---- Whose it is ----
 
-// Why a directory is not to be used, empty for one that may be or that doesn't exist.
-static std::string fault_of_directory(const std::string &path) {
+std::string fault_of_directory(const std::string &path) {
     struct stat status;
     if (lstat(path.c_str(), &status) != 0) {
         // A path that is too long is reported where it is formed.
@@ -101,6 +101,25 @@ bool is_stage_trusted(const char *who, const vrm_handle *handle, const stage_pat
     return is_stage_area_trusted(who, handle) &&
            is_own_directory(who, event_kind::stage_directory_refused, stage.base) &&
            is_not_a_link(who, stage.fresh) && is_not_a_link(who, stage.old);
+}
+
+bool are_saved_files_trusted(const char *who, const std::string &base) {
+    const auto is_own = [who](const std::string &path) {
+        return is_own_directory(who, event_kind::stage_directory_refused, path);
+    };
+    const std::string keep = base + "/keep";
+    if (!is_own(directory_of(base)) || !is_own(base) || !is_own(keep) || !is_own(base + "/old")) {
+        return false;
+    }
+    struct stat status;
+    if (lstat(keep.c_str(), &status) == 0 && (status.st_mode & 07777) != 0700) {
+        report({.kind = event_kind::stage_directory_refused,
+                .who = who,
+                .path = keep,
+                .other = "others may enter it"});
+        return false;
+    }
+    return true;
 }
 
 bool make_stage_directory(const char *who, const vrm_handle *handle, const stage_paths &stage,

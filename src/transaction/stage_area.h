@@ -60,6 +60,16 @@ bool is_stage_area_trusted(const char *who, const vrm_handle *handle);
 // package nor the backups may be a link.
 bool is_stage_trusted(const char *who, const vrm_handle *handle, const stage_paths &stage);
 
+// Whether a stage directory and what is saved in it can be believed: each belongs to the user of
+// the process, is no link, and nobody else may write to it, and `keep` is for that user alone. What
+// doesn't exist is no reason to refuse it. Result: false, with an ERROR line that begins with
+// `who`.
+bool are_saved_files_trusted(const char *who, const std::string &base);
+
+// Why a directory is not to be used, as somebody else has a hand in it; empty for one that may be
+// used or that doesn't exist.
+std::string fault_of_directory(const std::string &path);
+
 // Whether a stage directory holds backups. What can't be looked at is taken for one.
 bool has_backups(const std::string &base);
 
