@@ -1,5 +1,6 @@
 #include "package/checked_keys.h"
 
+#include <fcntl.h>
 #include <openssl/sha.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -47,10 +48,14 @@ static std::string line_of(const X509 *certificate) {
 // The file's text; empty when there is none that is to be believed.
 static std::string read_noted(const std::string &path) {
     struct stat status = {};
-    const own_fd file = open_regular(path.c_str(), &status);
+    // A link would say nothing of who may change what it leads to, or where it leads.
+    const own_fd file(
+        open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    if (!file.valid() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return "";
+    }
     const bool is_ours = status.st_uid == 0 || status.st_uid == geteuid();
-    if (!file.valid() || !is_ours || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0 ||
-        status.st_size > largest_file) {
+    if (!is_ours || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0 || status.st_size > largest_file) {
         return "";
     }
     std::string text(static_cast<size_t>(status.st_size), '\0');

@@ -8,8 +8,13 @@
 //
 // The file has a first line with its format, and a line for each key: the SHA-256 of the key as
 // its certificate holds it (SubjectPublicKeyInfo, DER) in lower-case hexadecimal digits. It is
-// believed only when it belongs to root or to the caller and nobody else may write to it. Who can
-// write it could put any certificate into the store.
+// believed only when it is a regular file and no link, belongs to root or to the caller, nobody
+// else may write to it, and it has at most 1 MiB. Who can write it could put any certificate into
+// the store.
+//
+// A line says that the key passed the check of its time, and not that its owner is trusted: that is
+// what the store is for, and so `pvrm distrust` leaves the line. A check that becomes stricter must
+// raise the number of the format, so that the keys that passed the old one are checked again.
 #pragma once
 
 #include <openssl/x509.h>

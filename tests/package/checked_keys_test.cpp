@@ -66,6 +66,30 @@ TEST_F(CheckedKeys, AreNotBelievedWhenOthersMayWriteTheFile) {
     EXPECT_FALSE(is_key_noted(path_, key_.get()));
 }
 
+TEST_F(CheckedKeys, AreNotBelievedBehindALink) {
+    const std::string elsewhere = dir_ / "elsewhere";
+    ASSERT_TRUE(note_checked_key(elsewhere, key_.get()));
+    ASSERT_EQ(symlink(elsewhere.c_str(), path_.c_str()), 0);
+    EXPECT_FALSE(is_key_noted(path_, key_.get()));
+    // The link is replaced.
+    const std::string before = read_all(elsewhere);
+    ASSERT_TRUE(note_checked_key(path_, key_.get()));
+    EXPECT_TRUE(is_key_noted(path_, key_.get()));
+    EXPECT_EQ(read_all(elsewhere), before);
+    struct stat status = {};
+    ASSERT_EQ(lstat(path_.c_str(), &status), 0);
+    EXPECT_TRUE(S_ISREG(status.st_mode));
+}
+
+TEST_F(CheckedKeys, AreNotBelievedAboveAMebibyte) {
+    ASSERT_TRUE(note_checked_key(path_, key_.get()));
+    const std::string text = read_all(path_);
+    dir_.write("checked-keys", text + std::string((size_t{1} << 20) - text.size(), '\n'));
+    EXPECT_TRUE(is_key_noted(path_, key_.get()));
+    dir_.write("checked-keys", text + std::string((size_t{1} << 20) + 1 - text.size(), '\n'));
+    EXPECT_FALSE(is_key_noted(path_, key_.get()));
+}
+
 TEST_F(CheckedKeys, AreNotBelievedInAnotherFormat) {
     ASSERT_TRUE(note_checked_key(path_, key_.get()));
     const std::string text = read_all(path_);
