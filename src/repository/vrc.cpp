@@ -41,7 +41,7 @@ vri **vrm_vrc_cache_fill(void *connection) {
     vri **result = nullptr;
     const int count = pvrm_vrc_findpkg(connection, nullptr, nullptr, nullptr, 5, nullptr, &result);
     log_debug("Number of packages cached: %d", count);
-    if (count == 0) {
+    if (count <= 0) {
         return nullptr;
     }
     index_names(result);
@@ -58,7 +58,7 @@ bool vrm_vrc_is_empty(void *connection) {
     vri **all = nullptr;
     const int count = pvrm_vrc_findpkg(connection, nullptr, nullptr, nullptr, 5, nullptr, &all);
     vrm_vri_list_free(all);
-    return count == 0;
+    return count <= 0;
 }
 
 bool vrm_vrc_has_index() {

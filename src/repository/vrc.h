@@ -57,7 +57,8 @@ int vrm_vrc_watch(void *connection);
 void vrm_vrc_report(const vrc_report *given, const char *backend) noexcept;
 
 // Whether the catalogue has no record: by `vrc_cache` when it is set, else by what the backend
-// counts. Of a backend that does not count, the whole catalogue is asked for.
+// counts. Of a backend that does not count, the whole catalogue is asked for;
+// one that fails has none.
 bool vrm_vrc_is_empty(void *connection);
 
 // Whether the backend finds exact names fast: then many of them are better looked up one by one

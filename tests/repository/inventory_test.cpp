@@ -430,6 +430,17 @@ TEST_F(VrmVrlFileList, IsNullForAnIndexThatBreaksOff) {
                             ": Input/output error"));
 }
 
+TEST_F(VrmVrlFileList, AnEntryDoesNotWaitForAPipe) {
+    for (const std::string file : {"desc.txt", "inst.txt"}) {
+        repo_.install(named("foo"));
+        const std::string path = repo_.in("installed/foo/" + file);
+        ASSERT_TRUE(fs::remove(path));
+        ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+        EXPECT_FALSE(own_vri(vrm_vrl_info(handle(), "foo"))) << file;
+        fs::remove_all(repo_.in("installed/foo"));
+    }
+}
+
 TEST_F(VrmVrlFileList, DoesNotWaitForAPipe) {
     repo_.install(named("foo"));
     ASSERT_EQ(mkfifo(repo_.in("fileindex/foo").c_str(), 0600), 0);

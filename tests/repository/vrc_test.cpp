@@ -343,6 +343,13 @@ TEST_F(VrcCache, IsNullForAnEmptyCatalogue) {
     EXPECT_TRUE(log_.has(LEVEL_DEBUG, "Number of packages cached: 0"));
 }
 
+TEST_F(VrcCache, ABackendThatFailsHasNothing) {
+    pvrm_vrc_findpkg = [](void *, const char *, const char *, const char *, int, s_ekva **,
+                          vri ***) { return -1; };
+    EXPECT_EQ(vrm_vrc_cache_fill(&here_), nullptr);
+    EXPECT_TRUE(vrm_vrc_is_empty(&here_));
+}
+
 TEST_F(VrcCache, TellsWhetherTheCatalogueIsEmpty) {
     pvrm_vrc_count = nullptr;
     EXPECT_TRUE(vrm_vrc_is_empty(&here_));
