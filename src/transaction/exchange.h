@@ -1,5 +1,6 @@
 // Private to the library: putting one file in its place, and taking one away, so that no file is
-// ever half there. What was there is saved to the backups of the change (package/copy_file.h).
+// half there meanwhile. The exception is a mount point: it can't be replaced and is written over in
+// its place. What was there is saved to the backups of the change (package/copy_file.h).
 #pragma once
 
 #include <cstdint>
@@ -19,7 +20,8 @@ class backup_tree {
     // vrm_vrf_copy with the mode 1, with which it shares the log, but written beside its place and
     // renamed. Unless the source stays, it is moved where that makes no difference; a fresh one was
     // written by this change, and keeps its time. Result: the bytes, at most INT32_MAX; -1 with an
-    // ERROR line, and the target is as it was.
+    // ERROR line, and the target is as it was, but for a mount point, which can be half written
+    // then.
     enum class source_use { stays, moves, moves_fresh };
     int32_t put(const std::string &target, const std::string &source, source_use use);
 

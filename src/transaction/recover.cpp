@@ -1,7 +1,6 @@
 #include "transaction/recover.h"
 
 #include <dirent.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -13,25 +12,24 @@
 #include "repository/repository.h"
 #include "support/boundary.h"
 #include "support/event.h"
+#include "support/file.h"
 #include "support/own.h"
 #include "transaction/register.h"
 #include "transaction/stage_area.h"
 
-static bool exists(const std::string &path) {
-    struct stat status;
-    return lstat(path.c_str(), &status) == 0;
-}
-
 static bool is_entry(const std::string &path) {
-    return exists(path + "/desc.txt") && exists(path + "/inst.txt");
+    return path_exists(path + "/desc.txt") && path_exists(path + "/inst.txt");
 }
 
 // Whether the entry has been replaced and the index has not. A version without data has no index to
 // come, so the one that is there is the old one's.
 static bool index_is_behind(const inventory_places &places) {
-    const auto has_data = [](const std::string &entry) { return exists(entry + "/hash/data.txt"); };
-    return exists(places.new_index) || (exists(places.entry + "/hash") && !has_data(places.entry) &&
-                                        has_data(places.old_entry) && exists(places.index));
+    const auto has_data = [](const std::string &entry) {
+        return path_exists(entry + "/hash/data.txt");
+    };
+    return path_exists(places.new_index) ||
+           (path_exists(places.entry + "/hash") && !has_data(places.entry) &&
+            has_data(places.old_entry) && path_exists(places.index));
 }
 
 namespace {
@@ -47,11 +45,11 @@ static cut where_cut_off(const inventory_places &places) {
     if (!is_entry(places.old_entry)) {
         return cut::nowhere;
     }
-    if (!exists(places.entry)) {
+    if (!path_exists(places.entry)) {
         // What was removed leaves no new entry either.
         return is_entry(places.new_entry) ? cut::in_entry : cut::nowhere;
     }
-    return !exists(places.new_entry) && index_is_behind(places) ? cut::in_index : cut::nowhere;
+    return !path_exists(places.new_entry) && index_is_behind(places) ? cut::in_index : cut::nowhere;
 }
 
 // Takes a swap back that was cut off. False when there is nothing to take back, or it can't be.
@@ -62,7 +60,7 @@ static bool take_back(const inventory_places &places) {
         rename(places.old_entry.c_str(), places.entry.c_str()) != 0) {
         return false;
     }
-    if (at == cut::in_index && !exists(places.index)) {
+    if (at == cut::in_index && !path_exists(places.index)) {
         rename(places.old_index.c_str(), places.index.c_str());
     }
     return true;

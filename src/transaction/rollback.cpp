@@ -1,7 +1,6 @@
 #include "transaction/rollback.h"
 
 #include <limits.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -60,19 +59,14 @@ int vrm_install_rollback(char *const *written, const char *old) {
 
 // ---- What stays ----
 
-static bool is_there(const std::string &path) {
-    struct stat status;
-    return lstat(path.c_str(), &status) == 0;
-}
-
 void note_absent_places(change *change) {
     for (char *const *path = change->forks.conf.get(); path && *path; path++) {
-        if (!is_there(*path)) {
+        if (!path_exists(*path)) {
             change->notes.absent.emplace_back(*path);
         }
     }
     for (const std::string &place : change->links.places) {
-        if (!is_there(place)) {
+        if (!path_exists(place)) {
             change->notes.absent.push_back(place);
         }
     }
@@ -101,12 +95,12 @@ bool roll_back(const change &change) {
     }
     const event_text package = change.stage.puname;
     for (const std::string &path : change.notes.absent) {
-        if (is_there(path)) {
+        if (path_exists(path)) {
             report({.kind = event_kind::new_file_stays, .package = package, .path = path});
         }
     }
     for (const auto &[path, copy] : change.notes.kept) {
-        if (!is_there(path)) {
+        if (!path_exists(path)) {
             report({.kind = event_kind::replaced_file_lost,
                     .package = package,
                     .path = path,

@@ -62,10 +62,6 @@ class touched_systems {
     void add(const std::string &directory);
     // Waits until all is written. False with errno.
     bool sync() const;
-    void clear() {
-        systems_.clear();
-        known_.clear();
-    }
 
  private:
     std::map<dev_t, own_fd> systems_;
