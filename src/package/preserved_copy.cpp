@@ -287,8 +287,8 @@ bool write_over(const char *target, const char *source, belongings what) {
         return false;
     }
     uint64_t copied = 0;
-    // As one that is made, it is nobody else's to read until it has its mode. A file system without
-    // permissions is no reason to fail.
+    // As one that is made, it is nobody else's to read until it has its mode. That fails where a
+    // file system has no permissions.
     (void)!fchmod(to.get(), 0600);
     if (ftruncate(to.get(), 0) != 0 ||
         copy_open_file(from.get(), to.get(), &copied) != copy_end::complete) {

@@ -111,7 +111,7 @@ bool backup_tree::write_beside(const std::string &target, const std::string &sou
     uint64_t copied = 0;
     bool is_whole = copy_open_file(from.get(), to.get(), &copied) == copy_end::complete;
     if (is_whole) {
-        // A file system without permissions is no reason to fail.
+        // Fails where a file system has no permissions.
         (void)!fchmod(to.get(), status.st_mode & 07777);
         is_whole = to.close() == 0;
     }

@@ -61,9 +61,8 @@ bool is_stage_area_trusted(const char *who, const vrm_handle *handle);
 bool is_stage_trusted(const char *who, const vrm_handle *handle, const stage_paths &stage);
 
 // Whether a stage directory and what is saved in it can be believed: each belongs to the user of
-// the process, is no link, and nobody else may write to it, and `keep` is for that user alone. What
-// doesn't exist is no reason to refuse it. Result: false, with an ERROR line that begins with
-// `who`.
+// the process, is not a link, and nobody else may write to it, and `keep` is for that user alone.
+// What doesn't exist is not refused. Result: false, with an ERROR line that begins with `who`.
 bool are_saved_files_trusted(const char *who, const std::string &base);
 
 // Why a directory is not to be used, as somebody else has a hand in it; empty for one that may be
