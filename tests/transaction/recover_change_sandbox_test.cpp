@@ -9,7 +9,6 @@ using testing::ElementsAre;
 
 namespace {
 
-
 // Log lines of an update, in their order; the last two are beyond the point of no return.
 const std::vector<std::string> &lines_of_an_update() {
     static const std::vector<std::string> lines = {
