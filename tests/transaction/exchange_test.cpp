@@ -27,7 +27,7 @@ TEST_F(Exchange, AFileThatIsWrittenBesideItsPlaceIsNotWrittenThroughALink) {
     backup_tree backups(dir_ / "old", ".new");
     {
         const SwappedFile swapped(dir_ / ".new", victim_);
-        backups.put(target, source_, false);
+        backups.put(target, source_, backup_tree::source_use::stays);
         EXPECT_GT(SwappedFile::count(), 0);
     }
     EXPECT_EQ(read_all(victim_), "root's\n");
@@ -53,7 +53,7 @@ TEST_F(Exchange, AFileThatIsPutBackIsNotWrittenThroughALink) {
 TEST_F(Exchange, AFileIsReplacedWhole) {
     const std::string target = dir_.write("target", "old\n", 0600);
     backup_tree backups(dir_ / "old", ".new");
-    EXPECT_EQ(backups.put(target, source_, false), 14);
+    EXPECT_EQ(backups.put(target, source_, backup_tree::source_use::stays), 14);
     EXPECT_EQ(read_all(target), "the package's\n");
     EXPECT_EQ(read_all(dir_ / ("old" + target)), "old\n");
     struct stat status = {};

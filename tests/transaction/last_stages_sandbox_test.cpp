@@ -223,4 +223,4 @@ TEST_P(LastStages, AreFinishedWhateverMemoryFails) {
 
 INSTANTIATE_TEST_SUITE_P(, LastStages,
                          testing::Values(operation::install, operation::update, operation::removal),
-                         [](const auto &info) { return std::string(name_of(info.param)); });
+                         [](const auto &one) { return std::string(name_of(one.param)); });
