@@ -148,7 +148,7 @@ install_with_full() { # DIRECTORY
     for path in /srv/target/{a,b,c,d,e}; do
         assert_equal "$(cat "$path")" small
     done
-    assert_equal "$(ls -A /srv/target | wc -l)" 5
+    assert_equal "$(find /srv/target -mindepth 1 | wc -l)" 5
     run pvrm verify foo
     assert_status 0
     mount -o remount,size=2m /srv/target
