@@ -266,12 +266,11 @@ static bool swap_registration(const inventory_places &places, bool has_data) {
 int enter_registration(change *change) {
     const inventory_places &places = change->places;
     const bool is_update = change->is_update(), has_data = change->written != nullptr;
-    if (is_update && swap_registration(places, has_data)) {
-        return 0;
-    }
     // A step that failed is tried once more; what still does not work is left to a recovery, as the
     // change has happened.
-    if (!enter_built(places, is_update, has_data)) {
+    const bool entered =
+        is_update ? swap_registration(places, has_data) : enter_built(places, is_update, has_data);
+    if (!entered && !enter_built(places, is_update, has_data)) {
         report({.kind = event_kind::not_entered,
                 .package = change->stage.puname,
                 .path = places.entry,
