@@ -52,14 +52,10 @@ static exit_status await(const vrm_handle *handle, const running_script &script)
     const unsigned seconds = seconds_to_wait(handle);
     log_say(LEVEL_INFO, "waiting for %.1800s", text.c_str());
     tell_problem("waiting for %s, which was left running when pvrm was killed", text.c_str());
-    switch (wait_while([&script] { return still_runs(script); }, wait_end(seconds))) {
-        case wait_result::over:
-            return EXIT_DONE;
-        case wait_result::interrupted:
-            tell_problem("interrupted: nothing was changed");
-            return EXIT_FAILED;
-        case wait_result::late:
-            break;
+    const exit_status ended =
+        wait_while([&script] { return still_runs(script); }, wait_end(seconds));
+    if (ended != EXIT_LOCKED) {
+        return ended;
     }
     tell_problem(
         "%s has not ended within %u s: nothing was changed; end that process, or try again when it "

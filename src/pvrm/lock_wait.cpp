@@ -7,19 +7,20 @@
 #include "pvrm/tell.h"
 #include "repository/repository.h"
 
-wait_result wait_while(const std::function<bool()> &goes_on, const wait_end &until) {
+exit_status wait_while(const std::function<bool()> &goes_on, const wait_end &until) {
     while (goes_on()) {
         if (was_interrupted()) {
-            return wait_result::interrupted;
+            tell_problem("interrupted: nothing was changed");
+            return EXIT_FAILED;
         }
         if (until.has_come()) {
-            return wait_result::late;
+            return EXIT_LOCKED;
         }
         // No call of the system waits for a process that is not a child, on every kernel.
         timespec pause = {0, 50'000'000};
         nanosleep(&pause, nullptr);  // shorter when a signal comes
     }
-    return wait_result::over;
+    return EXIT_DONE;
 }
 
 exit_status await_other_change(vrm_handle *handle, const wait_end &until) {
@@ -33,14 +34,9 @@ exit_status await_other_change(vrm_handle *handle, const wait_end &until) {
         holder = now > 0 ? now : holder;
         return now > 0;
     };
-    switch (wait_while(is_held, until)) {
-        case wait_result::over:
-            return EXIT_DONE;
-        case wait_result::interrupted:
-            tell_problem("interrupted: nothing was changed");
-            return EXIT_FAILED;
-        case wait_result::late:
-            break;
+    const exit_status ended = wait_while(is_held, until);
+    if (ended != EXIT_LOCKED) {
+        return ended;
     }
     if (until.seconds() > 0) {
         tell_problem("process %d has not ended its change of the repository within %" PRId64

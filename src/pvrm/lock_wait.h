@@ -32,10 +32,9 @@ class wait_end {
     std::chrono::steady_clock::time_point end_;
 };
 
-enum class wait_result { over, interrupted, late };
-
-// Waits as long as something goes on.
-wait_result wait_while(const std::function<bool()> &goes_on, const wait_end &until);
+// Waits as long as something goes on. Result: EXIT_DONE; EXIT_FAILED when the wait was interrupted,
+// which is printed; EXIT_LOCKED when its end has come, which the caller prints.
+exit_status wait_while(const std::function<bool()> &goes_on, const wait_end &until);
 
 // Waits until no other process changes the repository. Result: EXIT_DONE; EXIT_LOCKED when the end
 // has come first, EXIT_FAILED when the wait was interrupted, both with the reason printed.

@@ -17,6 +17,17 @@ start_second() { # ARGUMENT...
     second=$!
 }
 
+# Runs a second change while the first one is under way; afterwards $status, $output and $lines are its.
+run_beside_first() { # ARGUMENT...
+    start_pvrm install "$foo"
+    run pvrm "$@"
+    local said=$output code=$status
+    finish
+    assert_status 0
+    status=$code output=$said
+    mapfile -t lines <<<"$said"
+}
+
 second_says() { # TEXT
     grep -qF -- "$1" "$second_out"
 }
@@ -34,12 +45,7 @@ second_says() { # TEXT
 }
 
 @test "--wait=SECONDS gives up after that time, with the status 4 and the process" {
-    start_pvrm install "$foo"
-    run pvrm install --wait=1 "$bar"
-    said=$output code=$status
-    finish
-    status=$code output=$said
-    mapfile -t lines <<<"$said"
+    run_beside_first install --wait=1 "$bar"
     assert_status 4
     assert_line "pvrm: process $tool has not ended its change of the repository within 1 s: nothing was changed; try again when it has ended"
 }
@@ -66,12 +72,9 @@ second_says() { # TEXT
 }
 
 @test "without --wait, and with no time to wait, the change ends at once" {
-    start_pvrm install "$foo"
-    run pvrm install --wait=0 "$bar"
-    said=$output code=$status
-    finish
-    assert_equal "$code" 4
-    assert_equal "$said" "pvrm: process $tool is changing the repository; try again when it has ended"
+    run_beside_first install --wait=0 "$bar"
+    assert_status 4
+    assert_equal "$output" "pvrm: process $tool is changing the repository; try again when it has ended"
 }
 
 @test "a time that is none is a wrong usage" {
